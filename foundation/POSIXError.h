@@ -1,0 +1,54 @@
+#ifndef CORVANE_FOUNDATION_POSIXERROR_H
+#define CORVANE_FOUNDATION_POSIXERROR_H
+
+#include <cstdint>
+#include <string>
+
+#include "foundation/Error.h"
+
+namespace corvane {
+
+/// The numbers of POSIX errors as this system speaks them, on every platform: the BSD numbering.
+/// They are what travels to clients; a host's own `errno` never does.
+enum class POSIXErrorCode : std::int32_t {
+  NotPermitted = 1,         ///< EPERM
+  NoEntry = 2,              ///< ENOENT
+  Interrupted = 4,          ///< EINTR
+  InputOutput = 5,          ///< EIO
+  ArgumentListTooLong = 7,  ///< E2BIG
+  Access = 13,              ///< EACCES
+  Busy = 16,                ///< EBUSY
+  Exists = 17,              ///< EEXIST
+  NotDirectory = 20,        ///< ENOTDIR
+  IsDirectory = 21,         ///< EISDIR
+  Invalid = 22,             ///< EINVAL
+  NoSpace = 28,             ///< ENOSPC
+  ReadOnly = 30,            ///< EROFS
+  BrokenPipe = 32,          ///< EPIPE
+  MessageSize = 40,         ///< EMSGSIZE
+  NotSupported = 45,        ///< ENOTSUP
+  ConnectionReset = 54,     ///< ECONNRESET
+  TimedOut = 60,            ///< ETIMEDOUT
+  ConnectionRefused = 61,   ///< ECONNREFUSED
+  NotEmpty = 66,            ///< ENOTEMPTY
+  NotImplemented = 78,      ///< ENOSYS
+  Canceled = 89,            ///< ECANCELED
+  BadMessage = 94,          ///< EBADMSG
+};
+
+/// The number this system uses for the host's `errno` value; EIO (5) for one it has no number for.
+std::int32_t posixCodeFromHost(int hostErrno);
+
+/// An error in `NSPOSIXErrorDomain` without user information.
+Error posixError(POSIXErrorCode code);
+/// The same from the host's `errno` value.
+Error posixErrorFromHost(int hostErrno);
+/// True if `error` is in `NSPOSIXErrorDomain` with this code.
+bool isPOSIXError(const Error& error, POSIXErrorCode code);
+
+/// What the code means, in English; "Unknown error: N" for a number that has no meaning.
+std::string posixDescription(std::int64_t code);
+
+}  // namespace corvane
+
+#endif

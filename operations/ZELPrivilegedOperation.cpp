@@ -1,0 +1,110 @@
+#include "operations/ZELPrivilegedOperation.h"
+
+#include <array>
+#include <cctype>
+
+#include "platform/StandardLog.h"
+
+namespace corvane {
+
+namespace {
+
+std::optional<Value> ruleForPolicy(std::uint64_t policy) {
+  switch (policy) {
+    case 0:
+      return Value("allow");
+    case 1:
+      return Value(Dictionary{{"rule", "default"}});
+    case 2:
+      return Value("authenticate-admin");
+    default:
+      return std::nullopt;
+  }
+}
+
+bool isUsablePolicy(const Value& policy) {
+  if (const std::string* rule = policy.string()) return !rule->empty();
+  const Dictionary* definition = policy.dictionary();
+  return definition != nullptr && !definition->empty();
+}
+
+}  // namespace
+
+std::optional<ZELPrivilegedOperation> ZELPrivilegedOperation::initWithStaticDescription(
+    _ZELPrivilegedOperationDescription description) {
+  if (description.identifier == nullptr || description.userPresentation == nullptr) {
+    return std::nullopt;
+  }
+  std::optional<Value> policy = ruleForPolicy(description.authenticationPolicy);
+  if (!policy) return std::nullopt;
+  std::optional<std::string> argumentTypes;
+  if (description.argumentTypes != nullptr) argumentTypes = description.argumentTypes;
+
+  auto operation = initWithIdentifier(description.identifier, *std::move(policy),
+                                      description.progressCapability != 0,
+                                      description.outputCapability != 0, description.argumentCount,
+                                      std::move(argumentTypes), description.userPresentation);
+  if (!operation) {
+    // The class name in front is that of the object that was not made.
+    NSLog(
+        "(null): implementation error - the static description with code %llu contains "
+        "inconsistent data and was not accepted.\n",
+        static_cast<unsigned long long>(description.code));
+  }
+  return operation;
+}
+
+std::optional<ZELPrivilegedOperation> ZELPrivilegedOperation::initWithIdentifier(
+    std::string identifier, Value authenticationPolicy, bool progressCapability,
+    bool outputCapability, std::uint64_t argumentCount, std::optional<std::string> argumentTypes,
+    std::string userPresentation) {
+  if (identifier.empty()) return std::nullopt;
+  if (!isUsablePolicy(authenticationPolicy)) return std::nullopt;
+  if (progressCapability && outputCapability) return std::nullopt;
+  if (argumentCount == ZELVariableArgumentCount) {
+    if (argumentTypes) return std::nullopt;
+  } else if (argumentTypes.value_or("").size() != argumentCount) {
+    return std::nullopt;
+  }
+  if (userPresentation.empty()) return std::nullopt;
+  return ZELPrivilegedOperation(std::move(identifier), std::move(authenticationPolicy),
+                                progressCapability, outputCapability, argumentCount,
+                                std::move(argumentTypes), std::move(userPresentation));
+}
+
+ZELPrivilegedOperation::ZELPrivilegedOperation(std::string identifier, Value authenticationPolicy,
+                                               bool progressCapability, bool outputCapability,
+                                               std::uint64_t argumentCount,
+                                               std::optional<std::string> argumentTypes,
+                                               std::string userPresentation)
+    : _identifier(std::move(identifier)),
+      _authenticationPolicy(std::move(authenticationPolicy)),
+      _progressCapability(progressCapability),
+      _outputCapability(outputCapability),
+      _argumentCount(argumentCount),
+      _argumentTypeCodes(std::move(argumentTypes)),
+      _presentationString(std::move(userPresentation)) {}
+
+std::optional<std::string>
+ZELPrivilegedOperation::authenticationRightNameForImplementationIdentifier(
+    const std::optional<std::string>& implementationCode) const {
+  if (!implementationCode || implementationCode->empty()) return std::nullopt;
+  return "com.corvane." + *implementationCode + "." + _identifier;
+}
+
+std::string ZELPrivilegedOperation::operationIdentifierForExecutionSelector() const {
+  std::string name;
+  bool isFirstOfWord = true;
+  for (const char character : _identifier) {
+    const auto letter = static_cast<unsigned char>(character);
+    if (character == '-') {
+      isFirstOfWord = true;
+    } else if (std::isalpha(letter)) {
+      name += static_cast<char>(isFirstOfWord ? std::toupper(letter) : std::tolower(letter));
+      isFirstOfWord = false;
+    }
+  }
+  return name;
+}
+
+}  // namespace corvane

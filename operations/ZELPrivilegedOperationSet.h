@@ -1,0 +1,110 @@
+#ifndef CORVANE_OPERATIONS_ZELPRIVILEGEDOPERATIONSET_H
+#define CORVANE_OPERATIONS_ZELPRIVILEGEDOPERATIONSET_H
+
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "foundation/Error.h"
+#include "foundation/Value.h"
+#include "operations/ZELPrivilegedOperation.h"
+#include "platform/Authorization.h"
+#include "platform/XPCConnection.h"
+
+namespace corvane {
+
+/// The connection to the client's feedback object; null when the client gave no endpoint.
+using FeedbackConnection = std::shared_ptr<XPCConnection>;
+/// The full text of a method name, with its colons.
+using Selector = std::string;
+
+/// The catalogue of privileged operations that one helper serves, with the methods that implement
+/// them. This base supplies what follows from a catalogue; a subclass provides the catalogue.
+/// Unchanged once made, so any thread may ask it anything.
+class ZELPrivilegedOperationSet {
+ public:
+  using Operations = std::map<std::string, ZELPrivilegedOperation, std::less<>>;
+  using Identifiers = std::map<std::uint64_t, std::string>;
+  using RightDefinitionBlock =
+      std::function<void(const std::optional<std::string>& rightName, const Value& rule,
+                         const std::string& description)>;
+
+  /// The one set of this process. The first call makes it, of the class it is called on; every
+  /// later call, on any class of the hierarchy, returns that same object.
+  static ZELPrivilegedOperationSet& privilegedOperationSet();
+
+  static std::string errorDomain() { return "com.corvane.error.privileged-operation"; }
+  /// The strings table of the sentences that dialogs show.
+  static std::string nameOfAuthorizationRightLocalizationTable() { return "PrivilegedOperations"; }
+  /// The strings table of the texts of errors.
+  static std::string nameOfErrorMessageLocalizationTable() { return "PrivilegedOperationErrors"; }
+
+  /// Makes the environment of a rights request: the prompt, then the icon path, each only if it is
+  /// not empty. Never null; the caller gives it back to `freeAuthorizationEnvironment`.
+  static AuthorizationEnvironment* createAuthorizationEnvironmentForRightPrompt(
+      const std::optional<std::string>& prompt, const std::optional<std::string>& iconPath);
+  /// Frees such an environment with all that it holds; null is allowed.
+  static void freeAuthorizationEnvironment(AuthorizationEnvironment* environment);
+
+  ZELPrivilegedOperationSet() = default;
+  ZELPrivilegedOperationSet(const ZELPrivilegedOperationSet&) = delete;
+  ZELPrivilegedOperationSet& operator=(const ZELPrivilegedOperationSet&) = delete;
+  virtual ~ZELPrivilegedOperationSet() = default;
+
+  /// What a subclass provides. This base has none of it and answers with nothing.
+  virtual std::optional<std::string> implementationCode() const { return std::nullopt; }
+  virtual std::optional<std::string> implementationVersion() const { return std::nullopt; }
+  virtual const Operations* implementedOperations() const { return nullptr; }
+  virtual const Identifiers* opIdentifiersByCode() const { return nullptr; }
+  /// From which helper version on the operations of the self-uninstall exist.
+  virtual float minimumHelperVersionImplementingSelfUninstall() const { return 1.0F; }
+
+  /// The name of the helper's service, which is also its bundle identifier and file name.
+  std::string serviceIdentifierForHelper() const;
+  std::string fileNameForHelper() const { return serviceIdentifierForHelper(); }
+  /// The identifier of the client component that may call the helper.
+  std::string nameOfXPCRequestorForHelper() const;
+
+  /// The identifier of `code`, or null. Lives as long as the set.
+  const std::string* identifierForCode(std::uint64_t code) const;
+  /// The description of the operation `identifier`, or null. Lives as long as the set.
+  const ZELPrivilegedOperation* operationWithIdentifier(std::string_view identifier) const;
+  std::optional<std::string> authorizationRightNameForOperationWithIdentifier(
+      std::string_view identifier) const;
+  /// The code of `operation`, which may be null; ZELNoSuchOperation if it has none.
+  std::uint64_t opCodeForOperation(const ZELPrivilegedOperation* operation) const;
+
+  /// Calls `block` once for every operation of the catalogue.
+  void enumerateRightDefinitionsUsingBlock(const RightDefinitionBlock& block) const;
+  /// Registers the rights that do not exist yet; those that exist stay as they are. Failures are
+  /// reported to the standard log. A null authorization does nothing.
+  void setAuthorizationRightsForImplementedOperationsUsingAuthorization(
+      AuthorizationRef authorization) const;
+  /// Removes the rights that exist. Failures are reported to the standard log.
+  void removeAuthorizationRightsForImplementedOperationsUsingAuthorization(
+      AuthorizationRef authorization) const;
+
+  /// The name of the method that implements `code`, in its form with a feedback connection or
+  /// without; nothing if the set has no such method.
+  std::optional<Selector> selectorForExecutionOfPrivilegedOperationWithCode(
+      std::uint64_t code, bool feedbackOption) const;
+  virtual bool respondsToSelector(std::string_view selector) const;
+  /// Calls the method named, which the set responds to; the feedback connection is for the form
+  /// that takes one and ignored by the other.
+  virtual std::optional<Error> performSelector(std::string_view selector, const Array& arguments,
+                                               const FeedbackConnection& feedbackConnection);
+
+  XPCInterface interfaceForFeedbackProtocol() const;
+
+ protected:
+  /// The one set of this process, made with `make` if there is none yet.
+  static ZELPrivilegedOperationSet& sharedSet(std::unique_ptr<ZELPrivilegedOperationSet> (*make)());
+};
+
+}  // namespace corvane
+
+#endif

@@ -1,0 +1,94 @@
+#ifndef CORVANE_PLATFORM_AUTHORIZATION_H
+#define CORVANE_PLATFORM_AUTHORIZATION_H
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string>
+
+#include "foundation/Value.h"
+
+namespace corvane {
+
+/// A status of an operating system service; 0 is success.
+using OSStatus = std::int32_t;
+
+inline constexpr OSStatus errAuthorizationSuccess = 0;
+inline constexpr OSStatus errAuthorizationInvalidRef = -60002;
+inline constexpr OSStatus errAuthorizationInvalidPointer = -60004;
+inline constexpr OSStatus errAuthorizationDenied = -60005;
+inline constexpr OSStatus errAuthorizationCanceled = -60006;
+inline constexpr OSStatus errAuthorizationInteractionNotAllowed = -60007;
+inline constexpr OSStatus errAuthorizationInternal = -60008;
+
+using AuthorizationFlags = std::uint32_t;
+inline constexpr AuthorizationFlags kAuthorizationFlagDefaults = 0;
+inline constexpr AuthorizationFlags kAuthorizationFlagInteractionAllowed = 1;
+inline constexpr AuthorizationFlags kAuthorizationFlagExtendRights = 2;
+inline constexpr AuthorizationFlags kAuthorizationFlagDestroyRights = 8;
+
+inline constexpr const char* kAuthorizationEnvironmentPrompt = "prompt";
+inline constexpr const char* kAuthorizationEnvironmentIcon = "icon";
+
+/// One named right, or one named value of an environment. `valueLength` counts the bytes at
+/// `value`; for the texts of an environment the terminating zero byte is among them.
+struct AuthorizationItem {
+  const char* name;
+  std::size_t valueLength;
+  void* value;
+  std::uint32_t flags;
+};
+struct AuthorizationItemSet {
+  std::uint32_t count;
+  AuthorizationItem* items;
+};
+using AuthorizationRights = AuthorizationItemSet;
+using AuthorizationEnvironment = AuthorizationItemSet;
+
+inline constexpr std::size_t kAuthorizationExternalFormLength = 32;
+/// An authorization on its way between processes. A secret of whoever holds it: never logged.
+struct AuthorizationExternalForm {
+  std::byte bytes[kAuthorizationExternalFormLength];
+};
+
+struct AuthorizationOpaqueRef;
+using AuthorizationRef = AuthorizationOpaqueRef*;
+
+/// Makes an authorization of the calling process itself. `rights` and `environment` may be null
+/// and `flags` is kAuthorizationFlagDefaults: nothing is asked for. The caller frees
+/// `*authorization`.
+OSStatus AuthorizationCreate(const AuthorizationRights* rights,
+                             const AuthorizationEnvironment* environment, AuthorizationFlags flags,
+                             AuthorizationRef* authorization);
+
+/// Makes an authorization of the process for which `form` was issued. A form that was not issued
+/// here, whose process has ended, or that a request of another user brings (root excepted) is
+/// refused with errAuthorizationInvalidRef and leaves `*authorization` untouched.
+OSStatus AuthorizationCreateFromExternalForm(const AuthorizationExternalForm* form,
+                                             AuthorizationRef* authorization);
+
+/// Asks for `rights`. May wait for as long as a person takes to answer a dialog, so many threads
+/// may be in it at once, each with an authorization of its own. Success means all are granted.
+/// `authorizedRights` is null: what was granted is not handed back.
+OSStatus AuthorizationCopyRights(AuthorizationRef authorization, const AuthorizationRights* rights,
+                                 const AuthorizationEnvironment* environment,
+                                 AuthorizationFlags flags, AuthorizationRights** authorizedRights);
+
+/// Frees the authorization; with kAuthorizationFlagDestroyRights what was granted to its process
+/// is forgotten, so that the next request asks again.
+OSStatus AuthorizationFree(AuthorizationRef authorization, AuthorizationFlags flags);
+
+/// Looks a right up in the authorization database: 0, or errAuthorizationDenied if it does not
+/// exist. `definition`, if not null, receives its rule.
+OSStatus AuthorizationRightGet(const char* rightName, std::optional<Value>* definition);
+/// Defines a right: `definition` is the name of a rule, or a dictionary that names one under
+/// "rule"; `descriptionKey` the sentence of its dialog, which is also its key in the strings table
+/// `localeTableName` of the program.
+OSStatus AuthorizationRightSet(AuthorizationRef authorization, const char* rightName,
+                               const Value& definition, const std::string& descriptionKey,
+                               const char* localeTableName);
+OSStatus AuthorizationRightRemove(AuthorizationRef authorization, const char* rightName);
+
+}  // namespace corvane
+
+#endif

@@ -1,0 +1,41 @@
+#ifndef CORVANE_PLATFORM_SYSTEMLOG_H
+#define CORVANE_PLATFORM_SYSTEMLOG_H
+
+#include <cstdint>
+
+namespace corvane {
+
+/// A connection to the system's log.
+struct LogClient;
+/// A template of attributes that every message logged with it carries.
+struct LogMessage;
+using aslclient = LogClient*;
+using aslmsg = LogMessage*;
+
+/// Priorities, by the system log's numbers. The lower the number, the graver the message.
+enum LogPriority : int {
+  LogPriorityError = 3,
+  LogPriorityNotice = 5,
+  LogPriorityInformational = 6,
+  LogPriorityDebug = 7,
+};
+
+inline constexpr std::uint32_t ASL_TYPE_MSG = 0;
+inline constexpr const char* ASL_KEY_SENDER = "Sender";
+
+/// Opens the log for messages of `ident` and `facility` ("Daemon"); null if it cannot be had. The
+/// caller owns the handle and gives it to `asl_close`. `options` is 0.
+aslclient asl_open(const char* ident, const char* facility, std::uint32_t options);
+/// Makes an empty template of type ASL_TYPE_MSG; null on failure. Given back to `asl_free`.
+aslmsg asl_new(std::uint32_t type);
+/// Sets an attribute of the template; 0 on success.
+int asl_set(aslmsg message, const char* key, const char* value);
+/// Logs one printf-style message; 0 on success. Any thread. Null handles log nothing.
+int asl_log(aslclient client, aslmsg message, int priority, const char* format, ...)
+    __attribute__((format(printf, 4, 5)));
+void asl_free(aslmsg message);
+void asl_close(aslclient client);
+
+}  // namespace corvane
+
+#endif

@@ -1,0 +1,51 @@
+#include "platform/linux/PrintfText.h"
+
+#include <cerrno>
+#include <cstdio>
+
+#include <unistd.h>
+
+namespace corvane {
+
+std::string printfText(const char* format, va_list arguments) {
+  va_list again;
+  va_copy(again, arguments);
+  const int length = std::vsnprintf(nullptr, 0, format, arguments);
+  std::string text;
+  if (length > 0) {
+    text.resize(static_cast<std::size_t>(length));
+    std::vsnprintf(text.data(), text.size() + 1, format, again);
+  }
+  va_end(again);
+  return text;
+}
+
+std::string singleLine(std::string_view text) {
+  static constexpr std::string_view digits = "0123456789abcdef";
+  std::string line;
+  line.reserve(text.size());
+  for (const char character : text) {
+    const auto byte = static_cast<unsigned char>(character);
+    if (byte >= 0x20 && byte != 0x7f) {
+      line += character;
+    } else {
+      line += "\\x";
+      line += digits[byte >> 4];
+      line += digits[byte & 0xf];
+    }
+  }
+  return line;
+}
+
+void writeToStandardError(std::string_view text) {
+  while (!text.empty()) {
+    const ssize_t written = ::write(STDERR_FILENO, text.data(), text.size());
+    if (written > 0) {
+      text.remove_prefix(static_cast<std::size_t>(written));
+    } else if (errno != EINTR) {
+      return;  // there is nowhere left to report to
+    }
+  }
+}
+
+}  // namespace corvane
