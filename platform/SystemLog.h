@@ -1,6 +1,7 @@
 #ifndef CORVANE_PLATFORM_SYSTEMLOG_H
 #define CORVANE_PLATFORM_SYSTEMLOG_H
 
+#include <cstdarg>
 #include <cstdint>
 
 namespace corvane {
@@ -33,6 +34,8 @@ int asl_set(aslmsg message, const char* key, const char* value);
 /// Logs one printf-style message; 0 on success. Any thread. Null handles log nothing.
 int asl_log(aslclient client, aslmsg message, int priority, const char* format, ...)
     __attribute__((format(printf, 4, 5)));
+int asl_vlog(aslclient client, aslmsg message, int priority, const char* format, va_list arguments)
+    __attribute__((format(printf, 4, 0)));
 void asl_free(aslmsg message);
 void asl_close(aslclient client);
 

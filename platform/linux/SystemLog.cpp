@@ -74,11 +74,17 @@ int asl_set(aslmsg message, const char* key, const char* value) {
 }
 
 int asl_log(aslclient client, aslmsg message, int priority, const char* format, ...) {
-  if (client == nullptr) return -1;
   va_list arguments;
   va_start(arguments, format);
-  const std::string text = printfText(format, arguments);
+  const int result = asl_vlog(client, message, priority, format, arguments);
   va_end(arguments);
+  return result;
+}
+
+int asl_vlog(aslclient client, aslmsg message, int priority, const char* format,
+             va_list arguments) {
+  if (client == nullptr) return -1;
+  const std::string text = printfText(format, arguments);
 
   switch (client->sink) {
     case Sink::Journal: {

@@ -1,0 +1,47 @@
+#ifndef CORVANE_PLATFORM_HELPERCONNECTION_H
+#define CORVANE_PLATFORM_HELPERCONNECTION_H
+
+#include <chrono>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <variant>
+
+#include "foundation/CommunicationFailure.h"
+#include "foundation/Error.h"
+#include "foundation/Value.h"
+#include "platform/XPCListenerEndpoint.h"
+
+namespace corvane {
+
+/// A client's connection to the helper. Calls wait for their answer. One thread at a time.
+class HelperConnection {
+ public:
+  template <typename T>
+  using Answer = std::variant<T, CommunicationFailure>;
+  using Timeout = std::optional<std::chrono::milliseconds>;
+
+  /// Connects to the service at `path`; on Linux the path of its socket. Waits at most `timeout`,
+  /// the start of a helper that is not running included.
+  static Answer<std::unique_ptr<HelperConnection>> connect(const std::string& path,
+                                                           std::chrono::milliseconds timeout);
+
+  virtual ~HelperConnection() = default;
+
+  virtual Answer<std::string> getVersionString(Timeout timeout) = 0;
+  virtual Answer<std::monostate> registerClientWithPID(std::int32_t pid, Timeout timeout) = 0;
+  /// A helper that ends because this was its last client has answered too.
+  virtual Answer<std::monostate> unregisterClientWithPID(std::int32_t pid, Timeout timeout) = 0;
+  virtual Answer<std::monostate> enableDebugMode(bool flag, Timeout timeout) = 0;
+  /// The outcome of the operation: nothing is success. Without a timeout it may take as long as a
+  /// person needs to answer a dialog.
+  virtual Answer<std::optional<Error>> performPrivilegedOperation(
+      std::uint64_t code, const Data& authorizationData,
+      std::optional<XPCListenerEndpoint> feedbackEndpoint, const std::optional<Array>& arguments,
+      Timeout timeout) = 0;
+};
+
+}  // namespace corvane
+
+#endif

@@ -1,0 +1,62 @@
+#ifndef CORVANE_PLATFORM_XPCLISTENER_H
+#define CORVANE_PLATFORM_XPCLISTENER_H
+
+#include <memory>
+#include <string>
+
+#include "platform/XPCConnection.h"
+#include "platform/XPCListenerEndpoint.h"
+#include "platform/ZELPrivilegedHelperProtocol.h"
+
+namespace corvane {
+
+/// A connection that a client has made to a listener. It handles nothing until it is resumed.
+class XPCIncomingConnection {
+ public:
+  virtual ~XPCIncomingConnection() = default;
+  virtual void setExportedInterface(XPCInterface interface) = 0;
+  /// The object that gets the messages; it must outlive the process's connections.
+  virtual void setExportedObject(ZELPrivilegedHelperProtocol& object) = 0;
+  virtual void resume() = 0;
+};
+
+class XPCListener;
+
+class XPCListenerDelegate {
+ public:
+  virtual ~XPCListenerDelegate() = default;
+  /// Told of each new connection, on the listener's thread or on that of a request for an
+  /// endpoint. False closes the connection.
+  virtual bool listenerShouldAcceptNewConnection(const XPCListener* listener,
+                                                 XPCIncomingConnection* newConnection) = 0;
+};
+
+/// Offers a service to the processes of the machine under a name.
+///
+/// Each connection's messages are handled one at a time, different connections in parallel. A peer
+/// costs only itself: handshakes and half-sent messages have deadlines, and what a user may hold
+/// (connections, bytes of messages on their way) is bounded.
+class XPCListener {
+ public:
+  /// A listener that is not yet resumed. Never null; a name that cannot be served fails in `run`.
+  static std::unique_ptr<XPCListener> initWithMachServiceName(const std::string& name);
+
+  virtual ~XPCListener() = default;
+
+  /// The delegate must outlive the listener.
+  virtual void setDelegate(XPCListenerDelegate* delegate) = 0;
+  virtual void resume() = 0;
+  virtual void suspend() = 0;
+  /// Takes no more connections, for good. A one-way message that the calling thread is handling is
+  /// acknowledged now if its sender wanted that: the caller may be about to end the process.
+  virtual void invalidate() = 0;
+  /// A new way to this listener.
+  virtual XPCListenerEndpoint endpoint() = 0;
+  /// The run loop of the calling thread: takes connections while the listener is resumed, waits
+  /// while it is suspended. Returns when it is invalidated or has nothing to listen on.
+  virtual void run() = 0;
+};
+
+}  // namespace corvane
+
+#endif

@@ -1,0 +1,33 @@
+#ifndef CORVANE_PLATFORM_LINUX_BUSVALUE_H
+#define CORVANE_PLATFORM_LINUX_BUSVALUE_H
+
+#include <optional>
+
+#include <systemd/sd-bus.h>
+
+#include "foundation/Error.h"
+#include "foundation/Value.h"
+
+namespace corvane {
+
+/// Values in D-Bus messages. Reading: `s` is a string; every integer type, `d` and `b` a number;
+/// `ay` data; `a{sv}` a dictionary; every other array an array; `(sxa{sv})` an error. Anything
+/// else, and containers nested deeper than 32, is -EBADMSG. All functions return 0 or more on
+/// success and a negative errno on failure.
+
+/// The next element of the message, a variant.
+int readVariant(sd_bus_message* message, std::optional<Value>& value);
+/// The next element of the message, of type `a{sv}`.
+int readDictionary(sd_bus_message* message, Dictionary& dictionary);
+/// The next element of the message, of type `ay`.
+int readData(sd_bus_message* message, Data& data);
+/// The next element of the message, of type `a(sxa{sv})` with none or one element.
+int readOptionalError(sd_bus_message* message, std::optional<Error>& error);
+
+int appendVariant(sd_bus_message* message, const Value& value);
+int appendDictionary(sd_bus_message* message, const Dictionary& dictionary);
+int appendOptionalError(sd_bus_message* message, const std::optional<Error>& error);
+
+}  // namespace corvane
+
+#endif

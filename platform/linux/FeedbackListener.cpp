@@ -1,0 +1,93 @@
+#include "platform/FeedbackListener.h"
+
+#include <chrono>
+#include <thread>
+#include <utility>
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/socket.h>
+
+#include "foundation/FileDescriptor.h"
+#include "platform/linux/Bus.h"
+#include "platform/linux/BusValue.h"
+#include "platform/linux/EndpointTransport.h"
+
+namespace corvane {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+int processFeedback(sd_bus_message* message, void* userdata, sd_bus_error* /*error*/) {
+  Dictionary feedback;
+  const int result = readDictionary(message, feedback);
+  if (result < 0) return result;
+  static_cast<ZELPrivilegedOperationFeedbackProtocol*>(userdata)
+      ->processPrivilegedOperationFeedback(feedback);
+  return 1;
+}
+
+const sd_bus_vtable members[] = {
+    SD_BUS_VTABLE_START(0),
+    SD_BUS_METHOD("ProcessPrivilegedOperationFeedback", "a{sv}", "", &processFeedback,
+                  SD_BUS_VTABLE_UNPRIVILEGED | SD_BUS_VTABLE_METHOD_NO_REPLY),
+    SD_BUS_VTABLE_END};
+
+void serve(FileDescriptor socket, ZELPrivilegedOperationFeedbackProtocol& receiver) {
+  const int descriptor = socket.get();
+  // The helper connects when the request has been authorized: a dialog may be in between.
+  if (!waitFor(descriptor, POLLIN, Clock::time_point::max())) return;
+  const Bus bus = makePeerBus(std::move(socket), BusRole::Server);
+  if (bus == nullptr || sd_bus_add_object_vtable(bus.get(), nullptr, feedbackObjectPath,
+                                                 feedbackInterface, members, &receiver) < 0) {
+    return;
+  }
+  int result = completeHandshake(bus.get(), Clock::now() + handshakeTimeout);
+  while (result >= 0) {
+    result = sd_bus_process(bus.get(), nullptr);
+    if (result == 0 && !waitFor(descriptor, POLLIN, Clock::time_point::max())) return;
+  }
+}
+
+class LinuxFeedbackListener : public FeedbackListener {
+ public:
+  explicit LinuxFeedbackListener(ZELPrivilegedOperationFeedbackProtocol& receiver)
+      : LinuxFeedbackListener(receiver, connectedSockets()) {}
+
+  ~LinuxFeedbackListener() override {
+    // Ends the thread whichever side it waits for; dropping an unsent endpoint does too.
+    _endpoint.reset();
+    ::shutdown(_control.get(), SHUT_RDWR);
+    waitUntilClosed();
+  }
+
+  XPCListenerEndpoint takeEndpoint() override { return endpointFromSocket(std::move(_endpoint)); }
+
+  void waitUntilClosed() override {
+    if (_thread.joinable()) _thread.join();
+  }
+
+ private:
+  LinuxFeedbackListener(ZELPrivilegedOperationFeedbackProtocol& receiver,
+                        std::pair<FileDescriptor, FileDescriptor> ends)
+      : _endpoint(std::move(ends.second)),
+        _control(::fcntl(ends.first.get(), F_DUPFD_CLOEXEC, 0)),
+        _thread([&receiver, socket = std::move(ends.first)]() mutable {
+          serve(std::move(socket), receiver);
+        }) {}
+
+  FileDescriptor _endpoint;
+  /// The thread's socket once more, to shut it down from outside.
+  FileDescriptor _control;
+  std::thread _thread;
+};
+
+}  // namespace
+
+std::unique_ptr<FeedbackListener> FeedbackListener::serve(
+    ZELPrivilegedOperationFeedbackProtocol& receiver) {
+  return std::make_unique<LinuxFeedbackListener>(receiver);
+}
+
+}  // namespace corvane

@@ -1,0 +1,182 @@
+#include "platform/XPCListener.h"
+
+#include <atomic>
+#include <cerrno>
+#include <filesystem>
+#include <system_error>
+#include <thread>
+
+#include <poll.h>
+#include <sys/eventfd.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <systemd/sd-daemon.h>
+
+#include "foundation/POSIXError.h"
+#include "platform/StandardLog.h"
+#include "platform/linux/CurrentPeer.h"
+#include "platform/linux/EndpointTransport.h"
+#include "platform/linux/PeerLimits.h"
+#include "platform/linux/ServedConnection.h"
+
+namespace corvane {
+
+namespace {
+
+// The socket on which a service manager waits for clients and starts the daemon for them.
+FileDescriptor socketFromServiceManager() {
+  const int count = ::sd_listen_fds(1);
+  FileDescriptor first;
+  for (int descriptor = SD_LISTEN_FDS_START; descriptor < SD_LISTEN_FDS_START + count;
+       ++descriptor) {
+    FileDescriptor passed(descriptor);
+    if (!first && ::sd_is_socket(descriptor, AF_UNIX, SOCK_STREAM, 1) > 0)
+      first = std::move(passed);
+  }
+  return first;
+}
+
+// Where nobody started the daemon on demand: the service's own path.
+FileDescriptor socketAtServicePath(const std::string& name) {
+  const std::filesystem::path folder = "/run/" + name;
+  const std::string path = folder / "socket";
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  if (path.size() >= sizeof(address.sun_path)) {
+    errno = ENAMETOOLONG;
+    return {};
+  }
+  path.copy(address.sun_path, path.size());
+  std::error_code ignored;
+  std::filesystem::create_directory(folder, ignored);
+
+  FileDescriptor listening(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+  const auto* generic = reinterpret_cast<const sockaddr*>(&address);
+  FileDescriptor probe(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  if (::connect(probe.get(), generic, sizeof(address)) == 0) {
+    errno = EADDRINUSE;  // another daemon serves it
+    return {};
+  }
+  std::filesystem::remove(path, ignored);
+  if (::bind(listening.get(), generic, sizeof(address)) != 0) return {};
+  // Every user may connect; each request is authorized on its own.
+  if (::chmod(path.c_str(), 0666) != 0 || ::listen(listening.get(), SOMAXCONN) != 0) return {};
+  return listening;
+}
+
+Peer peerOfSocket(int socket) {
+  ucred credentials{};
+  socklen_t size = sizeof(credentials);
+  if (::getsockopt(socket, SOL_SOCKET, SO_PEERCRED, &credentials, &size) != 0) {
+    credentials.uid = static_cast<uid_t>(-1);
+  }
+  return {credentials.pid, credentials.uid, credentials.gid, socket};
+}
+
+// Each connection takes three descriptors.
+void raiseDescriptorLimit() {
+  rlimit limit{};
+  if (::getrlimit(RLIMIT_NOFILE, &limit) != 0) return;
+  limit.rlim_cur = limit.rlim_max;
+  ::setrlimit(RLIMIT_NOFILE, &limit);
+}
+
+class LinuxListener : public XPCListener {
+ public:
+  explicit LinuxListener(std::string name) : _name(std::move(name)) {}
+
+  void setDelegate(XPCListenerDelegate* delegate) override { _delegate = delegate; }
+  void resume() override { setState(State::Resumed); }
+  void suspend() override { setState(State::Suspended); }
+  void invalidate() override {
+    setState(State::Invalid);
+    acknowledgeCurrentOneWayMessage();
+  }
+
+  XPCListenerEndpoint endpoint() override {
+    auto [ours, theirs] = connectedSockets();
+    // The kernel would name the daemon as the peer of its own pair: it is whoever asked.
+    const Peer* asking = currentPeer();
+    Peer peer = asking != nullptr ? *asking : peerOfSocket(ours.get());
+    peer.connection = ours.get();
+    offer(std::move(ours), peer);
+    return endpointFromSocket(std::move(theirs));
+  }
+
+  void run() override {
+    raiseDescriptorLimit();
+    FileDescriptor listening = socketFromServiceManager();
+    if (!listening) listening = socketAtServicePath(_name);
+    if (!listening) {
+      NSLog("The service '%s' cannot be served: %s\n", _name.c_str(),
+            posixDescription(posixCodeFromHost(errno)).c_str());
+      return;
+    }
+    while (_state != State::Invalid) {
+      pollfd events[] = {{_wake.get(), POLLIN, 0},
+                         {_state == State::Resumed ? listening.get() : -1, POLLIN, 0}};
+      if (::poll(events, 2, -1) < 0 && errno != EINTR) return;
+      if (events[0].revents != 0) {
+        eventfd_t count = 0;
+        ::eventfd_read(_wake.get(), &count);
+      }
+      if (events[1].revents != 0 && _state == State::Resumed) acceptFrom(listening.get());
+    }
+  }
+
+ private:
+  enum class State { Suspended, Resumed, Invalid };
+
+  void setState(State state) {
+    State before = _state;
+    while (before != State::Invalid && !_state.compare_exchange_weak(before, state)) {
+    }
+    ::eventfd_write(_wake.get(), 1);
+  }
+
+  void acceptFrom(int listening) {
+    FileDescriptor socket(::accept4(listening, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
+    if (!socket) {
+      // Out of descriptors or memory: the client waits in the queue; trying at once would spin.
+      if (errno == EMFILE || errno == ENFILE || errno == ENOBUFS || errno == ENOMEM) {
+        pollfd wake{_wake.get(), POLLIN, 0};
+        ::poll(&wake, 1, 100);
+      }
+      return;
+    }
+    const Peer peer = peerOfSocket(socket.get());
+    offer(std::move(socket), peer);
+  }
+
+  // Serves the connection on a thread of its own if it is within the limits and the delegate
+  // takes it.
+  void offer(FileDescriptor socket, const Peer& peer) {
+    auto connection = std::make_unique<ServedConnection>(std::move(socket), peer, _limits);
+    if (!connection->isWithinLimits() || _delegate == nullptr ||
+        !_delegate->listenerShouldAcceptNewConnection(this, connection.get()) ||
+        !connection->isResumed()) {
+      return;
+    }
+    try {
+      std::thread([served = std::move(connection)] { served->serve(); }).detach();
+    } catch (const std::system_error& error) {
+      NSLog("A connection cannot be served: %s\n", error.what());
+    }
+  }
+
+  std::string _name;
+  XPCListenerDelegate* _delegate = nullptr;
+  std::atomic<State> _state = State::Suspended;
+  FileDescriptor _wake{::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)};
+  std::shared_ptr<PeerLimits> _limits = std::make_shared<PeerLimits>();
+};
+
+}  // namespace
+
+std::unique_ptr<XPCListener> XPCListener::initWithMachServiceName(const std::string& name) {
+  return std::make_unique<LinuxListener>(name);
+}
+
+}  // namespace corvane

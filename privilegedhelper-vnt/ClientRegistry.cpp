@@ -1,0 +1,44 @@
+#include "platform/StandardLog.h"
+#include "privilegedhelper-vnt/ZELPrivilegedHelper.h"
+
+namespace corvane {
+
+bool ZELPrivilegedHelper::listenerShouldAcceptNewConnection(const XPCListener* newListener,
+                                                            XPCIncomingConnection* newConnection) {
+  if (newListener != listener() || newConnection == nullptr) {
+    NSLog("%s: received bad XPC connection request. Ignoring ...\n", "ZELPrivilegedHelper");
+    return false;
+  }
+  newConnection->setExportedInterface({"ZELPrivilegedHelperProtocol"});
+  newConnection->setExportedObject(*this);
+  newConnection->resume();
+  return true;
+}
+
+void ZELPrivilegedHelper::connectWithEndpointUsingReply(const EndpointReply& reply) {
+  reply(listener()->endpoint());
+}
+
+void ZELPrivilegedHelper::getVersionStringUsingReply(const VersionReply& reply) {
+  reply(operationSet()->implementationVersion().value_or(""));
+}
+
+void ZELPrivilegedHelper::registerClientWithPID(std::int32_t pid) {
+  log("Beginning work for client %d.", pid);
+  const std::lock_guard lock(clientSetLock());
+  clientSet().insert(pid);
+}
+
+void ZELPrivilegedHelper::unregisterClientWithPID(std::int32_t pid) {
+  log("Finishing work for client %d.", pid);
+  unsigned long long count = 0;
+  {
+    const std::lock_guard lock(clientSetLock());
+    clientSet().erase(pid);
+    count = clientSet().size();
+  }
+  log("%llu clients remaining.", count);
+  if (count == 0) terminatePrivilegedHelper();
+}
+
+}  // namespace corvane

@@ -1,0 +1,250 @@
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <thread>
+
+#include "foundation/Exception.h"
+#include "foundation/POSIXError.h"
+#include "privilegedhelper-vnt/ZELPrivilegedHelper.h"
+
+namespace corvane {
+
+namespace {
+
+using Code = unsigned long long;  // as the log formats take it
+
+constexpr std::uint64_t codeNop = 9998;
+constexpr std::uint64_t codeDiscardAuth = 9997;
+constexpr std::uint64_t codePrepareUninstall = 9995;
+
+constexpr std::string_view metadataMarker = "!ZELMETA!";
+
+// How long the last message may take to arrive before its connection is taken down.
+constexpr std::chrono::microseconds finalMessagePause{250000};
+
+// The metadata of an argument list that begins with the marker and a dictionary, else null.
+const Dictionary* metadataOf(const Array& arguments) {
+  if (arguments.size() < 2) return nullptr;
+  const std::string* marker = arguments[0].string();
+  return marker != nullptr && *marker == metadataMarker ? arguments[1].dictionary() : nullptr;
+}
+
+bool isTypeCode(char code) {
+  return code == 'S' || code == 'N' || code == 'D';
+}
+
+bool hasType(const Value& value, char code) {
+  switch (code) {
+    case 'S':
+      return value.string() != nullptr;
+    case 'N':
+      return value.number() != nullptr;
+    default:
+      return value.data() != nullptr;
+  }
+}
+
+const char* orNil(const std::string& text) {
+  return text.empty() ? "<nil>" : text.c_str();
+}
+
+}  // namespace
+
+struct ZELPrivilegedHelper::Request {
+  std::uint64_t code;
+  const std::string& identifier;
+  const ZELPrivilegedOperation& operation;
+  const Array& arguments;
+
+  bool hasFeedback() const {
+    return operation.isSupportingProgressFeedback() || operation.isSupportingLiveOutput();
+  }
+};
+
+void ZELPrivilegedHelper::performPrivilegedOperation(
+    std::uint64_t code, const Data& authorizationData,
+    std::optional<XPCListenerEndpoint> feedbackEndpoint, const std::optional<Array>& arguments,
+    const OperationReply& reply) {
+  const std::string* identifier = operationSet()->identifierForCode(code);
+  if (!arguments || identifier == nullptr || identifier->empty()) {
+    logAt(LogPriorityError, "Received invalid operation with code %llu argument list %p.",
+          Code{code}, static_cast<const void*>(arguments ? &*arguments : nullptr));
+    return reply(posixError(POSIXErrorCode::Invalid));
+  }
+  log("About to perform privileged operation '%s' with %llu arguments.", identifier->c_str(),
+      Code{arguments->size()});
+
+  std::optional<std::string> prompt;
+  std::optional<std::string> iconPath;
+  Array withoutMetadata;
+  const Dictionary* metadata = metadataOf(*arguments);
+  if (metadata != nullptr) {
+    withoutMetadata.assign(arguments->begin() + 2, arguments->end());
+    log("Actual number of arguments is %llu. %llu additional metadata entries have been "
+        "transferred.",
+        Code{withoutMetadata.size()}, Code{metadata->size()});
+    processMetadataDictionary(*metadata, &prompt, &iconPath);
+  }
+
+  // Nothing of the arguments is looked at before this: a malformed request is authorized too.
+  if (const auto error =
+          checkAuthorization(authorizationData, code, prompt, iconPath, code == codeDiscardAuth)) {
+    log("Operation could not be authorized, rejected with error code %lld.",
+        static_cast<long long>(error->code()));
+    return reply(error);
+  }
+
+  const ZELPrivilegedOperation* operation = operationSet()->operationWithIdentifier(*identifier);
+  if (operation == nullptr) return reply(posixError(POSIXErrorCode::Invalid));
+  const Request request{code, *identifier, *operation,
+                        metadata != nullptr ? withoutMetadata : *arguments};
+  if (const auto error = checkArguments(request)) return reply(error);
+
+  FeedbackConnection connection;
+  if (feedbackEndpoint && request.hasFeedback()) {
+    if (const auto error =
+            openFeedbackConnection(request, *std::move(feedbackEndpoint), connection)) {
+      return reply(error);
+    }
+  }
+  const std::optional<Error> result = execute(request, connection);
+  if (connection != nullptr) closeFeedbackConnection(*connection);
+  log("Operation %s was completed with return code %lld.", identifier->c_str(),
+      static_cast<long long>(result ? result->code() : 0));
+  reply(result);
+}
+
+std::optional<Error> ZELPrivilegedHelper::checkArguments(const Request& request) const {
+  const char* identifier = request.identifier.c_str();
+  const std::uint64_t count = request.operation.argumentCount();
+  const Error invalid = posixError(POSIXErrorCode::Invalid);
+
+  if (count == ZELVariableArgumentCount) {
+    const auto other =
+        std::find_if(request.arguments.begin(), request.arguments.end(),
+                     [](const Value& argument) { return argument.string() == nullptr; });
+    if (other == request.arguments.end()) return std::nullopt;
+    logAt(LogPriorityError,
+          "Operation %s was rejected because at least one argument has class %s (string expected).",
+          identifier, other->className());
+    return invalid;
+  }
+
+  if (request.arguments.size() != count) {
+    logAt(LogPriorityError,
+          "Operation %s was rejected because an invalid number of arguments was specified (%llu "
+          "expected, %llu sent).",
+          identifier, Code{count}, Code{request.arguments.size()});
+    return invalid;
+  }
+  const std::string types = request.operation.argumentTypeCodes().value_or("");
+  if (types.size() != count) {
+    logAt(LogPriorityError,
+          "Operation %s was rejected because a contradiction in its definition has been detected "
+          "(bad type codes).",
+          identifier);
+    return invalid;
+  }
+  for (std::size_t i = 0; i < types.size(); ++i) {
+    if (!isTypeCode(types[i])) {
+      logAt(LogPriorityError,
+            "Operation %s was rejected because a contradiction in its definition has been detected "
+            "(invalid type code '%c').",
+            identifier, types[i]);
+      return invalid;
+    }
+    if (!hasType(request.arguments[i], types[i])) {
+      logAt(LogPriorityError,
+            "Operation %s was rejected because argument %llu has class %s (expected type '%c').",
+            identifier, Code{i}, request.arguments[i].className(), types[i]);
+      return invalid;
+    }
+  }
+  return std::nullopt;
+}
+
+std::optional<Error> ZELPrivilegedHelper::openFeedbackConnection(
+    const Request& request, XPCListenerEndpoint endpoint, FeedbackConnection& connection) const {
+  log("About to configure feedback protocol.");
+  const auto opened = XPCConnection::initWithListenerEndpoint(std::move(endpoint));
+  opened->setRemoteObjectInterface(operationSet()->interfaceForFeedbackProtocol());
+  opened->resume();
+
+  const bool isProgress = request.operation.isSupportingProgressFeedback();
+  const Dictionary opening = isProgress
+                                 ? Dictionary{{ProgressFractionKey, 0.0}}
+                                 : Dictionary{{OutputDataKey, Data()}, {ErrorDataKey, Data()}};
+  log("About to open return connection for feedback (progress option %d).", isProgress ? 1 : 0);
+
+  // The transport may report from another thread, and long after this looked.
+  const auto slot = std::make_shared<std::atomic<std::shared_ptr<const Error>>>();
+  opened
+      ->remoteObjectProxyWithErrorHandler(
+          [slot](const Error& error) { slot->store(std::make_shared<const Error>(error)); })
+      ->processPrivilegedOperationFeedback(opening);
+  if (const std::shared_ptr<const Error> error = slot->load()) {
+    logAt(LogPriorityError,
+          "The operation is supporting feedback information, but no return connection could be "
+          "opened (%s).",
+          error->localizedDescription().c_str());
+    return *error;
+  }
+  connection = opened;
+  return std::nullopt;
+}
+
+std::optional<Error> ZELPrivilegedHelper::execute(const Request& request,
+                                                  const FeedbackConnection& connection) {
+  switch (request.code) {
+    case codeNop:
+    case codeDiscardAuth:
+      return std::nullopt;
+    case codePrepareUninstall:
+      return posixError(POSIXErrorCode::NotImplemented);
+    default:
+      return executeImplementingMethod(request, connection);
+  }
+}
+
+std::optional<Error> ZELPrivilegedHelper::executeImplementingMethod(
+    const Request& request, const FeedbackConnection& connection) {
+  const char* identifier = request.identifier.c_str();
+  const auto selector = operationSet()->selectorForExecutionOfPrivilegedOperationWithCode(
+      request.code, request.hasFeedback());
+  if (!selector || !operationSet()->respondsToSelector(*selector)) {
+    logAt(LogPriorityError,
+          "Privileged operation %s could not be performed because no implementation found.",
+          identifier);
+    return posixError(POSIXErrorCode::NotImplemented);
+  }
+  log("Operation %s will be executed with feedback option %s.", identifier,
+      connection != nullptr ? "enabled" : "disabled");
+
+  std::string name;
+  std::string reason;
+  try {
+    return operationSet()->performSelector(*selector, request.arguments, connection);
+  } catch (const Exception& exception) {
+    name = exception.name();
+    reason = exception.reason();
+  } catch (const std::exception& exception) {
+    name = "std::exception";
+    reason = exception.what();
+  }
+  logAt(LogPriorityError,
+        "The exception '%s' occurred while trying to execute the privileged operation: %s",
+        orNil(name), orNil(reason));
+  return posixError(POSIXErrorCode::Interrupted);
+}
+
+void ZELPrivilegedHelper::closeFeedbackConnection(XPCConnection& connection) const {
+  log("Sending final feedback message.");
+  connection.remoteObjectProxy().processPrivilegedOperationFeedback(
+      Dictionary{{FinalFeedbackMessageKey, true}});
+  std::this_thread::sleep_for(finalMessagePause);
+  log("Suspending feedback connection %p.", static_cast<const void*>(&connection));
+  connection.suspend();
+  connection.invalidate();
+}
+
+}  // namespace corvane

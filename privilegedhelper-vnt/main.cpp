@@ -1,0 +1,89 @@
+// Failed assertions end the process in every build.
+#undef NDEBUG
+#include <cassert>
+#include <cstdio>
+#include <optional>
+#include <string>
+
+#include <unistd.h>
+
+#include "foundation/PropertyList.h"
+#include "operations/PrincipalClass.h"
+#include "platform/EmbeddedPropertyLists.h"
+#include "platform/SystemLog.h"
+#include "privilegedhelper-vnt/ZELPrivilegedHelper.h"
+
+using namespace corvane;
+
+namespace {
+
+// The information property list of the program; empty if it has none that can be read.
+Dictionary infoDictionary() {
+  const auto list = readPropertyList(embeddedInfoPropertyList());
+  const auto* read = std::get_if<PropertyList>(&list);
+  const Dictionary* dictionary = read != nullptr ? read->root.dictionary() : nullptr;
+  return dictionary != nullptr ? *dictionary : Dictionary();
+}
+
+std::string text(const Dictionary& dictionary, const char* key) {
+  const Value* value = dictionary.find(key);
+  return value != nullptr && value->string() != nullptr ? *value->string() : std::string();
+}
+
+// Serves clients; the status to exit with if that ever ends.
+int serve(ZELPrivilegedOperationSet& operationSet, const std::string& bundleIdentifier,
+          const std::string& version) {
+  aslclient aslHandle = asl_open(bundleIdentifier.c_str(), "Daemon", 0);
+  assert(aslHandle != NULL);
+  aslmsg aslMessage = asl_new(ASL_TYPE_MSG);
+  assert(aslMessage != NULL);
+  asl_set(aslMessage, ASL_KEY_SENDER, bundleIdentifier.c_str());
+
+  const std::string setVersion = operationSet.implementationVersion().value_or("(null)");
+  const bool isVersionConsistent = version == setVersion;
+  if (!isVersionConsistent) {
+    asl_log(aslHandle, aslMessage, LogPriorityError,
+            "Internal implementation error: executable version (%s) does not match implementation "
+            "version of privileged command set (%s).",
+            version.c_str(), setVersion.c_str());
+  }
+
+  int status = 1;
+  if (getuid() != 0) {
+    asl_log(aslHandle, aslMessage, LogPriorityError, "This program needs root privileges.");
+  } else if (isVersionConsistent) {
+    if (ZELPrivilegedHelper* helper =
+            ZELPrivilegedHelper::initForOperationSet(&operationSet, aslHandle, aslMessage)) {
+      helper->run();
+    }
+    status = 0;
+  }
+
+  asl_log(aslHandle, aslMessage, LogPriorityInformational, "Privileged helper is shutting down.");
+  asl_free(aslMessage);
+  asl_close(aslHandle);
+  return status;
+}
+
+}  // namespace
+
+int main(int argc, char* argv[]) {
+  if (argc > 2) return 1;
+  const Dictionary info = infoDictionary();
+  const PrincipalClass* principalClass = PrincipalClass::named(text(info, "NSPrincipalClass"));
+  if (principalClass == nullptr) {
+    std::fputs(
+        "Internal implementation error: The principal class is either not set or not "
+        "implemented.\n",
+        stderr);
+    return 1;
+  }
+  ZELPrivilegedOperationSet& operationSet = principalClass->privilegedOperationSet();
+  const std::string version = text(info, "CFBundleShortVersionString");
+  if (argc == 2) {
+    if (argv[1][0] != 'v') return 1;
+    std::printf("%s (Build %s)\n", version.c_str(), text(info, "CFBundleVersion").c_str());
+    return 0;
+  }
+  return serve(operationSet, text(info, "CFBundleIdentifier"), version);
+}
