@@ -34,7 +34,7 @@ const sd_bus_vtable members[] = {
                   SD_BUS_VTABLE_UNPRIVILEGED | SD_BUS_VTABLE_METHOD_NO_REPLY),
     SD_BUS_VTABLE_END};
 
-void serve(FileDescriptor socket, ZELPrivilegedOperationFeedbackProtocol& receiver) {
+void serveFeedback(FileDescriptor socket, ZELPrivilegedOperationFeedbackProtocol& receiver) {
   const int descriptor = socket.get();
   // The helper connects when the request has been authorized: a dialog may be in between.
   if (!waitFor(descriptor, POLLIN, Clock::time_point::max())) return;
@@ -74,7 +74,7 @@ class LinuxFeedbackListener : public FeedbackListener {
       : _endpoint(std::move(ends.second)),
         _control(::fcntl(ends.first.get(), F_DUPFD_CLOEXEC, 0)),
         _thread([&receiver, socket = std::move(ends.first)]() mutable {
-          serve(std::move(socket), receiver);
+          serveFeedback(std::move(socket), receiver);
         }) {}
 
   FileDescriptor _endpoint;
