@@ -1,0 +1,36 @@
+#ifndef CORVANE_FOUNDATION_PROPERTYLISTFORMATS_H
+#define CORVANE_FOUNDATION_PROPERTYLISTFORMATS_H
+
+#include <cstddef>
+#include <span>
+#include <string>
+#include <string_view>
+#include <variant>
+
+#include "foundation/Error.h"
+#include "foundation/PropertyList.h"
+#include "foundation/Value.h"
+
+namespace corvane {
+
+/// What the readers and writers of the single formats share. Programs use PropertyList.h.
+
+std::variant<Value, Error> readXMLPropertyList(std::span<const std::byte> bytes);
+std::variant<Value, Error> readBinaryPropertyList(std::span<const std::byte> bytes);
+
+/// The values written are within the bounds and well-formed: writePropertyList has seen to it.
+std::variant<Data, Error> writeXMLPropertyList(const Value& root);
+Data writeBinaryPropertyList(const Value& root);
+
+Error propertyListReadError(std::string description);
+Error propertyListWriteError(std::string description);
+
+/// A key that occurs twice in `dictionary`, else null.
+const std::string* duplicateKey(const Dictionary& dictionary);
+
+/// The name of the one entry by which a dictionary stands for the UID of a keyed archive.
+inline constexpr std::string_view propertyListUIDKey = "CF$UID";
+
+}  // namespace corvane
+
+#endif

@@ -1,0 +1,413 @@
+#include <chrono>
+#include <cmath>
+#include <cstdint>
+#include <limits>
+#include <optional>
+#include <string>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "foundation/PropertyList.h"
+
+namespace corvane {
+namespace {
+
+using testing::HasSubstr;
+
+std::variant<PropertyList, Error> read(std::string_view text) {
+  return readPropertyList(std::as_bytes(std::span(text)));
+}
+
+std::optional<Value> value(std::string_view text) {
+  const auto result = read(text);
+  const auto* list = std::get_if<PropertyList>(&result);
+  return list != nullptr ? std::optional(list->root) : std::nullopt;
+}
+
+/// The description of the error that `text` is read with; empty if it is none.
+std::string failure(std::string_view text) {
+  const auto result = read(text);
+  const auto* error = std::get_if<Error>(&result);
+  if (error == nullptr) return "";
+  EXPECT_TRUE(error->is(NSCocoaErrorDomain, NSPropertyListReadCorruptError));
+  return error->localizedDescription();
+}
+
+std::string xml(std::string_view content) {
+  return "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
+         "<!DOCTYPE plist PUBLIC \"-//Apple//DTD PLIST 1.0//EN\" "
+         "\"http://www.apple.com/DTDs/PropertyList-1.0.dtd\">\n<plist version=\"1.0\">" +
+         std::string(content) + "</plist>\n";
+}
+
+std::string repeated(std::string_view text, std::size_t count) {
+  std::string result;
+  result.reserve(text.size() * count);
+  for (std::size_t i = 0; i < count; ++i) result += text;
+  return result;
+}
+
+std::string bigEndian(std::uint64_t value, std::size_t size) {
+  std::string bytes;
+  for (std::size_t i = size; i-- > 0;) bytes += static_cast<char>(value >> 8 * i & 0xFF);
+  return bytes;
+}
+
+/// A binary property list of objects given as bytes, with one-byte references; the first is the
+/// root.
+std::string binary(const std::vector<std::string>& objects) {
+  std::string bytes = "bplist00";
+  std::string table;
+  for (const std::string& object : objects) {
+    table += bigEndian(bytes.size(), 4);
+    bytes += object;
+  }
+  const std::size_t tableOffset = bytes.size();
+  return bytes + table + std::string(6, '\0') + "\x04\x01" + bigEndian(objects.size(), 8) +
+         bigEndian(0, 8) + bigEndian(tableOffset, 8);
+}
+
+Value everyKind() {
+  return Dictionary{
+      {"z first", "text"},
+      {"a second", true},
+      {"no", false},
+      {"zero", 0},
+      {"negative", -1},
+      {"least", std::numeric_limits<std::int64_t>::min()},
+      {"most", std::numeric_limits<std::int64_t>::max()},
+      {"unsigned", std::numeric_limits<std::uint64_t>::max()},
+      {"255", 255},
+      {"256", 256},
+      {"65536", 65536},
+      {"4294967296", std::int64_t{4294967296}},
+      {"tenth", 0.1},
+      {"three", 3.0},
+      {"tiny", 4.9406564584124654e-324},
+      {"huge", std::numeric_limits<double>::max()},
+      {"infinite", -std::numeric_limits<double>::infinity()},
+      {"date", Date{-978307200}},
+      {"far", Date{63113904000}},
+      {"data", dataFromString(std::string("\0\xFF\x80 binary", 10))},
+      {"long data", Data(1000, std::byte{0xA5})},
+      {"empty data", Data()},
+      {"empty", ""},
+      {"<&>\"'", "a & b < c > d ]]> \r\n\t \xC3\xA4 \xE6\x97\xA5 \xF0\x9F\x98\x80"},
+      {"\xC3\xA4", Array{1, "two", Array{}, Dictionary{}}},
+      {"nested", Dictionary{{"x", Array{Dictionary{{"y", "same"}}, "same"}}}},
+  };
+}
+
+class BothFormats : public testing::TestWithParam<PropertyListFormat> {};
+INSTANTIATE_TEST_SUITE_P(PropertyListTest, BothFormats,
+                         testing::Values(PropertyListFormat::XML, PropertyListFormat::Binary));
+
+TEST_P(BothFormats, EveryKindComesBackAsItWas) {
+  const auto written = writePropertyList(everyKind(), GetParam());
+  ASSERT_TRUE(std::holds_alternative<Data>(written));
+  const auto result = readPropertyList(std::get<Data>(written));
+  ASSERT_TRUE(std::holds_alternative<PropertyList>(result))
+      << std::get<Error>(result).localizedDescription();
+  const auto& list = std::get<PropertyList>(result);
+  EXPECT_EQ(list.format, GetParam());
+  const Value expected = everyKind();
+  for (const auto& [key, expectedValue] : *expected.dictionary()) {
+    const Value* found = list.root.dictionary()->find(key);
+    ASSERT_NE(found, nullptr) << key;
+    EXPECT_EQ(*found, expectedValue) << key;
+  }
+  EXPECT_EQ(list.root, expected);
+  std::string order;
+  std::string expectedOrder;
+  for (const auto& [key, item] : *list.root.dictionary()) order += key + ",";
+  for (const auto& [key, item] : *expected.dictionary()) expectedOrder += key + ",";
+  EXPECT_EQ(order, expectedOrder);
+}
+
+TEST_P(BothFormats, AnErrorIsNotWritten) {
+  const auto written = writePropertyList(Array{Error("domain", 1)}, GetParam());
+  ASSERT_TRUE(std::holds_alternative<Error>(written));
+  EXPECT_EQ(std::get<Error>(written).code(), NSPropertyListWriteInvalidError);
+}
+
+TEST_P(BothFormats, MalformedTextIsNotWritten) {
+  EXPECT_TRUE(std::holds_alternative<Error>(writePropertyList("\xFF", GetParam())));
+  EXPECT_TRUE(
+      std::holds_alternative<Error>(writePropertyList(Dictionary{{"\xC0\xAF", 1}}, GetParam())));
+}
+
+TEST_P(BothFormats, ValuesNestedBeyondTheBoundAreNotWritten) {
+  Value value = 1;
+  for (std::size_t i = 0; i < propertyListMaximumDepth; ++i) value = Array{std::move(value)};
+  const auto written = writePropertyList(value, GetParam());
+  ASSERT_TRUE(std::holds_alternative<Data>(written));
+  EXPECT_TRUE(std::holds_alternative<PropertyList>(readPropertyList(std::get<Data>(written))));
+  EXPECT_TRUE(std::holds_alternative<Error>(writePropertyList(Array{value}, GetParam())));
+}
+
+TEST_P(BothFormats, ATextBeyondTheBoundIsNotWritten) {
+  const std::string text(propertyListMaximumBytes + 1, 'a');
+  EXPECT_TRUE(std::holds_alternative<Error>(writePropertyList(text, GetParam())));
+}
+
+TEST_P(BothFormats, EveryListCutShortIsAnError) {
+  const auto written = writePropertyList(everyKind(), GetParam());
+  const Data& bytes = std::get<Data>(written);
+  // The line feed after the last tag of XML may be missing.
+  for (std::size_t size = 0; size + 1 < bytes.size(); ++size) {
+    EXPECT_TRUE(std::holds_alternative<Error>(readPropertyList(std::span(bytes).first(size))))
+        << size;
+  }
+}
+
+TEST(PropertyListTest, ControlCharactersAreForTheBinaryFormOnly) {
+  const Value value = std::string("a\0b\x01", 4);
+  EXPECT_TRUE(std::holds_alternative<Error>(writePropertyList(value, PropertyListFormat::XML)));
+  EXPECT_TRUE(
+      std::holds_alternative<Error>(writePropertyList("\xEF\xBF\xBE", PropertyListFormat::XML)));
+  const auto written = writePropertyList(value, PropertyListFormat::Binary);
+  EXPECT_EQ(std::get<PropertyList>(readPropertyList(std::get<Data>(written))).root, value);
+}
+
+TEST(PropertyListTest, DatesThatXMLCannotTellAreForTheBinaryFormOnly) {
+  for (const double seconds : {1e300, -1e12, std::nan("")}) {
+    const Value value = Date{seconds};
+    EXPECT_TRUE(std::holds_alternative<Error>(writePropertyList(value, PropertyListFormat::XML)));
+    EXPECT_TRUE(std::holds_alternative<Data>(writePropertyList(value, PropertyListFormat::Binary)));
+  }
+}
+
+TEST(PropertyListTest, FractionsOfSecondsAreKeptByTheBinaryForm) {
+  const Value value = Date{-1.123456789};
+  const auto binary = writePropertyList(value, PropertyListFormat::Binary);
+  EXPECT_EQ(std::get<PropertyList>(readPropertyList(std::get<Data>(binary))).root, value);
+  const auto text = writePropertyList(value, PropertyListFormat::XML);
+  EXPECT_THAT(std::string(stringFromData(std::get<Data>(text))),
+              HasSubstr("<date>2000-12-31T23:59:58Z</date>"));
+}
+
+TEST(XMLPropertyListTest, NumbersAreReadAsTheyAreMeant) {
+  EXPECT_EQ(value(xml("<integer> -0x10 </integer>")), Value(-16));
+  EXPECT_EQ(value(xml("<integer>+7</integer>")), Value(7));
+  EXPECT_EQ(value(xml("<integer>18446744073709551615</integer>")),
+            Value(std::numeric_limits<std::uint64_t>::max()));
+  EXPECT_EQ(value(xml("<real>+1e3</real>")), Value(1000.0));
+  EXPECT_TRUE(std::isnan(value(xml("<real>nan</real>"))->number()->doubleValue()));
+  EXPECT_EQ(value(xml("<true/>")), Value(true));
+}
+
+TEST(XMLPropertyListTest, TextIsReadWithItsReferencesAndSections) {
+  EXPECT_EQ(value(xml("<string>a&amp;&#233;&#x1F600;<!-- no --><![CDATA[<x>]]> </string>")),
+            Value("a&\xC3\xA9\xF0\x9F\x98\x80<x> "));
+  EXPECT_EQ(value(xml("<string/>")), Value(""));
+}
+
+TEST(XMLPropertyListTest, AValueNeedsNoPlistElementAroundIt) {
+  EXPECT_EQ(value("<array><integer>1</integer></array>"), Value(Array{1}));
+  EXPECT_EQ(value("\n <string>x</string>"), Value("x"));
+}
+
+TEST(XMLPropertyListTest, UTF16WithAByteOrderMarkIsRead) {
+  const std::string_view text = "<string>x</string>";
+  std::string big = "\xFE\xFF";
+  std::string little = "\xFF\xFE";
+  for (const char character : text) {
+    big += {'\0', character};
+    little += {character, '\0'};
+  }
+  EXPECT_EQ(value(big), Value("x"));
+  EXPECT_EQ(value(little), Value("x"));
+}
+
+TEST(XMLPropertyListTest, WhatIsDamagedIsAnErrorAndNotGuessed) {
+  for (const char* content : {"",
+                              "<integer/>",
+                              "<integer>abc</integer>",
+                              "<integer>1 2</integer>",
+                              "<integer>18446744073709551616</integer>",
+                              "<integer>-9223372036854775809</integer>",
+                              "<integer>--1</integer>",
+                              "<real>one</real>",
+                              "<real>+-1</real>",
+                              "<real>1e999</real>",
+                              "<date>garbage</date>",
+                              "<date>2010-13-01T00:00:00Z</date>",
+                              "<date>2010-02-29T00:00:00Z</date>",
+                              "<date>2010-01-01T24:00:00Z</date>",
+                              "<date>2010-01-01</date>",
+                              "<data>!!</data>",
+                              "<data>AAE</data>",
+                              "<data>A===</data>",
+                              "<data>AA=A</data>",
+                              "<data>AAAA=</data>",
+                              "<string>&foo;</string>",
+                              "<string>&#0;</string>",
+                              "<string>&#xD800;</string>",
+                              "<string>\xFF</string>",
+                              "<string>\x01</string>",
+                              "<string><true/></string>",
+                              "<foo/>",
+                              "<true/><false/>",
+                              "<true>x</true>",
+                              "text",
+                              "<array>text</array>",
+                              "<array><key>a</key></array>",
+                              "<array><string>x</array>",
+                              "<array>",
+                              "<dict><key>a</key></dict>",
+                              "<dict><string>a</string></dict>",
+                              "<dict><key>a</key><key>b</key></dict>",
+                              "<dict><key>a</key><true/><key>a</key><true/></dict>",
+                              "<plist><true/></plist>"}) {
+    EXPECT_NE(failure(xml(content)), "") << content;
+  }
+}
+
+TEST(XMLPropertyListTest, TheErrorTellsTheLineAndTheReason) {
+  EXPECT_EQ(failure(xml("\n<date>never</date>")), "Line 4: a value is not what its element says.");
+  EXPECT_THAT(failure(xml("<dict><key>k</key><true/><key>k</key><true/></dict>")),
+              HasSubstr("the key \"k\" occurs twice"));
+}
+
+TEST(XMLPropertyListTest, DeclaredEntitiesAreRefused) {
+  EXPECT_THAT(failure("<!DOCTYPE plist [<!ENTITY a \"b\"><!ENTITY c \"&a;&a;\">]>"
+                      "<plist><string>&c;</string></plist>"),
+              HasSubstr("no entities"));
+  EXPECT_NE(failure("<!DOCTYPE plist [<!ENTITY a SYSTEM \"file:///etc/passwd\">]>"
+                    "<plist><string>&a;</string></plist>"),
+            "");
+}
+
+TEST(XMLPropertyListTest, ValuesNestedDeeplyAreAnError) {
+  const std::string array = repeated("<array>", 100'000) + repeated("</array>", 100'000);
+  EXPECT_THAT(failure(xml(array)), HasSubstr("nested too deeply"));
+  EXPECT_THAT(failure(xml(repeated("<dict><key>a</key>", 100'000))),
+              HasSubstr("nested too deeply"));
+  EXPECT_NE(failure(xml(repeated("<x>", 100'000))), "");
+}
+
+TEST(XMLPropertyListTest, AListFullOfReferencesTakesTimeInProportion) {
+  const std::size_t count = 4'000'000;
+  EXPECT_EQ(value(xml("<string>" + repeated("&amp;", count) + "</string>")),
+            Value(std::string(count, '&')));
+}
+
+TEST(XMLPropertyListTest, TooManyBytesOrValuesAreAnError) {
+  EXPECT_THAT(failure(xml("<string>" + std::string(std::size_t{100} << 20U, 'a') + "</string>")),
+              HasSubstr("too large"));
+  EXPECT_THAT(failure(xml("<array>" + repeated("<true/>", propertyListMaximumValues) + "</array>")),
+              HasSubstr("too many values"));
+}
+
+TEST(BinaryPropertyListTest, WhatOtherWritersUseIsRead) {
+  EXPECT_EQ(value(binary({"\x22" + bigEndian(0x3FC00000, 4)})), Value(1.5));
+  EXPECT_EQ(value(binary({"\x14" + bigEndian(0, 8) + bigEndian(UINT64_MAX, 8)})),
+            Value(std::numeric_limits<std::uint64_t>::max()));
+  EXPECT_EQ(value(binary({"\x14" + bigEndian(UINT64_MAX, 8) + bigEndian(UINT64_MAX, 8)})),
+            Value(-1));
+  EXPECT_EQ(value(binary({"\x72\xC3\xA4"})), Value("\xC3\xA4"));
+  EXPECT_EQ(value(binary({std::string("\x80\x07")})), Value(Dictionary{{"CF$UID", 7}}));
+}
+
+TEST(BinaryPropertyListTest, AUIDIsWrittenAsOne) {
+  const auto written = writePropertyList(Dictionary{{"CF$UID", 300}}, PropertyListFormat::Binary);
+  EXPECT_THAT(std::string(stringFromData(std::get<Data>(written))), HasSubstr("\x81\x01\x2C"));
+}
+
+TEST(BinaryPropertyListTest, CyclesAreAnError) {
+  using namespace std::string_literals;
+  EXPECT_THAT(failure(binary({"\xA1\x00"s})), HasSubstr("contains itself"));
+  EXPECT_THAT(failure(binary({"\xA1\x01"s, "\xD1\x02\x00"s, "\x51k"s})),
+              HasSubstr("contains itself"));
+}
+
+TEST(BinaryPropertyListTest, AListThatUnfoldsBeyondTheBoundsIsAnError) {
+  // Twenty-four arrays, each of twice the next: 2^24 values in a hundred bytes.
+  std::vector<std::string> doubling;
+  for (char i = 1; i <= 24; ++i) doubling.push_back(std::string("\xA2") + i + i);
+  doubling.emplace_back("\x09");
+  EXPECT_THAT(failure(binary(doubling)), HasSubstr("too many values"));
+
+  std::vector<std::string> texts = {
+      "\xAF\x10\xFF" + std::string(255, '\1'),
+      "\x5F\x12" + bigEndian(1U << 20U, 4) + std::string(1U << 20U, 'a')};
+  EXPECT_THAT(failure(binary(texts)), HasSubstr("too large"));
+
+  std::vector<std::string> deep;
+  std::string bytes = "bplist00";
+  std::string table;
+  const std::uint64_t count = 100'000;
+  for (std::uint64_t i = 0; i < count; ++i) {
+    table += bigEndian(bytes.size(), 4);
+    bytes += "\xA1" + bigEndian(i + 1 < count ? i + 1 : 0, 4);
+  }
+  const std::size_t tableOffset = bytes.size();
+  EXPECT_THAT(failure(bytes + table + std::string(6, '\0') + "\x04\x04" + bigEndian(count, 8) +
+                      bigEndian(0, 8) + bigEndian(tableOffset, 8)),
+              HasSubstr("nested too deeply"));
+}
+
+TEST(BinaryPropertyListTest, WhatIsDamagedIsAnError) {
+  using namespace std::string_literals;
+  const std::vector<std::vector<std::string>> lists = {
+      {"\x00"s},                          // null
+      {"\x0F"s},                          // a filler
+      {"\x15"s + std::string(32, '\0')},  // an integer of 32 bytes
+      {"\x14"s + bigEndian(1, 8) + bigEndian(0, 8)},
+      {"\x13\x00"s},  // cut short
+      {"\x24"s + std::string(16, '\0')},
+      {"\x32"s + std::string(4, '\0')},
+      {"\x5F\x13"s + bigEndian(UINT64_MAX, 8)},
+      {"\x6F\x13"s + bigEndian(UINT64_MAX / 2 + 1, 8)},
+      {"\xAF\x13"s + bigEndian(UINT64_MAX, 8)},
+      {"\xDF\x13"s + bigEndian(UINT64_MAX / 2 + 1, 8)},
+      {"\x5F\x5F"s},      // a count that is no integer
+      {"\x51\x80"s},      // no ASCII
+      {"\x61\xD8\x00"s},  // half a surrogate pair
+      {"\x71\xFF"s},      // no UTF-8
+      {"\x88"s + std::string(9, '\0')},
+      {"\xC0"s},                       // a set
+      {"\xA1\x05"s},                   // no such object
+      {"\xD1\x01\x01"s, "\x10\x01"s},  // a key that is a number
+      {"\xD2\x01\x01\x01\x01"s, "\x51k"s},
+  };
+  for (const auto& list : lists) {
+    EXPECT_NE(failure(binary(list)), "") << testing::PrintToString(list);
+  }
+}
+
+TEST(BinaryPropertyListTest, ADamagedTrailerIsAnError) {
+  const std::string sound = binary({"\x09"});
+  ASSERT_EQ(value(sound), Value(true));
+  const std::size_t trailer = sound.size() - 32;
+  for (const std::size_t position : {6U, 7U, 8U, 16U, 24U}) {
+    for (const char byte : {'\0', '\x09', '\xFF'}) {
+      std::string damaged = sound;
+      damaged[trailer + position] = byte;
+      if (damaged == sound) continue;
+      EXPECT_NE(failure(damaged), "") << position << " " << int(byte);
+    }
+  }
+  EXPECT_NE(failure("bplist"), "");
+  EXPECT_NE(failure("bplist99" + std::string(40, '\0')), "");
+}
+
+TEST(BinaryPropertyListTest, NoChangedByteMakesTheReaderFail) {
+  const auto written = writePropertyList(everyKind(), PropertyListFormat::Binary);
+  std::string bytes(stringFromData(std::get<Data>(written)));
+  for (std::size_t i = 0; i < bytes.size(); ++i) {
+    const char sound = bytes[i];
+    for (const int bits : {0x01, 0x10, 0x80, 0xFF}) {
+      bytes[i] = static_cast<char>(sound ^ bits);
+      const auto result = read(bytes);  // a list or an error: what counts is to get here
+      if (const auto* list = std::get_if<PropertyList>(&result)) {
+        EXPECT_NE(list->root.className(), nullptr);
+      }
+    }
+    bytes[i] = sound;
+  }
+}
+
+}  // namespace
+}  // namespace corvane
