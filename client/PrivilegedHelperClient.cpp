@@ -1,0 +1,203 @@
+#include "PrivilegedHelperClient.h"
+
+#include <unistd.h>
+
+#include "foundation/POSIXError.h"
+#include "platform/AuthorizationIssuer.h"
+#include "platform/FeedbackListener.h"
+#include "platform/HelperConnection.h"
+
+namespace corvane {
+
+namespace {
+
+using Kind = CommunicationFailure::Kind;
+
+constexpr const char* helperSocketPath = "/run/com.corvane.system.privilegedhelper-vnt/socket";
+
+constexpr std::uint64_t codeDeleteFileobjects = 0;
+constexpr std::uint64_t codeDiscardAuth = 9997;
+constexpr std::uint64_t codeNop = 9998;
+
+// A helper may end between the connection and the first message, when its last client leaves: its
+// successor serves the next connection.
+constexpr int connectionAttempts = 5;
+
+template <typename T>
+std::optional<CommunicationFailure> failureOf(const std::variant<T, CommunicationFailure>& answer) {
+  const auto* failure = std::get_if<CommunicationFailure>(&answer);
+  return failure != nullptr ? std::optional(*failure) : std::nullopt;
+}
+
+CommunicationFailure failureOfIssuer(const Error& error) {
+  if (isPOSIXError(error, POSIXErrorCode::TimedOut)) {
+    return {Kind::TimedOut, error.localizedDescription()};
+  }
+  if (isPOSIXError(error, POSIXErrorCode::ConnectionReset)) {
+    return {Kind::Lost, error.localizedDescription()};
+  }
+  return {Kind::Refused, error.localizedDescription()};
+}
+
+// Takes the messages apart for the callbacks.
+class FeedbackReceiver : public ZELPrivilegedOperationFeedbackProtocol {
+ public:
+  explicit FeedbackReceiver(const PrivilegedHelperClient::Feedback& feedback)
+      : _feedback(feedback) {}
+
+  void processPrivilegedOperationFeedback(const Dictionary& message) override {
+    for (const auto& [key, value] : message) {
+      if (key == ProgressFractionKey && value.number() != nullptr && _feedback.progress) {
+        _feedback.progress(value.number()->doubleValue());
+      } else if (key == OutputDataKey && value.data() != nullptr && _feedback.output) {
+        _feedback.output(*value.data());
+      } else if (key == ErrorDataKey && value.data() != nullptr && _feedback.errorOutput) {
+        _feedback.errorOutput(*value.data());
+      }
+    }
+  }
+
+ private:
+  const PrivilegedHelperClient::Feedback& _feedback;
+};
+
+}  // namespace
+
+class PrivilegedHelperClient::Session {
+ public:
+  explicit Session(Options options) : _options(std::move(options)) {
+    if (_options.helperSocketPath.empty()) _options.helperSocketPath = helperSocketPath;
+    if (_options.authorizationSocketPath.empty()) {
+      _options.authorizationSocketPath = AuthorizationIssuerSocketPath;
+    }
+  }
+
+  ~Session() {
+    if (_isRegistered) _connection->unregisterClientWithPID(::getpid(), _options.patience);
+  }
+
+  std::optional<CommunicationFailure> connectAndRegister() {
+    for (int attempt = 1; !_isRegistered; ++attempt) {
+      std::optional<CommunicationFailure> failure = connect();
+      if (!failure) {
+        failure = failureOf(_connection->registerClientWithPID(::getpid(), _options.patience));
+      }
+      _isRegistered = !failure;
+      if (failure) {
+        _connection.reset();
+        if (failure->kind != Kind::Lost || attempt == connectionAttempts) return failure;
+      }
+    }
+    return std::nullopt;
+  }
+
+  Answer<std::string> helperVersion() {
+    if (const auto failure = connectAndRegister()) return *failure;
+    return _connection->getVersionString(_options.patience);
+  }
+
+  std::optional<CommunicationFailure> enableDebugMode(bool flag) {
+    if (const auto failure = connect()) return failure;
+    return failureOf(_connection->enableDebugMode(flag, _options.patience));
+  }
+
+  Outcome perform(std::uint64_t code, const std::vector<Value>& arguments,
+                  const std::optional<Feedback>& feedback) {
+    if (const auto failure = connectAndRegister()) return {failure, std::nullopt};
+    if (const auto failure = obtainAuthorization()) return {failure, std::nullopt};
+
+    std::optional<FeedbackReceiver> receiver;
+    std::unique_ptr<FeedbackListener> listener;
+    std::optional<XPCListenerEndpoint> endpoint;
+    if (feedback) {
+      listener = FeedbackListener::serve(receiver.emplace(*feedback));
+      endpoint = listener->takeEndpoint();
+    }
+    const auto answer =
+        _connection->performPrivilegedOperation(code, _authorization, std::move(endpoint),
+                                                withMetadata(arguments), _options.operationTimeout);
+    if (const auto failure = failureOf(answer)) {
+      _connection.reset();
+      _isRegistered = false;
+      return {failure, std::nullopt};
+    }
+    // The helper closes its end before it answers, so what it sent has arrived or is about to.
+    if (listener != nullptr) listener->waitUntilClosed();
+    return {std::nullopt, std::get<std::optional<Error>>(answer)};
+  }
+
+ private:
+  std::optional<CommunicationFailure> connect() {
+    if (_connection != nullptr) return std::nullopt;
+    auto connection = HelperConnection::connect(_options.helperSocketPath, _options.patience);
+    if (auto failure = failureOf(connection)) return failure;
+    _connection = std::get<std::unique_ptr<HelperConnection>>(std::move(connection));
+    return std::nullopt;
+  }
+
+  std::optional<CommunicationFailure> obtainAuthorization() {
+    if (!_authorization.empty()) return std::nullopt;
+    const auto form =
+        requestAuthorizationExternalForm(_options.authorizationSocketPath, _options.patience);
+    if (const auto* error = std::get_if<Error>(&form)) return failureOfIssuer(*error);
+    const auto& bytes = std::get<AuthorizationExternalForm>(form).bytes;
+    _authorization.assign(std::begin(bytes), std::end(bytes));
+    return std::nullopt;
+  }
+
+  Array withMetadata(const std::vector<Value>& arguments) const {
+    Dictionary metadata;
+    if (_options.prompt) metadata.set("ZELAuthorizationPrompt", *_options.prompt);
+    if (_options.iconPath) metadata.set("ZELAuthorizationIcon", *_options.iconPath);
+    if (metadata.empty()) return arguments;
+    Array all = {"!ZELMETA!", std::move(metadata)};
+    all.insert(all.end(), arguments.begin(), arguments.end());
+    return all;
+  }
+
+  Options _options;
+  std::unique_ptr<HelperConnection> _connection;
+  bool _isRegistered = false;
+  Data _authorization;
+};
+
+PrivilegedHelperClient::PrivilegedHelperClient(Options options)
+    : _session(std::make_unique<Session>(std::move(options))) {}
+
+PrivilegedHelperClient::~PrivilegedHelperClient() = default;
+
+std::optional<CommunicationFailure> PrivilegedHelperClient::connect() {
+  return _session->connectAndRegister();
+}
+
+PrivilegedHelperClient::Answer<std::string> PrivilegedHelperClient::helperVersion() {
+  return _session->helperVersion();
+}
+
+std::optional<CommunicationFailure> PrivilegedHelperClient::enableDebugMode(bool flag) {
+  return _session->enableDebugMode(flag);
+}
+
+PrivilegedHelperClient::Outcome PrivilegedHelperClient::perform(
+    std::uint64_t code, const std::vector<Value>& arguments,
+    const std::optional<Feedback>& feedback) {
+  return _session->perform(code, arguments, feedback);
+}
+
+PrivilegedHelperClient::Outcome PrivilegedHelperClient::nop() {
+  return perform(codeNop, {});
+}
+
+PrivilegedHelperClient::Outcome PrivilegedHelperClient::discardAuthorization() {
+  return perform(codeDiscardAuth, {});
+}
+
+PrivilegedHelperClient::Outcome PrivilegedHelperClient::deleteFileObjects(
+    const std::vector<std::string>& paths, bool recursive, bool stopOnFirstError,
+    const std::optional<Feedback>& feedback) {
+  std::vector<Value> arguments = {recursive ? "1" : "0", stopOnFirstError ? "1" : "0"};
+  arguments.insert(arguments.end(), paths.begin(), paths.end());
+  return perform(codeDeleteFileobjects, arguments, feedback);
+}
+
+}  // namespace corvane

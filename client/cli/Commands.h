@@ -1,0 +1,24 @@
+#ifndef CORVANE_CLIENT_CLI_COMMANDS_H
+#define CORVANE_CLIENT_CLI_COMMANDS_H
+
+#include <string>
+#include <vector>
+
+#include "client/cli/Report.h"
+
+namespace corvane::cli {
+
+/// The commands. Each returns the status to exit with.
+
+int deleteObjects(const Context& context, const std::vector<std::string>& paths, bool recursive,
+                  bool stopOnFirstError);
+int nop(const Context& context);
+int discardAuthorization(const Context& context);
+int showVersion(const Context& context);
+int setDebugMode(const Context& context, bool flag);
+int listOperations(const Context& context);
+int examine(const Context& context);
+
+}  // namespace corvane::cli
+
+#endif

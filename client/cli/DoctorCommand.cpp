@@ -1,0 +1,113 @@
+#include <algorithm>
+#include <cstdio>
+
+#include "client/cli/Commands.h"
+#include "operationset-vnt/ZELPrivilegedOperationSetVNT.h"
+
+namespace corvane::cli {
+
+namespace {
+
+// What one check found. A check that cannot be made is no problem, and no assurance either.
+struct Finding {
+  enum class State { Good, Bad, Unknown };
+  const char* subject;
+  State state;
+  std::string detail;
+  std::string advice;
+  int status = ExitFailed;  // what a bad one makes the command exit with
+};
+using State = Finding::State;
+
+Finding examineHelper(PrivilegedHelperClient& client) {
+  const auto answer = client.helperVersion();
+  if (const auto* failure = std::get_if<CommunicationFailure>(&answer)) {
+    return {"helper", State::Bad, failure->description,
+            "Install the helper, or see whether its socket is enabled and may be connected to.",
+            ExitOutOfReach};
+  }
+  return {"helper", State::Good, "answers", {}};
+}
+
+Finding examineVersion(PrivilegedHelperClient& client) {
+  const auto answer = client.helperVersion();
+  const auto* version = std::get_if<std::string>(&answer);
+  const std::string own =
+      ZELPrivilegedOperationSetVNT::privilegedOperationSet().implementationVersion().value_or("");
+  if (version == nullptr) return {"version", State::Unknown, "the helper does not answer", {}};
+  if (*version == own) return {"version", State::Good, own, {}};
+  return {"version", State::Bad, "the helper is " + *version + ", this client " + own,
+          "Install the helper that came with this client."};
+}
+
+Finding examineAuthorization(PrivilegedHelperClient& client) {
+  const PrivilegedHelperClient::Outcome outcome = client.nop();
+  if (outcome.failure) {
+    return {"authorization", State::Bad, outcome.failure->description,
+            "See whether the authorization socket is enabled and may be connected to.",
+            ExitOutOfReach};
+  }
+  if (outcome.error) {
+    return {"authorization", State::Bad, outcome.error->localizedDescription(),
+            "Even the empty operation is refused: are the rights registered?"};
+  }
+  return {"authorization", State::Good, "an empty operation is allowed", {}};
+}
+
+Finding examineRights() {
+  int missing = 0;
+  int unknown = 0;
+  int all = 0;
+  ZELPrivilegedOperationSetVNT::privilegedOperationSet().enumerateRightDefinitionsUsingBlock(
+      [&](const std::optional<std::string>& name, const Value&, const std::string&) {
+        const OSStatus status = AuthorizationRightGet(name.value_or("").c_str(), nullptr);
+        ++all;
+        if (status == errAuthorizationDenied) ++missing;
+        if (status != errAuthorizationSuccess && status != errAuthorizationDenied) ++unknown;
+      });
+  if (unknown > 0) return {"rights", State::Unknown, "only root may look them up here", {}};
+  if (missing == 0)
+    return {"rights", State::Good, "all " + std::to_string(all) + " registered", {}};
+  return {"rights", State::Bad,
+          std::to_string(missing) + " of " + std::to_string(all) + " are not registered",
+          "Register them as root."};
+}
+
+const char* textFor(State state) {
+  switch (state) {
+    case State::Good:
+      return "ok";
+    case State::Bad:
+      return "PROBLEM";
+    case State::Unknown:
+      return "unknown";
+  }
+  return "";
+}
+
+}  // namespace
+
+int examine(const Context& context) {
+  PrivilegedHelperClient client(context.client);
+  const std::vector<Finding> findings = {examineHelper(client), examineVersion(client),
+                                         examineAuthorization(client), examineRights()};
+  int status = ExitDone;
+  nlohmann::json rows = nlohmann::json::array();
+  for (const Finding& finding : findings) {
+    if (finding.state == State::Bad) status = std::max(status, finding.status);
+    if (context.isJSON) {
+      rows.push_back({{"subject", finding.subject},
+                      {"state", textFor(finding.state)},
+                      {"detail", finding.detail},
+                      {"advice", finding.advice}});
+      continue;
+    }
+    std::printf("%-14s %-8s %s\n", finding.subject, textFor(finding.state),
+                printable(finding.detail).c_str());
+    if (!finding.advice.empty()) std::printf("%-14s %-8s %s\n", "", "", finding.advice.c_str());
+  }
+  if (context.isJSON) printResult(rows);
+  return status;
+}
+
+}  // namespace corvane::cli

@@ -1,0 +1,35 @@
+#include <cstdio>
+
+#include "client/cli/Commands.h"
+
+namespace corvane::cli {
+
+int nop(const Context& context) {
+  return report(context, "contact the helper", PrivilegedHelperClient(context.client).nop());
+}
+
+int discardAuthorization(const Context& context) {
+  return report(context, "discard the authorization",
+                PrivilegedHelperClient(context.client).discardAuthorization());
+}
+
+int showVersion(const Context& context) {
+  const auto answer = PrivilegedHelperClient(context.client).helperVersion();
+  if (const auto* failure = std::get_if<CommunicationFailure>(&answer)) {
+    return report(context, "ask the helper for its version", *failure);
+  }
+  const auto& version = std::get<std::string>(answer);
+  if (context.isJSON) {
+    printResult({{"version", version}});
+  } else {
+    std::printf("%s\n", printable(version).c_str());
+  }
+  return ExitDone;
+}
+
+int setDebugMode(const Context& context, bool flag) {
+  const auto failure = PrivilegedHelperClient(context.client).enableDebugMode(flag);
+  return report(context, "switch the helper's debug messages", {failure, std::nullopt});
+}
+
+}  // namespace corvane::cli

@@ -1,0 +1,84 @@
+#include <cstdio>
+#include <functional>
+
+#include <CLI/CLI.hpp>
+
+#include "client/cli/Commands.h"
+
+using namespace corvane::cli;
+
+namespace {
+
+// Runs the command named on the command line; the status to exit with.
+int runCommandLine(int argc, char** argv) {
+  CLI::App app("Has the privileged helper do what an ordinary process may not.",
+               "privilegerequestor-vnt");
+  app.require_subcommand(1);
+  app.failure_message(CLI::FailureMessage::simple);
+
+  Context context;
+  app.add_option("--socket", context.client.helperSocketPath, "Where the helper listens")
+      ->type_name("PATH");
+  app.add_option("--authorization-socket", context.client.authorizationSocketPath,
+                 "Where authorizations are issued")
+      ->type_name("PATH");
+  app.add_option("--prompt", context.client.prompt, "What the authorization dialog shows")
+      ->type_name("TEXT");
+  app.add_option("--icon", context.client.iconPath, "The icon of the authorization dialog")
+      ->type_name("PATH");
+  app.add_flag("--json", context.isJSON, "Print one JSON object, and nothing else");
+  app.add_flag("--quiet", context.isQuiet, "Show no progress");
+  app.add_flag("--no-feedback", context.isWithoutFeedback, "Ask for no progress and no output");
+
+  std::function<int()> run;
+  const auto command = [&](const char* name, const char* description, std::function<int()> action) {
+    CLI::App* subcommand = app.add_subcommand(name, description);
+    subcommand->callback([&run, action = std::move(action)] { run = action; });
+    return subcommand;
+  };
+
+  std::vector<std::string> paths;
+  bool recursive = false;
+  bool stopOnFirstError = false;
+  CLI::App* remove = command("delete", "Delete files and folders, whatever protects them", [&] {
+    return deleteObjects(context, paths, recursive, stopOnFirstError);
+  });
+  remove->add_flag("-r,--recursive", recursive, "Delete folders with their contents");
+  remove->add_flag("--stop-on-first-error", stopOnFirstError,
+                   "Stop at the first object that cannot be deleted");
+  remove->add_option("PATH", paths, "What to delete")->required();
+
+  command("nop", "Contact the helper and do nothing", [&] { return nop(context); });
+  command("discard-auth", "Make the system ask again before it authorizes anything more",
+          [&] { return discardAuthorization(context); });
+  command("version", "Print the helper's version", [&] { return showVersion(context); });
+
+  std::string state;
+  command("debug", "Switch the helper's debug messages",
+          [&] { return setDebugMode(context, state == "on"); })
+      ->add_option("STATE", state, "on or off")
+      ->required()
+      ->check(CLI::IsMember({"on", "off"}));
+
+  command("operations", "List what the helper can do", [&] { return listOperations(context); });
+  command("doctor", "Look for what stands in the way", [&] { return examine(context); });
+
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& error) {
+    const int status = app.exit(error);
+    return status == 0 ? ExitDone : ExitUsage;
+  }
+  return run();
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  try {
+    return runCommandLine(argc, argv);
+  } catch (const std::exception& exception) {
+    std::fprintf(stderr, "Something unexpected went wrong: %s\n", exception.what());
+    return ExitFailed;
+  }
+}

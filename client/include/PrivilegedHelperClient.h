@@ -1,0 +1,103 @@
+#ifndef CORVANE_CLIENT_PRIVILEGEDHELPERCLIENT_H
+#define CORVANE_CLIENT_PRIVILEGEDHELPERCLIENT_H
+
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <variant>
+#include <vector>
+
+#include "foundation/CommunicationFailure.h"
+#include "foundation/Error.h"
+#include "foundation/Value.h"
+
+namespace corvane {
+
+/// Has the privileged helper carry out operations for this process.
+///
+/// The first call connects, which starts a helper that is not running, and registers this process
+/// with it; the destructor unregisters, and the last client's helper ends. Calls wait for their
+/// answer. An object may be used by one thread at a time, different objects by different threads.
+class PrivilegedHelperClient {
+ public:
+  struct Options {
+    /// Where the helper listens; empty for the system's own place.
+    std::string helperSocketPath;
+    /// Where authorizations are issued; empty for the system's own place.
+    std::string authorizationSocketPath;
+    /// For each step but an operation itself: connecting, and short questions.
+    std::chrono::milliseconds patience{10000};
+    /// For an operation, dialogs included. Nothing: as long as it takes.
+    std::optional<std::chrono::milliseconds> operationTimeout;
+    /// What the authorization dialog shows in place of the operation's own sentence and icon.
+    std::optional<std::string> prompt;
+    std::optional<std::string> iconPath;
+  };
+
+  /// What a running operation reports. Called on a thread of the client, one at a time, and not
+  /// after the call that runs the operation has returned. Empty functions are not called.
+  struct Feedback {
+    /// The part that is done, 0.0 to 1.0. The first call tells that the request was authorized.
+    std::function<void(double fraction)> progress;
+    /// A chunk of the program's standard output, and of its standard error; possibly empty.
+    std::function<void(const Data& chunk)> output;
+    std::function<void(const Data& chunk)> errorOutput;
+  };
+
+  /// How an operation ended: well if both are absent.
+  struct Outcome {
+    /// Why nobody answered. Whether the operation was carried out is not known if the connection
+    /// was lost or no answer came in time.
+    std::optional<CommunicationFailure> failure;
+    /// What the helper answered: in NSPOSIXErrorDomain EPERM (1) for a refused authorization and
+    /// ECANCELED (89) for a dialog that was dismissed, or the operation's own error.
+    std::optional<Error> error;
+
+    bool isSuccess() const { return !failure && !error; }
+  };
+
+  template <typename T>
+  using Answer = std::variant<T, CommunicationFailure>;
+
+  explicit PrivilegedHelperClient(Options options);
+  PrivilegedHelperClient(const PrivilegedHelperClient&) = delete;
+  PrivilegedHelperClient& operator=(const PrivilegedHelperClient&) = delete;
+  ~PrivilegedHelperClient();
+
+  /// Connects and registers; nothing if that succeeded or was done before.
+  std::optional<CommunicationFailure> connect();
+
+  /// The version of the helper's operation set, such as "1.3".
+  Answer<std::string> helperVersion();
+
+  /// Switches the helper's debug messages on or off. A helper that ends forgets it, so this does
+  /// not register: a helper that was started for it keeps running.
+  std::optional<CommunicationFailure> enableDebugMode(bool flag);
+
+  /// Performs the operation `code` with its arguments. With feedback, the operation reports to it
+  /// if it can.
+  Outcome perform(std::uint64_t code, const std::vector<Value>& arguments,
+                  const std::optional<Feedback>& feedback = std::nullopt);
+
+  /// Does nothing, with authorization.
+  Outcome nop();
+  /// Makes the system ask again before it authorizes anything more for this process.
+  Outcome discardAuthorization();
+  /// Deletes the objects at absolute paths, in their order, whatever protects them; folders with
+  /// their contents if `recursive`. Goes on after an object that cannot be deleted unless
+  /// `stopOnFirstError`; the outcome is the error of the last such object.
+  Outcome deleteFileObjects(const std::vector<std::string>& paths, bool recursive,
+                            bool stopOnFirstError,
+                            const std::optional<Feedback>& feedback = std::nullopt);
+
+ private:
+  class Session;
+  std::unique_ptr<Session> _session;
+};
+
+}  // namespace corvane
+
+#endif
