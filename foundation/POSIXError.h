@@ -22,6 +22,7 @@ enum class POSIXErrorCode : std::int32_t {
   NotDirectory = 20,        ///< ENOTDIR
   IsDirectory = 21,         ///< EISDIR
   Invalid = 22,             ///< EINVAL
+  TooManyOpenFiles = 24,    ///< EMFILE
   NoSpace = 28,             ///< ENOSPC
   ReadOnly = 30,            ///< EROFS
   BrokenPipe = 32,          ///< EPIPE
@@ -30,7 +31,10 @@ enum class POSIXErrorCode : std::int32_t {
   ConnectionReset = 54,     ///< ECONNRESET
   TimedOut = 60,            ///< ETIMEDOUT
   ConnectionRefused = 61,   ///< ECONNREFUSED
+  LinkLoop = 62,            ///< ELOOP
+  NameTooLong = 63,         ///< ENAMETOOLONG
   NotEmpty = 66,            ///< ENOTEMPTY
+  Stale = 70,               ///< ESTALE
   NotImplemented = 78,      ///< ENOSYS
   Canceled = 89,            ///< ECANCELED
   BadMessage = 94,          ///< EBADMSG

@@ -23,7 +23,10 @@ struct Method {
   WithFeedback withFeedback;
 };
 
-constexpr std::array<Method, 0> methods = {};
+constexpr auto methods = std::to_array<Method>({
+    {"performOperationDeleteFileobjectsWithArguments:feedbackConnection:", nullptr,
+     &ZELPrivilegedOperationSetVNT::performOperationDeleteFileobjectsWithArguments},
+});
 
 const Method* methodNamed(std::string_view selector) {
   const auto* method = std::find_if(methods.begin(), methods.end(),

@@ -1,0 +1,42 @@
+#include "operations/ObjectLocation.h"
+
+#include <cerrno>
+
+#include <fcntl.h>
+
+#include "foundation/POSIXError.h"
+
+namespace corvane {
+
+std::optional<Error> locateObject(std::string_view path, ObjectLocation& location) {
+  if (path.empty() || path.find('\0') != std::string_view::npos) {
+    return posixError(POSIXErrorCode::Invalid);
+  }
+  const std::size_t end = path.find_last_not_of('/');
+  if (end == std::string_view::npos) {
+    // The root is in no folder; its name leads to it from anywhere.
+    location.name = "/";
+    path = {};
+  } else {
+    location.namesDirectory = end + 1 < path.size();
+    path = path.substr(0, end + 1);
+    const std::size_t slash = path.rfind('/');
+    const std::size_t name = slash == std::string_view::npos ? 0 : slash + 1;
+    location.name = path.substr(name);
+    path = path.substr(0, name);
+  }
+  const std::string folder(path.empty() ? "." : path);
+  location.folder.reset(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (!location.folder) return posixErrorFromHost(errno);
+  return std::nullopt;
+}
+
+std::optional<Error> lstat(const ObjectLocation& location, FileStatus& status) {
+  if (auto error = lstat(location.folder.get(), location.name.c_str(), status)) return error;
+  if (location.namesDirectory && status.type != FileType::Directory) {
+    return posixError(POSIXErrorCode::NotDirectory);
+  }
+  return std::nullopt;
+}
+
+}  // namespace corvane

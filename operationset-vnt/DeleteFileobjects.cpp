@@ -1,0 +1,184 @@
+#include <utility>
+
+#include "foundation/POSIXError.h"
+#include "operations/ErrorTemplateKeys.h"
+#include "operations/ObjectLocation.h"
+#include "operations/SingleRemoval.h"
+#include "operationset-vnt/RecursiveRemoval.h"
+#include "operationset-vnt/ZELPrivilegedOperationSetVNT.h"
+
+namespace corvane {
+
+namespace {
+
+struct RemovalErrorText {
+  std::int64_t code;
+  const char* description;
+  const char* recoveryTemplate;
+};
+
+constexpr RemovalErrorText whiteoutError = {
+    4, "It is not possible to delete a file system object of type 'whiteout'.",
+    "Please check the type of the object located at '$1$'. Whiteouts cannot really exist in "
+    "current versions of the operating system."};
+constexpr RemovalErrorText flagsError = {
+    5, "The operating system could not change protection flags.",
+    "Please check if the file system storing the object '$1$' is working properly."};
+constexpr RemovalErrorText singleUserModeError = {
+    6, "Single User Mode is required to remove this object.",
+    "The object located at '$1$' uses special protection which should only be deactivated when "
+    "the system is not in full operation. Please restart the operating system in Single User Mode "
+    "and remove the protection attribute."};
+constexpr RemovalErrorText integrityProtectionError = {
+    8, "Your computer is protecting this file system object.",
+    "The object at '$1$' cannot be modified because System Integrity Protection is active on this "
+    "computer. It might be possible to deactivate this feature by changing a hardware setting via "
+    "the recovery operating system. Please see the reference manual for more information."};
+
+Error removalError(const RemovalErrorText& text, const std::string& path,
+                   const std::optional<Error>& underlying = std::nullopt) {
+  Dictionary userInfo;
+  userInfo.set(NSLocalizedDescriptionKey, text.description);
+  userInfo.set(ZELLocalizedRecoverySuggestionTemplateKey, text.recoveryTemplate);
+  userInfo.set(ZELLocalizedRecoverySuggestionParametersKey, Array{path});
+  userInfo.set(NSFilePathErrorKey, path);
+  if (underlying) userInfo.set(NSUnderlyingErrorKey, *underlying);
+  return Error(ZELPrivilegedOperationSetVNT::errorDomain(), text.code, std::move(userInfo));
+}
+
+bool isRestricted(const ObjectLocation& location) {
+  FileStatus status;
+  return !lstat(location, status) && (status.flags & SF_RESTRICTED) != 0;
+}
+
+std::optional<Error> removeSingle(const std::string& path) {
+  ObjectLocation location;
+  if (auto error = locateObject(path, location)) return error;
+  const auto failure = removeSingleObject(location);
+  if (!failure) return std::nullopt;
+  switch (failure->reason) {
+    case SingleRemovalFailure::Reason::Whiteout:
+      return removalError(whiteoutError, path);
+    case SingleRemovalFailure::Reason::FlagsKept:
+      return removalError(flagsError, path);
+    case SingleRemovalFailure::Reason::SystemFlags:
+      return removalError(singleUserModeError, path);
+    case SingleRemovalFailure::Reason::System:
+      break;
+  }
+  if (isPOSIXError(*failure->error, POSIXErrorCode::NotPermitted) && isRestricted(location)) {
+    return removalError(integrityProtectionError, path, failure->error);
+  }
+  return failure->error;
+}
+
+std::optional<Error> removeRecursively(const std::string& path) {
+  ObjectLocation location;
+  if (auto error = locateObject(path, location)) {
+    return meansNoObject(*error) ? std::nullopt : error;
+  }
+  auto error = removeObjectRecursively(location);
+  if (error && isRestricted(location)) return removalError(integrityProtectionError, path, error);
+  return error;
+}
+
+std::optional<Error> setImmutableFlagAtPath(bool set, const std::string& path,
+                                            bool checkingExistenceOfLinkTarget) {
+  ObjectLocation location;
+  if (auto error = locateObject(path, location)) return error;
+  FileStatus status;
+  if (auto error = lstat(location, status)) return error;
+  FileDescriptor object;
+  if (openObject(location.folder.get(), location.name.c_str(), FinalLink::Follow, object)) {
+    if (checkingExistenceOfLinkTarget) return posixError(POSIXErrorCode::NoEntry);
+    return std::nullopt;
+  }
+  return setImmutableFlagOfObject(object.get(), set);
+}
+
+// A failure goes to where the caller wants it, if anywhere; a success leaves what is there.
+bool report(std::optional<Error> failure, std::optional<Error>* error) {
+  if (!failure) return true;
+  if (error != nullptr) *error = std::move(failure);
+  return false;
+}
+
+void sendProgress(const FeedbackConnection& feedbackConnection, double fraction) {
+  if (feedbackConnection == nullptr) return;
+  feedbackConnection->remoteObjectProxy().processPrivilegedOperationFeedback(
+      Dictionary{{ProgressFractionKey, fraction}});
+}
+
+// An element of an argument list that is no string is as good as an empty one.
+std::string stringIn(const Value& argument) {
+  return argument.string() == nullptr ? std::string() : *argument.string();
+}
+
+}  // namespace
+
+std::optional<Error> ZELPrivilegedOperationSetVNT::performOperationDeleteFileobjectsWithArguments(
+    const Array& arguments, const FeedbackConnection& feedbackConnection) {
+  bool recursive = false;
+  bool stopOnFirstError = false;
+  if (arguments.size() < 3 || !getBool(recursive, stringIn(arguments[0])) ||
+      !getBool(stopOnFirstError, stringIn(arguments[1]))) {
+    return posixError(POSIXErrorCode::Invalid);
+  }
+  return deleteFileSystemObjectsAtPaths(Array(arguments.begin() + 2, arguments.end()), recursive,
+                                        stopOnFirstError, feedbackConnection);
+}
+
+std::optional<Error> ZELPrivilegedOperationSetVNT::deleteFileSystemObjectsAtPaths(
+    const Array& paths, bool recursive, bool stopOnFirstError,
+    const FeedbackConnection& feedbackConnection) {
+  const auto count = static_cast<double>(paths.size());
+  std::optional<Error> error;
+  double done = 0;
+  for (const Value& path : paths) {
+    const bool removed = enforceRemovalOfFileSystemObjectAtPath(stringIn(path), recursive, &error);
+    if (!removed && stopOnFirstError) return error;
+    done += 1;
+    sendProgress(feedbackConnection, done / count);
+  }
+  sendProgress(feedbackConnection, 1.0);
+  return error;
+}
+
+bool ZELPrivilegedOperationSetVNT::enforceRemovalOfFileSystemObjectAtPath(
+    const std::string& path, bool recursive, std::optional<Error>* error) {
+  return recursive ? enforceRecursiveRemovalOfFileSystemObjectAtPath(path, error)
+                   : enforceSingleRemovalOfFileSystemObjectAtPath(path, error);
+}
+
+bool ZELPrivilegedOperationSetVNT::enforceSingleRemovalOfFileSystemObjectAtPath(
+    const std::string& path, std::optional<Error>* error) {
+  return report(removeSingle(path), error);
+}
+
+bool ZELPrivilegedOperationSetVNT::enforceRecursiveRemovalOfFileSystemObjectAtPath(
+    const std::string& path, std::optional<Error>* error) {
+  return report(removeRecursively(path), error);
+}
+
+bool ZELPrivilegedOperationSetVNT::setImmutableFlag(bool set, const std::string& path,
+                                                    bool checkingExistenceOfLinkTarget,
+                                                    std::optional<Error>* error) {
+  return report(setImmutableFlagAtPath(set, path, checkingExistenceOfLinkTarget), error);
+}
+
+bool ZELPrivilegedOperationSetVNT::isSIPRestrictedObjectAtPath(const std::string& path,
+                                                               std::optional<Error>* error) {
+  // Every system that this runs on is recent enough to know the flag.
+  ObjectLocation location;
+  if (locateObject(path, location) || !isRestricted(location)) return false;
+  if (error != nullptr) *error = removalError(integrityProtectionError, path, *error);
+  return true;
+}
+
+bool ZELPrivilegedOperationSetVNT::getBool(bool& value, std::string_view argument) {
+  if (argument != "0" && argument != "1") return false;
+  value = argument == "1";
+  return true;
+}
+
+}  // namespace corvane

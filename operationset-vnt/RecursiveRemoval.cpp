@@ -1,0 +1,143 @@
+#include "operationset-vnt/RecursiveRemoval.h"
+
+#include <algorithm>
+#include <memory>
+#include <thread>
+#include <utility>
+
+#include "foundation/POSIXError.h"
+#include "operationset-vnt/FolderWalk.h"
+
+namespace corvane {
+
+namespace {
+
+constexpr unsigned maximumThreads = 4;
+
+std::optional<Error> clearImmutableFlag(int folder, const char* name) {
+  FileDescriptor object;
+  if (auto error = openObject(folder, name, FinalLink::Keep, object)) return error;
+  return setImmutableFlagOfObject(object.get(), false);
+}
+
+// The first walk: takes the protection off every entry and makes sure that all of the tree can go.
+class Unprotection : public FolderVisitor {
+ public:
+  explicit Unprotection(std::uint64_t device) : _device(device) {}
+
+  std::optional<Error> visit(int folder, const FolderEntry& entry, bool& descend) override {
+    if (entry.type == FileType::SymbolicLink) return std::nullopt;
+    auto error = unprotect(folder, entry.name, descend);
+    // What somebody else has removed meanwhile needs no more.
+    return error && isPOSIXError(*error, POSIXErrorCode::NoEntry) ? std::nullopt : error;
+  }
+  std::optional<Error> leave(int, const char*) override { return std::nullopt; }
+
+ private:
+  std::optional<Error> unprotect(int folder, const char* name, bool& descend) const {
+    FileStatus status;
+    if (auto error = lstat(folder, name, status)) return error;
+    if (status.isMountPoint || status.identity.device != _device) {
+      return posixError(POSIXErrorCode::Busy);
+    }
+    descend = status.type == FileType::Directory;
+    if (status.flags == 0 || status.type == FileType::SymbolicLink) return std::nullopt;
+    return clearImmutableFlag(folder, name);
+  }
+
+  const std::uint64_t _device;
+};
+
+// The second walk: removes files at once, folders once they are empty.
+class Deletion : public FolderVisitor {
+ public:
+  std::optional<Error> visit(int folder, const FolderEntry& entry, bool& descend) override {
+    std::optional<FileType> type = entry.type;
+    std::optional<Error> error;
+    if (!type) {
+      FileStatus status;
+      error = lstat(folder, entry.name, status);
+      type = status.type;
+    }
+    descend = !error && type == FileType::Directory;
+    if (!error && !descend) error = unlink(folder, entry.name);
+    return error && isPOSIXError(*error, POSIXErrorCode::NoEntry) ? std::nullopt : error;
+  }
+
+  // A folder in which another thread is still busy is left to the next walk.
+  std::optional<Error> leave(int folder, const char* name) override {
+    auto error = rmdir(folder, name);
+    const bool isDone = !error || isPOSIXError(*error, POSIXErrorCode::NoEntry) ||
+                        isPOSIXError(*error, POSIXErrorCode::NotEmpty);
+    return isDone ? std::nullopt : error;
+  }
+};
+
+std::optional<Error> walkSubfolder(const ObjectLocation& location, FolderVisitor& visitor,
+                                   unsigned threads) {
+  FileDescriptor folder;
+  if (auto error = openFolder(location.folder.get(), location.name.c_str(), folder)) return error;
+  return walkFolder(std::make_shared<FolderReader>(std::move(folder)), visitor, threads);
+}
+
+std::optional<Error> removeFolder(const ObjectLocation& location, const FileStatus& status) {
+  // Neither could go in the end, when all that is in it were gone.
+  if (status.isMountPoint) return posixError(POSIXErrorCode::Busy);
+  if (location.name == "." || location.name == "..") return posixError(POSIXErrorCode::Invalid);
+
+  const unsigned threads = std::clamp(std::thread::hardware_concurrency(), 1U, maximumThreads);
+  if (auto error = clearImmutableFlag(location.folder.get(), location.name.c_str())) return error;
+  Unprotection unprotection(status.identity.device);
+  if (auto error = walkSubfolder(location, unprotection, threads)) return error;
+
+  // The first round leaves the few folders of which another thread had a part. Alone, the second
+  // leaves none, unless entries are added, or file systems skip some, while it removes others.
+  Deletion deletion;
+  std::optional<Error> error;
+  for (const unsigned crew : {threads, 1U, 1U}) {
+    if ((error = walkSubfolder(location, deletion, crew))) return error;
+    error = rmdir(location.folder.get(), location.name.c_str());
+    if (!error || !isPOSIXError(*error, POSIXErrorCode::NotEmpty)) return error;
+  }
+  return error;
+}
+
+}  // namespace
+
+bool meansNoObject(const Error& error) {
+  return isPOSIXError(error, POSIXErrorCode::NoEntry) ||
+         isPOSIXError(error, POSIXErrorCode::NotDirectory) ||
+         isPOSIXError(error, POSIXErrorCode::LinkLoop) ||
+         isPOSIXError(error, POSIXErrorCode::NameTooLong);
+}
+
+std::optional<Error> setImmutableFlagOfObject(int object, bool set) {
+  FileStatus status;
+  if (auto error = fstat(object, status)) return error;
+  auto error = chflags(object, set ? status.flags | UF_IMMUTABLE : status.flags & ~UF_IMMUTABLE);
+  const bool hasNoFlags = error && isPOSIXError(*error, POSIXErrorCode::NotSupported);
+  return hasNoFlags && !set ? std::nullopt : error;
+}
+
+std::optional<Error> removeObjectRecursively(const ObjectLocation& location) {
+  const int folder = location.folder.get();
+  const char* name = location.name.c_str();
+  FileStatus status;
+  if (auto error = lstat(location, status)) return meansNoObject(*error) ? std::nullopt : error;
+  switch (status.type) {
+    case FileType::Directory:
+      return removeFolder(location, status);
+    case FileType::SymbolicLink: {
+      FileDescriptor target;
+      if (auto error = openObject(folder, name, FinalLink::Follow, target)) {
+        return meansNoObject(*error) ? std::nullopt : error;
+      }
+      return unlink(folder, name);
+    }
+    default:
+      if (auto error = clearImmutableFlag(folder, name)) return error;
+      return unlink(folder, name);
+  }
+}
+
+}  // namespace corvane

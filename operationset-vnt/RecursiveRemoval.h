@@ -1,0 +1,25 @@
+#ifndef CORVANE_OPERATIONSET_VNT_RECURSIVEREMOVAL_H
+#define CORVANE_OPERATIONSET_VNT_RECURSIVEREMOVAL_H
+
+#include <optional>
+
+#include "foundation/Error.h"
+#include "operations/ObjectLocation.h"
+
+namespace corvane {
+
+/// Sets or clears UF_IMMUTABLE of an object. Clearing succeeds where there are no flags to clear.
+std::optional<Error> setImmutableFlagOfObject(int object, bool set);
+
+/// Removes an object with everything below it. Before anything is deleted, UF_IMMUTABLE is cleared
+/// on all of it, and a mount point anywhere in it fails with EBUSY. No other flag is looked at. A
+/// symbolic link is removed itself. An object that does not exist is a success, and so is a link
+/// whose target does not exist, which stays.
+std::optional<Error> removeObjectRecursively(const ObjectLocation& location);
+
+/// True for the failures by which a path turns out to lead to no object.
+bool meansNoObject(const Error& error);
+
+}  // namespace corvane
+
+#endif

@@ -1,0 +1,67 @@
+#include <cerrno>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
+
+#include "foundation/POSIXError.h"
+#include "platform/FileSystem.h"
+#include "platform/linux/FileFlagsAttribute.h"
+
+namespace corvane {
+
+namespace {
+
+constexpr std::uint64_t kernelProtection = STATX_ATTR_IMMUTABLE | STATX_ATTR_APPEND;
+
+FileType typeOf(const struct statx& attributes) {
+  if (S_ISDIR(attributes.stx_mode)) return FileType::Directory;
+  if (S_ISLNK(attributes.stx_mode)) return FileType::SymbolicLink;
+  // Overlay file systems mark what they hide with a character device that no driver has.
+  const bool isWhiteout = S_ISCHR(attributes.stx_mode) && attributes.stx_rdev_major == 0 &&
+                          attributes.stx_rdev_minor == 0;
+  return isWhiteout ? FileType::Whiteout : FileType::Other;
+}
+
+std::optional<Error> query(int folder, const char* name, int flags, struct statx& attributes) {
+  if (::statx(folder, name, flags | AT_NO_AUTOMOUNT, STATX_TYPE | STATX_INO, &attributes) != 0) {
+    return posixErrorFromHost(errno);
+  }
+  return std::nullopt;
+}
+
+FileStatus statusFrom(const struct statx& attributes) {
+  return {typeOf(attributes),
+          fileFlagsFromKernel((attributes.stx_attributes & STATX_ATTR_IMMUTABLE) != 0,
+                              (attributes.stx_attributes & STATX_ATTR_APPEND) != 0),
+          {::makedev(attributes.stx_dev_major, attributes.stx_dev_minor), attributes.stx_ino},
+          (attributes.stx_attributes & STATX_ATTR_MOUNT_ROOT) != 0};
+}
+
+}  // namespace
+
+std::optional<Error> fstat(int object, FileStatus& status) {
+  struct statx attributes {};
+  if (auto error = query(object, "", AT_EMPTY_PATH, attributes)) return error;
+  status = statusFrom(attributes);
+  if ((attributes.stx_attributes & kernelProtection) != 0) {
+    std::optional<FileFlags> flags;
+    if (auto error = readFileFlagsAttribute(object, flags)) return error;
+    status.flags = flags.value_or(status.flags);
+  }
+  return std::nullopt;
+}
+
+std::optional<Error> lstat(int folder, const char* name, FileStatus& status) {
+  struct statx attributes {};
+  if (auto error = query(folder, name, AT_SYMLINK_NOFOLLOW, attributes)) return error;
+  if ((attributes.stx_attributes & kernelProtection) == 0) {
+    status = statusFrom(attributes);
+    return std::nullopt;
+  }
+  FileDescriptor object;
+  if (auto error = openObject(folder, name, FinalLink::Keep, object)) return error;
+  return fstat(object.get(), status);
+}
+
+}  // namespace corvane

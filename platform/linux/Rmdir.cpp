@@ -1,0 +1,16 @@
+#include <cerrno>
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include "foundation/POSIXError.h"
+#include "platform/FileSystem.h"
+
+namespace corvane {
+
+std::optional<Error> rmdir(int folder, const char* name) {
+  if (::unlinkat(folder, name, AT_REMOVEDIR) != 0) return posixErrorFromHost(errno);
+  return std::nullopt;
+}
+
+}  // namespace corvane
