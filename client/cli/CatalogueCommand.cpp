@@ -35,7 +35,7 @@ const char* registrationOf(const std::string& right) {
 
 int listOperations(const Context& context) {
   const ZELPrivilegedOperationSet& set = ZELPrivilegedOperationSetVNT::privilegedOperationSet();
-  nlohmann::json rows = nlohmann::json::array();
+  nlohmann::ordered_json rows = nlohmann::json::array();
   if (!context.isJSON) {
     std::printf("%-5s %-19s %-35s %-10s %-8s %s\n", "CODE", "IDENTIFIER", "RIGHT", "ARGUMENTS",
                 "RULE", "REGISTERED");

@@ -1,9 +1,13 @@
 #include <atomic>
-#include <cstdio>
 #include <filesystem>
+
+#include <fcntl.h>
 
 #include "client/cli/Commands.h"
 #include "client/cli/ProgressBar.h"
+#include "foundation/POSIXError.h"
+#include "foundation/Unicode.h"
+#include "platform/FileSystem.h"
 
 namespace corvane::cli {
 
@@ -39,6 +43,34 @@ std::string actionFor(const std::vector<std::string>& paths) {
   return action;
 }
 
+// Finds what is append-only at and below the paths, folders before what is in them. Shows only
+// what this user may see; the helper finds the rest in its way again.
+std::vector<std::string> appendOnlyObjects(const std::vector<std::string>& paths) {
+  std::vector<std::string> found;
+  const auto examine = [&found](const std::string& path) {
+    FileStatus status;
+    if (!lstat(AT_FDCWD, path.c_str(), status) && (status.flags & UF_APPEND) != 0) {
+      found.push_back(path);
+    }
+  };
+  for (const std::string& path : paths) {
+    examine(path);
+    std::error_code error;
+    if (!fs::is_directory(fs::symlink_status(path, error))) continue;
+    fs::recursive_directory_iterator entry(path, fs::directory_options::skip_permission_denied,
+                                           error);
+    for (; !error && entry != fs::end(entry); entry.increment(error)) {
+      examine(entry->path().string());
+    }
+  }
+  return found;
+}
+
+// Whether append-only objects may be what was in the way of a recursive deletion.
+bool mayBeAppendOnly(const PrivilegedHelperClient::Outcome& outcome) {
+  return outcome.error && isPOSIXError(*outcome.error, POSIXErrorCode::NotPermitted);
+}
+
 }  // namespace
 
 int deleteObjects(const Context& context, const std::vector<std::string>& paths, bool recursive,
@@ -49,23 +81,36 @@ int deleteObjects(const Context& context, const std::vector<std::string>& paths,
     if (absolute.back().empty()) {
       return reportUsage(context, "Refusing to delete " + quoted(path) + ".");
     }
+    if (!isUTF8(absolute.back())) {
+      return reportUsage(context, "The name " + quoted(path) +
+                                      " is not UTF-8 and cannot be sent; delete its folder.");
+    }
   }
 
   std::atomic<bool> wasAuthorized = false;
-  std::optional<PrivilegedHelperClient::Outcome> outcome;
+  PrivilegedHelperClient::Outcome outcome;
   {
     ProgressBar bar(!context.isQuiet && !context.isJSON);
-    PrivilegedHelperClient::Feedback feedback;
-    feedback.progress = [&](double fraction) {
+    PrivilegedHelperClient::Feedback reporting;
+    reporting.progress = [&](double fraction) {
       wasAuthorized = true;
       bar.show(fraction);
     };
+    const auto feedback = context.isWithoutFeedback ? std::nullopt : std::optional(reporting);
     PrivilegedHelperClient client(context.client);
-    outcome = client.deleteFileObjects(
-        absolute, recursive, stopOnFirstError,
-        context.isWithoutFeedback ? std::nullopt : std::optional(feedback));
+    outcome = client.deleteFileObjects(absolute, recursive, stopOnFirstError, feedback);
+
+    // The recursive deletion takes immutability off, but not this; the single one does, be it that
+    // a folder then stays because it is not empty.
+    if (recursive && mayBeAppendOnly(outcome) && (wasAuthorized || context.isWithoutFeedback)) {
+      const std::vector<std::string> inTheWay = appendOnlyObjects(absolute);
+      if (!inTheWay.empty()) {
+        client.deleteFileObjects(inTheWay, false, false, feedback);
+        outcome = client.deleteFileObjects(absolute, recursive, stopOnFirstError, feedback);
+      }
+    }
   }
-  return report(context, actionFor(absolute), *outcome, wasAuthorized);
+  return report(context, actionFor(absolute), outcome, wasAuthorized);
 }
 
 }  // namespace corvane::cli

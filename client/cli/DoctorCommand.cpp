@@ -92,7 +92,7 @@ int examine(const Context& context) {
   const std::vector<Finding> findings = {examineHelper(client), examineVersion(client),
                                          examineAuthorization(client), examineRights()};
   int status = ExitDone;
-  nlohmann::json rows = nlohmann::json::array();
+  nlohmann::ordered_json rows = nlohmann::json::array();
   for (const Finding& finding : findings) {
     if (finding.state == State::Bad) status = std::max(status, finding.status);
     if (context.isJSON) {

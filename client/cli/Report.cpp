@@ -11,7 +11,7 @@ namespace corvane::cli {
 
 namespace {
 
-using Json = nlohmann::json;
+using Json = nlohmann::ordered_json;
 using Kind = CommunicationFailure::Kind;
 
 constexpr const char* communicationDomain = "com.corvane.error.communication";

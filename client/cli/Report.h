@@ -42,7 +42,7 @@ int report(const Context& context, std::string_view action, const CommunicationF
 int reportUsage(const Context& context, const std::string& description);
 
 /// Prints the result of a command that answers with data: the object with `result` in it as JSON.
-void printResult(const nlohmann::json& result);
+void printResult(const nlohmann::ordered_json& result);
 
 /// `text` as a terminal may show it: control characters are replaced.
 std::string printable(std::string_view text);

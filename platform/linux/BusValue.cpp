@@ -200,8 +200,8 @@ int appendInVariant(sd_bus_message* message, const char* contents, auto&& append
 
 }  // namespace
 
-int readVariant(sd_bus_message* message, std::optional<Value>& value) {
-  return readVariantAt(message, value, 1);
+int readArray(sd_bus_message* message, Array& array) {
+  return readArrayAt(message, "v", array, 0);
 }
 
 int readDictionary(sd_bus_message* message, Dictionary& dictionary) {

@@ -15,8 +15,8 @@ namespace corvane {
 /// else, and containers nested deeper than 32, is -EBADMSG. All functions return 0 or more on
 /// success and a negative errno on failure.
 
-/// The next element of the message, a variant.
-int readVariant(sd_bus_message* message, std::optional<Value>& value);
+/// The next element of the message, of type `av`.
+int readArray(sd_bus_message* message, Array& array);
 /// The next element of the message, of type `a{sv}`.
 int readDictionary(sd_bus_message* message, Dictionary& dictionary);
 /// The next element of the message, of type `ay`.

@@ -64,18 +64,10 @@ int readEndpoint(sd_bus_message* message, std::optional<XPCListenerEndpoint>& en
 int readArguments(sd_bus_message* message, std::optional<Array>& arguments) {
   int result = sd_bus_message_enter_container(message, SD_BUS_TYPE_ARRAY, "av");
   if (result < 0) return result;
-  result = sd_bus_message_enter_container(message, SD_BUS_TYPE_ARRAY, "v");
+  result = sd_bus_message_at_end(message, 0);
   if (result < 0) return result;
-  if (result > 0) {
-    arguments.emplace();
-    for (;;) {
-      std::optional<Value> argument;
-      result = readVariant(message, argument);
-      if (result < 0) return result;
-      if (result == 0) break;
-      arguments->push_back(*std::move(argument));
-    }
-    result = sd_bus_message_exit_container(message);
+  if (result == 0) {
+    result = readArray(message, arguments.emplace());
     if (result < 0) return result;
     if (sd_bus_message_at_end(message, 0) <= 0) return -EBADMSG;
   }
