@@ -14,6 +14,7 @@ namespace corvane {
 using OSStatus = std::int32_t;
 
 inline constexpr OSStatus errAuthorizationSuccess = 0;
+inline constexpr OSStatus errAuthorizationInvalidSet = -60001;
 inline constexpr OSStatus errAuthorizationInvalidRef = -60002;
 inline constexpr OSStatus errAuthorizationInvalidPointer = -60004;
 inline constexpr OSStatus errAuthorizationDenied = -60005;
@@ -69,7 +70,9 @@ OSStatus AuthorizationCreateFromExternalForm(const AuthorizationExternalForm* fo
 
 /// Asks for `rights`. May wait for as long as a person takes to answer a dialog, so many threads
 /// may be in it at once, each with an authorization of its own. Success means all are granted.
-/// `authorizedRights` is null: what was granted is not handed back.
+/// A dialog appears only with kAuthorizationFlagInteractionAllowed. An empty set, or a name that no
+/// right can have, is errAuthorizationInvalidSet. `authorizedRights` is null: what was granted is
+/// not handed back.
 OSStatus AuthorizationCopyRights(AuthorizationRef authorization, const AuthorizationRights* rights,
                                  const AuthorizationEnvironment* environment,
                                  AuthorizationFlags flags, AuthorizationRights** authorizedRights);
@@ -79,14 +82,17 @@ OSStatus AuthorizationCopyRights(AuthorizationRef authorization, const Authoriza
 OSStatus AuthorizationFree(AuthorizationRef authorization, AuthorizationFlags flags);
 
 /// Looks a right up in the authorization database: 0, or errAuthorizationDenied if it does not
-/// exist. `definition`, if not null, receives its rule.
+/// exist. `definition`, if not null, receives a dictionary with the name of the right's rule under
+/// "rule" and the sentence of its dialog under "description".
 OSStatus AuthorizationRightGet(const char* rightName, std::optional<Value>* definition);
-/// Defines a right: `definition` is the name of a rule, or a dictionary that names one under
-/// "rule"; `descriptionKey` the sentence of its dialog, which is also its key in the strings table
-/// `localeTableName` of the program.
+/// Defines a right, anew if it exists: `definition` is the name of a rule, or a dictionary that
+/// names one under "rule"; `descriptionKey` the sentence of its dialog, which is also its key in
+/// the strings table `localeTableName` of the program. Only an authorization of root's may change
+/// rights; any other is errAuthorizationDenied.
 OSStatus AuthorizationRightSet(AuthorizationRef authorization, const char* rightName,
                                const Value& definition, const std::string& descriptionKey,
                                const char* localeTableName);
+/// Removes a right, for an authorization of root's: errAuthorizationDenied if it does not exist.
 OSStatus AuthorizationRightRemove(AuthorizationRef authorization, const char* rightName);
 
 }  // namespace corvane

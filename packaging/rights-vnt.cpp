@@ -1,0 +1,70 @@
+// Puts the rights of the operation catalogue into the authorization database, for whoever installs
+// the helper: com.corvane.rights-vnt register|remove|list.
+
+#include <cstdio>
+#include <string_view>
+
+#include "operationset-vnt/ZELPrivilegedOperationSetVNT.h"
+#include "platform/Authorization.h"
+
+using namespace corvane;
+
+namespace {
+
+enum ExitStatus : int { Done = 0, Failed = 1, Usage = 2 };
+
+int countRegistered(const ZELPrivilegedOperationSet& set) {
+  int count = 0;
+  set.enumerateRightDefinitionsUsingBlock(
+      [&](const std::optional<std::string>& rightName, const Value&, const std::string&) {
+        count += AuthorizationRightGet(rightName->c_str(), nullptr) == errAuthorizationSuccess;
+      });
+  return count;
+}
+
+// The set's own functions report failures to the standard log alone, so the result is looked at.
+ExitStatus change(const ZELPrivilegedOperationSet& set, bool isRegistering) {
+  AuthorizationRef authorization = nullptr;
+  if (AuthorizationCreate(nullptr, nullptr, kAuthorizationFlagDefaults, &authorization) !=
+      errAuthorizationSuccess) {
+    std::fputs("com.corvane.rights-vnt: no authorization could be made.\n", stderr);
+    return Failed;
+  }
+  if (isRegistering) {
+    set.setAuthorizationRightsForImplementedOperationsUsingAuthorization(authorization);
+  } else {
+    set.removeAuthorizationRightsForImplementedOperationsUsingAuthorization(authorization);
+  }
+  AuthorizationFree(authorization, kAuthorizationFlagDefaults);
+  const int wanted = isRegistering ? static_cast<int>(set.implementedOperations()->size()) : 0;
+  return countRegistered(set) == wanted ? Done : Failed;
+}
+
+// A line a right: name, rule and sentence, separated by tabulators; "-" for one that is missing.
+ExitStatus list(const ZELPrivilegedOperationSet& set) {
+  ExitStatus status = Done;
+  set.enumerateRightDefinitionsUsingBlock([&](const std::optional<std::string>& rightName,
+                                              const Value&, const std::string& description) {
+    std::optional<Value> definition;
+    const OSStatus found = AuthorizationRightGet(rightName->c_str(), &definition);
+    if (found != errAuthorizationSuccess && found != errAuthorizationDenied) {
+      std::fprintf(stderr, "com.corvane.rights-vnt: '%s' cannot be read (%d).\n",
+                   rightName->c_str(), found);
+      status = Failed;
+    }
+    const std::string rule = definition ? *definition->dictionary()->find("rule")->string() : "-";
+    std::printf("%s\t%s\t%s\n", rightName->c_str(), rule.c_str(), description.c_str());
+  });
+  return status;
+}
+
+}  // namespace
+
+int main(int argc, char* argv[]) {
+  const std::string_view command = argc == 2 ? argv[1] : "";
+  const auto& set = ZELPrivilegedOperationSetVNT::privilegedOperationSet();
+  if (command == "register" || command == "remove") return change(set, command == "register");
+  if (command == "list") return list(set);
+  std::fputs("usage: com.corvane.rights-vnt register|remove|list\n", stderr);
+  return Usage;
+}

@@ -1,0 +1,55 @@
+#ifndef CORVANE_PLATFORM_LINUX_AUTHORIZATION_AUTHORITY_H
+#define CORVANE_PLATFORM_LINUX_AUTHORIZATION_AUTHORITY_H
+
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "platform/Authorization.h"
+#include "platform/linux/authorization/ProcessIdentity.h"
+
+namespace corvane {
+
+/// What a process asks for, and how the person may be asked.
+struct RightRequest {
+  std::string rightName;
+  /// What the dialog shows, as the client wrote it; empty for the authority's own.
+  std::string prompt;
+  std::string iconPath;
+  bool isInteractionAllowed = false;
+};
+
+struct RightDefinition {
+  /// "allow", "default" or "authenticate-admin".
+  std::string rule;
+  /// The sentence of the dialog, which is also its key in the strings table.
+  std::string description;
+  std::string stringsTable;
+
+  bool operator==(const RightDefinition&) const = default;
+};
+
+/// Who says which process holds which right. Any thread may call any of its functions at any time.
+/// Names of rights are ones that `isRightName` accepts.
+class Authority {
+ public:
+  virtual ~Authority() = default;
+
+  /// Success only if `subject` holds the right. May wait for a person to answer.
+  virtual OSStatus decide(const ProcessIdentity& subject, const RightRequest& request) = 0;
+  /// Forgets what was granted to `subject`, so that it is asked for again.
+  virtual void revoke(const ProcessIdentity& subject) = 0;
+
+  /// Success, or errAuthorizationDenied if the right is not defined. `definition` may be null.
+  virtual OSStatus rightGet(const std::string& rightName, RightDefinition* definition) = 0;
+  virtual OSStatus rightSet(const std::string& rightName, const RightDefinition& definition) = 0;
+  virtual OSStatus rightRemove(const std::string& rightName) = 0;
+};
+
+/// True for a text that may name a right: one to 200 ASCII letters, digits, periods and hyphens,
+/// beginning with a letter or a digit.
+bool isRightName(std::string_view text);
+
+}  // namespace corvane
+
+#endif

@@ -1,0 +1,165 @@
+#include "platform/Authorization.h"
+
+#include <algorithm>
+#include <memory>
+#include <span>
+#include <string_view>
+
+#include <unistd.h>
+
+#include "platform/linux/CurrentPeer.h"
+#include "platform/linux/authorization/AuthorizationDirectory.h"
+#include "platform/linux/authorization/AuthorizationKey.h"
+#include "platform/linux/authorization/EmbeddedAuthority.h"
+#include "platform/linux/authorization/ExternalForm.h"
+
+namespace corvane {
+
+struct AuthorizationOpaqueRef {
+  ProcessIdentity subject;
+};
+
+namespace {
+
+// Never destroyed, here and below: requests may still be in them while the process ends.
+AuthorizationKeyFile& keyFile() {
+  static auto* const file = new AuthorizationKeyFile(authorizationKeyDirectory());
+  return *file;
+}
+
+Authority& authority() {
+  static auto* const authority = new EmbeddedAuthority(authorizationRightsDirectory());
+  return *authority;
+}
+
+/// Whether the user whose request this is may use what was issued to the user `owner`.
+bool isCallerAllowedFormOf(uid_t owner) {
+  const Peer* peer = currentPeer();
+  const uid_t caller = peer != nullptr ? peer->uid : ::geteuid();
+  return caller == 0 || caller == owner;
+}
+
+std::span<const AuthorizationItem> itemsOf(const AuthorizationItemSet* set) {
+  if (set == nullptr || set->items == nullptr) return {};
+  return {set->items, set->count};
+}
+
+/// The text of the environment's item `name`, up to its terminating zero; empty if there is none.
+std::string textOf(const AuthorizationEnvironment* environment, std::string_view name) {
+  for (const AuthorizationItem& item : itemsOf(environment)) {
+    if (item.name == nullptr || item.name != name || item.value == nullptr) continue;
+    const std::string_view bytes(static_cast<const char*>(item.value), item.valueLength);
+    return std::string(bytes.substr(0, bytes.find('\0')));
+  }
+  return {};
+}
+
+std::optional<std::string> ruleOf(const Value& definition) {
+  const std::string* rule = definition.string();
+  if (const Dictionary* dictionary = definition.dictionary()) {
+    const Value* entry = dictionary->find("rule");
+    rule = entry == nullptr ? nullptr : entry->string();
+  }
+  if (rule == nullptr || rule->empty()) return std::nullopt;
+  return *rule;
+}
+
+/// Success if what `authorization` stands for may change rights, which only root may.
+OSStatus checkChangeOf(AuthorizationRef authorization, const char* rightName) {
+  if (authorization == nullptr) return errAuthorizationInvalidRef;
+  if (rightName == nullptr || !isRightName(rightName)) return errAuthorizationInvalidSet;
+  return authorization->subject.uid == 0 ? errAuthorizationSuccess : errAuthorizationDenied;
+}
+
+}  // namespace
+
+OSStatus AuthorizationCreate(const AuthorizationRights* rights,
+                             const AuthorizationEnvironment* environment, AuthorizationFlags flags,
+                             AuthorizationRef* authorization) {
+  if (authorization == nullptr) return errAuthorizationInvalidPointer;
+  auto created = std::make_unique<AuthorizationOpaqueRef>(
+      AuthorizationOpaqueRef{ProcessIdentity::ofThisProcess()});
+  if (rights != nullptr) {
+    const OSStatus status =
+        AuthorizationCopyRights(created.get(), rights, environment, flags, nullptr);
+    if (status != errAuthorizationSuccess) return status;
+  }
+  *authorization = created.release();
+  return errAuthorizationSuccess;
+}
+
+OSStatus AuthorizationCreateFromExternalForm(const AuthorizationExternalForm* form,
+                                             AuthorizationRef* authorization) {
+  if (form == nullptr || authorization == nullptr) return errAuthorizationInvalidPointer;
+  const std::variant<AuthorizationKey, Error> key = keyFile().key();
+  if (std::holds_alternative<Error>(key)) return errAuthorizationInternal;
+
+  const std::optional<ProcessIdentity> subject =
+      readExternalForm(*form, std::get<AuthorizationKey>(key));
+  if (!subject || !isCallerAllowedFormOf(subject->uid) || !subject->isRunning()) {
+    return errAuthorizationInvalidRef;
+  }
+  *authorization = new AuthorizationOpaqueRef{*subject};
+  return errAuthorizationSuccess;
+}
+
+OSStatus AuthorizationCopyRights(AuthorizationRef authorization, const AuthorizationRights* rights,
+                                 const AuthorizationEnvironment* environment,
+                                 AuthorizationFlags flags, AuthorizationRights** authorizedRights) {
+  if (authorization == nullptr) return errAuthorizationInvalidRef;
+  if (authorizedRights != nullptr) return errAuthorizationInvalidPointer;
+  const std::span<const AuthorizationItem> items = itemsOf(rights);
+  const bool areAllNames = std::all_of(items.begin(), items.end(), [](const auto& item) {
+    return item.name != nullptr && isRightName(item.name);
+  });
+  if (items.empty() || !areAllNames) return errAuthorizationInvalidSet;
+
+  for (const AuthorizationItem& item : items) {
+    const OSStatus status = authority().decide(
+        authorization->subject, {item.name, textOf(environment, kAuthorizationEnvironmentPrompt),
+                                 textOf(environment, kAuthorizationEnvironmentIcon),
+                                 (flags & kAuthorizationFlagInteractionAllowed) != 0});
+    if (status != errAuthorizationSuccess) return status;
+  }
+  return errAuthorizationSuccess;
+}
+
+OSStatus AuthorizationFree(AuthorizationRef authorization, AuthorizationFlags flags) {
+  if (authorization == nullptr) return errAuthorizationInvalidRef;
+  const std::unique_ptr<AuthorizationOpaqueRef> owned(authorization);
+  if ((flags & kAuthorizationFlagDestroyRights) != 0) authority().revoke(owned->subject);
+  return errAuthorizationSuccess;
+}
+
+OSStatus AuthorizationRightGet(const char* rightName, std::optional<Value>* definition) {
+  if (rightName == nullptr || !isRightName(rightName)) return errAuthorizationDenied;
+  RightDefinition found;
+  const OSStatus status = authority().rightGet(rightName, &found);
+  if (status == errAuthorizationSuccess && definition != nullptr) {
+    *definition = Dictionary{{"rule", found.rule}, {"description", found.description}};
+  }
+  return status;
+}
+
+OSStatus AuthorizationRightSet(AuthorizationRef authorization, const char* rightName,
+                               const Value& definition, const std::string& descriptionKey,
+                               const char* localeTableName) {
+  if (const OSStatus status = checkChangeOf(authorization, rightName);
+      status != errAuthorizationSuccess) {
+    return status;
+  }
+  std::optional<std::string> rule = ruleOf(definition);
+  if (!rule) return errAuthorizationInvalidSet;
+  return authority().rightSet(rightName, {*std::move(rule), descriptionKey,
+                                          localeTableName == nullptr ? "" : localeTableName});
+}
+
+OSStatus AuthorizationRightRemove(AuthorizationRef authorization, const char* rightName) {
+  if (const OSStatus status = checkChangeOf(authorization, rightName);
+      status != errAuthorizationSuccess) {
+    return status;
+  }
+  return authority().rightRemove(rightName);
+}
+
+}  // namespace corvane

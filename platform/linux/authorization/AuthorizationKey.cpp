@@ -1,0 +1,66 @@
+#include "platform/linux/authorization/AuthorizationKey.h"
+
+#include <algorithm>
+#include <cerrno>
+
+#include <sodium.h>
+#include <sys/stat.h>
+
+#include "foundation/POSIXError.h"
+#include "platform/linux/authorization/RootFolder.h"
+
+namespace corvane {
+
+namespace {
+
+constexpr const char* fileName = "key";
+constexpr mode_t rootAlone = S_IRUSR | S_IWUSR;
+
+std::variant<AuthorizationKey, Error> readKey(const RootFolder& folder) {
+  std::variant<Data, Error> bytes = folder.read(fileName, rootAlone);
+  if (const Error* error = std::get_if<Error>(&bytes)) return *error;
+  const Data& data = std::get<Data>(bytes);
+  AuthorizationKey key{};
+  if (data.size() != key.size()) return folder.errorOf(fileName, EBADMSG);
+  std::copy(data.begin(), data.end(), key.begin());
+  return key;
+}
+
+}  // namespace
+
+AuthorizationKeyFile::AuthorizationKeyFile(std::string directory)
+    : _directory(std::move(directory)), _path(_directory + "/" + fileName) {}
+
+std::variant<AuthorizationKey, Error> AuthorizationKeyFile::key() {
+  const std::lock_guard guard(_lock);
+  const std::optional<FileStamp> stamp = FileStamp::of(_path);
+  if (stamp && stamp == _stamp) return _key;
+
+  std::variant<AuthorizationKey, Error> key = readOrMake();
+  _stamp.reset();
+  if (const auto* read = std::get_if<AuthorizationKey>(&key); read && stamp && stamp->isSettled()) {
+    _key = *read;
+    _stamp = stamp;
+  }
+  return key;
+}
+
+std::variant<AuthorizationKey, Error> AuthorizationKeyFile::readOrMake() const {
+  std::variant<RootFolder, Error> opened = RootFolder::openOrMake(_directory);
+  if (const Error* error = std::get_if<Error>(&opened)) return *error;
+  const RootFolder& folder = std::get<RootFolder>(opened);
+
+  std::variant<AuthorizationKey, Error> key = readKey(folder);
+  const Error* error = std::get_if<Error>(&key);
+  if (error == nullptr || !isPOSIXError(*error, POSIXErrorCode::NoEntry)) return key;
+
+  AuthorizationKey random{};
+  randombytes_buf(random.data(), random.size());
+  if (const std::optional<Error> failure = folder.create(fileName, random, rootAlone);
+      failure && !isPOSIXError(*failure, POSIXErrorCode::Exists)) {
+    return *failure;
+  }
+  return readKey(folder);
+}
+
+}  // namespace corvane

@@ -1,0 +1,112 @@
+#include "platform/linux/authorization/EmbeddedAuthority.h"
+
+#include <optional>
+#include <variant>
+
+#include <sys/stat.h>
+
+#include "foundation/POSIXError.h"
+#include "foundation/PropertyList.h"
+#include "platform/linux/authorization/RootFolder.h"
+
+namespace corvane {
+
+namespace {
+
+constexpr std::string_view ruleKey = "rule";
+constexpr std::string_view descriptionKey = "description";
+constexpr std::string_view stringsTableKey = "table";
+// What rights there are is no secret; only root may say so.
+constexpr mode_t everyoneElseReads = S_IRUSR | S_IWUSR | S_IRGRP | S_IROTH;
+
+std::string fileNameFor(const std::string& rightName) {
+  return rightName + ".plist";
+}
+
+OSStatus statusOf(const Error& error) {
+  return isPOSIXError(error, POSIXErrorCode::NoEntry) ? errAuthorizationDenied
+                                                      : errAuthorizationInternal;
+}
+
+std::string textOf(const Dictionary& dictionary, std::string_view key) {
+  const Value* value = dictionary.find(key);
+  return value != nullptr && value->string() != nullptr ? *value->string() : "";
+}
+
+std::optional<RightDefinition> definitionFromBytes(const Data& bytes) {
+  const std::variant<PropertyList, Error> list = readPropertyList(bytes);
+  const auto* read = std::get_if<PropertyList>(&list);
+  if (read == nullptr || read->root.dictionary() == nullptr) return std::nullopt;
+  const Dictionary& entries = *read->root.dictionary();
+  RightDefinition definition{textOf(entries, ruleKey), textOf(entries, descriptionKey),
+                             textOf(entries, stringsTableKey)};
+  if (definition.rule.empty()) return std::nullopt;
+  return definition;
+}
+
+}  // namespace
+
+EmbeddedAuthority::EmbeddedAuthority(std::string rightsDirectory)
+    : _directory(std::move(rightsDirectory)) {}
+
+OSStatus EmbeddedAuthority::decide(const ProcessIdentity& subject, const RightRequest& request) {
+  return subject.uid == 0 || isAllowedToAll(request.rightName)
+             ? errAuthorizationSuccess
+             : errAuthorizationInteractionNotAllowed;
+}
+
+bool EmbeddedAuthority::isAllowedToAll(const std::string& rightName) {
+  const std::optional<FileStamp> stamp = FileStamp::of(_directory + "/" + fileNameFor(rightName));
+  if (!stamp) return false;
+
+  const std::lock_guard guard(_lock);
+  const auto known = _knownRights.find(rightName);
+  if (known != _knownRights.end() && known->second.stamp == *stamp) {
+    return known->second.isAllowedToAll;
+  }
+  RightDefinition definition;
+  const bool isAllowed =
+      rightGet(rightName, &definition) == errAuthorizationSuccess && definition.rule == "allow";
+  if (stamp->isSettled()) {
+    _knownRights.insert_or_assign(rightName, KnownRight{*stamp, isAllowed});
+  }
+  return isAllowed;
+}
+
+OSStatus EmbeddedAuthority::rightGet(const std::string& rightName, RightDefinition* definition) {
+  const std::variant<RootFolder, Error> folder = RootFolder::open(_directory);
+  if (const Error* error = std::get_if<Error>(&folder)) return statusOf(*error);
+  const std::variant<Data, Error> bytes =
+      std::get<RootFolder>(folder).read(fileNameFor(rightName), everyoneElseReads);
+  if (const Error* error = std::get_if<Error>(&bytes)) return statusOf(*error);
+
+  std::optional<RightDefinition> found = definitionFromBytes(std::get<Data>(bytes));
+  if (!found) return errAuthorizationInternal;
+  if (definition != nullptr) *definition = *std::move(found);
+  return errAuthorizationSuccess;
+}
+
+OSStatus EmbeddedAuthority::rightSet(const std::string& rightName,
+                                     const RightDefinition& definition) {
+  const std::variant<Data, Error> bytes =
+      writePropertyList(Dictionary{{std::string(ruleKey), definition.rule},
+                                   {std::string(descriptionKey), definition.description},
+                                   {std::string(stringsTableKey), definition.stringsTable}},
+                        PropertyListFormat::XML);
+  if (std::holds_alternative<Error>(bytes)) return errAuthorizationInternal;
+  const std::variant<RootFolder, Error> folder = RootFolder::openOrMake(_directory);
+  if (std::holds_alternative<Error>(folder)) return errAuthorizationInternal;
+  return std::get<RootFolder>(folder).replace(fileNameFor(rightName), std::get<Data>(bytes),
+                                              everyoneElseReads)
+             ? errAuthorizationInternal
+             : errAuthorizationSuccess;
+}
+
+OSStatus EmbeddedAuthority::rightRemove(const std::string& rightName) {
+  const std::variant<RootFolder, Error> folder = RootFolder::open(_directory);
+  if (const Error* error = std::get_if<Error>(&folder)) return statusOf(*error);
+  const std::optional<Error> error = std::get<RootFolder>(folder).remove(fileNameFor(rightName));
+  return error ? statusOf(*error) : errAuthorizationSuccess;
+}
+
+}  // namespace corvane

@@ -1,0 +1,43 @@
+#ifndef CORVANE_PLATFORM_LINUX_AUTHORIZATION_EMBEDDEDAUTHORITY_H
+#define CORVANE_PLATFORM_LINUX_AUTHORIZATION_EMBEDDEDAUTHORITY_H
+
+#include <map>
+#include <mutex>
+#include <string>
+
+#include "platform/linux/authorization/Authority.h"
+#include "platform/linux/authorization/FileStamp.h"
+
+namespace corvane {
+
+/// The authority of a system that has no other. It never asks anybody: root holds every right,
+/// everyone the rights whose rule is "allow", and that is all.
+///
+/// Definitions are property lists, a file a right, in a folder that only root can change.
+class EmbeddedAuthority : public Authority {
+ public:
+  explicit EmbeddedAuthority(std::string rightsDirectory);
+
+  OSStatus decide(const ProcessIdentity& subject, const RightRequest& request) override;
+  void revoke(const ProcessIdentity& /*subject*/) override {}
+
+  OSStatus rightGet(const std::string& rightName, RightDefinition* definition) override;
+  OSStatus rightSet(const std::string& rightName, const RightDefinition& definition) override;
+  OSStatus rightRemove(const std::string& rightName) override;
+
+ private:
+  bool isAllowedToAll(const std::string& rightName);
+
+  struct KnownRight {
+    FileStamp stamp;
+    bool isAllowedToAll;
+  };
+
+  const std::string _directory;
+  std::mutex _lock;
+  std::map<std::string, KnownRight> _knownRights;
+};
+
+}  // namespace corvane
+
+#endif

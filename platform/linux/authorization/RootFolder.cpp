@@ -1,0 +1,143 @@
+#include "platform/linux/authorization/RootFolder.h"
+
+#include <array>
+#include <cerrno>
+#include <string_view>
+
+#include <fcntl.h>
+#include <sodium.h>
+#include <sys/stat.h>
+
+#include "foundation/POSIXError.h"
+
+namespace corvane {
+
+namespace {
+
+constexpr off_t largestFile = off_t{1} << 20;
+
+Error fileError(const std::string& path, int hostErrno) {
+  const std::int32_t code = posixCodeFromHost(hostErrno);
+  return Error(NSPOSIXErrorDomain, code,
+               {{std::string(NSFilePathErrorKey), path},
+                {std::string(NSLocalizedDescriptionKey), path + ": " + posixDescription(code)}});
+}
+
+// A name that no two writers share, and that nothing takes for a file of the folder's kind.
+std::string temporaryNameFor(const std::string& name) {
+  std::array<unsigned char, 8> random{};
+  randombytes_buf(random.data(), random.size());
+  std::array<char, 2 * random.size() + 1> text{};
+  sodium_bin2hex(text.data(), text.size(), random.data(), random.size());
+  return "." + name + "." + text.data();
+}
+
+bool isRootsAlone(const struct stat& status, mode_t permissions) {
+  return status.st_uid == 0 && (status.st_mode & ALLPERMS & ~permissions) == 0;
+}
+
+// Whoever else makes a folder at the same time has done it as well.
+void makeFolder(const std::string& path) {
+  if (::mkdir(path.c_str(), 0755) == 0 || errno != ENOENT) return;
+  const std::size_t slash = path.find_last_of('/');
+  if (slash == std::string::npos || slash == 0) return;
+  makeFolder(path.substr(0, slash));
+  ::mkdir(path.c_str(), 0755);
+}
+
+}  // namespace
+
+std::variant<RootFolder, Error> RootFolder::open(const std::string& path) {
+  FileDescriptor descriptor(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+  struct stat status = {};
+  if (!descriptor || ::fstat(descriptor.get(), &status) != 0) return fileError(path, errno);
+  constexpr mode_t everyoneElseReads = 07755;
+  if (!isRootsAlone(status, everyoneElseReads)) return fileError(path, EPERM);
+  return RootFolder(path, std::move(descriptor));
+}
+
+std::variant<RootFolder, Error> RootFolder::openOrMake(const std::string& path) {
+  makeFolder(path);
+  return open(path);
+}
+
+std::variant<Data, Error> RootFolder::read(const std::string& name, mode_t permissions) const {
+  const FileDescriptor file(::openat(_descriptor.get(), name.c_str(),
+                                     O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+  struct stat status = {};
+  if (!file || ::fstat(file.get(), &status) != 0) return errorOf(name, errno);
+  if (!S_ISREG(status.st_mode) || !isRootsAlone(status, permissions)) return errorOf(name, EPERM);
+  if (status.st_size > largestFile) return errorOf(name, EFBIG);
+
+  Data bytes(static_cast<std::size_t>(status.st_size));
+  std::size_t done = 0;
+  while (done < bytes.size()) {
+    const ssize_t count = ::read(file.get(), bytes.data() + done, bytes.size() - done);
+    if (count < 0 && errno == EINTR) continue;
+    if (count < 0) return errorOf(name, errno);
+    if (count == 0) break;
+    done += static_cast<std::size_t>(count);
+  }
+  bytes.resize(done);
+  return bytes;
+}
+
+std::optional<Error> RootFolder::writeTemporary(const std::string& name,
+                                                std::span<const std::byte> bytes,
+                                                mode_t permissions) const {
+  const FileDescriptor file(::openat(_descriptor.get(), name.c_str(),
+                                     O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC,
+                                     permissions));
+  if (!file) return errorOf(name, errno);
+  while (!bytes.empty()) {
+    const ssize_t count = ::write(file.get(), bytes.data(), bytes.size());
+    if (count < 0 && errno == EINTR) continue;
+    if (count < 0) return errorOf(name, errno);
+    bytes = bytes.subspan(static_cast<std::size_t>(count));
+  }
+  // The permissions meant, whatever the process's mask takes away.
+  if (::fchmod(file.get(), permissions) != 0 || ::fsync(file.get()) != 0) {
+    return errorOf(name, errno);
+  }
+  return std::nullopt;
+}
+
+std::optional<Error> RootFolder::create(const std::string& name, std::span<const std::byte> bytes,
+                                        mode_t permissions) const {
+  const std::string temporary = temporaryNameFor(name);
+  std::optional<Error> error = writeTemporary(temporary, bytes, permissions);
+  // A link, unlike a rename, leaves alone what is there already.
+  if (!error &&
+      ::linkat(_descriptor.get(), temporary.c_str(), _descriptor.get(), name.c_str(), 0) != 0) {
+    error = errorOf(name, errno);
+  }
+  ::unlinkat(_descriptor.get(), temporary.c_str(), 0);
+  return error;
+}
+
+std::optional<Error> RootFolder::replace(const std::string& name, std::span<const std::byte> bytes,
+                                         mode_t permissions) const {
+  const std::string temporary = temporaryNameFor(name);
+  std::optional<Error> error = writeTemporary(temporary, bytes, permissions);
+  if (!error &&
+      ::renameat(_descriptor.get(), temporary.c_str(), _descriptor.get(), name.c_str()) != 0) {
+    error = errorOf(name, errno);
+  }
+  if (error) {
+    ::unlinkat(_descriptor.get(), temporary.c_str(), 0);
+  } else if (::fsync(_descriptor.get()) != 0) {
+    error = errorOf(name, errno);
+  }
+  return error;
+}
+
+std::optional<Error> RootFolder::remove(const std::string& name) const {
+  if (::unlinkat(_descriptor.get(), name.c_str(), 0) != 0) return errorOf(name, errno);
+  return std::nullopt;
+}
+
+Error RootFolder::errorOf(const std::string& name, int hostErrno) const {
+  return fileError(_path + "/" + name, hostErrno);
+}
+
+}  // namespace corvane

@@ -1,0 +1,53 @@
+#ifndef CORVANE_PLATFORM_LINUX_AUTHORIZATION_ROOTFOLDER_H
+#define CORVANE_PLATFORM_LINUX_AUTHORIZATION_ROOTFOLDER_H
+
+#include <optional>
+#include <span>
+#include <string>
+#include <variant>
+
+#include <sys/types.h>
+
+#include "foundation/Error.h"
+#include "foundation/FileDescriptor.h"
+#include "foundation/Value.h"
+
+namespace corvane {
+
+/// A folder that only root can change, and the small files in it: what it holds can be relied on.
+/// Files appear in it complete or not at all. Errors are POSIX errors that name the path.
+class RootFolder {
+ public:
+  /// Opens the folder. Refused with EPERM if it is not root's own or others may write to it.
+  static std::variant<RootFolder, Error> open(const std::string& path);
+  /// The same, after making the folder and those above it as far as they are missing.
+  static std::variant<RootFolder, Error> openOrMake(const std::string& path);
+
+  /// The bytes of a file, at most a megabyte. Refused with EPERM unless it is a regular file of
+  /// root's own whose permissions are all among `permissions`.
+  std::variant<Data, Error> read(const std::string& name, mode_t permissions) const;
+  /// Makes a file that must not exist yet; EEXIST if it does, even if it appears at the same time.
+  std::optional<Error> create(const std::string& name, std::span<const std::byte> bytes,
+                              mode_t permissions) const;
+  /// Makes a file or replaces it, and sees it safely to the disk.
+  std::optional<Error> replace(const std::string& name, std::span<const std::byte> bytes,
+                               mode_t permissions) const;
+  std::optional<Error> remove(const std::string& name) const;
+
+  /// What the host's `errno` value means for a file of this folder.
+  Error errorOf(const std::string& name, int hostErrno) const;
+
+ private:
+  RootFolder(std::string path, FileDescriptor descriptor)
+      : _path(std::move(path)), _descriptor(std::move(descriptor)) {}
+
+  std::optional<Error> writeTemporary(const std::string& name, std::span<const std::byte> bytes,
+                                      mode_t permissions) const;
+
+  std::string _path;
+  FileDescriptor _descriptor;
+};
+
+}  // namespace corvane
+
+#endif
