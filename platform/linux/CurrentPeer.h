@@ -5,6 +5,8 @@
 
 namespace corvane {
 
+class WatchedProcess;
+
 /// The other end of a connection, as the kernel vouches for it.
 struct Peer {
   pid_t pid;
@@ -12,6 +14,8 @@ struct Peer {
   gid_t gid;
   /// The connected socket, borrowed: it hangs up when the peer goes away. -1 if there is none.
   int connection = -1;
+  /// The process that connected, borrowed; null if nothing more than its number is known.
+  const WatchedProcess* process = nullptr;
 };
 
 /// The peer whose message this thread is handling, or null outside of a message.

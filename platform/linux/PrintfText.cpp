@@ -1,5 +1,6 @@
 #include "platform/linux/PrintfText.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 
@@ -10,12 +11,11 @@ namespace corvane {
 std::string printfText(const char* format, va_list arguments) {
   va_list again;
   va_copy(again, arguments);
-  const int length = std::vsnprintf(nullptr, 0, format, arguments);
-  std::string text;
-  if (length > 0) {
-    text.resize(static_cast<std::size_t>(length));
-    std::vsnprintf(text.data(), text.size() + 1, format, again);
-  }
+  std::string text(256, '\0');  // long enough for most
+  const int length = std::vsnprintf(text.data(), text.size() + 1, format, arguments);
+  const bool wasLongEnough = length <= static_cast<int>(text.size());
+  text.resize(static_cast<std::size_t>(std::max(length, 0)));
+  if (!wasLongEnough) std::vsnprintf(text.data(), text.size() + 1, format, again);
   va_end(again);
   return text;
 }

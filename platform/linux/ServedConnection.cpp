@@ -6,6 +6,7 @@
 
 #include <fcntl.h>
 #include <poll.h>
+#include <sys/socket.h>
 
 #include "platform/StandardLog.h"
 #include "platform/linux/Bus.h"
@@ -39,6 +40,22 @@ class OneWayMessage {
 };
 
 thread_local OneWayMessage* OneWayMessage::current = nullptr;
+
+// Who connected the socket, by the kernel's word.
+Peer peerOfSocket(int socket) {
+  ucred credentials{};
+  socklen_t size = sizeof(credentials);
+  if (::getsockopt(socket, SOL_SOCKET, SO_PEERCRED, &credentials, &size) != 0) {
+    credentials = {-1, static_cast<uid_t>(-1), static_cast<gid_t>(-1)};
+  }
+  return {credentials.pid, credentials.uid, credentials.gid};
+}
+
+std::optional<WatchedProcess> connectedProcess(int socket) {
+  auto process = WatchedProcess::ofPeer(socket);
+  if (std::holds_alternative<Error>(process)) return std::nullopt;
+  return std::get<WatchedProcess>(std::move(process));
+}
 
 int refuseArguments(sd_bus_message* message, const char* reason) {
   return sd_bus_reply_method_errorf(message, SD_BUS_ERROR_INVALID_ARGS, "%s", reason);
@@ -168,12 +185,16 @@ struct ServedConnection::Handlers {
   }
 };
 
-ServedConnection::ServedConnection(FileDescriptor socket, const Peer& peer,
+ServedConnection::ServedConnection(FileDescriptor socket, const std::optional<Peer>& peer,
                                    std::shared_ptr<PeerLimits> limits)
     : _socket(std::move(socket)),
-      _peer(peer),
-      _share(std::move(limits), peer.uid),
-      _isWithinLimits(_share.takeConnection()) {}
+      _process(peer ? std::nullopt : connectedProcess(_socket.get())),
+      _peer(peer ? *peer : peerOfSocket(_socket.get())),
+      _share(std::move(limits), _peer.uid),
+      _isWithinLimits(_share.takeConnection()) {
+  _peer.connection = _socket.get();
+  _peer.process = _process ? &*_process : nullptr;
+}
 
 void ServedConnection::setExportedInterface(XPCInterface interface) {
   _interface = "com.corvane." + interface.protocolName;

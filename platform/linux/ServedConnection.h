@@ -2,6 +2,8 @@
 #define CORVANE_PLATFORM_LINUX_SERVEDCONNECTION_H
 
 #include <memory>
+#include <optional>
+#include <string>
 
 #include <systemd/sd-bus.h>
 
@@ -9,6 +11,7 @@
 #include "platform/XPCListener.h"
 #include "platform/linux/CurrentPeer.h"
 #include "platform/linux/PeerLimits.h"
+#include "platform/linux/authorization/ProcessIdentity.h"
 
 namespace corvane {
 
@@ -16,7 +19,9 @@ namespace corvane {
 /// object. It has a thread of its own, so a request that waits for a person holds up nobody else.
 class ServedConnection : public XPCIncomingConnection {
  public:
-  ServedConnection(FileDescriptor socket, const Peer& peer, std::shared_ptr<PeerLimits> limits);
+  /// `peer` is who connected `socket`; absent, the kernel says who it is.
+  ServedConnection(FileDescriptor socket, const std::optional<Peer>& peer,
+                   std::shared_ptr<PeerLimits> limits);
 
   /// False if the peer's user already has as many connections as it may have.
   bool isWithinLimits() const { return _isWithinLimits; }
@@ -33,6 +38,7 @@ class ServedConnection : public XPCIncomingConnection {
   struct Handlers;
 
   FileDescriptor _socket;
+  std::optional<WatchedProcess> _process;
   Peer _peer;
   PeerLimits::Share _share;
   bool _isWithinLimits;

@@ -66,16 +66,7 @@ FileDescriptor socketAtServicePath(const std::string& name) {
   return listening;
 }
 
-Peer peerOfSocket(int socket) {
-  ucred credentials{};
-  socklen_t size = sizeof(credentials);
-  if (::getsockopt(socket, SOL_SOCKET, SO_PEERCRED, &credentials, &size) != 0) {
-    credentials.uid = static_cast<uid_t>(-1);
-  }
-  return {credentials.pid, credentials.uid, credentials.gid, socket};
-}
-
-// Each connection takes three descriptors.
+// Each connection takes four descriptors.
 void raiseDescriptorLimit() {
   rlimit limit{};
   if (::getrlimit(RLIMIT_NOFILE, &limit) != 0) return;
@@ -99,9 +90,7 @@ class LinuxListener : public XPCListener {
     auto [ours, theirs] = connectedSockets();
     // The kernel would name the daemon as the peer of its own pair: it is whoever asked.
     const Peer* asking = currentPeer();
-    Peer peer = asking != nullptr ? *asking : peerOfSocket(ours.get());
-    peer.connection = ours.get();
-    offer(std::move(ours), peer);
+    offer(std::move(ours), asking != nullptr ? std::optional(*asking) : std::nullopt);
     return endpointFromSocket(std::move(theirs));
   }
 
@@ -146,13 +135,12 @@ class LinuxListener : public XPCListener {
       }
       return;
     }
-    const Peer peer = peerOfSocket(socket.get());
-    offer(std::move(socket), peer);
+    offer(std::move(socket), std::nullopt);
   }
 
   // Serves the connection on a thread of its own if it is within the limits and the delegate
   // takes it.
-  void offer(FileDescriptor socket, const Peer& peer) {
+  void offer(FileDescriptor socket, const std::optional<Peer>& peer) {
     auto connection = std::make_unique<ServedConnection>(std::move(socket), peer, _limits);
     if (!connection->isWithinLimits() || _delegate == nullptr ||
         !_delegate->listenerShouldAcceptNewConnection(this, connection.get()) ||

@@ -38,7 +38,7 @@ class AuthorizationTest : public ::testing::Test {
     return makeExternalForm(identity, std::get<AuthorizationKey>(file.key()));
   }
   static ProcessIdentity identityOf(const ChildProcess& child) {
-    return std::get<ProcessIdentity>(ProcessIdentity::ofPeer(child.socket()));
+    return std::get<WatchedProcess>(WatchedProcess::ofPeer(child.socket())).identity();
   }
 
   /// The status of making an authorization of `form`, which is freed again.

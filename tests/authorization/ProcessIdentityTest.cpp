@@ -62,28 +62,37 @@ TEST(ProcessIdentityTest, NumbersWithoutProcessHaveNoStartTime) {
 
 TEST_F(PeerTest, IsTheConnectingProcessAndItsUser) {
   ChildProcess child = ChildProcess::connectedOfUser(someUser);
-  const auto identity = ProcessIdentity::ofPeer(child.socket());
-  ASSERT_TRUE(std::holds_alternative<ProcessIdentity>(identity));
-  EXPECT_EQ(std::get<ProcessIdentity>(identity),
+  const auto process = WatchedProcess::ofPeer(child.socket());
+  ASSERT_TRUE(std::holds_alternative<WatchedProcess>(process));
+  const ProcessIdentity& identity = std::get<WatchedProcess>(process).identity();
+  EXPECT_EQ(identity,
             (ProcessIdentity{child.pid(), someUser, processStartTime(child.pid()).value()}));
-  EXPECT_TRUE(std::get<ProcessIdentity>(identity).isRunning());
+  EXPECT_TRUE(identity.isRunning());
 }
 
 TEST_F(PeerTest, AnEndedProcessIsRefusedWhileItsParentHasNotNoticed) {
   ChildProcess child = ChildProcess::connectedOfUser(someUser);
-  const auto before = std::get<ProcessIdentity>(ProcessIdentity::ofPeer(child.socket()));
+  const auto before = std::get<WatchedProcess>(WatchedProcess::ofPeer(child.socket())).identity();
   child.kill();
-  EXPECT_TRUE(std::holds_alternative<Error>(ProcessIdentity::ofPeer(child.socket())));
+  EXPECT_TRUE(std::holds_alternative<Error>(WatchedProcess::ofPeer(child.socket())));
   EXPECT_FALSE(before.isRunning());
   child.reap();
-  EXPECT_TRUE(std::holds_alternative<Error>(ProcessIdentity::ofPeer(child.socket())));
+  EXPECT_TRUE(std::holds_alternative<Error>(WatchedProcess::ofPeer(child.socket())));
   EXPECT_FALSE(before.isRunning());
+}
+
+TEST_F(PeerTest, AWatchedProcessIsSeenToEnd) {
+  ChildProcess child = ChildProcess::connectedOfUser(someUser);
+  const auto process = WatchedProcess::ofPeer(child.socket());
+  EXPECT_TRUE(std::get<WatchedProcess>(process).isRunning());
+  child.kill();
+  EXPECT_FALSE(std::get<WatchedProcess>(process).isRunning());
 }
 
 TEST_F(PeerTest, AReusedProcessNumberIsNotTheProcess) {
   ChildProcess child = ChildProcess::connectedOfUser(someUser);
   if (!hasPeerDescriptors(child.socket())) GTEST_SKIP() << "the kernel has no SO_PEERPIDFD";
-  const auto before = std::get<ProcessIdentity>(ProcessIdentity::ofPeer(child.socket()));
+  const auto before = std::get<WatchedProcess>(WatchedProcess::ofPeer(child.socket())).identity();
   child.kill();
   child.reap();
   const std::optional<ChildProcess> successor = ChildProcess::successorOf(before);
@@ -91,7 +100,7 @@ TEST_F(PeerTest, AReusedProcessNumberIsNotTheProcess) {
 
   ASSERT_NE(processStartTime(before.pid), std::nullopt) << "the number is in use again";
   EXPECT_FALSE(before.isRunning());
-  const auto after = ProcessIdentity::ofPeer(child.socket());
+  const auto after = WatchedProcess::ofPeer(child.socket());
   ASSERT_TRUE(std::holds_alternative<Error>(after));
   EXPECT_EQ(std::get<Error>(after).code(), 3) << "no such process";
 }
@@ -101,9 +110,9 @@ TEST_F(PeerTest, WhatIsNoConnectedSocketIsRefused) {
   const FileDescriptor internet(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
   const FileDescriptor unconnected(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
   for (const FileDescriptor* descriptor : {&file, &internet, &unconnected}) {
-    EXPECT_TRUE(std::holds_alternative<Error>(ProcessIdentity::ofPeer(descriptor->get())));
+    EXPECT_TRUE(std::holds_alternative<Error>(WatchedProcess::ofPeer(descriptor->get())));
   }
-  EXPECT_TRUE(std::holds_alternative<Error>(ProcessIdentity::ofPeer(-1)));
+  EXPECT_TRUE(std::holds_alternative<Error>(WatchedProcess::ofPeer(-1)));
 }
 
 TEST_F(PeerTest, NoDescriptorIsLeftBehind) {
@@ -111,7 +120,7 @@ TEST_F(PeerTest, NoDescriptorIsLeftBehind) {
   const int before = ::dup(child.socket());
   FileDescriptor closed(before);
   closed.reset();
-  for (int i = 0; i < 10; ++i) (void)ProcessIdentity::ofPeer(child.socket());
+  for (int i = 0; i < 10; ++i) (void)WatchedProcess::ofPeer(child.socket());
   const FileDescriptor after(::dup(child.socket()));
   EXPECT_EQ(after.get(), before) << "the lowest free descriptor is the same";
 }

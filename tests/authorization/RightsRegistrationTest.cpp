@@ -55,9 +55,9 @@ class RightsRegistrationTest : public ::testing::Test {
 
     Powerless() {
       AuthorizationKeyFile file(authorizationFolder().path());
-      const AuthorizationExternalForm form =
-          makeExternalForm(std::get<ProcessIdentity>(ProcessIdentity::ofPeer(child.socket())),
-                           std::get<AuthorizationKey>(file.key()));
+      const AuthorizationExternalForm form = makeExternalForm(
+          std::get<WatchedProcess>(WatchedProcess::ofPeer(child.socket())).identity(),
+          std::get<AuthorizationKey>(file.key()));
       EXPECT_EQ(AuthorizationCreateFromExternalForm(&form, &authorization), 0);
     }
     ~Powerless() { AuthorizationFree(authorization, kAuthorizationFlagDefaults); }

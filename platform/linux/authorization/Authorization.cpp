@@ -39,6 +39,15 @@ bool isCallerAllowedFormOf(uid_t owner) {
   return caller == 0 || caller == owner;
 }
 
+/// Whether `subject` still runs: mostly it is who the request came from, whom the connection
+/// watches.
+bool isRunning(const ProcessIdentity& subject) {
+  const Peer* peer = currentPeer();
+  const WatchedProcess* process = peer != nullptr ? peer->process : nullptr;
+  return process != nullptr && process->identity() == subject ? process->isRunning()
+                                                              : subject.isRunning();
+}
+
 std::span<const AuthorizationItem> itemsOf(const AuthorizationItemSet* set) {
   if (set == nullptr || set->items == nullptr) return {};
   return {set->items, set->count};
@@ -96,7 +105,7 @@ OSStatus AuthorizationCreateFromExternalForm(const AuthorizationExternalForm* fo
 
   const std::optional<ProcessIdentity> subject =
       readExternalForm(*form, std::get<AuthorizationKey>(key));
-  if (!subject || !isCallerAllowedFormOf(subject->uid) || !subject->isRunning()) {
+  if (!subject || !isCallerAllowedFormOf(subject->uid) || !isRunning(*subject)) {
     return errAuthorizationInvalidRef;
   }
   *authorization = new AuthorizationOpaqueRef{*subject};

@@ -41,19 +41,17 @@ FileDescriptor processOfPeer(int socket, pid_t pid) {
                                              : -1);
 }
 
-/// A process descriptor becomes readable when its process ends.
-bool hasNotEnded(const FileDescriptor& process) {
-  pollfd waiting = {process.get(), POLLIN, 0};
-  return process && ::poll(&waiting, 1, 0) == 0;
-}
-
 }  // namespace
 
 ProcessIdentity ProcessIdentity::ofThisProcess() {
   return {::getpid(), ::geteuid(), processStartTime(::getpid()).value_or(0)};
 }
 
-std::variant<ProcessIdentity, Error> ProcessIdentity::ofPeer(int socket) {
+bool ProcessIdentity::isRunning() const {
+  return processStartTime(pid) == startTime;
+}
+
+std::variant<WatchedProcess, Error> WatchedProcess::ofPeer(int socket) {
   ucred credentials = {};
   socklen_t length = sizeof credentials;
   if (::getsockopt(socket, SOL_SOCKET, SO_PEERCRED, &credentials, &length) != 0) {
@@ -63,16 +61,20 @@ std::variant<ProcessIdentity, Error> ProcessIdentity::ofPeer(int socket) {
     return peerError(ENOTSUP, "The process at the other end of the socket cannot be seen.");
   }
   // While the descriptor's process runs nobody else has its number, so what was read is its own.
-  const FileDescriptor process = processOfPeer(socket, credentials.pid);
+  FileDescriptor descriptor = processOfPeer(socket, credentials.pid);
   const std::optional<std::uint64_t> startTime = processStartTime(credentials.pid);
-  if (!startTime || !hasNotEnded(process)) {
+  WatchedProcess process(std::move(descriptor),
+                         {credentials.pid, credentials.uid, startTime.value_or(0)});
+  if (!startTime || !process.isRunning()) {
     return peerError(ESRCH, "The process at the other end of the socket has ended.");
   }
-  return ProcessIdentity{credentials.pid, credentials.uid, *startTime};
+  return process;
 }
 
-bool ProcessIdentity::isRunning() const {
-  return processStartTime(pid) == startTime;
+bool WatchedProcess::isRunning() const {
+  // A process descriptor becomes readable when its process ends.
+  pollfd waiting = {_descriptor.get(), POLLIN, 0};
+  return _descriptor && ::poll(&waiting, 1, 0) == 0;
 }
 
 std::optional<std::uint64_t> processStartTime(pid_t pid) {

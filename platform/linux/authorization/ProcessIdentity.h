@@ -3,11 +3,13 @@
 
 #include <cstdint>
 #include <optional>
+#include <utility>
 #include <variant>
 
 #include <sys/types.h>
 
 #include "foundation/Error.h"
+#include "foundation/FileDescriptor.h"
 
 namespace corvane {
 
@@ -22,14 +24,28 @@ struct ProcessIdentity {
   /// The calling process.
   static ProcessIdentity ofThisProcess();
 
-  /// The process that connected the other end of `socket`, an AF_UNIX socket, by the kernel's word.
-  /// An error if the process has ended, even if another has its number by now.
-  static std::variant<ProcessIdentity, Error> ofPeer(int socket);
-
   /// True while this very process runs; one that only waits for its parent has ended.
   bool isRunning() const;
 
   bool operator==(const ProcessIdentity&) const = default;
+};
+
+/// A process that is held on to, so that asking whether it still runs costs little.
+class WatchedProcess {
+ public:
+  /// The process that connected the other end of `socket`, an AF_UNIX socket, by the kernel's word.
+  /// An error if the process has ended, even if another has its number by now.
+  static std::variant<WatchedProcess, Error> ofPeer(int socket);
+
+  const ProcessIdentity& identity() const { return _identity; }
+  bool isRunning() const;
+
+ private:
+  WatchedProcess(FileDescriptor descriptor, ProcessIdentity identity)
+      : _descriptor(std::move(descriptor)), _identity(identity) {}
+
+  FileDescriptor _descriptor;
+  ProcessIdentity _identity;
 };
 
 /// When the process that has the number `pid` now was started; nothing if there is none that runs.

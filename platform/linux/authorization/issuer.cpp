@@ -24,13 +24,13 @@ int fail(const Error& error) {
 }  // namespace
 
 int main() {
-  const auto identity = ProcessIdentity::ofPeer(STDIN_FILENO);
-  if (const Error* error = std::get_if<Error>(&identity)) return fail(*error);
+  const auto process = WatchedProcess::ofPeer(STDIN_FILENO);
+  if (const Error* error = std::get_if<Error>(&process)) return fail(*error);
   const auto key = AuthorizationKeyFile(authorizationKeyDirectory()).key();
   if (const Error* error = std::get_if<Error>(&key)) return fail(*error);
 
-  const AuthorizationExternalForm form =
-      makeExternalForm(std::get<ProcessIdentity>(identity), std::get<AuthorizationKey>(key));
+  const AuthorizationExternalForm form = makeExternalForm(
+      std::get<WatchedProcess>(process).identity(), std::get<AuthorizationKey>(key));
   // It always fits: nothing was written to this connection before.
   const ssize_t sent =
       ::send(STDIN_FILENO, form.bytes, sizeof form.bytes, MSG_NOSIGNAL | MSG_DONTWAIT);

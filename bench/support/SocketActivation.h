@@ -1,0 +1,53 @@
+#ifndef CORVANE_BENCH_SUPPORT_SOCKETACTIVATION_H
+#define CORVANE_BENCH_SUPPORT_SOCKETACTIVATION_H
+
+#include <string>
+
+#include <sys/types.h>
+
+#include "foundation/FileDescriptor.h"
+
+namespace corvane::bench {
+
+/// A folder of its own with a listening socket, and programs started on that socket the way a
+/// service manager starts them. Needs root. Failures throw.
+class SocketActivation {
+ public:
+  /// `program` is a path, or the name of a program that was built beside this one.
+  explicit SocketActivation(const std::string& program);
+  SocketActivation(const SocketActivation&) = delete;
+  SocketActivation& operator=(const SocketActivation&) = delete;
+  /// Ends the program.
+  ~SocketActivation();
+
+  const std::string& socketPath() const { return _socketPath; }
+  /// Where the program keeps keys and rights.
+  const std::string& authorizationFolder() const { return _authorizationFolder; }
+
+  /// Starts the program now.
+  void start();
+  /// Starts the program as soon as a client connects; returns at once.
+  void startOnDemand();
+  /// Ends the program and waits for it.
+  void stop();
+
+  /// A figure of /proc/PID/status of the program in KiB, such as "VmRSS".
+  long memory(const std::string& figure) const;
+
+ private:
+  std::string _program;
+  std::string _folder;
+  std::string _socketPath;
+  std::string _authorizationFolder;
+  FileDescriptor _listening;
+  pid_t _process = -1;
+};
+
+/// The path of a program that was built beside this one.
+std::string programBeside(const std::string& name);
+/// A figure of /proc/PID/status in KiB.
+long memoryOf(pid_t process, const std::string& figure);
+
+}  // namespace corvane::bench
+
+#endif
