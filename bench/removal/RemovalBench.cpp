@@ -17,7 +17,8 @@
 #include <unistd.h>
 
 #include "bench/removal/TestTree.h"
-#include "operationset-vnt/ZELPrivilegedOperationSetVNT.h"
+#include "operations/ObjectLocation.h"
+#include "operationset-vnt/RecursiveRemoval.h"
 
 namespace corvane {
 namespace {
@@ -26,6 +27,7 @@ using Command = std::vector<std::string>;
 
 struct Run {
   double seconds = 0;
+  double processorSeconds = 0;
   double peakMemoryMiB = 0;
 };
 
@@ -38,12 +40,16 @@ struct Contender {
 constexpr std::string_view removeMode = "--remove";
 
 int removeTree(const std::string& path) {
-  ZELPrivilegedOperationSetVNT set;
-  const auto error =
-      set.performOperationDeleteFileobjectsWithArguments(Array{"1", "1", path}, nullptr);
+  ObjectLocation location;
+  auto error = locateObject(path, location);
+  if (!error) error = removeObjectRecursively(location);
   if (!error) return EXIT_SUCCESS;
   std::fprintf(stderr, "%s: %s\n", path.c_str(), error->localizedDescription().c_str());
   return EXIT_FAILURE;
+}
+
+double secondsOf(const timeval& time) {
+  return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_usec) / 1e6;
 }
 
 Run run(const Contender& contender, const std::string& path) {
@@ -61,6 +67,7 @@ Run run(const Contender& contender, const std::string& path) {
         ::wait4(process, &status, 0, &usage) != process || status != 0) {
       throw std::runtime_error(command[0] + " failed");
     }
+    result.processorSeconds += secondsOf(usage.ru_utime) + secondsOf(usage.ru_stime);
     result.peakMemoryMiB =
         std::max(result.peakMemoryMiB, static_cast<double>(usage.ru_maxrss) / 1024);
   }
@@ -77,44 +84,73 @@ double median(std::vector<double> values) {
   return values.size() % 2 == 1 ? values[middle] : (values[middle - 1] + values[middle]) / 2;
 }
 
+// The removals that are compared with each other: each contender has a tree of its own per round.
+struct Comparison {
+  std::string title;
+  TreeShape shape;
+  std::vector<Contender> contenders;
+
+  std::string treePath(const std::string& directory, int round, std::size_t contender) const {
+    return directory + "/" + title + " " + std::to_string(round) + "." + std::to_string(contender);
+  }
+};
+
 // The first contender is compared with each of the others.
-void compare(const char* title, const std::vector<Contender>& contenders, const std::string& path,
-             const TreeShape& shape, int rounds) {
-  std::printf("%s\n", title);
-  std::vector<std::vector<double>> seconds(contenders.size());
+void compare(const Comparison& comparison, const std::string& directory, int rounds) {
+  std::vector<std::vector<double>> seconds(comparison.contenders.size());
+  std::vector<std::vector<double>> processorSeconds(comparison.contenders.size());
   for (int round = 0; round < rounds; ++round) {
-    for (std::size_t i = 0; i < contenders.size(); ++i) {
-      makeTree(path, shape);
-      seconds[i].push_back(run(contenders[i], path).seconds);
+    for (std::size_t i = 0; i < seconds.size(); ++i) {
+      const Run result = run(comparison.contenders[i], comparison.treePath(directory, round, i));
+      seconds[i].push_back(result.seconds);
+      processorSeconds[i].push_back(result.processorSeconds);
     }
   }
+  std::printf("%s\n", comparison.title.c_str());
   const double own = median(seconds[0]);
-  for (std::size_t i = 0; i < contenders.size(); ++i) {
+  for (std::size_t i = 0; i < seconds.size(); ++i) {
     const auto [least, most] = std::minmax_element(seconds[i].begin(), seconds[i].end());
     const double value = median(seconds[i]);
-    std::printf("  %-24s median %.3f s (%.3f to %.3f)", contenders[i].name, value, *least, *most);
+    std::printf("  %-24s median %.3f s (%.3f to %.3f), processor time %.3f s",
+                comparison.contenders[i].name, value, *least, *most, median(processorSeconds[i]));
     if (i > 0) std::printf(", ratio %.2f", value / own);
     std::printf("\n");
   }
   std::fflush(stdout);
 }
 
-int benchmark(const std::string& program, const std::string& directory, int rounds,
-              std::size_t million) {
-  const std::string path = directory + "/removal-bench." + std::to_string(::getpid());
-  const Contender own = {"enforced removal", {{program, std::string(removeMode)}}};
+int benchmark(const std::string& parent, int rounds, std::size_t files) {
+  const Contender own = {"enforced removal", {{"/proc/self/exe", std::string(removeMode)}}};
   const Contender remove = {"rm -rf", {{"rm", "-rf"}}};
   const Contender unprotect = {"chattr -R -i; rm -rf", {{"chattr", "-R", "-i"}, {"rm", "-rf"}}};
+  const std::vector<Comparison> comparisons = {
+      {"100,000 files in 1,000 folders", {1000, 100, 0}, {own, remove, unprotect}},
+      {"100,000 files in 1,000 folders, every tenth immutable", {1000, 100, 10}, {own, unprotect}},
+  };
+  const std::vector<std::size_t> sizes = {files / 1000, files};
 
-  compare("100,000 files in 1,000 folders", {own, remove, unprotect}, path, {1000, 100, 0}, rounds);
-  compare("100,000 files in 1,000 folders, every tenth immutable", {own, unprotect}, path,
-          {1000, 100, 10}, rounds);
-
-  for (const std::size_t files : {million / 1000, million}) {
-    makeTree(path, {std::max<std::size_t>(files / 1000, 1), std::min<std::size_t>(files, 1000), 0});
-    std::printf("peak memory of the removal of %zu files: %.1f MiB\n", files,
-                run(own, path).peakMemoryMiB);
+  // All trees are made before any is removed: for minutes after a removal, a file system may take
+  // its time to look for inodes that were not freed just now.
+  const std::string directory = parent + "/removal-bench." + std::to_string(::getpid());
+  makeTree(directory, {});
+  for (const Comparison& comparison : comparisons) {
+    for (int round = 0; round < rounds; ++round) {
+      for (std::size_t i = 0; i < comparison.contenders.size(); ++i) {
+        makeTree(comparison.treePath(directory, round, i), comparison.shape);
+      }
+    }
   }
+  for (const std::size_t size : sizes) {
+    makeTree(directory + "/" + std::to_string(size),
+             {(size + 999) / 1000, std::min<std::size_t>(size, 1000), 0});
+  }
+
+  for (const Comparison& comparison : comparisons) compare(comparison, directory, rounds);
+  for (const std::size_t size : sizes) {
+    const Run result = run(own, directory + "/" + std::to_string(size));
+    std::printf("peak memory of the removal of %zu files: %.1f MiB\n", size, result.peakMemoryMiB);
+  }
+  ::rmdir(directory.c_str());
   return EXIT_SUCCESS;
 }
 
@@ -126,7 +162,7 @@ int main(int argc, char** argv) {
   const std::vector<std::string> arguments(argv, argv + argc);
   try {
     if (argc == 3 && arguments[1] == corvane::removeMode) return corvane::removeTree(arguments[2]);
-    return corvane::benchmark("/proc/self/exe", argc > 1 ? arguments[1] : "/var/tmp",
+    return corvane::benchmark(argc > 1 ? arguments[1] : "/var/tmp",
                               argc > 2 ? std::stoi(arguments[2]) : 5,
                               argc > 3 ? std::stoul(arguments[3]) : 1000000);
   } catch (const std::exception& failure) {
