@@ -1,0 +1,110 @@
+#include "platform/ProcessTable.h"
+
+#include <algorithm>
+#include <charconv>
+#include <cstdio>
+#include <memory>
+#include <string_view>
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <unistd.h>
+
+#include "foundation/FileDescriptor.h"
+#include "foundation/Path.h"
+
+namespace corvane {
+
+namespace {
+
+constexpr std::size_t kernelNameLength = 15;
+constexpr std::string_view deletedSuffix = " (deleted)";
+
+// The beginning of a file of the process, up to `limit` bytes; nothing once the process is gone.
+std::optional<std::string> beginningOfFile(const FileDescriptor& process, const char* name,
+                                           std::size_t limit) {
+  const FileDescriptor file(openat(process.get(), name, O_RDONLY | O_CLOEXEC));
+  if (!file) return std::nullopt;
+  std::string text(limit, '\0');
+  std::size_t length = 0;
+  while (length < limit) {
+    const ssize_t count = read(file.get(), &text[length], limit - length);
+    if (count < 0) return std::nullopt;
+    if (count == 0) break;
+    length += static_cast<std::size_t>(count);
+  }
+  text.resize(length);
+  return text;
+}
+
+std::string nameOfExecutable(const FileDescriptor& process) {
+  std::string target(4096, '\0');
+  const ssize_t length = readlinkat(process.get(), "exe", target.data(), target.size());
+  if (length <= 0) return {};
+  target.resize(static_cast<std::size_t>(length));
+  if (target.ends_with(deletedSuffix)) target.resize(target.size() - deletedSuffix.size());
+  return lastPathComponent(target);
+}
+
+// The kernel cuts names at 15 bytes. What comes after shows in the name of the executable or, for
+// a script, in the word of its command line that names it.
+std::string completedName(const FileDescriptor& process, std::string name) {
+  if (name.size() != kernelNameLength) return name.substr(0, ZELShortProcessNameLength);
+  const std::string executable = nameOfExecutable(process);
+  if (executable.starts_with(name)) return executable.substr(0, ZELShortProcessNameLength);
+
+  // Before the script stand its interpreter and at most one option.
+  const std::string commandLine = beginningOfFile(process, "cmdline", 16384).value_or("");
+  std::string_view rest = commandLine;
+  for (int word = 0; word < 3 && !rest.empty(); ++word) {
+    const std::string candidate = lastPathComponent(rest.substr(0, rest.find('\0')));
+    if (candidate.starts_with(name)) return candidate.substr(0, ZELShortProcessNameLength);
+    rest.remove_prefix(std::min(rest.size(), rest.find('\0') + 1));
+  }
+  return name;
+}
+
+std::optional<std::uint32_t> effectiveUserID(const FileDescriptor& process) {
+  const auto status = beginningOfFile(process, "status", 4096);
+  if (!status) return std::nullopt;
+  // The name in the first line has its line feeds escaped, so this is the beginning of a line.
+  const auto line = status->find("\nUid:\t");
+  std::uint32_t real = 0;
+  std::uint32_t effective = 0;
+  if (line == std::string::npos ||
+      std::sscanf(status->c_str() + line, "\nUid:\t%u\t%u", &real, &effective) != 2) {
+    return std::nullopt;
+  }
+  return effective;
+}
+
+std::optional<ProcessRecord> recordOfProcess(int processes, const char* directory) {
+  const std::string_view digits = directory;
+  std::int32_t pid = 0;
+  const auto parsed = std::from_chars(digits.data(), digits.data() + digits.size(), pid);
+  if (parsed.ec != std::errc() || parsed.ptr != digits.data() + digits.size()) return std::nullopt;
+
+  // Everything is read through the one descriptor: it never comes to mean another process.
+  const FileDescriptor process(openat(processes, directory, O_PATH | O_DIRECTORY | O_CLOEXEC));
+  if (!process) return std::nullopt;
+  auto name = beginningOfFile(process, "comm", 256);
+  const auto userID = effectiveUserID(process);
+  if (!name || !userID) return std::nullopt;
+  if (name->ends_with('\n')) name->pop_back();
+  return ProcessRecord{pid, completedName(process, *std::move(name)), *userID};
+}
+
+}  // namespace
+
+std::optional<std::vector<ProcessRecord>> readProcessTable() {
+  const std::unique_ptr<DIR, int (*)(DIR*)> processes(opendir("/proc"), closedir);
+  if (!processes) return std::nullopt;
+  std::vector<ProcessRecord> records;
+  while (const dirent* entry = readdir(processes.get())) {
+    auto record = recordOfProcess(dirfd(processes.get()), entry->d_name);
+    if (record) records.push_back(*std::move(record));
+  }
+  return records;
+}
+
+}  // namespace corvane

@@ -1,0 +1,175 @@
+#include <algorithm>
+#include <atomic>
+#include <csignal>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "platform/ProcessTable.h"
+#include "process/NSProcessInfoZELAdditions.h"
+#include "tests/process/TemporaryFolder.h"
+
+namespace corvane {
+namespace {
+
+using testing::Contains;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::Not;
+using testing::Optional;
+using tests::TemporaryFolder;
+
+// A child that runs `program` until it is told to end by the closing of its standard input.
+class RunningProgram {
+ public:
+  explicit RunningProgram(std::vector<std::string> words) {
+    int input[2];
+    int launched[2];
+    if (pipe2(input, O_CLOEXEC) != 0 || pipe2(launched, O_CLOEXEC) != 0) abort();
+    std::vector<char*> arguments;
+    for (std::string& word : words) arguments.push_back(word.data());
+    arguments.push_back(nullptr);
+    _pid = fork();
+    if (_pid == 0) {
+      dup2(input[0], STDIN_FILENO);
+      execv(arguments[0], arguments.data());
+      _exit(127);
+    }
+    close(input[0]);
+    close(launched[1]);
+    _input = input[1];
+    // The child's end of this pipe closes when its program has been started.
+    char byte = 0;
+    EXPECT_EQ(read(launched[0], &byte, 1), 0);
+    close(launched[0]);
+  }
+  ~RunningProgram() {
+    close(_input);
+    waitpid(_pid, nullptr, 0);
+  }
+  pid_t pid() const { return _pid; }
+
+ private:
+  pid_t _pid = 0;
+  int _input = -1;
+};
+
+std::string copyOfCat(const TemporaryFolder& folder, const std::string& name) {
+  std::filesystem::copy_file("/bin/cat", folder.path(name));
+  return folder.path(name);
+}
+
+TEST(ProcessTableTest, HoldsThisProcessWithItsUser) {
+  std::uint32_t user = 12345;
+  EXPECT_THAT(processNameForProcessID(getpid(), &user), Optional(std::string("process-tests")));
+  EXPECT_EQ(user, geteuid());
+  EXPECT_TRUE(processNameForProcessID(getpid(), nullptr));
+}
+
+TEST(ProcessTableTest, GivesTheEffectiveUserNotTheRealOne) {
+  if (geteuid() != 0) GTEST_SKIP() << "needs root to change the user";
+  ASSERT_EQ(seteuid(4321), 0);
+  std::uint32_t user = 0;
+  const auto name = processNameForProcessID(getpid(), &user);
+  ASSERT_EQ(seteuid(0), 0);
+  EXPECT_TRUE(name);
+  EXPECT_EQ(user, 4321U);
+}
+
+TEST(ProcessTableTest, CompletesACutNameFromTheExecutable) {
+  const TemporaryFolder folder;
+  const RunningProgram program({copyOfCat(folder, "abcdefghijklmnopqrstuvw")});
+  EXPECT_THAT(processNameForProcessID(program.pid(), nullptr),
+              Optional(std::string("abcdefghijklmnop")));
+  EXPECT_THAT(identifiersForRunningProcessesNamed("abcdefghijklmnop"),
+              Optional(ElementsAre(program.pid())));
+  // Only sixteen of the seventeen asked for count.
+  EXPECT_THAT(identifiersForRunningProcessesNamed("abcdefghijklmnopX"),
+              Optional(ElementsAre(program.pid())));
+  EXPECT_THAT(identifiersForRunningProcessesNamed("abcdefghijklmno"), Optional(IsEmpty()));
+  EXPECT_TRUE(isProcessRunningWithName("abcdefghijklmnop"));
+}
+
+TEST(ProcessTableTest, CompletesACutNameOfADeletedExecutable) {
+  const TemporaryFolder folder;
+  const std::string path = copyOfCat(folder, "qbcdefghijklmnopqrstuvw");
+  const RunningProgram program({path});
+  std::filesystem::remove(path);
+  EXPECT_THAT(processNameForProcessID(program.pid(), nullptr),
+              Optional(std::string("qbcdefghijklmnop")));
+}
+
+TEST(ProcessTableTest, LeavesANameOfFifteenAsItIs) {
+  const TemporaryFolder folder;
+  const std::string path = copyOfCat(folder, "rbcdefghijklmno");
+  // The argument looks like a longer form of the name.
+  const RunningProgram program({path, "-", folder.addFile("rbcdefghijklmnopq", "")});
+  std::filesystem::remove(path);
+  EXPECT_THAT(processNameForProcessID(program.pid(), nullptr),
+              Optional(std::string("rbcdefghijklmno")));
+}
+
+TEST(ProcessTableTest, CompletesTheNameOfAScript) {
+  const TemporaryFolder folder;
+  const RunningProgram program({folder.addScript("sbcdefghijklmnopqrs", "read line")});
+  EXPECT_THAT(processNameForProcessID(program.pid(), nullptr),
+              Optional(std::string("sbcdefghijklmnop")));
+}
+
+TEST(ProcessTableTest, ReplacesWhatIsNotUTF8) {
+  ASSERT_EQ(prctl(PR_SET_NAME, "a\xffz"), 0);
+  EXPECT_THAT(processNameForProcessID(getpid(), nullptr), Optional(std::string("a\uFFFDz")));
+}
+
+TEST(ProcessTableTest, TakesNamesWithLineFeedsAndParentheses) {
+  ASSERT_EQ(prctl(PR_SET_NAME, "a) R 1\nUid:\t7\t7"), 0);
+  std::uint32_t user = 12345;
+  EXPECT_THAT(processNameForProcessID(getpid(), &user),
+              Optional(std::string("a) R 1\nUid:\t7\t7")));
+  EXPECT_EQ(user, geteuid());
+}
+
+TEST(ProcessQueriesTest, EmptyNameIsNoQuestion) {
+  EXPECT_EQ(identifiersForRunningProcessesNamed(""), std::nullopt);
+  EXPECT_FALSE(isProcessRunningWithName(""));
+}
+
+TEST(ProcessQueriesTest, UnknownNameGivesAnEmptyList) {
+  EXPECT_THAT(identifiersForRunningProcessesNamed("no-such-process"), Optional(IsEmpty()));
+  EXPECT_FALSE(isProcessRunningWithName("no-such-process"));
+}
+
+TEST(ProcessQueriesTest, UnknownIdentifierLeavesTheUserUntouched) {
+  std::uint32_t user = 12345;
+  EXPECT_EQ(processNameForProcessID(0x7fffffff, &user), std::nullopt);
+  EXPECT_EQ(user, 12345U);
+}
+
+TEST(ProcessTableTest, SurvivesProcessesThatComeAndGo) {
+  std::atomic<bool> done = false;
+  std::thread spawner([&] {
+    while (!done) {
+      const pid_t pid = vfork();
+      if (pid == 0) _exit(0);
+      waitpid(pid, nullptr, 0);
+    }
+  });
+  for (int i = 0; i < 200; ++i) {
+    const auto records = readProcessTable();
+    ASSERT_TRUE(records);
+    ASSERT_TRUE(std::any_of(records->begin(), records->end(),
+                            [](const ProcessRecord& record) { return record.pid == getpid(); }));
+  }
+  done = true;
+  spawner.join();
+}
+
+}  // namespace
+}  // namespace corvane
