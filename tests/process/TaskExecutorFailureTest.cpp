@@ -1,0 +1,95 @@
+#include <stdexcept>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "foundation/Exception.h"
+#include "process/ZELTaskExecutor.h"
+#include "tests/process/FileHandleStandIn.h"
+#include "tests/process/ProcessResources.h"
+#include "tests/process/RecordingDelegate.h"
+#include "tests/process/SystemVersionStandIn.h"
+
+namespace corvane {
+namespace {
+
+using testing::ElementsAre;
+using tests::handleLog;
+using tests::RecordingDelegate;
+
+struct Result {
+  std::int32_t status;
+  std::string log;
+  std::string output;
+};
+
+Result runEcho() {
+  const auto delegate = std::make_shared<RecordingDelegate>();
+  const auto executor = ZELTaskExecutor::init();
+  executor->setDelegate(delegate);
+  testing::internal::CaptureStderr();
+  const std::int32_t status =
+      executor->executeProgramAtPath("/bin/echo", ZELTaskExecutor::Arguments{"x"});
+  return {status, testing::internal::GetCapturedStderr(), delegate->output()};
+}
+
+class TaskExecutorFailureTest : public testing::Test {
+ protected:
+  TaskExecutorFailureTest() { handleLog() = {}; }
+};
+
+TEST_F(TaskExecutorFailureTest, UpToCode10AFHandlesCloseTheirFile) {
+  tests::useSystemVersion("10.10.15");
+  EXPECT_EQ(runEcho().output, "x\n");
+  EXPECT_THAT(handleLog().operations, ElementsAre("closeFile", "closeFile", "closeFile"));
+}
+
+TEST_F(TaskExecutorFailureTest, FromCode10B0OnDescriptorsAreClosed) {
+  tests::useSystemVersion("10.11");
+  const std::size_t before = tests::openDescriptors();
+  EXPECT_EQ(runEcho().output, "x\n");
+  EXPECT_THAT(handleLog().operations, ElementsAre("releaseFileDescriptor", "releaseFileDescriptor",
+                                                  "releaseFileDescriptor"));
+  EXPECT_EQ(tests::openDescriptors(), before);
+}
+
+TEST_F(TaskExecutorFailureTest, FailedReadsDropTheirChunkSilently) {
+  handleLog().beforeRead = [] { throw Exception(NSFileHandleOperationException, "read"); };
+  const Result result = runEcho();
+  EXPECT_EQ(result.status, 0);
+  EXPECT_EQ(result.log, "");
+  EXPECT_EQ(result.output, "");
+}
+
+TEST_F(TaskExecutorFailureTest, OtherExceptionsOfReadsAreLogged) {
+  const auto reads = std::make_shared<int>(0);
+  handleLog().beforeRead = [reads] {
+    ++*reads;
+    throw Exception("NSRangeException", "out of range");
+  };
+  const Result result = runEcho();
+  EXPECT_EQ(result.status, 0);
+  EXPECT_EQ(result.output, "");
+  std::string expected;
+  for (int i = 0; i < *reads; ++i) {
+    expected += "Handled unexpected exception 'NSRangeException' (out of range)!\n";
+  }
+  EXPECT_GE(*reads, 2);
+  EXPECT_EQ(result.log, expected);
+}
+
+TEST_F(TaskExecutorFailureTest, ClosingOfDescriptorsIsGuardedLikeReading) {
+  tests::useSystemVersion("10.11");
+  handleLog().beforeRelease = [] { throw std::runtime_error("odd"); };
+  const Result result = runEcho();
+  EXPECT_EQ(result.status, 0);
+  EXPECT_EQ(result.output, "x\n");
+  const std::string line = "Handled unexpected exception 'std::exception' (odd)!\n";
+  EXPECT_EQ(result.log, line + line + line);
+
+  handleLog().beforeRelease = [] { throw Exception(NSFileHandleOperationException, "close"); };
+  EXPECT_EQ(runEcho().log, "");
+}
+
+}  // namespace
+}  // namespace corvane
