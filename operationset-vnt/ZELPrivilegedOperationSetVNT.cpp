@@ -26,6 +26,8 @@ struct Method {
 constexpr auto methods = std::to_array<Method>({
     {"performOperationDeleteFileobjectsWithArguments:feedbackConnection:", nullptr,
      &ZELPrivilegedOperationSetVNT::performOperationDeleteFileobjectsWithArguments},
+    {"performOperationExecuteUtilityWithArguments:feedbackConnection:", nullptr,
+     &ZELPrivilegedOperationSetVNT::performOperationExecuteUtilityWithArguments},
 });
 
 const Method* methodNamed(std::string_view selector) {

@@ -1,18 +1,21 @@
 #ifndef CORVANE_OPERATIONSET_VNT_ZELPRIVILEGEDOPERATIONSETVNT_H
 #define CORVANE_OPERATIONSET_VNT_ZELPRIVILEGEDOPERATIONSETVNT_H
 
-#include <atomic>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
+#include "foundation/Atomic.h"
 #include "operations/ZELPrivilegedOperationSet.h"
+#include "process/ZELTaskExecutorDelegate.h"
 
 namespace corvane {
 
 /// The one concrete operation set: the static catalogue, and the methods that carry it out. Each
 /// working operation has a file of its own.
-class ZELPrivilegedOperationSetVNT : public ZELPrivilegedOperationSet {
+class ZELPrivilegedOperationSetVNT : public ZELPrivilegedOperationSet,
+                                     public ZELTaskExecutorDelegate {
  public:
   static ZELPrivilegedOperationSet& privilegedOperationSet();
 
@@ -62,6 +65,38 @@ class ZELPrivilegedOperationSetVNT : public ZELPrivilegedOperationSet {
   /// Reads exactly "0" or "1"; for anything else it returns false and leaves `value` alone.
   bool getBool(bool& value, std::string_view argument);
 
+  // Utility execution.
+
+  /// "execute-utility": the path of the client application's bundle, the utility's name, and the
+  /// utility's own arguments. Blocks until the utility has ended; what it writes goes to
+  /// `feedbackConnection`, which may be null, while it runs. A launch that fails is raised as
+  /// NSInvalidArgumentException.
+  std::optional<Error> performOperationExecuteUtilityWithArguments(
+      const Array& arguments, const FeedbackConnection& feedbackConnection);
+  /// The path of the utility; nothing for one that may not be run. `isExternal` is false for a
+  /// part of the client application. Either pointer may be null; nothing is written if an argument
+  /// is empty.
+  std::optional<std::string> trustedPathForApplicationPath(const std::string& applicationPath,
+                                                           const std::string& utilityName,
+                                                           bool* isExternal,
+                                                           bool* needsSafePathEnvironment);
+  /// Runs a program, one that is not trusted only if nobody but the system can change it. From
+  /// then on child programs have a safe PATH, or none.
+  std::optional<Error> executeTrusted(bool trusted, const std::string& systemProgramAtPath,
+                                      const std::vector<std::string>& withArguments,
+                                      bool safePathEnvironment,
+                                      const FeedbackConnection& forwardingOutputToConnection);
+
+  /// The connection of the utility that was started last, until a utility ends with status 0. Null
+  /// at first. Each run sends its output to the connection that it was started with, whatever this
+  /// is.
+  FeedbackConnection outputConnection() const { return _outputConnection.load(); }
+  void setOutputConnection(FeedbackConnection connection) {
+    _outputConnection.store(std::move(connection));
+  }
+  /// Sends a chunk of output to `outputConnection`, for an executor whose delegate is the set.
+  void receiveTaskOutput(std::optional<Data> chunk, std::optional<Number> isError) override;
+
  private:
   static const _ZELPrivilegedOperationDescription staticCatalogue[];
 
@@ -69,6 +104,7 @@ class ZELPrivilegedOperationSetVNT : public ZELPrivilegedOperationSet {
   std::string _implementationVersion;
   Operations _implementedOperations;
   Identifiers _opIdentifiersByCode;
+  Atomic<FeedbackConnection> _outputConnection;
 };
 
 }  // namespace corvane

@@ -1,0 +1,160 @@
+#include <algorithm>
+#include <array>
+#include <filesystem>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "foundation/Bundle.h"
+#include "foundation/POSIXError.h"
+#include "foundation/Path.h"
+#include "operations/ErrorTemplateKeys.h"
+#include "operationset-vnt/ZELPrivilegedOperationSetVNT.h"
+#include "platform/Environment.h"
+#include "process/ZELTaskExecutor.h"
+
+namespace corvane {
+
+namespace {
+
+// The utilities that may be run, each known by the last component of its path.
+constexpr auto trustedUtilities = std::to_array<std::string_view>({"/bin/launchctl"});
+
+constexpr const char* safePath = "/usr/bin:/bin:/usr/sbin:/sbin";
+
+struct UtilityErrorText {
+  std::int64_t code;
+  const char* description;
+  const char* recoveryTemplate;
+};
+
+constexpr UtilityErrorText missingUtilityError = {
+    1, "A required component of the operating system is missing in your system installation.",
+    "Please verify that the UNIX program $1$ is present at its standard path '$2$'."};
+constexpr UtilityErrorText unsafeUtilityError = {
+    2,
+    "Permission settings for a system utility at the Unix level are unsafe. The command cannot be "
+    "executed for security reasons.",
+    "Please verify that the executable '$1$' and its parent folder are owned by the operating "
+    "system and cannot be modified by any user."};
+constexpr UtilityErrorText failedRunError = {
+    3, "It was not possible to complete the operation successfully.",
+    "The operating system could not perform the requested operation. It returned error code $1$."};
+
+Error utilityError(const UtilityErrorText& text, Array parameters,
+                   const std::optional<std::string>& path = std::nullopt) {
+  Dictionary userInfo;
+  userInfo.set(NSLocalizedDescriptionKey, text.description);
+  userInfo.set(ZELLocalizedRecoverySuggestionTemplateKey, text.recoveryTemplate);
+  userInfo.set(ZELLocalizedRecoverySuggestionParametersKey, std::move(parameters));
+  if (path) userInfo.set(NSFilePathErrorKey, *path);
+  return Error(ZELPrivilegedOperationSetVNT::errorDomain(), text.code, std::move(userInfo));
+}
+
+bool isFile(const std::string& path) {
+  std::error_code ignored;
+  const auto status = std::filesystem::status(path, ignored);
+  return std::filesystem::exists(status) && !std::filesystem::is_directory(status);
+}
+
+// Sends one chunk as a message of its own, moved into it and not copied.
+void forwardTaskOutput(const FeedbackConnection& connection, std::optional<Data> chunk,
+                       const std::optional<Number>& isError) {
+  if (!chunk || !isError || !connection) return;
+  Dictionary feedback;
+  feedback.append(isError->boolValue() ? ErrorDataKey : OutputDataKey, *std::move(chunk));
+  connection->remoteObjectProxy().processPrivilegedOperationFeedback(feedback);
+}
+
+// The delegate of one run. It holds the connection of its own request, so that output finds its
+// client whichever run has begun since.
+class OutputForwarder : public ZELTaskExecutorDelegate {
+ public:
+  explicit OutputForwarder(FeedbackConnection connection) : _connection(std::move(connection)) {}
+
+  void receiveTaskOutput(std::optional<Data> chunk, std::optional<Number> isError) override {
+    forwardTaskOutput(_connection, std::move(chunk), isError);
+  }
+
+ private:
+  FeedbackConnection _connection;
+};
+
+}  // namespace
+
+std::optional<Error> ZELPrivilegedOperationSetVNT::performOperationExecuteUtilityWithArguments(
+    const Array& arguments, const FeedbackConnection& feedbackConnection) {
+  const bool areStrings = std::all_of(arguments.begin(), arguments.end(),
+                                      [](const Value& value) { return value.string(); });
+  if (arguments.size() < 2 || !areStrings) return posixError(POSIXErrorCode::Invalid);
+
+  const std::string& utilityName = *arguments[1].string();
+  bool isExternal = true;
+  bool needsSafePath = false;
+  const auto path = trustedPathForApplicationPath(*arguments[0].string(), utilityName, &isExternal,
+                                                  &needsSafePath);
+  if (!path) return posixError(POSIXErrorCode::Invalid);
+  if (!isFile(*path)) {
+    return utilityError(missingUtilityError, Array{utilityName, *path}, *path);
+  }
+
+  std::vector<std::string> utilityArguments;
+  utilityArguments.reserve(arguments.size() - 2);
+  for (auto argument = arguments.begin() + 2; argument != arguments.end(); ++argument) {
+    utilityArguments.push_back(*argument->string());
+  }
+  return executeTrusted(!isExternal, *path, utilityArguments, needsSafePath, feedbackConnection);
+}
+
+std::optional<std::string> ZELPrivilegedOperationSetVNT::trustedPathForApplicationPath(
+    const std::string& applicationPath, const std::string& utilityName, bool* isExternal,
+    bool* needsSafePathEnvironment) {
+  if (applicationPath.empty() || utilityName.empty()) return std::nullopt;
+
+  std::optional<std::string> path;
+  const bool isPartOfApplication = utilityName == "lipo";
+  if (isPartOfApplication) {
+    const auto bundle = Bundle::bundleWithPath(applicationPath);
+    const auto executable = bundle ? bundle->executablePath() : std::nullopt;
+    if (executable) path = deletingLastPathComponent(*executable) + "/" + utilityName;
+  } else {
+    const auto* const utility = std::find_if(
+        trustedUtilities.begin(), trustedUtilities.end(),
+        [&](std::string_view known) { return lastPathComponent(known) == utilityName; });
+    if (utility != trustedUtilities.end()) path = *utility;
+  }
+  if (isExternal != nullptr) *isExternal = !isPartOfApplication;
+  if (needsSafePathEnvironment != nullptr) *needsSafePathEnvironment = utilityName == "periodic";
+  return path;
+}
+
+std::optional<Error> ZELPrivilegedOperationSetVNT::executeTrusted(
+    bool trusted, const std::string& systemProgramAtPath,
+    const std::vector<std::string>& withArguments, bool safePathEnvironment,
+    const FeedbackConnection& forwardingOutputToConnection) {
+  if (!trusted && !ZELTaskExecutor::hasExecutableSafePermissionsAtPath(systemProgramAtPath)) {
+    return utilityError(unsafeUtilityError, Array{systemProgramAtPath}, systemProgramAtPath);
+  }
+  if (safePathEnvironment) {
+    setenv("PATH", safePath, 1);
+  } else {
+    unsetenv("PATH");
+  }
+
+  setOutputConnection(forwardingOutputToConnection);
+  const auto forwarder = std::make_shared<OutputForwarder>(forwardingOutputToConnection);
+  const auto executor = ZELTaskExecutor::init();
+  executor->setDelegate(forwarder);
+  const std::int32_t result = executor->executeProgramAtPath(systemProgramAtPath, withArguments);
+  if (result != 0) return utilityError(failedRunError, Array{std::to_string(result)});
+  setOutputConnection(nullptr);
+  return std::nullopt;
+}
+
+void ZELPrivilegedOperationSetVNT::receiveTaskOutput(std::optional<Data> chunk,
+                                                     std::optional<Number> isError) {
+  forwardTaskOutput(outputConnection(), std::move(chunk), isError);
+}
+
+}  // namespace corvane
