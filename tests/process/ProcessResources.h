@@ -3,9 +3,14 @@
 
 #include <cstddef>
 #include <filesystem>
+#include <vector>
 
 #include <sched.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
+#include <unistd.h>
+
+#include "foundation/FileDescriptor.h"
 
 namespace corvane::tests {
 
@@ -30,6 +35,28 @@ inline bool hasChildren() {
   siginfo_t info{};
   return waitid(P_ALL, 0, &info, WEXITED | WNOHANG | WNOWAIT) == 0;
 }
+
+/// Leaves this process `count` descriptors until the end of the scope.
+class FewDescriptors {
+ public:
+  explicit FewDescriptors(int count) {
+    getrlimit(RLIMIT_NOFILE, &_before);
+    rlimit few = _before;
+    few.rlim_cur = 64;
+    setrlimit(RLIMIT_NOFILE, &few);
+    for (int taken = dup(STDERR_FILENO); taken >= 0; taken = dup(STDERR_FILENO)) {
+      _taken.emplace_back(taken);
+    }
+    for (int i = 0; i < count; ++i) _taken.pop_back();
+  }
+  FewDescriptors(const FewDescriptors&) = delete;
+  FewDescriptors& operator=(const FewDescriptors&) = delete;
+  ~FewDescriptors() { setrlimit(RLIMIT_NOFILE, &_before); }
+
+ private:
+  rlimit _before{};
+  std::vector<FileDescriptor> _taken;
+};
 
 }  // namespace corvane::tests
 

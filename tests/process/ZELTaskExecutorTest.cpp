@@ -282,34 +282,12 @@ TEST(TaskExecutorTest, FailedLaunchLeavesTheExecutorStuck) {
   tests::waitForThreads(threadsBefore);
 }
 
-// Leaves this process `count` descriptors until the end of the scope.
-class FewDescriptors {
- public:
-  explicit FewDescriptors(int count) {
-    getrlimit(RLIMIT_NOFILE, &_before);
-    rlimit few = _before;
-    few.rlim_cur = 64;
-    setrlimit(RLIMIT_NOFILE, &few);
-    for (int taken = dup(STDERR_FILENO); taken >= 0; taken = dup(STDERR_FILENO)) {
-      _taken.emplace_back(taken);
-    }
-    for (int i = 0; i < count; ++i) _taken.pop_back();
-  }
-  FewDescriptors(const FewDescriptors&) = delete;
-  FewDescriptors& operator=(const FewDescriptors&) = delete;
-  ~FewDescriptors() { setrlimit(RLIMIT_NOFILE, &_before); }
-
- private:
-  rlimit _before{};
-  std::vector<FileDescriptor> _taken;
-};
-
 TEST(TaskExecutorTest, RunningOutOfDescriptorsLeavesTheExecutorStuck) {
   for (int count = 0; count < 6; ++count) {
     const std::size_t descriptorsBefore = tests::openDescriptors();
     const Runner run;
     testing::internal::CaptureStderr();
-    std::optional<FewDescriptors> few(count);
+    std::optional<tests::FewDescriptors> few(count);
     const std::int32_t status = run.executor->executeProgramAtPath("/bin/true", Arguments{});
     few.reset();
     EXPECT_EQ(testing::internal::GetCapturedStderr(),
@@ -327,7 +305,7 @@ TEST(TaskExecutorTest, RunningOutOfDescriptorsLeavesTheExecutorStuck) {
 
 TEST(TaskExecutorTest, SixDescriptorsAreEnough) {
   const Runner run;
-  const FewDescriptors few(6);
+  const tests::FewDescriptors few(6);
   EXPECT_EQ(run.script("echo out; echo err >&2; exit 3"), 3);
   EXPECT_EQ(run.delegate->output(), "out\n");
   EXPECT_EQ(run.delegate->errorOutput(), "err\n");
