@@ -38,7 +38,7 @@ std::variant<Value, Error> readAs(PropertyListFormat format, std::span<const std
     case PropertyListFormat::OldStyle:
       break;
   }
-  return propertyListReadError("The bytes are neither an XML nor a binary property list.");
+  return readOldStylePropertyList(bytes);
 }
 
 /// Counts the values below `value` down from the bounds, and tells what cannot be written.

@@ -31,7 +31,7 @@ inline constexpr std::size_t propertyListMaximumBytes = std::size_t{32} << 20U;
 enum class PropertyListFormat {
   XML,       ///< the XML property list, version 1.0
   Binary,    ///< "bplist00"
-  OldStyle,  ///< the text form of OpenStep; read, never written
+  OldStyle,  ///< the text form of OpenStep and of strings tables; read, never written
 };
 
 struct PropertyList {
@@ -43,6 +43,10 @@ struct PropertyList {
 /// in it is guessed: a key that occurs twice, a number or date that is none, text that is not UTF-8
 /// (or UTF-16 with its byte order mark) are errors. Safe to call on hostile bytes: depth and size
 /// are bounded, and the error's description says what is wrong.
+///
+/// The old-style form has strings (plain, or quoted with escapes), data in angle brackets, arrays,
+/// dictionaries and comments; entries "key = value;" without braces around them, as strings tables
+/// have them, are a dictionary.
 ///
 /// Booleans, integers of 64 bits with or without sign, reals, dates, data, texts and the order of
 /// keys are kept. A keyed archive's UID is the dictionary {"CF$UID": number}, as in XML.

@@ -17,6 +17,7 @@ namespace corvane {
 
 std::variant<Value, Error> readXMLPropertyList(std::span<const std::byte> bytes);
 std::variant<Value, Error> readBinaryPropertyList(std::span<const std::byte> bytes);
+std::variant<Value, Error> readOldStylePropertyList(std::span<const std::byte> bytes);
 
 /// The values written are within the bounds and well-formed: writePropertyList has seen to it.
 std::variant<Data, Error> writeXMLPropertyList(const Value& root);
