@@ -154,8 +154,9 @@ TEST_P(BothFormats, ATextBeyondTheBoundIsNotWritten) {
 TEST_P(BothFormats, EveryListCutShortIsAnError) {
   const auto written = writePropertyList(everyKind(), GetParam());
   const Data& bytes = std::get<Data>(written);
-  // The line feed after the last tag of XML may be missing.
-  for (std::size_t size = 0; size + 1 < bytes.size(); ++size) {
+  // What is shorter than a signature is an old-style text; the last line feed of XML may be
+  // missing.
+  for (std::size_t size = 6; size + 1 < bytes.size(); ++size) {
     EXPECT_TRUE(std::holds_alternative<Error>(readPropertyList(std::span(bytes).first(size))))
         << size;
   }
