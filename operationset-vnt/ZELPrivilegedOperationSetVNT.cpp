@@ -28,6 +28,8 @@ constexpr auto methods = std::to_array<Method>({
      &ZELPrivilegedOperationSetVNT::performOperationDeleteFileobjectsWithArguments},
     {"performOperationExecuteUtilityWithArguments:feedbackConnection:", nullptr,
      &ZELPrivilegedOperationSetVNT::performOperationExecuteUtilityWithArguments},
+    {"performOperationModifyPreferencesWithArguments:",
+     &ZELPrivilegedOperationSetVNT::performOperationModifyPreferencesWithArguments, nullptr},
 });
 
 const Method* methodNamed(std::string_view selector) {

@@ -97,6 +97,12 @@ class ZELPrivilegedOperationSetVNT : public ZELPrivilegedOperationSet,
   /// Sends a chunk of output to `outputConnection`, for an executor whose delegate is the set.
   void receiveTaskOutput(std::optional<Data> chunk, std::optional<Number> isError) override;
 
+  // Preference modification.
+
+  /// "modify-preferences": sets or removes one, given as five strings, the key, the application,
+  /// the user, the host and the value as the text of a property list, empty to remove the key.
+  std::optional<Error> performOperationModifyPreferencesWithArguments(const Array& arguments);
+
  private:
   static const _ZELPrivilegedOperationDescription staticCatalogue[];
 

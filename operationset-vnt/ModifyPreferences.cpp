@@ -1,0 +1,55 @@
+#include <string>
+#include <variant>
+
+#include "foundation/POSIXError.h"
+#include "foundation/PropertyList.h"
+#include "operationset-vnt/ZELPrivilegedOperationSetVNT.h"
+#include "platform/Preferences.h"
+
+namespace corvane {
+
+namespace {
+
+constexpr std::int64_t preferencesWriteError = 7;
+
+Error writeError() {
+  return {ZELPrivilegedOperationSetVNT::errorDomain(), preferencesWriteError,
+          Dictionary{{std::string(NSLocalizedDescriptionKey),
+                      "A preference setting could not be updated successfully."},
+                     {std::string(NSLocalizedRecoverySuggestionErrorKey),
+                      "The operating system was unable to change a preference setting. Please "
+                      "ensure to authenticate as administrator."}}};
+}
+
+}  // namespace
+
+std::optional<Error> ZELPrivilegedOperationSetVNT::performOperationModifyPreferencesWithArguments(
+    const Array& arguments) {
+  const std::string& key = *arguments[0].string();
+  const std::string& applicationText = *arguments[1].string();
+  // A user or host is the platform's constant or a name; either way its text says which.
+  const std::string& user = *arguments[2].string();
+  const std::string& host = *arguments[3].string();
+  const std::string& valueText = *arguments[4].string();
+  if (key.empty() || applicationText.empty() || user.empty() || host.empty()) {
+    return posixError(POSIXErrorCode::Invalid);
+  }
+
+  std::optional<Value> value;
+  if (!valueText.empty()) {
+    auto list = readPropertyList(dataFromString(valueText));
+    if (const Error* error = std::get_if<Error>(&list)) {
+      return Error(NSPOSIXErrorDomain, static_cast<std::int64_t>(POSIXErrorCode::Invalid),
+                   Dictionary{{std::string(NSUnderlyingErrorKey), *error}});
+    }
+    value = std::move(std::get<PropertyList>(list).root);
+  }
+
+  const std::string application(applicationText == NSGlobalDomain ? kCFPreferencesAnyApplication
+                                                                  : applicationText);
+  CFPreferencesSetValue(key, std::move(value), application, user, host);
+  if (!CFPreferencesSynchronize(application, user, host)) return writeError();
+  return std::nullopt;
+}
+
+}  // namespace corvane

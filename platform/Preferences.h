@@ -1,0 +1,52 @@
+#ifndef CORVANE_PLATFORM_PREFERENCES_H
+#define CORVANE_PLATFORM_PREFERENCES_H
+
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "foundation/Value.h"
+
+namespace corvane {
+
+/// The domain of all applications, by the name people know it under.
+inline constexpr std::string_view NSGlobalDomain = "NSGlobalDomain";
+
+inline constexpr std::string_view kCFPreferencesAnyApplication = "kCFPreferencesAnyApplication";
+inline constexpr std::string_view kCFPreferencesAnyUser = "kCFPreferencesAnyUser";
+inline constexpr std::string_view kCFPreferencesCurrentUser = "kCFPreferencesCurrentUser";
+inline constexpr std::string_view kCFPreferencesAnyHost = "kCFPreferencesAnyHost";
+inline constexpr std::string_view kCFPreferencesCurrentHost = "kCFPreferencesCurrentHost";
+
+/// Preferences are kept by domain: an application (its identifier, or any), a user (a name of the
+/// user database, the user this process runs as, or any) and a host (this one by its name or as
+/// the current one, or any).
+///
+/// A change belongs to the thread that made it. It is pending until that thread synchronises the
+/// domain: threads that work for different callers at the same time never write, lose or fail each
+/// other's changes.
+
+/// Makes `value` the pending value of `key`; no value removes the key. Touches no file.
+void CFPreferencesSetValue(const std::string& key, std::optional<Value> value,
+                           const std::string& application, const std::string& user,
+                           const std::string& host);
+
+/// Writes this thread's pending changes of the domain, all or none, and forgets them either way.
+/// Other keys of the domain, and changes that other processes make at the same time, stay. True on
+/// success, which is also when there was nothing to change. False, with the file as it was, for a
+/// domain that does not exist, a file that is not a property list or not the user's, a key or value
+/// that no file can hold, and whatever the file system refuses. Keys are names, not paths: one with
+/// a slash is refused. Waits ten seconds at most.
+///
+/// Run by root it has in a user's folder the rights of that user, no more.
+bool CFPreferencesSynchronize(const std::string& application, const std::string& user,
+                              const std::string& host);
+
+/// The value of `key` in the files of exactly this domain, pending changes left aside; nothing if
+/// there is none or the domain cannot be read.
+std::optional<Value> CFPreferencesCopyValue(const std::string& key, const std::string& application,
+                                            const std::string& user, const std::string& host);
+
+}  // namespace corvane
+
+#endif
