@@ -1,0 +1,75 @@
+#include <array>
+#include <cerrno>
+#include <filesystem>
+
+#include "foundation/Exception.h"
+#include "foundation/POSIXError.h"
+#include "operations/PrincipalClass.h"
+#include "operations/ZELPrivilegedOperationSet.h"
+
+namespace corvane {
+
+namespace {
+
+/// Operations that do what the catalogue of the product never does: they raise exceptions, lack a
+/// method, are described wrongly, or give back what they were given.
+class TestOperationSet : public ZELPrivilegedOperationSet {
+ public:
+  static ZELPrivilegedOperationSet& privilegedOperationSet() {
+    return sharedSet([]() -> std::unique_ptr<ZELPrivilegedOperationSet> {
+      return std::make_unique<TestOperationSet>();
+    });
+  }
+
+  TestOperationSet() {
+    static constexpr std::array<_ZELPrivilegedOperationDescription, 7> catalogue = {{
+        {1, "unknown-letter", 1, 0, 0, 2, "SX", "Text."},
+        {2, "no-method", 1, 0, 0, 0, nullptr, "Text."},
+        {3, "raise", 1, 0, 0, 2, "SS", "Text."},
+        {4, "raise-other", 1, 0, 0, 0, nullptr, "Text."},
+        {5, "give-back", 1, 0, 0, 3, "SND", "Text."},
+        {6, "live-output", 1, 0, 1, ZELVariableArgumentCount, nullptr, "Text."},
+        {7, "live-progress", 1, 1, 0, ZELVariableArgumentCount, nullptr, "Text."},
+    }};
+    for (const auto& record : catalogue) {
+      auto operation = ZELPrivilegedOperation::initWithStaticDescription(record);
+      _identifiers.emplace(record.code, record.identifier);
+      _operations.emplace(record.identifier, *std::move(operation));
+    }
+  }
+
+  std::optional<std::string> implementationCode() const override { return "vnt"; }
+  std::optional<std::string> implementationVersion() const override { return "1.3"; }
+  const Operations* implementedOperations() const override { return &_operations; }
+  const Identifiers* opIdentifiersByCode() const override { return &_identifiers; }
+
+  bool respondsToSelector(std::string_view selector) const override {
+    return selector.find("NoMethod") == std::string_view::npos;
+  }
+
+  std::optional<Error> performSelector(std::string_view selector, const Array& arguments,
+                                       const FeedbackConnection& feedbackConnection) override {
+    if (selector == "performOperationRaiseWithArguments:") {
+      throw Exception(*arguments[0].string(), *arguments[1].string());
+    }
+    if (selector == "performOperationRaiseOtherWithArguments:") {
+      throw std::length_error("too long");
+    }
+    if (selector == "performOperationGiveBackWithArguments:") {
+      const Error inner("inner", -1, {{"key", "value"}});
+      return Error("outer", 7, {{"arguments", arguments}, {"underlying", inner}});
+    }
+    // What is left has feedback; a failure still closes the connection.
+    return Error(NSPOSIXErrorDomain, feedbackConnection == nullptr ? 1 : 2);
+  }
+
+ private:
+  Operations _operations;
+  Identifiers _identifiers;
+};
+
+const PrincipalClass principalClass("TestOperationSet", &TestOperationSet::privilegedOperationSet);
+
+}  // namespace
+
+}  // namespace corvane

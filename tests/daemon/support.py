@@ -1,0 +1,278 @@
+"""The daemon as a real process on its real socket, and what its tests need around it."""
+
+import contextlib
+import os
+import re
+import shutil
+import socket
+import subprocess
+import sys
+import tempfile
+import threading
+import time
+import unittest
+
+PROGRAMS = os.environ["CORVANE_PROGRAMS"]
+IDENTIFIER = "com.corvane.system.privilegedhelper-vnt"
+DAEMON = f"{PROGRAMS}/{IDENTIFIER}"
+
+# How long something that must happen may take on a slow machine. Nothing is measured with it.
+PATIENCE = 60
+
+ERROR, NOTICE, INFORMATIONAL, DEBUG = 3, 5, 6, 7
+
+SANITIZER_REPORT = re.compile(r"(Address|Thread|Leak)Sanitizer|runtime error:")
+
+
+def wait_until(condition, what, patience=PATIENCE):
+    """Waits for a state that nothing announces."""
+    deadline = time.monotonic() + patience
+    while not condition():
+        if time.monotonic() > deadline:
+            raise AssertionError(f"waited in vain until {what}")
+        time.sleep(0.005)
+
+
+class Log:
+    """The lines that a process writes to a pipe, in their order, as they come."""
+
+    def __init__(self, stream):
+        self.lines = []
+        self._changed = threading.Condition()
+        self._has_ended = False
+        self._thread = threading.Thread(target=self._collect, args=(stream,), daemon=True)
+        self._thread.start()
+
+    def _collect(self, stream):
+        with stream:
+            for line in stream:
+                with self._changed:
+                    self.lines.append(line.decode(errors="replace").rstrip("\n"))
+                    self._changed.notify_all()
+        with self._changed:
+            self._has_ended = True
+            self._changed.notify_all()
+
+    def mark(self):
+        """A position: what is logged from now on comes after it."""
+        with self._changed:
+            return len(self.lines)
+
+    def after(self, mark):
+        with self._changed:
+            return self.lines[mark:]
+
+    def wait_for(self, predicate, mark, patience=PATIENCE):
+        """The first line after `mark` that `predicate` holds for."""
+        deadline = time.monotonic() + patience
+        with self._changed:
+            looked_at = mark
+            while True:
+                for line in self.lines[looked_at:]:
+                    if predicate(line):
+                        return line
+                looked_at = len(self.lines)
+                left = deadline - time.monotonic()
+                if self._has_ended or left <= 0:
+                    raise AssertionError("no such line in the log:\n" + "\n".join(self.lines[mark:]))
+                self._changed.wait(left)
+
+    def join(self):
+        self._thread.join(PATIENCE)
+
+
+def logged(priority, text):
+    """A message of the daemon as standard error shows it."""
+    return f"<{priority}> {IDENTIFIER}: {text}"
+
+
+class Daemon:
+    """The daemon, started as a service manager starts it: with a listening socket."""
+
+    def __init__(self, folder, program=DAEMON, wrapper=(), environment=None):
+        self.socket_path = f"{folder}/helper.socket"
+        with contextlib.suppress(FileNotFoundError):
+            os.unlink(self.socket_path)
+        with socket.socket(socket.AF_UNIX) as listening:
+            listening.bind(self.socket_path)
+            os.chmod(self.socket_path, 0o666)
+            listening.listen(4096)
+            # The process that gets the socket must be the one that LISTEN_PID names.
+            start = 'exec 3<&0 </dev/null; LISTEN_FDS=1 LISTEN_PID=$$ exec "$0"'
+            self.process = subprocess.Popen(
+                [*wrapper, "/bin/sh", "-c", start, program],
+                stdin=listening,
+                stderr=subprocess.PIPE,
+                env=dict(os.environ, CORVANE_AUTHORIZATION_DIRECTORY=f"{folder}/root",
+                         **(environment or {})))
+        self.log = Log(self.process.stderr)
+
+    def connect(self):
+        """A connected socket of this process."""
+        connected = socket.socket(socket.AF_UNIX)
+        connected.connect(self.socket_path)
+        return connected
+
+    def wait(self):
+        """Waits until the daemon ends by itself; its exit status."""
+        status = self.process.wait(PATIENCE)
+        self.log.join()
+        return status
+
+    def memory(self, field="VmRSS"):
+        """In KiB, as the kernel counts it."""
+        with open(f"/proc/{self.process.pid}/status", encoding="ascii") as status:
+            return int(re.search(rf"{field}:\s+(\d+) kB", status.read())[1])
+
+    def descriptors(self):
+        return len(os.listdir(f"/proc/{self.process.pid}/fd"))
+
+    def threads(self):
+        return len(os.listdir(f"/proc/{self.process.pid}/task"))
+
+    def is_sanitized(self):
+        with open(f"/proc/{self.process.pid}/maps", encoding="utf-8") as maps:
+            return re.search("lib[at]san", maps.read()) is not None
+
+    def end(self):
+        """Ends it from outside, if it still runs; whether it did."""
+        ran = self.process.poll() is None
+        if ran:
+            self.process.terminate()
+        self.wait()
+        return ran
+
+
+class User:
+    """A process of another user, which connects sockets and hands them over: the kernel names this
+    process and this user as their peer, whoever uses them."""
+
+    SCRIPT = """
+import socket
+with socket.socket(fileno=0) as requests:
+    while path := requests.recv(4096):
+        with socket.socket(socket.AF_UNIX) as connected:
+            connected.connect(path.decode())
+            socket.send_fds(requests, [b"x"], [connected.fileno()])
+"""
+
+    def __init__(self, uid):
+        self.uid = uid
+        self._requests, theirs = socket.socketpair(socket.AF_UNIX, socket.SOCK_SEQPACKET)
+        with theirs:
+            self.process = subprocess.Popen(["/usr/bin/python3", "-I", "-c", self.SCRIPT],
+                                            stdin=theirs, user=uid, group=uid, extra_groups=[])
+
+    def connect(self, path):
+        self._requests.send(path.encode())
+        data, descriptors, _, _ = socket.recv_fds(self._requests, 1, 1)
+        assert data, "the other user's process has ended"
+        return socket.socket(fileno=descriptors[0])
+
+    def end(self):
+        self._requests.close()
+        self.process.wait(PATIENCE)
+
+
+class Issuer:
+    """Where a process asks for its external form."""
+
+    def __init__(self, folder):
+        self._environment = dict(os.environ, CORVANE_AUTHORIZATION_DIRECTORY=f"{folder}/root")
+        self.socket_path = f"{folder}/authorization.socket"
+        self._listening = socket.socket(socket.AF_UNIX)
+        self._listening.bind(self.socket_path)
+        os.chmod(self.socket_path, 0o666)
+        self._listening.listen()
+
+    def form(self, user=None):
+        """The external form of `user`, or of this process."""
+        if user is not None:
+            asking = user.connect(self.socket_path)
+        else:
+            asking = socket.socket(socket.AF_UNIX)
+            asking.connect(self.socket_path)
+        with asking:
+            accepted, _ = self._listening.accept()
+            with accepted:
+                subprocess.run([f"{PROGRAMS}/com.corvane.authorization"], stdin=accepted,
+                               env=self._environment, check=True)
+            return asking.recv(64)
+
+    def close(self):
+        self._listening.close()
+
+
+def register_rights(folder):
+    subprocess.run([f"{PROGRAMS}/com.corvane.rights-vnt", "register"], check=True,
+                   env=dict(os.environ, CORVANE_AUTHORIZATION_DIRECTORY=f"{folder}/root"))
+
+
+class FolderTest(unittest.TestCase):
+    """A test with a private folder."""
+
+    def setUp(self):
+        if os.geteuid() != 0:
+            self.skipTest("the daemon runs as root only")
+        # Other users find what is in it, and see nothing else.
+        self.folder = tempfile.mkdtemp(prefix="corvane-test.")
+        self.addCleanup(shutil.rmtree, self.folder)
+        os.chmod(self.folder, 0o711)
+        os.mkdir(f"{self.folder}/root", 0o700)
+
+    def start(self, **options):
+        """A daemon that must neither end by itself nor be reported by a sanitizer."""
+        daemon = Daemon(self.folder, **options)
+        self.addCleanup(self._end, daemon)
+        return daemon
+
+    def _end(self, daemon):
+        daemon.end()
+        reports = [line for line in daemon.log.lines if SANITIZER_REPORT.search(line)]
+        self.assertEqual(reports, [], "\n".join(daemon.log.lines))
+
+
+class DaemonTest(FolderTest):
+    """A test of one running daemon, with the rights of the catalogue registered."""
+
+    def setUp(self):
+        super().setUp()
+        register_rights(self.folder)
+        self.daemon = self.start()
+        self.issuer = Issuer(self.folder)
+        self.addCleanup(self.issuer.close)
+        self.log = self.daemon.log
+        self.expects_end = False
+        self.addCleanup(self._check_that_it_ran)
+
+    def _check_that_it_ran(self):
+        if not self.expects_end:
+            self.assertIsNone(self.daemon.process.poll(),
+                              "the daemon ended:\n" + "\n".join(self.log.lines))
+
+    def user(self, uid=65534):
+        user = User(uid)
+        self.addCleanup(user.end)
+        return user
+
+    def form(self, user=None):
+        return self.issuer.form(user)
+
+    def assertLogged(self, mark, *messages):
+        """The daemon has logged exactly `messages`, (priority, text) each, since `mark`."""
+        expected = [logged(*message) for message in messages]
+        if expected:
+            self.log.wait_for(lambda line: line == expected[-1], mark)
+        self.assertEqual(self.log.after(mark), expected)
+
+    def assertEndsWith(self, status):
+        self.expects_end = True
+        self.assertEqual(self.daemon.wait(), status)
+
+
+def main():
+    """Runs the tests that the command line names. Exit status 77: they were skipped."""
+    result = unittest.main(exit=False, verbosity=2).result
+    if not result.wasSuccessful() or result.testsRun == 0:
+        sys.exit(1)
+    sys.exit(77 if result.skipped else 0)
