@@ -1,8 +1,8 @@
 #include <algorithm>
-#include <atomic>
 #include <chrono>
 #include <thread>
 
+#include "foundation/Atomic.h"
 #include "foundation/Exception.h"
 #include "foundation/POSIXError.h"
 #include "privilegedhelper-vnt/ZELPrivilegedHelper.h"
@@ -177,17 +177,15 @@ std::optional<Error> ZELPrivilegedHelper::openFeedbackConnection(
   log("About to open return connection for feedback (progress option %d).", isProgress ? 1 : 0);
 
   // The transport may report from another thread, and long after this looked.
-  const auto slot = std::make_shared<std::atomic<std::shared_ptr<const Error>>>();
-  opened
-      ->remoteObjectProxyWithErrorHandler(
-          [slot](const Error& error) { slot->store(std::make_shared<const Error>(error)); })
+  const auto slot = std::make_shared<Atomic<std::optional<Error>>>();
+  opened->remoteObjectProxyWithErrorHandler([slot](const Error& error) { slot->store(error); })
       ->processPrivilegedOperationFeedback(opening);
-  if (const std::shared_ptr<const Error> error = slot->load()) {
+  if (const std::optional<Error> error = slot->load()) {
     logAt(LogPriorityError,
           "The operation is supporting feedback information, but no return connection could be "
           "opened (%s).",
           error->localizedDescription().c_str());
-    return *error;
+    return error;
   }
   connection = opened;
   return std::nullopt;

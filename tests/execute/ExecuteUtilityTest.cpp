@@ -116,7 +116,7 @@ TEST_F(ExecuteUtilityTest, LipoOfAPathThatIsNoBundleIsInvalid) {
 TEST_F(ExecuteUtilityTest, LipoOfABundleWhoseExecutableIsALinkOutOfItIsInvalid) {
   application.addUtility("echo never");
   std::filesystem::remove(application.path("MacOS/Application"));
-  symlink("/bin/sh", application.path("MacOS/Application").c_str());
+  ASSERT_EQ(symlink("/bin/sh", application.path("MacOS/Application").c_str()), 0);
   EXPECT_EQ(lipo(), invalid);
   EXPECT_TRUE(connection->messages().empty());
 }
@@ -202,7 +202,7 @@ TEST_F(ExecuteUtilityTest, MissingUtilityIsNamedWithItsPath) {
   std::filesystem::create_directory(application.utilityPath());
   expectError(lipo(), 1, missingUtilityInfo("lipo", application.utilityPath()));
   std::filesystem::remove(application.utilityPath());
-  symlink("dangling", application.utilityPath().c_str());
+  ASSERT_EQ(symlink("dangling", application.utilityPath().c_str()), 0);
   expectError(lipo(), 1, missingUtilityInfo("lipo", application.utilityPath()));
 }
 

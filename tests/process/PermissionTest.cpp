@@ -24,8 +24,8 @@ TEST(PermissionTest, PathsWithoutAFileAreUnsafe) {
   EXPECT_FALSE(isSafe(folder.path("missing")));
   EXPECT_FALSE(isSafe(folder.addFile("file", "") + "/below"));
   EXPECT_FALSE(isSafe("/bin/sh\0x"s));
-  symlink("missing", folder.path("dangling").c_str());
-  symlink("loop", folder.path("loop").c_str());
+  ASSERT_EQ(symlink("missing", folder.path("dangling").c_str()), 0);
+  ASSERT_EQ(symlink("loop", folder.path("loop").c_str()), 0);
   EXPECT_FALSE(isSafe(folder.path("dangling")));
   EXPECT_FALSE(isSafe(folder.path("loop")));
 }
@@ -83,16 +83,16 @@ TEST(PermissionTest, SymbolicLinkIsJudgedByItsTargetAndTheTargetsFolder) {
   apply(folder.path("unsafe"), {0, 0, 0777});
 
   // A link in an unsafe folder to a safe program, through a link to its folder.
-  symlink("../safe", folder.path("unsafe/folder").c_str());
-  symlink("folder/program", folder.path("unsafe/link").c_str());
-  lchown(folder.path("unsafe/link").c_str(), 1, 1);
+  ASSERT_EQ(symlink("../safe", folder.path("unsafe/folder").c_str()), 0);
+  ASSERT_EQ(symlink("folder/program", folder.path("unsafe/link").c_str()), 0);
+  ASSERT_EQ(lchown(folder.path("unsafe/link").c_str(), 1, 1), 0);
   EXPECT_TRUE(isSafe(folder.path("unsafe/link")));
 
-  symlink(unsafe.c_str(), folder.path("safe/link").c_str());
+  ASSERT_EQ(symlink(unsafe.c_str(), folder.path("safe/link").c_str()), 0);
   EXPECT_FALSE(isSafe(folder.path("safe/link")));
   EXPECT_FALSE(isSafe(unsafe));
 
-  symlink("../safe", folder.path("safe/directory").c_str());
+  ASSERT_EQ(symlink("../safe", folder.path("safe/directory").c_str()), 0);
   EXPECT_FALSE(isSafe(folder.path("safe/directory")));
   EXPECT_TRUE(isSafe(safe));
 }
