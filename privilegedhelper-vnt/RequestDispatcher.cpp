@@ -15,7 +15,9 @@ using Code = unsigned long long;  // as the log formats take it
 
 constexpr std::uint64_t codeNop = 9998;
 constexpr std::uint64_t codeDiscardAuth = 9997;
+constexpr std::uint64_t codeDeleteFiles = 9996;
 constexpr std::uint64_t codePrepareUninstall = 9995;
+constexpr std::uint64_t codePerformUninstall = 9994;
 
 constexpr std::string_view metadataMarker = "!ZELMETA!";
 
@@ -197,8 +199,14 @@ std::optional<Error> ZELPrivilegedHelper::execute(const Request& request,
     case codeNop:
     case codeDiscardAuth:
       return std::nullopt;
+    case codeDeleteFiles:
+      return deleteFileSystemObjectsWithPaths(request.arguments);
     case codePrepareUninstall:
       return posixError(POSIXErrorCode::NotImplemented);
+    case codePerformUninstall:
+      return performUninstallForClientWithPID(request.arguments[0].number()->intValue(),
+                                              *request.arguments[1].string(),
+                                              *request.arguments[2].string());
     default:
       return executeImplementingMethod(request, connection);
   }

@@ -71,6 +71,16 @@ class ZELPrivilegedHelper : public XPCListenerDelegate, public ZELPrivilegedHelp
                                           const std::optional<std::string>& iconPath,
                                           bool destroyRights) const;
 
+  /// Deletes the objects at the paths one by one, never with contents; what is no string is
+  /// skipped. Nothing, or the error of the last one that could not be deleted.
+  std::optional<Error> deleteFileSystemObjectsWithPaths(const Array& paths);
+  /// Deletes one object; `error` (which may be null) is written on failure only.
+  bool enforceRemovalOfFileSystemObjectAtPath(const std::string& path, std::optional<Error>* error);
+  /// Removes the daemon from the system and ends it. Returns only with the error that stood in the
+  /// way before anything but files was touched.
+  std::optional<Error> performUninstallForClientWithPID(std::int32_t pid,
+                                                        const std::string& removingObjectsAtPath,
+                                                        const std::string& andPath);
   /// Ends the process with status 0, without waiting for requests in progress.
   [[noreturn]] void terminatePrivilegedHelper();
 

@@ -1,0 +1,108 @@
+#include "foundation/Exception.h"
+#include "foundation/POSIXError.h"
+#include "operations/ObjectLocation.h"
+#include "operations/SingleRemoval.h"
+#include "platform/Authorization.h"
+#include "privilegedhelper-vnt/ZELPrivilegedHelper.h"
+#include "process/NSProcessInfoZELAdditions.h"
+#include "process/ZELTaskExecutor.h"
+
+namespace corvane {
+
+namespace {
+
+constexpr const char* launchControl = "/bin/launchctl";
+
+std::optional<Error> removeObject(const std::string& path) {
+  ObjectLocation location;
+  if (auto error = locateObject(path, location)) return error;
+  const auto failure = removeSingleObject(location);
+  if (!failure) return std::nullopt;
+  // Whiteouts, system flags and flags that cannot be cleared are all one error here.
+  return failure->reason == SingleRemovalFailure::Reason::System
+             ? failure->error
+             : posixError(POSIXErrorCode::InputOutput);
+}
+
+// The status of launch control; -1 if it cannot be run, as when its start is refused.
+std::int32_t removeJob(const std::string& label) {
+  try {
+    return ZELTaskExecutor::init()->executeProgramAtPath(
+        launchControl, ZELTaskExecutor::Arguments{"remove", label});
+  } catch (const Exception&) {
+    return -1;
+  }
+}
+
+}  // namespace
+
+std::optional<Error> ZELPrivilegedHelper::deleteFileSystemObjectsWithPaths(const Array& paths) {
+  std::optional<Error> error;
+  for (const Value& path : paths) {
+    if (path.string() == nullptr) continue;
+    log("Deleting file system object '%s'.", path.string()->c_str());
+    enforceRemovalOfFileSystemObjectAtPath(*path.string(), &error);
+  }
+  return error;
+}
+
+bool ZELPrivilegedHelper::enforceRemovalOfFileSystemObjectAtPath(const std::string& path,
+                                                                 std::optional<Error>* error) {
+  auto failure = removeObject(path);
+  if (!failure) return true;
+  if (error != nullptr) *error = std::move(failure);
+  return false;
+}
+
+std::optional<Error> ZELPrivilegedHelper::performUninstallForClientWithPID(
+    std::int32_t pid, const std::string& removingObjectsAtPath, const std::string& andPath) {
+  if (removingObjectsAtPath.empty() || andPath.empty()) return posixError(POSIXErrorCode::Invalid);
+
+  ClientSet others;
+  {
+    const std::lock_guard lock(clientSetLock());
+    others = clientSet();
+  }
+  others.erase(pid);
+  for (const std::int32_t other : others) {
+    const auto name = processNameForProcessID(other, nullptr);
+    if (!name) continue;
+    log("Uninstall request from PID %d was rejected because client '%s' with PID %d is still "
+        "working with us.",
+        pid, name->c_str(), other);
+    return posixError(POSIXErrorCode::Busy);
+  }
+
+  if (!ZELTaskExecutor::hasExecutableSafePermissionsAtPath(launchControl)) {
+    return Error(NSPOSIXErrorDomain, static_cast<std::int64_t>(POSIXErrorCode::Access),
+                 Dictionary{{std::string(NSFilePathErrorKey), launchControl}});
+  }
+  AuthorizationRef authorization = nullptr;
+  const OSStatus status =
+      AuthorizationCreate(nullptr, nullptr, kAuthorizationFlagDefaults, &authorization);
+  if (status != errAuthorizationSuccess) return Error(NSOSStatusErrorDomain, status);
+  if (const auto error = deleteFileSystemObjectsWithPaths({removingObjectsAtPath, andPath});
+      error && error->code() != 0) {
+    AuthorizationFree(authorization, kAuthorizationFlagDefaults);
+    return error;
+  }
+
+  // The point of no return. The lock is never given back: who registers or unregisters from now
+  // on waits for the end of the process.
+  clientSetLock().lock();
+  clientSet().erase(pid);
+  log("Processing uninstall request for PID %d. The executable files have been deleted, the point "
+      "of no return was passed.",
+      pid);
+  operationSet()->removeAuthorizationRightsForImplementedOperationsUsingAuthorization(
+      authorization);
+  log("Removed associated right definitions.");
+  AuthorizationFree(authorization, kAuthorizationFlagDefaults);
+  if (const std::int32_t result = removeJob(operationSet()->serviceIdentifierForHelper());
+      result != 0) {
+    log("Removal from Launch Services management failed with error code %d.", result);
+  }
+  terminatePrivilegedHelper();
+}
+
+}  // namespace corvane
