@@ -319,6 +319,7 @@ TEST_F(ExecuteUtilityTest, RunsAtOnceEachReachTheirOwnClient) {
 TEST_F(ExecuteUtilityTest, ManyRunsAtOnceNeverMixTheirOutput) {
   application.addUtility("i=0; while [ $i -lt 200 ]; do echo $1; i=$((i+1)); done; exit $1");
   std::vector<std::jthread> clients;
+  clients.reserve(8);
   for (int i = 0; i < 8; ++i) {
     clients.emplace_back([this, i] {
       for (int j = 0; j < 10; ++j) {

@@ -19,10 +19,8 @@
 namespace corvane {
 namespace {
 
-using testing::Contains;
 using testing::ElementsAre;
 using testing::IsEmpty;
-using testing::Not;
 using testing::Optional;
 using tests::TemporaryFolder;
 
@@ -34,6 +32,7 @@ class RunningProgram {
     int launched[2];
     if (pipe2(input, O_CLOEXEC) != 0 || pipe2(launched, O_CLOEXEC) != 0) abort();
     std::vector<char*> arguments;
+    arguments.reserve(words.size() + 1);
     for (std::string& word : words) arguments.push_back(word.data());
     arguments.push_back(nullptr);
     _pid = fork();
@@ -123,13 +122,28 @@ TEST(ProcessTableTest, CompletesTheNameOfAScript) {
               Optional(std::string("sbcdefghijklmnop")));
 }
 
+// Gives this process another name until the end of the scope.
+class ChangedName {
+ public:
+  explicit ChangedName(const char* name) {
+    prctl(PR_GET_NAME, _before);
+    prctl(PR_SET_NAME, name);
+  }
+  ChangedName(const ChangedName&) = delete;
+  ChangedName& operator=(const ChangedName&) = delete;
+  ~ChangedName() { prctl(PR_SET_NAME, _before); }
+
+ private:
+  char _before[16] = {};
+};
+
 TEST(ProcessTableTest, ReplacesWhatIsNotUTF8) {
-  ASSERT_EQ(prctl(PR_SET_NAME, "a\xffz"), 0);
+  const ChangedName name("a\xffz");
   EXPECT_THAT(processNameForProcessID(getpid(), nullptr), Optional(std::string("a\uFFFDz")));
 }
 
 TEST(ProcessTableTest, TakesNamesWithLineFeedsAndParentheses) {
-  ASSERT_EQ(prctl(PR_SET_NAME, "a) R 1\nUid:\t7\t7"), 0);
+  const ChangedName name("a) R 1\nUid:\t7\t7");
   std::uint32_t user = 12345;
   EXPECT_THAT(processNameForProcessID(getpid(), &user),
               Optional(std::string("a) R 1\nUid:\t7\t7")));
@@ -156,7 +170,7 @@ TEST(ProcessTableTest, SurvivesProcessesThatComeAndGo) {
   std::atomic<bool> done = false;
   std::thread spawner([&] {
     while (!done) {
-      const pid_t pid = vfork();
+      const pid_t pid = fork();
       if (pid == 0) _exit(0);
       waitpid(pid, nullptr, 0);
     }

@@ -31,14 +31,14 @@ class TemporaryFolder {
 
   /// Adds a file, its folders included, and returns its path.
   std::string addFile(std::string_view name, std::string_view contents) const {
-    const std::string file = path(name);
+    std::string file = path(name);
     std::filesystem::create_directories(std::filesystem::path(file).parent_path());
     std::ofstream(file, std::ios::binary) << contents;
     return file;
   }
   /// The same, a script that can be run.
   std::string addScript(std::string_view name, std::string_view contents) const {
-    const std::string file = addFile(name, "#!/bin/sh\n" + std::string(contents) + "\n");
+    std::string file = addFile(name, "#!/bin/sh\n" + std::string(contents) + "\n");
     chmod(file.c_str(), 0755);
     return file;
   }

@@ -332,6 +332,7 @@ TEST(TaskExecutorTest, OneOfManyStartsAtOnceWins) {
   std::binary_semaphore ended(0);
   {
     std::vector<std::jthread> starters;
+    starters.reserve(8);
     for (int i = 0; i < 8; ++i) {
       starters.emplace_back([&] {
         if (!run.executor->executeProgramAtPath("/bin/cat", Arguments{},
@@ -413,6 +414,7 @@ TEST(TaskExecutorTest, InterruptionStaysWithTheExecutor) {
 TEST(TaskExecutorTest, ChildHasNoDescriptorButItsStreams) {
   // Open in this process and not marked for closing.
   std::vector<int> inherited;
+  inherited.reserve(50);
   for (int i = 0; i < 50; ++i) inherited.push_back(dup(STDERR_FILENO));
   const Runner run;
   EXPECT_EQ(run.script("n=3; while [ $n -lt 256 ]; do [ -e /proc/$$/fd/$n ] && echo $n; "
@@ -464,7 +466,14 @@ TEST(TaskExecutorTest, StandardInputNeverDeliversAndEndsWithTheRun) {
   EXPECT_EQ(run.delegate->output(), "ready\n");
 }
 
-TEST(TaskExecutorTest, RunsInAProcessWithoutStandardStreams) {
+// Tests that need a process of their own, begun afresh: threads of earlier runs may still be
+// ending.
+class TaskExecutorInOwnProcessTest : public testing::Test {
+ protected:
+  TaskExecutorInOwnProcessTest() { GTEST_FLAG_SET(death_test_style, "threadsafe"); }
+};
+
+TEST_F(TaskExecutorInOwnProcessTest, RunsInAProcessWithoutStandardStreams) {
   EXPECT_EXIT(
       {
         close(STDIN_FILENO);
@@ -492,7 +501,7 @@ void refuseProcessDescriptors() {
   if (prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &filter) != 0) _exit(2);
 }
 
-TEST(TaskExecutorTest, RunsWhereTheKernelHasNoProcessDescriptors) {
+TEST_F(TaskExecutorInOwnProcessTest, RunsWhereTheKernelHasNoProcessDescriptors) {
   EXPECT_EXIT(
       {
         refuseProcessDescriptors();
@@ -504,7 +513,7 @@ TEST(TaskExecutorTest, RunsWhereTheKernelHasNoProcessDescriptors) {
       testing::ExitedWithCode(0), "");
 }
 
-TEST(TaskExecutorTest, EndOfTheProgramIsNotMistakenForSuccessWhenItsStatusIsLost) {
+TEST_F(TaskExecutorInOwnProcessTest, EndOfTheProgramIsNotMistakenForSuccessWhenItsStatusIsLost) {
   EXPECT_EXIT(
       {
         std::signal(SIGCHLD, SIG_IGN);
@@ -593,7 +602,7 @@ TEST(TaskExecutorTest, DelegateSlowerThanTheLingerTimeLosesNothing) {
         while (tests::hasChildren() && !ended()) sched_yield();
         std::this_thread::sleep_for(ZELTaskExecutor::lingerTime + std::chrono::milliseconds(100));
       }
-      RecordingDelegate::receiveTaskOutput(std::move(chunk), std::move(isError));
+      RecordingDelegate::receiveTaskOutput(std::move(chunk), isError);
     }
     static bool ended() {
       siginfo_t info{};
@@ -660,6 +669,7 @@ TEST(TaskExecutorTest, RefusedStartsLeaveNothingBehind) {
 
 TEST(TaskExecutorTest, RunsAtOnceEachGetTheirOwnResultAndOutput) {
   std::vector<std::jthread> runners;
+  runners.reserve(8);
   for (int i = 0; i < 8; ++i) {
     runners.emplace_back([i] {
       for (int j = 0; j < 50; ++j) {
