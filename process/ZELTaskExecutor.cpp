@@ -146,7 +146,7 @@ bool ZELTaskExecutor::executeProgramAtPath(const std::optional<std::string>& pat
   try {
     std::thread([self = shared_from_this(), task, launch = launched.get_future(),
                  handler = std::move(completionHandler)]() mutable {
-      if (launch.get()) self->attendTask(task, handler);
+      if (launch.get()) self->attendTask(std::move(task), handler);
     }).detach();
   } catch (const std::system_error& exception) {
     throw Exception(NSInvalidArgumentException,
@@ -181,7 +181,7 @@ void ZELTaskExecutor::interruptProgramUsingTerminationRequest(bool terminationRe
   }
 }
 
-void ZELTaskExecutor::attendTask(const std::shared_ptr<Task>& task,
+void ZELTaskExecutor::attendTask(std::shared_ptr<Task> task,
                                  const CompletionHandler& completionHandler) {
   Task::Handles awaited = {_subTaskOutputHandle.load(), _subTaskErrorHandle.load()};
   for (auto ready = task->waitForDataOrTermination(awaited); !ready.empty();
@@ -191,10 +191,10 @@ void ZELTaskExecutor::attendTask(const std::shared_ptr<Task>& task,
       if (!receiveOutputFromSubTask(handle)) std::erase(awaited, handle);
     }
   }
-  taskDidTerminate(task, completionHandler);
+  taskDidTerminate(std::move(task), completionHandler);
 }
 
-void ZELTaskExecutor::taskDidTerminate(const std::shared_ptr<Task>& task,
+void ZELTaskExecutor::taskDidTerminate(std::shared_ptr<Task> task,
                                        const CompletionHandler& completionHandler) {
   const std::int32_t status = task->terminationStatus();
   _endOfLinger = FileHandle::Clock::now() + lingerTime;
@@ -207,6 +207,8 @@ void ZELTaskExecutor::taskDidTerminate(const std::shared_ptr<Task>& task,
   _subTaskErrorHandle.store(nullptr);
   _subTaskInputHandle.store(nullptr);
   _runningTask.store(nullptr);
+  // Whoever waits for the completion finds nothing of the run open any more.
+  task.reset();
   completionHandler(_hasInterrupted, status);
 }
 

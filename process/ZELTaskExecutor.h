@@ -75,9 +75,8 @@ class ZELTaskExecutor : public std::enable_shared_from_this<ZELTaskExecutor> {
 
   ZELTaskExecutor() = default;
 
-  void attendTask(const std::shared_ptr<Task>& task, const CompletionHandler& completionHandler);
-  void taskDidTerminate(const std::shared_ptr<Task>& task,
-                        const CompletionHandler& completionHandler);
+  void attendTask(std::shared_ptr<Task> task, const CompletionHandler& completionHandler);
+  void taskDidTerminate(std::shared_ptr<Task> task, const CompletionHandler& completionHandler);
   bool receiveOutputFromSubTask(const Handle& handle);
   bool processIncomingDataUpToEnd(bool upToEnd, bool asError);
   void closeFileHandle(const Handle& handle, bool usedForWriting);

@@ -386,13 +386,13 @@ TEST_F(ExecuteUtilityTest, OnlyWhatIsNotTrustedIsTested) {
 
 TEST_F(ExecuteUtilityTest, HundredsOfRunsLeaveNothingBehind) {
   application.addUtility("echo $1; exit $1");
-  const std::size_t threadsBefore = tests::threads();
+  tests::waitForThreads();
   const std::size_t descriptorsBefore = tests::openDescriptors();
   for (int i = 0; i < 500; ++i) {
     connection = std::make_shared<RecordingConnection>();
     EXPECT_EQ(lipo({std::to_string(i % 2)}).has_value(), i % 2 == 1);
   }
-  tests::waitForThreads(threadsBefore);
+  tests::waitForThreads();
   EXPECT_EQ(tests::openDescriptors(), descriptorsBefore);
   EXPECT_FALSE(tests::hasChildren());
   // The last run failed: its connection is still held, and no other.

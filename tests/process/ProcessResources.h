@@ -24,10 +24,12 @@ inline std::size_t threads() {
   return static_cast<std::size_t>(std::distance(begin(all), end(all)));
 }
 
-/// Waits until no more than `count` threads are left: the last one of a run is a moment behind its
-/// result. A thread that stays makes the test time out.
-inline void waitForThreads(std::size_t count) {
-  while (threads() > count) sched_yield();
+inline const std::size_t threadsAtStart = threads();
+
+/// Waits until no more threads are left than the process began with: the last one of a run is a
+/// moment behind its result. A thread that stays makes the test time out.
+inline void waitForThreads() {
+  while (threads() > threadsAtStart) sched_yield();
 }
 
 /// True if the process has a child, ended or not.
@@ -35,6 +37,13 @@ inline bool hasChildren() {
   siginfo_t info{};
   return waitid(P_ALL, 0, &info, WEXITED | WNOHANG | WNOWAIT) == 0;
 }
+
+/// True where address sanitizer keeps freed memory for a while.
+#ifdef __SANITIZE_ADDRESS__
+inline constexpr bool freedMemoryIsKept = true;
+#else
+inline constexpr bool freedMemoryIsKept = false;
+#endif
 
 /// Leaves this process `count` descriptors until the end of the scope.
 class FewDescriptors {

@@ -97,10 +97,16 @@ TEST(TaskExecutorTest, ProgramThatPrintsNothingGivesAnEmptyChunkOfEachStreamAtTh
 }
 
 TEST(TaskExecutorTest, StreamThatEndsEarlyGivesOneEmptyChunkThenAndOneAtTheEnd) {
+  const TemporaryFolder folder;
+  const std::string fifo = folder.path("fifo");
+  ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
   const Runner run;
-  // The error stream shows that the end of the output has been seen long before the program ends.
-  EXPECT_EQ(run.script("exec >&-; i=0; while [ $i -lt 2000 ]; do echo $i >&2; i=$((i+1)); done"),
-            0);
+  // The program goes on until the end of its output has been seen.
+  std::jthread answer([&] {
+    while (run.delegate->chunks().empty()) sched_yield();
+    std::ofstream(fifo) << "go\n";
+  });
+  EXPECT_EQ(run.script("exec >&-; read line < \"$1\"", {fifo}), 0);
   const auto chunks = run.delegate->chunks();
   EXPECT_EQ(std::count_if(chunks.begin(), chunks.end(), [](const auto& c) { return !c.isError; }),
             2);
@@ -269,7 +275,6 @@ TEST(TaskExecutorTest, ProgramDeletedAfterItsTestIsALaunchFailure) {
 }
 
 TEST(TaskExecutorTest, FailedLaunchLeavesTheExecutorStuck) {
-  const std::size_t threadsBefore = tests::threads();
   const Runner run;
   exceptionReason(*run.executor, "/nonexistent/program");
   EXPECT_TRUE(run.executor->canInterruptProgram());
@@ -279,7 +284,7 @@ TEST(TaskExecutorTest, FailedLaunchLeavesTheExecutorStuck) {
   // There is nothing to signal, and no harm in trying.
   run.executor->interruptProgramUsingTerminationRequest(true);
   EXPECT_FALSE(tests::hasChildren());
-  tests::waitForThreads(threadsBefore);
+  tests::waitForThreads();
 }
 
 TEST(TaskExecutorTest, RunningOutOfDescriptorsLeavesTheExecutorStuck) {
@@ -558,6 +563,7 @@ TEST(TaskExecutorTest, GigabyteOnBothStreamsPassesWithoutBeingKept) {
   getrusage(RUSAGE_SELF, &after);
   EXPECT_EQ(delegate->bytes[0], 1U << 30U);
   EXPECT_EQ(delegate->bytes[1], 1U << 30U);
+  if (tests::freedMemoryIsKept) GTEST_SKIP() << "what it takes in memory does not show here";
   EXPECT_LT(after.ru_maxrss - before.ru_maxrss, 16 * 1024);
 }
 
@@ -647,7 +653,7 @@ TEST(TaskExecutorTest, DescendantThatWritesForEverDoesNotHoldUpTheResult) {
 }
 
 TEST(TaskExecutorTest, ThousandsOfRunsLeaveNothingBehind) {
-  const std::size_t threadsBefore = tests::threads();
+  tests::waitForThreads();
   const std::size_t descriptorsBefore = tests::openDescriptors();
   for (int i = 0; i < 3000; ++i) {
     const Runner run;
@@ -655,14 +661,14 @@ TEST(TaskExecutorTest, ThousandsOfRunsLeaveNothingBehind) {
   }
   EXPECT_EQ(tests::openDescriptors(), descriptorsBefore);
   EXPECT_FALSE(tests::hasChildren());
-  tests::waitForThreads(threadsBefore);
+  tests::waitForThreads();
 }
 
 TEST(TaskExecutorTest, RefusedStartsLeaveNothingBehind) {
-  const std::size_t threadsBefore = tests::threads();
+  tests::waitForThreads();
   const std::size_t descriptorsBefore = tests::openDescriptors();
   for (int i = 0; i < 1000; ++i) exceptionReason(*Runner().executor, "/nonexistent/program");
-  tests::waitForThreads(threadsBefore);
+  tests::waitForThreads();
   EXPECT_EQ(tests::openDescriptors(), descriptorsBefore);
   EXPECT_FALSE(tests::hasChildren());
 }
