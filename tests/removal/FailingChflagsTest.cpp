@@ -1,0 +1,90 @@
+#include <optional>
+#include <string>
+
+#include <gtest/gtest.h>
+#include <linux/fs.h>
+
+#include "foundation/POSIXError.h"
+#include "operationset-vnt/ZELPrivilegedOperationSetVNT.h"
+#include "tests/removal/TemporaryFolder.h"
+
+namespace corvane {
+
+namespace {
+std::optional<Error> chflagsResult;
+}
+
+std::optional<Error> chflags(int, FileFlags) {
+  return chflagsResult;
+}
+
+namespace {
+
+class FailingChflagsTest : public ProtectionTest {
+ protected:
+  void TearDown() override { chflagsResult.reset(); }
+
+  std::string makeProtectedFile(const std::string& name) {
+    const std::string file = folder.makeFile(name);
+    setKernelFlags(file, FS_IMMUTABLE_FL);
+    return file;
+  }
+
+  ZELPrivilegedOperationSetVNT set;
+  TemporaryFolder folder;
+  std::optional<Error> error;
+};
+
+TEST_F(FailingChflagsTest, ASingleRemovalSaysThatFlagsCouldNotBeChanged) {
+  const std::string file = makeProtectedFile("file");
+  for (const POSIXErrorCode code : {POSIXErrorCode::InputOutput, POSIXErrorCode::NotSupported}) {
+    chflagsResult = posixError(code);
+    EXPECT_FALSE(set.enforceSingleRemovalOfFileSystemObjectAtPath(file, &error));
+    ASSERT_TRUE(error->is("com.corvane.error.privileged-operation", 5));
+    EXPECT_EQ(error->localizedDescription(),
+              "The operating system could not change protection flags.");
+    EXPECT_EQ(error->userInfo().size(), 4U);
+    EXPECT_TRUE(exists(file));
+  }
+}
+
+TEST_F(FailingChflagsTest, ARecursiveRemovalDeletesNothingWhenAFlagStays) {
+  const std::string tree = folder.makeFolder("tree");
+  for (int i = 0; i < 50; ++i) {
+    folder.makeFolder("tree/" + std::to_string(i));
+    for (int j = 0; j < 10; ++j) {
+      folder.makeFile("tree/" + std::to_string(i) + "/" + std::to_string(j));
+    }
+  }
+  setKernelFlags(folder.path("tree/33/3"), FS_IMMUTABLE_FL);
+  chflagsResult = posixError(POSIXErrorCode::ReadOnly);
+  EXPECT_FALSE(set.enforceRecursiveRemovalOfFileSystemObjectAtPath(tree, &error));
+  EXPECT_EQ(error, posixError(POSIXErrorCode::ReadOnly));
+  for (int i = 0; i < 50; ++i) {
+    for (int j = 0; j < 10; ++j) {
+      EXPECT_TRUE(exists(folder.path("tree/" + std::to_string(i) + "/" + std::to_string(j))));
+    }
+  }
+}
+
+TEST_F(FailingChflagsTest, ARecursiveRemovalFailsWhereTheTopKeepsItsFlag) {
+  const std::string file = makeProtectedFile("file");
+  chflagsResult = posixError(POSIXErrorCode::ReadOnly);
+  EXPECT_FALSE(set.enforceRecursiveRemovalOfFileSystemObjectAtPath(file, &error));
+  EXPECT_EQ(error, posixError(POSIXErrorCode::ReadOnly));
+}
+
+TEST_F(FailingChflagsTest, AFileSystemWithoutFlagsHasNothingToClear) {
+  const std::string file = makeProtectedFile("file");
+  chflagsResult = posixError(POSIXErrorCode::NotSupported);
+  EXPECT_TRUE(set.setImmutableFlag(false, file, true, &error));
+  EXPECT_EQ(error, std::nullopt);
+  EXPECT_FALSE(set.setImmutableFlag(true, file, true, &error));
+  EXPECT_EQ(error, posixError(POSIXErrorCode::NotSupported));
+  // The removal goes on to the deletion, which here meets the flag that is still set.
+  EXPECT_FALSE(set.enforceRecursiveRemovalOfFileSystemObjectAtPath(file, &error));
+  EXPECT_EQ(error, posixError(POSIXErrorCode::NotPermitted));
+}
+
+}  // namespace
+}  // namespace corvane

@@ -1,0 +1,148 @@
+#include <cstdlib>
+#include <string>
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <linux/fs.h>
+#include <sys/ioctl.h>
+#include <sys/xattr.h>
+
+#include "foundation/POSIXError.h"
+#include "tests/removal/TemporaryFolder.h"
+
+namespace corvane {
+namespace {
+
+class FileFlagsTest : public ProtectionTest {
+ protected:
+  TemporaryFolder folder;
+};
+
+TEST_F(FileFlagsTest, WhatTheKernelProtectsCountsAsAUserFlag) {
+  const std::string file = folder.makeFile("file");
+  EXPECT_EQ(fileFlags(file), 0U);
+  setKernelFlags(file, FS_IMMUTABLE_FL);
+  EXPECT_EQ(fileFlags(file), UF_IMMUTABLE);
+  setKernelFlags(file, FS_APPEND_FL);
+  EXPECT_EQ(fileFlags(file), UF_APPEND);
+}
+
+TEST_F(FileFlagsTest, UserFlagsNeedNoAttribute) {
+  const std::string file = folder.makeFile("file");
+  ASSERT_EQ(changeFileFlags(file, UF_IMMUTABLE | UF_APPEND), std::nullopt);
+  EXPECT_EQ(kernelFlags(file), FS_IMMUTABLE_FL | FS_APPEND_FL);
+  EXPECT_EQ(::listxattr(file.c_str(), nullptr, 0), 0);
+  ASSERT_EQ(changeFileFlags(file, UF_APPEND), std::nullopt);
+  EXPECT_EQ(kernelFlags(file), FS_APPEND_FL);
+  ASSERT_EQ(changeFileFlags(file, 0), std::nullopt);
+  EXPECT_EQ(kernelFlags(file), 0);
+}
+
+TEST_F(FileFlagsTest, SystemFlagsAreToldApartFromUserFlags) {
+  int count = 0;
+  for (const FileFlags flags :
+       {SF_IMMUTABLE, SF_APPEND, SF_RESTRICTED, SF_IMMUTABLE | SF_APPEND | UF_APPEND}) {
+    const std::string file = folder.makeFile("file" + std::to_string(++count));
+    ASSERT_EQ(changeFileFlags(file, flags), std::nullopt);
+    EXPECT_EQ(fileFlags(file), flags);
+    EXPECT_NE(kernelFlags(file), 0);
+  }
+}
+
+TEST_F(FileFlagsTest, SystemFlagsCanBeAddedToUserFlagsButNotCleared) {
+  const std::string file = folder.makeFile("file");
+  ASSERT_EQ(changeFileFlags(file, UF_IMMUTABLE), std::nullopt);
+  ASSERT_EQ(changeFileFlags(file, UF_IMMUTABLE | SF_IMMUTABLE), std::nullopt);
+  EXPECT_EQ(fileFlags(file), UF_IMMUTABLE | SF_IMMUTABLE);
+  EXPECT_EQ(changeFileFlags(file, UF_IMMUTABLE), Error(NSPOSIXErrorDomain, 1));
+  EXPECT_EQ(changeFileFlags(file, 0), Error(NSPOSIXErrorDomain, 1));
+  EXPECT_EQ(fileFlags(file), UF_IMMUTABLE | SF_IMMUTABLE);
+  ASSERT_EQ(changeFileFlags(file, SF_IMMUTABLE), std::nullopt);
+  EXPECT_EQ(fileFlags(file), SF_IMMUTABLE);
+  EXPECT_EQ(kernelFlags(file), FS_IMMUTABLE_FL);
+}
+
+TEST_F(FileFlagsTest, ARestrictedObjectRefusesEveryChange) {
+  const std::string file = folder.makeFile("file");
+  ASSERT_EQ(changeFileFlags(file, SF_RESTRICTED), std::nullopt);
+  EXPECT_EQ(changeFileFlags(file, 0), Error(NSPOSIXErrorDomain, 1));
+  EXPECT_EQ(changeFileFlags(file, SF_RESTRICTED), Error(NSPOSIXErrorDomain, 1));
+  EXPECT_EQ(changeFileFlags(file, SF_RESTRICTED | UF_APPEND), Error(NSPOSIXErrorDomain, 1));
+  EXPECT_EQ(fileFlags(file), SF_RESTRICTED);
+}
+
+TEST_F(FileFlagsTest, AnAttributeCountsOnlyWhileTheKernelProtects) {
+  const std::string file = folder.makeFile("file");
+  ASSERT_EQ(changeFileFlags(file, SF_IMMUTABLE), std::nullopt);
+  setKernelFlags(file, 0);
+  EXPECT_EQ(fileFlags(file), 0U);
+  ASSERT_EQ(changeFileFlags(file, UF_IMMUTABLE), std::nullopt);
+  EXPECT_EQ(fileFlags(file), UF_IMMUTABLE);
+}
+
+TEST_F(FileFlagsTest, AnAttributeThatMakesNoSenseIsAnError) {
+  const std::string file = folder.makeFile("file");
+  for (const std::string text : {"", "20000", "0x", "0xg", "0x2 ", "0x00000000000000020000"}) {
+    ASSERT_EQ(::setxattr(file.c_str(), "trusted.corvane.flags", text.data(), text.size(), 0), 0);
+    setKernelFlags(file, FS_IMMUTABLE_FL);
+    FileStatus status;
+    EXPECT_EQ(lstat(AT_FDCWD, file.c_str(), status), Error(NSPOSIXErrorDomain, 5)) << text;
+    setKernelFlags(file, 0);
+  }
+}
+
+TEST_F(FileFlagsTest, OtherFlagsOfTheKernelStay) {
+  const std::string file = folder.makeFile("file");
+  setKernelFlags(file, FS_NODUMP_FL);
+  ASSERT_EQ(changeFileFlags(file, UF_IMMUTABLE), std::nullopt);
+  ASSERT_EQ(changeFileFlags(file, 0), std::nullopt);
+  const FileDescriptor descriptor(::open(file.c_str(), O_RDONLY | O_CLOEXEC));
+  int flags = 0;
+  ASSERT_EQ(::ioctl(descriptor.get(), FS_IOC_GETFLAGS, &flags), 0);
+  EXPECT_NE(flags & FS_NODUMP_FL, 0);
+}
+
+// Opening a fifo for reading would wait for a writer.
+TEST_F(FileFlagsTest, FifosDevicesAndLinksHaveNoFlagsAndAreNotOpened) {
+  EXPECT_EQ(changeFileFlags(folder.makeFifo("fifo"), UF_IMMUTABLE), Error(NSPOSIXErrorDomain, 45));
+  EXPECT_EQ(changeFileFlags(folder.makeWhiteout("device"), UF_IMMUTABLE),
+            Error(NSPOSIXErrorDomain, 45));
+  EXPECT_EQ(changeFileFlags(folder.makeLink("link", "fifo"), UF_IMMUTABLE),
+            Error(NSPOSIXErrorDomain, 45));
+  EXPECT_EQ(changeFileFlags(folder.path("fifo"), 0), std::nullopt);
+}
+
+TEST_F(FileFlagsTest, AFileSystemWithoutFlagsDoesNotSupportAChange) {
+  EXPECT_EQ(changeFileFlags("/proc/self/comm", UF_IMMUTABLE), Error(NSPOSIXErrorDomain, 45));
+  EXPECT_EQ(changeFileFlags("/proc/self/comm", 0), std::nullopt);
+}
+
+TEST_F(FileFlagsTest, AFlagThatCannotBeKeptIsNotSupported) {
+  EXPECT_EQ(changeFileFlags(folder.makeFile("file"), 0x8000), Error(NSPOSIXErrorDomain, 45));
+}
+
+TEST_F(FileFlagsTest, StatusTellsTypesApart) {
+  const auto typeOf = [](const std::string& path) {
+    FileStatus status;
+    EXPECT_EQ(lstat(AT_FDCWD, path.c_str(), status), std::nullopt);
+    return status.type;
+  };
+  EXPECT_EQ(typeOf(folder.path()), FileType::Directory);
+  EXPECT_EQ(typeOf(folder.makeFile("file")), FileType::Other);
+  EXPECT_EQ(typeOf(folder.makeLink("link", "file")), FileType::SymbolicLink);
+  EXPECT_EQ(typeOf(folder.makeWhiteout("whiteout")), FileType::Whiteout);
+  EXPECT_EQ(typeOf("/dev/null"), FileType::Other);
+}
+
+TEST_F(FileFlagsTest, AFolderIsOpenedOnlyIfItIsOne) {
+  FileDescriptor subfolder;
+  folder.makeFolder("target");
+  const std::string link = folder.makeLink("link", "target");
+  EXPECT_EQ(openFolder(AT_FDCWD, link.c_str(), subfolder), Error(NSPOSIXErrorDomain, 20));
+  const std::string file = folder.makeFile("file");
+  EXPECT_EQ(openFolder(AT_FDCWD, file.c_str(), subfolder), Error(NSPOSIXErrorDomain, 20));
+  EXPECT_FALSE(subfolder);
+}
+
+}  // namespace
+}  // namespace corvane

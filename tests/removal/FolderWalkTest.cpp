@@ -1,0 +1,148 @@
+#include <algorithm>
+#include <functional>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <stdlib.h>
+#include <sys/stat.h>
+
+#include "foundation/POSIXError.h"
+#include "operationset-vnt/FolderWalk.h"
+#include "tests/removal/TemporaryFolder.h"
+
+namespace corvane {
+namespace {
+
+// Keeps the names of what is visited and left; the folders are the entries without a dot.
+class RecordingVisitor : public FolderVisitor {
+ public:
+  std::optional<Error> visit(int, const FolderEntry& entry, bool& descend) override {
+    const std::lock_guard lock(_mutex);
+    visited.emplace_back(entry.name);
+    threads.push_back(std::this_thread::get_id());
+    descend = entry.type == FileType::Directory;
+    return onVisit ? onVisit(entry.name) : std::nullopt;
+  }
+  std::optional<Error> leave(int, const char* name) override {
+    const std::lock_guard lock(_mutex);
+    left.emplace_back(name);
+    return std::nullopt;
+  }
+
+  std::vector<std::string> visited;
+  std::vector<std::string> left;
+  std::vector<std::thread::id> threads;
+  std::function<std::optional<Error>(const std::string&)> onVisit;
+
+ private:
+  std::mutex _mutex;
+};
+
+class FolderWalkTest : public testing::Test {
+ protected:
+  std::optional<Error> walk(unsigned threads) {
+    FileDescriptor top;
+    EXPECT_EQ(openFolder(AT_FDCWD, folder.path().c_str(), top), std::nullopt);
+    return walkFolder(std::make_shared<FolderReader>(std::move(top)), visitor, threads);
+  }
+
+  // A chain of folders called 0, 1, 2, ...
+  void makeChain(int depth) {
+    std::string path;
+    for (int i = 0; i < depth; ++i) {
+      path += (i == 0 ? "" : "/") + std::to_string(i);
+      folder.makeFolder(path);
+    }
+  }
+
+  TemporaryFolder folder{parentForManyFiles()};
+  RecordingVisitor visitor;
+};
+
+TEST_F(FolderWalkTest, VisitsEveryEntryOnceOnAnyNumberOfThreads) {
+  std::vector<std::string> entries;
+  std::vector<std::string> folders;
+  for (int i = 0; i < 30; ++i) {
+    const std::string outer = std::to_string(i);
+    folder.makeFolder(outer);
+    folders.push_back(outer);
+    for (int j = 0; j < 10; ++j) {
+      const std::string inner = outer + "-" + std::to_string(j);
+      folder.makeFolder(outer + "/" + inner);
+      folders.push_back(inner);
+      for (int k = 0; k < 3; ++k) {
+        const std::string file = inner + "." + std::to_string(k);
+        folder.makeFile(outer + "/" + inner + "/" + file);
+        entries.push_back(file);
+      }
+    }
+  }
+  entries.insert(entries.end(), folders.begin(), folders.end());
+  std::sort(entries.begin(), entries.end());
+  std::sort(folders.begin(), folders.end());
+  for (const unsigned threads : {1U, 2U, 4U}) {
+    visitor.visited.clear();
+    visitor.left.clear();
+    EXPECT_EQ(walk(threads), std::nullopt);
+    std::sort(visitor.visited.begin(), visitor.visited.end());
+    std::sort(visitor.left.begin(), visitor.left.end());
+    EXPECT_EQ(visitor.visited, entries) << threads;
+    EXPECT_EQ(visitor.left, folders) << threads;
+  }
+}
+
+TEST_F(FolderWalkTest, ASmallTreeIsWalkedOnTheCallingThread) {
+  for (int i = 0; i < 50; ++i) folder.makeFolder(std::to_string(i));
+  EXPECT_EQ(walk(4), std::nullopt);
+  EXPECT_EQ(visitor.visited.size(), 50U);
+  for (const auto thread : visitor.threads) EXPECT_EQ(thread, std::this_thread::get_id());
+}
+
+TEST_F(FolderWalkTest, LeavesFoldersFromTheBottomUp) {
+  makeChain(40);
+  EXPECT_EQ(walk(1), std::nullopt);
+  ASSERT_EQ(visitor.left.size(), 40U);
+  for (int i = 0; i < 40; ++i)
+    EXPECT_EQ(visitor.left[static_cast<std::size_t>(i)], std::to_string(39 - i));
+}
+
+TEST_F(FolderWalkTest, TheFirstFailureEndsIt) {
+  for (int i = 0; i < 2000; ++i) folder.makeFolder(std::to_string(i));
+  visitor.onVisit = [this](const std::string&) -> std::optional<Error> {
+    if (visitor.visited.size() < 1000) return std::nullopt;
+    return posixError(POSIXErrorCode::Busy);
+  };
+  EXPECT_EQ(walk(4), posixError(POSIXErrorCode::Busy));
+  // Each other thread may have been at one more entry.
+  EXPECT_LE(visitor.visited.size(), 1004U);
+}
+
+TEST_F(FolderWalkTest, AFolderThatDisappearsIsPassedOver) {
+  folder.makeFolder("a");
+  folder.makeFolder("a/b");
+  visitor.onVisit = [this](const std::string& name) -> std::optional<Error> {
+    if (name == "b") ::remove(folder.path("a/b").c_str());
+    return std::nullopt;
+  };
+  EXPECT_EQ(walk(1), std::nullopt);
+  EXPECT_EQ(visitor.left, std::vector<std::string>{"a"});
+}
+
+TEST_F(FolderWalkTest, AFolderThatIsMovedAwayMeanwhileIsNotLeftForAnotherOne) {
+  makeChain(40);
+  folder.makeFolder("elsewhere");
+  const std::string deep = folder.path("0/1/2/3/4/5/6/7/8/9");
+  visitor.onVisit = [&](const std::string& name) -> std::optional<Error> {
+    if (name == "39") ::rename((deep + "/10").c_str(), folder.path("elsewhere/10").c_str());
+    return std::nullopt;
+  };
+  EXPECT_EQ(walk(1), posixError(POSIXErrorCode::Stale));
+  EXPECT_EQ(std::count(visitor.left.begin(), visitor.left.end(), "10"), 0);
+}
+
+}  // namespace
+}  // namespace corvane

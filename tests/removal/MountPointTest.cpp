@@ -1,0 +1,92 @@
+#include <string>
+
+#include <gtest/gtest.h>
+#include <linux/fs.h>
+#include <sched.h>
+#include <sys/mount.h>
+
+#include "foundation/POSIXError.h"
+#include "operationset-vnt/ZELPrivilegedOperationSetVNT.h"
+#include "tests/removal/TemporaryFolder.h"
+
+namespace corvane {
+namespace {
+
+// Mounts what it needs where nobody else sees it.
+class MountPointTest : public ProtectionTest {
+ protected:
+  void SetUp() override {
+    ProtectionTest::SetUp();
+    if (IsSkipped()) return;
+    if (::unshare(CLONE_NEWNS) != 0 ||
+        ::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0) {
+      GTEST_SKIP() << "needs a mount namespace of its own";
+    }
+    tree = folder.makeFolder("tree");
+    file = folder.makeFile("tree/file");
+    setKernelFlags(folder.makeFile("tree/protected"), FS_IMMUTABLE_FL);
+    mountPoint = folder.makeFolder("tree/mounted");
+  }
+  void TearDown() override {
+    if (!mountPoint.empty()) ::umount2(mountPoint.c_str(), MNT_DETACH);
+  }
+
+  std::optional<Error> remove(const std::string& path) {
+    std::optional<Error> error;
+    set.enforceRecursiveRemovalOfFileSystemObjectAtPath(path, &error);
+    return error;
+  }
+
+  ZELPrivilegedOperationSetVNT set;
+  TemporaryFolder folder;
+  std::string tree;
+  std::string file;
+  std::string mountPoint;
+};
+
+TEST_F(MountPointTest, AFileSystemMountedInTheTreeFailsBeforeAnythingIsDeleted) {
+  ASSERT_EQ(::mount("none", mountPoint.c_str(), "tmpfs", 0, nullptr), 0);
+  const std::string inside = folder.makeFile("tree/mounted/inside");
+  EXPECT_EQ(remove(tree), Error(NSPOSIXErrorDomain, 16));
+  EXPECT_TRUE(exists(inside));
+  EXPECT_TRUE(exists(file));
+  EXPECT_TRUE(exists(folder.path("tree/protected")));
+}
+
+TEST_F(MountPointTest, SoDoesAFolderOfTheSameFileSystemBoundInTheTree) {
+  const std::string outside = folder.makeFolder("outside");
+  const std::string inside = folder.makeFile("outside/inside");
+  setKernelFlags(inside, FS_IMMUTABLE_FL);
+  ASSERT_EQ(::mount(outside.c_str(), mountPoint.c_str(), nullptr, MS_BIND, nullptr), 0);
+  EXPECT_EQ(remove(tree), Error(NSPOSIXErrorDomain, 16));
+  EXPECT_TRUE(exists(file));
+  EXPECT_EQ(kernelFlags(inside), FS_IMMUTABLE_FL);
+}
+
+TEST_F(MountPointTest, SoDoesAFileBoundOverAnother) {
+  const std::string bound = folder.makeFile("tree/bound");
+  const std::string outside = folder.makeFile("outside");
+  ASSERT_EQ(::mount(outside.c_str(), bound.c_str(), nullptr, MS_BIND, nullptr), 0);
+  EXPECT_EQ(remove(tree), Error(NSPOSIXErrorDomain, 16));
+  EXPECT_EQ(::umount(bound.c_str()), 0);
+  EXPECT_TRUE(exists(file));
+}
+
+TEST_F(MountPointTest, AMountPointItselfFailsBeforeItsContentsAreDeleted) {
+  ASSERT_EQ(::mount("none", mountPoint.c_str(), "tmpfs", 0, nullptr), 0);
+  const std::string inside = folder.makeFile("tree/mounted/inside");
+  EXPECT_EQ(remove(mountPoint), Error(NSPOSIXErrorDomain, 16));
+  EXPECT_TRUE(exists(inside));
+}
+
+TEST_F(MountPointTest, ATreeOnAFileSystemWithoutFlagsIsRemoved) {
+  ASSERT_EQ(::mount("none", mountPoint.c_str(), "ramfs", 0, nullptr), 0);
+  const std::string inner = folder.makeFolder("tree/mounted/inner");
+  folder.makeFile("tree/mounted/inner/file");
+  EXPECT_EQ(changeFileFlags(inner, UF_IMMUTABLE), Error(NSPOSIXErrorDomain, 45));
+  EXPECT_EQ(remove(inner), std::nullopt);
+  EXPECT_FALSE(exists(inner));
+}
+
+}  // namespace
+}  // namespace corvane
