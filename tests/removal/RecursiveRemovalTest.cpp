@@ -57,10 +57,10 @@ TEST_F(RecursiveRemovalTest, RemovesASingleImmutableFile) {
 
 TEST_F(RecursiveRemovalTest, RemovesATreeOfManyFolders) {
   const std::string tree = folder.makeFolder("tree");
-  for (int i = 0; i < 40; ++i) {
+  for (int i = 0; i < 20; ++i) {
     const std::string outer = "tree/" + std::to_string(i);
     folder.makeFolder(outer);
-    for (int j = 0; j < 10; ++j) {
+    for (int j = 0; j < 8; ++j) {
       const std::string inner = outer + "/" + std::to_string(j);
       folder.makeFolder(inner);
       for (int k = 0; k < 4; ++k) folder.makeFile(inner + "/" + std::to_string(k));
