@@ -53,7 +53,7 @@ class XPCListener {
   /// A new way to this listener.
   virtual XPCListenerEndpoint endpoint() = 0;
   /// The run loop of the calling thread: takes connections while the listener is resumed, waits
-  /// while it is suspended. Returns when it is invalidated or has nothing to listen on.
+  /// while it is suspended or invalidated. Returns only if there is nothing to listen on.
   virtual void run() = 0;
 };
 

@@ -103,7 +103,9 @@ class LinuxListener : public XPCListener {
             posixDescription(posixCodeFromHost(errno)).c_str());
       return;
     }
-    while (_state != State::Invalid) {
+    // An invalidated listener does not end the loop: whoever invalidates it is about to end the
+    // process, and what the caller of this does afterwards must not happen at the same time.
+    for (;;) {
       pollfd events[] = {{_wake.get(), POLLIN, 0},
                          {_state == State::Resumed ? listening.get() : -1, POLLIN, 0}};
       if (::poll(events, 2, -1) < 0 && errno != EINTR) return;
