@@ -16,6 +16,8 @@ using Kind = CommunicationFailure::Kind;
 constexpr const char* helperSocketPath = "/run/com.corvane.system.privilegedhelper-vnt/socket";
 
 constexpr std::uint64_t codeDeleteFileobjects = 0;
+constexpr std::uint64_t codeExecuteUtility = 2;
+constexpr std::uint64_t codeDeleteFiles = 9996;
 constexpr std::uint64_t codeDiscardAuth = 9997;
 constexpr std::uint64_t codeNop = 9998;
 
@@ -198,6 +200,19 @@ PrivilegedHelperClient::Outcome PrivilegedHelperClient::deleteFileObjects(
   std::vector<Value> arguments = {recursive ? "1" : "0", stopOnFirstError ? "1" : "0"};
   arguments.insert(arguments.end(), paths.begin(), paths.end());
   return perform(codeDeleteFileobjects, arguments, feedback);
+}
+
+PrivilegedHelperClient::Outcome PrivilegedHelperClient::deleteFiles(
+    const std::vector<std::string>& paths) {
+  return perform(codeDeleteFiles, {paths.begin(), paths.end()});
+}
+
+PrivilegedHelperClient::Outcome PrivilegedHelperClient::executeUtility(
+    const std::string& applicationPath, const std::string& utility,
+    const std::vector<std::string>& arguments, const std::optional<Feedback>& feedback) {
+  std::vector<Value> all = {applicationPath, utility};
+  all.insert(all.end(), arguments.begin(), arguments.end());
+  return perform(codeExecuteUtility, all, feedback);
 }
 
 }  // namespace corvane

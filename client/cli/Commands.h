@@ -12,6 +12,9 @@ namespace corvane::cli {
 
 int deleteObjects(const Context& context, const std::vector<std::string>& paths, bool recursive,
                   bool stopOnFirstError);
+int deleteFiles(const Context& context, const std::vector<std::string>& paths);
+int executeUtility(const Context& context, const std::string& application,
+                   const std::string& utility, const std::vector<std::string>& arguments);
 int nop(const Context& context);
 int discardAuthorization(const Context& context);
 int showVersion(const Context& context);

@@ -1,4 +1,5 @@
 #include <cstdio>
+#include <filesystem>
 
 #include "client/cli/Commands.h"
 
@@ -6,6 +7,15 @@ namespace corvane::cli {
 
 int nop(const Context& context) {
   return report(context, "contact the helper", PrivilegedHelperClient(context.client).nop());
+}
+
+int deleteFiles(const Context& context, const std::vector<std::string>& paths) {
+  std::vector<std::string> absolute;
+  for (const std::string& path : paths) {
+    absolute.push_back(path.empty() ? path : std::filesystem::absolute(path).string());
+  }
+  return report(context, "delete '" + paths.front() + (paths.size() > 1 ? "' and others" : "'"),
+                PrivilegedHelperClient(context.client).deleteFiles(absolute));
 }
 
 int discardAuthorization(const Context& context) {

@@ -13,7 +13,6 @@ namespace {
 int runCommandLine(int argc, char** argv) {
   CLI::App app("Has the privileged helper do what an ordinary process may not.",
                "privilegerequestor-vnt");
-  app.require_subcommand(1);
   app.failure_message(CLI::FailureMessage::simple);
 
   Context context;
@@ -48,6 +47,25 @@ int runCommandLine(int argc, char** argv) {
                    "Stop at the first object that cannot be deleted");
   remove->add_option("PATH", paths, "What to delete")->required();
 
+  std::string application = "/";
+  std::string utility;
+  CLI::App* execute = nullptr;
+  execute = command("execute", "Run a system utility as root, with its output as it comes", [&] {
+    return executeUtility(context, application, utility, execute->remaining());
+  });
+  execute
+      ->add_option("--application", application,
+                   "The bundle of the application whose utilities may be run too")
+      ->type_name("BUNDLE");
+  execute->add_option("UTILITY", utility, "The utility; what follows is for it")->required();
+  execute->set_help_flag();
+  execute->prefix_command();
+
+  command("delete-files", "Delete single files of the helper's own",
+          [&] { return deleteFiles(context, paths); })
+      ->add_option("PATH", paths, "What to delete")
+      ->required();
+
   command("nop", "Contact the helper and do nothing", [&] { return nop(context); });
   command("discard-auth", "Make the system ask again before it authorizes anything more",
           [&] { return discardAuthorization(context); });
@@ -68,6 +86,10 @@ int runCommandLine(int argc, char** argv) {
   } catch (const CLI::ParseError& error) {
     const int status = app.exit(error);
     return status == 0 ? ExitDone : ExitUsage;
+  }
+  if (!run) {
+    std::fputs(app.help().c_str(), stderr);
+    return ExitUsage;
   }
   return run();
 }

@@ -92,6 +92,14 @@ class PrivilegedHelperClient {
   Outcome deleteFileObjects(const std::vector<std::string>& paths, bool recursive,
                             bool stopOnFirstError,
                             const std::optional<Feedback>& feedback = std::nullopt);
+  /// Deletes single objects of the helper's own; never folders with contents.
+  Outcome deleteFiles(const std::vector<std::string>& paths);
+  /// Runs a utility that the helper knows as root. `applicationPath` is the bundle of the calling
+  /// application, from which the helper takes utilities that come with it; not empty. A utility
+  /// goes on to its end even if this process does not wait for it.
+  Outcome executeUtility(const std::string& applicationPath, const std::string& utility,
+                         const std::vector<std::string>& arguments,
+                         const std::optional<Feedback>& feedback = std::nullopt);
 
  private:
   class Session;
