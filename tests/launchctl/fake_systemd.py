@@ -97,6 +97,8 @@ class Manager(dbus.service.Object):
         assert mode == "replace"
         say(method, unit)
         facts = self.units[unit]
+        if facts.get("unloaded"):
+            raise NoSuchUnit("Unit %s not loaded." % unit)
         if facts.get("refuse"):
             raise dbus.DBusException(facts["refuse"], name="org.freedesktop.systemd1.LoadFailed")
         self.jobs += 1

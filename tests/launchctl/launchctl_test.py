@@ -210,6 +210,16 @@ class LaunchctlTest(unittest.TestCase):
         self.assertEqual(self.calls()[-2:], ["StopUnit com.corvane.test.socket",
                                              "StopUnit com.corvane.test.service"])
 
+    def test_remove_of_a_job_that_runs_without_files(self):
+        self.start_manager({name: {**facts, "load": "not-found", "gone": True}
+                            for name, facts in DAEMON.items()})
+        self.expect(self.launchctl("remove", LABEL))
+        self.assertIn("StopUnit com.corvane.test.service", self.calls())
+
+    def test_remove_of_a_job_that_is_unloaded_once_it_is_disabled(self):
+        self.start_manager({name: {**facts, "unloaded": True} for name, facts in DAEMON.items()})
+        self.expect(self.launchctl("remove", LABEL))
+
     def test_unknown_jobs_and_names_that_are_no_labels(self):
         self.start_manager(DAEMON)
         for command in ("list", "print", "start", "stop", "kickstart", "enable", "disable",

@@ -17,8 +17,8 @@ constexpr const char* serviceInterface = "org.freedesktop.systemd1.Service";
 
 std::optional<Job> Job::named(ServiceManager& manager, const std::string& label) {
   Job job(label);
-  job._hasService = manager.isLoadable(job.service());
-  job._hasSocket = manager.isLoadable(job.socket());
+  job._hasService = manager.isKnown(job.service());
+  job._hasSocket = manager.isKnown(job.socket());
   if (!job._hasService && !job._hasSocket) return std::nullopt;
   return job;
 }

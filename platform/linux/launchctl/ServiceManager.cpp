@@ -19,7 +19,6 @@ constexpr const char* managerInterface = "org.freedesktop.systemd1.Manager";
 constexpr const char* propertiesInterface = "org.freedesktop.DBus.Properties";
 constexpr const char* serviceInterface = "org.freedesktop.systemd1.Service";
 constexpr const char* unitInterface = "org.freedesktop.systemd1.Unit";
-constexpr const char* noSuchUnit = "org.freedesktop.systemd1.NoSuchUnit";
 constexpr const char* privateAddress = "unix:path=/run/systemd/private";
 
 [[noreturn]] void raise(const char* name, const std::string& reason) {
@@ -149,8 +148,9 @@ std::vector<std::string> ServiceManager::loadedUnits(const std::vector<std::stri
   return units;
 }
 
-bool ServiceManager::isLoadable(const std::string& unit) {
-  return text(unit, unitInterface, "LoadState") == "loaded";
+bool ServiceManager::isKnown(const std::string& unit) {
+  return text(unit, unitInterface, "LoadState") == "loaded" ||
+         text(unit, unitInterface, "ActiveState") != "inactive";
 }
 
 std::string ServiceManager::text(const std::string& unit, const char* interface, const char* name) {
@@ -249,7 +249,7 @@ void ServiceManager::disableUnit(const std::string& unit) {
       return result < 0 ? result : sd_bus_message_append(message, "b", 0);
     });
   } catch (const Exception& exception) {
-    if (exception.name() != noSuchUnit) throw;
+    if (exception.name() != NoSuchUnit) throw;
   }
   callManager("Reload", noArguments);
 }

@@ -15,6 +15,8 @@ namespace corvane {
 inline constexpr const char* ServiceManagerUnavailable = "ServiceManagerUnavailable";
 /// The name of the exception that is raised when a job of the manager fails.
 inline constexpr const char* ServiceManagerJobFailure = "ServiceManagerJobFailure";
+/// The error on the bus for a unit that is not loaded or has no file.
+inline constexpr const char* NoSuchUnit = "org.freedesktop.systemd1.NoSuchUnit";
 
 /// systemd, over its interface on the bus. One thread. Every method raises an exception whose
 /// reason is a text for a person: one of these two or, when the manager refuses what it is asked
@@ -28,8 +30,8 @@ class ServiceManager {
   std::string version();
   /// The names of the units that are loaded and match one of `patterns`.
   std::vector<std::string> loadedUnits(const std::vector<std::string>& patterns);
-  /// True if the manager has, or finds, a definition of the unit.
-  bool isLoadable(const std::string& unit);
+  /// True if the manager has, or finds, a definition of the unit, or runs it without one.
+  bool isKnown(const std::string& unit);
 
   std::string text(const std::string& unit, const char* interface, const char* property);
   /// A property of any integer type.

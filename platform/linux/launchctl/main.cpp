@@ -182,13 +182,23 @@ bool runsInUnit(const std::string& unit) {
   return isIn;
 }
 
+// Stops a unit that may be unloaded by now: once disabled, it is if its file is gone.
+template <typename Stop>
+void stopIfLoaded(const Stop& stop) {
+  try {
+    stop();
+  } catch (const Exception& exception) {
+    if (exception.name() != NoSuchUnit) throw;
+  }
+}
+
 int remove(const Words& words) {
   return withJob(words[0], [](ServiceManager& manager, const Job& job) {
     for (const std::string& unit : job.units()) manager.disableUnit(unit);
-    if (job.hasSocket()) manager.changeUnit("StopUnit", job.socket());
+    if (job.hasSocket()) stopIfLoaded([&] { manager.changeUnit("StopUnit", job.socket()); });
     // A job that removes itself is left to end by itself: it would be stopped in the middle of it.
     if (job.hasService() && !runsInUnit(job.service())) {
-      manager.queueChangeOfUnit("StopUnit", job.service());
+      stopIfLoaded([&] { manager.queueChangeOfUnit("StopUnit", job.service()); });
     }
   });
 }
