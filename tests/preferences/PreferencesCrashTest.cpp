@@ -1,3 +1,4 @@
+#include <chrono>
 #include <csignal>
 #include <random>
 
@@ -29,9 +30,15 @@ TEST_F(PreferencesCrashTest, KilledAtAnyInstantTheFileIsTheOldOrTheNewOne) {
                           std::string(kCFPreferencesAnyHost));
   }
   ASSERT_TRUE(set("counter", 0, anyUser));
+  // Instants within the time that two sets take here.
+  const auto start = std::chrono::steady_clock::now();
+  ASSERT_TRUE(set("counter", 1, anyUser));
+  ASSERT_TRUE(set("counter", 0, anyUser));
+  const std::chrono::microseconds two = std::chrono::duration_cast<std::chrono::microseconds>(
+      std::chrono::steady_clock::now() - start);
 
   std::mt19937 random(1);  // NOLINT: the same instants each time, as far as it goes
-  std::uniform_int_distribution<unsigned> microseconds(0, 6000);
+  std::uniform_int_distribution<unsigned> microseconds(0, static_cast<unsigned>(two.count()));
   std::int64_t before = 0;
   int changed = 0;
   for (int round = 0; round < rounds; ++round) {

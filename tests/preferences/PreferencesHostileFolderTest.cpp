@@ -99,6 +99,7 @@ TEST_F(PreferencesHostileFolderTest, AFileOfSomeoneElse) {
 TEST_F(PreferencesHostileFolderTest, AFifoBlocksNobody) {
   for (const char* name : {"", ".lock"}) {
     const Path path = *name == '\0' ? file : otherFolder() / name;
+    fs::remove(path);
     ASSERT_EQ(::mkfifo(path.c_str(), 0600), 0);
     giveAway(path);
     expectRefused();
@@ -111,6 +112,7 @@ TEST_F(PreferencesHostileFolderTest, AFifoBlocksNobody) {
 
 TEST_F(PreferencesHostileFolderTest, AFolderInPlaceOfAFile) {
   for (const Path& path : {file, otherFolder() / ".lock", otherFolder() / ".new"}) {
+    fs::remove(path);
     makeFolder(path, otherUser());
     expectRefused();
     EXPECT_EQ(get("key", "nobody"), std::nullopt);
