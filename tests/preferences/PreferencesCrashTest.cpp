@@ -21,7 +21,7 @@ class PreferencesCrashTest : public PreferencesTree {
 };
 
 TEST_F(PreferencesCrashTest, KilledAtAnyInstantTheFileIsTheOldOrTheNewOne) {
-  constexpr int rounds = 400;
+  constexpr int rounds = 300;
   constexpr int otherKeys = 200;
   // The workers of a killed process are waited for here.
   ASSERT_EQ(::prctl(PR_SET_CHILD_SUBREAPER, 1), 0);
