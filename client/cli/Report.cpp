@@ -16,11 +16,13 @@ using Kind = CommunicationFailure::Kind;
 
 constexpr const char* communicationDomain = "com.corvane.error.communication";
 
-// What to do about the failures that carry no advice of their own.
+// What to do about the failures that carry no advice of their own, and what they are where their
+// number alone would have to say it.
 struct Advice {
   std::string_view domain;
   std::int64_t code;
   const char* text;
+  const char* description = nullptr;
 };
 constexpr Advice advices[] = {
     {NSPOSIXErrorDomain, 2, "Check the path."},
@@ -32,13 +34,14 @@ constexpr Advice advices[] = {
     {NSPOSIXErrorDomain, 66, "The folder is not empty. Use -r to delete it with its contents."},
     {NSPOSIXErrorDomain, 78, "The installed helper does not offer this operation."},
     {NSPOSIXErrorDomain, 89, "The authorization was cancelled. Nothing was done."},
-    {NSOSStatusErrorDomain, errAuthorizationInvalidRef,
-     "The authorization is no longer valid. Try again."},
+    {NSOSStatusErrorDomain, errAuthorizationInvalidRef, "Try again, with a new authorization.",
+     "The authorization is not valid."},
     {NSOSStatusErrorDomain, errAuthorizationInteractionNotAllowed,
      "This needs an administrator, and nothing here can ask for one. Run the command as root, or "
-     "set up polkit."},
-    {NSOSStatusErrorDomain, errAuthorizationInternal,
-     "The system's authority did not answer as it should. Try again; 'doctor' tells more."},
+     "set up polkit.",
+     "Not authorized."},
+    {NSOSStatusErrorDomain, errAuthorizationInternal, "Try again; 'doctor' tells more.",
+     "The system's authority did not answer as it should."},
 };
 constexpr const char* adviceWhenRefused =
     "You are not authorized to do this. Ask an administrator of this machine.";
@@ -57,6 +60,13 @@ const char* adviceFor(const CommunicationFailure& failure) {
       return "Do the versions of helper and client match? 'version' and 'doctor' tell.";
   }
   return "";
+}
+
+const Advice* adviceFor(const Error& error) {
+  const auto* advice =
+      std::find_if(std::begin(advices), std::end(advices),
+                   [&error](const Advice& a) { return error.is(a.domain, a.code); });
+  return advice == std::end(advices) ? nullptr : advice;
 }
 
 bool isRefusal(const Error& error, bool wasAuthorized) {
@@ -99,10 +109,14 @@ std::string suggestionFor(const Error& error, bool wasAuthorized) {
   if (isPOSIXError(error, POSIXErrorCode::NotPermitted)) {
     return wasAuthorized ? adviceWhenProtected : adviceWhenRefused;
   }
-  const auto* advice =
-      std::find_if(std::begin(advices), std::end(advices),
-                   [&error](const Advice& a) { return error.is(a.domain, a.code); });
-  return advice == std::end(advices) ? std::string() : advice->text;
+  const Advice* advice = adviceFor(error);
+  return advice == nullptr ? std::string() : advice->text;
+}
+
+std::string descriptionOf(const Error& error) {
+  const Advice* advice = adviceFor(error);
+  return advice == nullptr || advice->description == nullptr ? error.localizedDescription()
+                                                             : advice->description;
 }
 
 Json toJson(const Error& error);
@@ -137,7 +151,7 @@ Json toJson(const Value& value) {
 Json toJson(const Error& error) {
   return {{"domain", error.domain()},
           {"code", error.code()},
-          {"description", error.localizedDescription()},
+          {"description", descriptionOf(error)},
           {"userInfo", toJson(Value(error.userInfo()))}};
 }
 
@@ -184,7 +198,7 @@ int report(const Context& context, std::string_view action,
     object["recoverySuggestion"] = suggestion.empty() ? Json() : Json(suggestion);
     printJson(object);
   } else {
-    printProblem(action, error.localizedDescription(), suggestion);
+    printProblem(action, descriptionOf(error), suggestion);
     const Value* underlying = error.userInfo().find(NSUnderlyingErrorKey);
     if (underlying != nullptr && underlying->error() != nullptr) {
       std::fprintf(stderr, "  because: %s\n",

@@ -9,6 +9,8 @@ using namespace corvane::cli;
 
 namespace {
 
+constexpr const char* helpHint = "Run with --help for more information.\n";
+
 // Runs the command named on the command line; the status to exit with.
 int runCommandLine(int argc, char** argv) {
   CLI::App app("Has the privileged helper do what an ordinary process may not.",
@@ -83,6 +85,14 @@ int runCommandLine(int argc, char** argv) {
 
   try {
     app.parse(argc, argv);
+  } catch (const CLI::RequiredError& error) {
+    if (app.remaining().empty()) {
+      app.exit(error);
+    } else {
+      std::fprintf(stderr, "'%s' is neither a command nor an option.\n%s",
+                   printable(app.remaining().front()).c_str(), helpHint);
+    }
+    return ExitUsage;
   } catch (const CLI::ParseError& error) {
     const int status = app.exit(error);
     return status == 0 ? ExitDone : ExitUsage;
