@@ -1,6 +1,7 @@
 #include <cstring>
 
 #include "foundation/POSIXError.h"
+#include "foundation/Unicode.h"
 #include "platform/Authorization.h"
 #include "privilegedhelper-vnt/ZELPrivilegedHelper.h"
 
@@ -68,7 +69,8 @@ std::optional<Error> ZELPrivilegedHelper::checkAuthorization(
   AuthorizationRef authorization = nullptr;
   OSStatus status = AuthorizationCreateFromExternalForm(&form, &authorization);
   if (status == errAuthorizationSuccess) {
-    status = copyRight(authorization, *rightName, prompt, iconPath);
+    status = isUTF8(*rightName) ? copyRight(authorization, *rightName, prompt, iconPath)
+                                : errAuthorizationInvalidPointer;
   }
   // Rights are destroyed whether or not this one was granted.
   if (authorization != nullptr) {
