@@ -26,6 +26,10 @@ constexpr int kernelProtectionFor(FileFlags flags) {
          ((flags & appendFlags) != 0 ? FS_APPEND_FL : 0);
 }
 
+constexpr FileFlags wordOfKernelFlags(int flags) {
+  return fileFlagsFromKernel((flags & FS_IMMUTABLE_FL) != 0, (flags & FS_APPEND_FL) != 0);
+}
+
 // A file system that does not know the request says so in several ways.
 Error errorOfFlagsRequest(int hostErrno) {
   return posixErrorFromHost(hostErrno == ENOTTY || hostErrno == ENOSYS ? ENOTSUP : hostErrno);
@@ -49,55 +53,67 @@ std::optional<Error> writeAttribute(int file, std::optional<FileFlags> flags) {
   return posixErrorFromHost(errno);
 }
 
-// Opens what `object` is a handle of, so that flags can be written. Only what opens without an
-// effect on anything: the type is asked of the very object that is opened.
-std::optional<Error> reopen(int object, FileDescriptor& file) {
-  struct stat attributes {};
-  if (::fstat(object, &attributes) != 0) return posixErrorFromHost(errno);
-  if (!S_ISREG(attributes.st_mode) && !S_ISDIR(attributes.st_mode)) {
-    return posixError(POSIXErrorCode::NotSupported);
+// Whether `current` may become `wanted`, which differs from it.
+std::optional<Error> checkChange(FileFlags current, FileFlags wanted) {
+  if ((current & SF_RESTRICTED) != 0 || (current & systemFlags & ~wanted) != 0) {
+    return posixError(POSIXErrorCode::NotPermitted);
   }
-  file.reset(::open(pathOfDescriptor(object).c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY));
-  if (!file) return posixErrorFromHost(errno);
+  if ((wanted & ~knownFlags) != 0) return posixError(POSIXErrorCode::NotSupported);
   return std::nullopt;
+}
+
+std::optional<Error> changeFlags(int file, FileFlags flags) {
+  int kernelFlags = 0;
+  if (::ioctl(file, FS_IOC_GETFLAGS, &kernelFlags) != 0) return errorOfFlagsRequest(errno);
+  std::optional<FileFlags> attribute;
+  if (auto error = readFileFlagsAttributeOfFile(file, attribute)) return error;
+
+  const int unprotected = kernelFlags & ~kernelProtection;
+  FileFlags current = wordOfKernelFlags(kernelFlags);
+  if (current != 0) current = attribute.value_or(current);
+  if (current == flags && (current & SF_RESTRICTED) == 0) return std::nullopt;
+  if (auto error = checkChange(current, flags)) return error;
+
+  const int wanted = unprotected | kernelProtectionFor(flags);
+  std::optional<FileFlags> wantedAttribute;
+  if (flags != wordOfKernelFlags(wanted)) wantedAttribute = flags;
+  if (attribute != wantedAttribute) {
+    // The kernel lets nobody write an attribute of an object that it protects.
+    if (kernelFlags != unprotected) {
+      if (auto error = setKernelFlags(file, unprotected)) return error;
+    }
+    if (auto error = writeAttribute(file, wantedAttribute)) {
+      if (kernelFlags != unprotected) setKernelFlags(file, kernelFlags);
+      return error;
+    }
+    kernelFlags = unprotected;
+  }
+  return kernelFlags == wanted ? std::nullopt : setKernelFlags(file, wanted);
 }
 
 }  // namespace
 
 std::optional<Error> chflags(int object, FileFlags flags) {
-  FileStatus status;
-  if (auto error = fstat(object, status)) return error;
-  if ((status.flags & SF_RESTRICTED) != 0) return posixError(POSIXErrorCode::NotPermitted);
-  if (flags == status.flags) return std::nullopt;
-  if ((status.flags & systemFlags & ~flags) != 0) return posixError(POSIXErrorCode::NotPermitted);
-  if ((flags & ~knownFlags) != 0) return posixError(POSIXErrorCode::NotSupported);
-
-  FileDescriptor file;
-  if (auto error = reopen(object, file)) return error;
-  int current = 0;
-  if (::ioctl(file.get(), FS_IOC_GETFLAGS, &current) != 0) return errorOfFlagsRequest(errno);
-  const int unprotected = current & ~kernelProtection;
-  const int wanted = unprotected | kernelProtectionFor(flags);
-
-  std::optional<FileFlags> attribute;
-  if (auto error = readFileFlagsAttribute(file.get(), attribute)) return error;
-  std::optional<FileFlags> wantedAttribute;
-  if (flags != fileFlagsFromKernel((wanted & FS_IMMUTABLE_FL) != 0, (wanted & FS_APPEND_FL) != 0)) {
-    wantedAttribute = flags;
+  // Only what opens without an effect on anything is opened, and its type is asked of the very
+  // object that is.
+  struct statx attributes {};
+  if (::statx(object, "", AT_EMPTY_PATH, STATX_TYPE, &attributes) != 0) {
+    return posixErrorFromHost(errno);
   }
-  if (attribute != wantedAttribute) {
-    // The kernel lets nobody write an attribute of an object that it protects.
-    if (current != unprotected) {
-      if (auto error = setKernelFlags(file.get(), unprotected)) return error;
-    }
-    if (auto error = writeAttribute(file.get(), wantedAttribute)) {
-      if (current != unprotected) setKernelFlags(file.get(), current);
-      return error;
-    }
-    current = unprotected;
+  if (!S_ISREG(attributes.stx_mode) && !S_ISDIR(attributes.stx_mode)) {
+    FileStatus status;
+    if (auto error = fstat(object, status)) return error;
+    if (status.flags == flags && (flags & SF_RESTRICTED) == 0) return std::nullopt;
+    if (auto error = checkChange(status.flags, flags)) return error;
+    return posixError(POSIXErrorCode::NotSupported);
   }
-  if (current == wanted) return std::nullopt;
-  return setKernelFlags(file.get(), wanted);
+  const bool isProtected =
+      (attributes.stx_attributes & (STATX_ATTR_IMMUTABLE | STATX_ATTR_APPEND)) != 0;
+  if (!isProtected && flags == 0) return std::nullopt;
+  const FileDescriptor file(
+      ::open(pathOfDescriptor(object).c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY));
+  if (!file) return posixErrorFromHost(errno);
+  return changeFlags(file.get(), flags);
 }
 
 }  // namespace corvane

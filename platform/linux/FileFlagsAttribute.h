@@ -22,8 +22,15 @@ constexpr FileFlags fileFlagsFromKernel(bool immutable, bool append) {
 /// A path of this process by which calls that take no descriptor reach an open object.
 std::string pathOfDescriptor(int descriptor);
 
-/// Reads the attribute; nothing if the object has none. EIO if it makes no sense.
-std::optional<Error> readFileFlagsAttribute(int object, std::optional<FileFlags>& flags);
+// Each reads the attribute, or nothing if the object has none. EIO if it makes no sense.
+
+/// Of an open file or folder.
+std::optional<Error> readFileFlagsAttributeOfFile(int file, std::optional<FileFlags>& flags);
+/// Of what `openObject` has got hold of.
+std::optional<Error> readFileFlagsAttributeOfObject(int object, std::optional<FileFlags>& flags);
+/// Of what stands in a folder, without following a link.
+std::optional<Error> readFileFlagsAttributeAt(int folder, const char* name,
+                                              std::optional<FileFlags>& flags);
 
 }  // namespace corvane
 

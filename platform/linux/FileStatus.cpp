@@ -12,8 +12,6 @@ namespace corvane {
 
 namespace {
 
-constexpr std::uint64_t kernelProtection = STATX_ATTR_IMMUTABLE | STATX_ATTR_APPEND;
-
 FileType typeOf(const struct statx& attributes) {
   if (S_ISDIR(attributes.stx_mode)) return FileType::Directory;
   if (S_ISLNK(attributes.stx_mode)) return FileType::SymbolicLink;
@@ -30,6 +28,7 @@ std::optional<Error> query(int folder, const char* name, int flags, struct statx
   return std::nullopt;
 }
 
+// The status but for what an attribute has to say about its flags.
 FileStatus statusFrom(const struct statx& attributes) {
   return {typeOf(attributes),
           fileFlagsFromKernel((attributes.stx_attributes & STATX_ATTR_IMMUTABLE) != 0,
@@ -44,24 +43,22 @@ std::optional<Error> fstat(int object, FileStatus& status) {
   struct statx attributes {};
   if (auto error = query(object, "", AT_EMPTY_PATH, attributes)) return error;
   status = statusFrom(attributes);
-  if ((attributes.stx_attributes & kernelProtection) != 0) {
-    std::optional<FileFlags> flags;
-    if (auto error = readFileFlagsAttribute(object, flags)) return error;
-    status.flags = flags.value_or(status.flags);
-  }
+  if (status.flags == 0) return std::nullopt;
+  std::optional<FileFlags> flags;
+  if (auto error = readFileFlagsAttributeOfObject(object, flags)) return error;
+  status.flags = flags.value_or(status.flags);
   return std::nullopt;
 }
 
 std::optional<Error> lstat(int folder, const char* name, FileStatus& status) {
   struct statx attributes {};
   if (auto error = query(folder, name, AT_SYMLINK_NOFOLLOW, attributes)) return error;
-  if ((attributes.stx_attributes & kernelProtection) == 0) {
-    status = statusFrom(attributes);
-    return std::nullopt;
-  }
-  FileDescriptor object;
-  if (auto error = openObject(folder, name, FinalLink::Keep, object)) return error;
-  return fstat(object.get(), status);
+  status = statusFrom(attributes);
+  if (status.flags == 0) return std::nullopt;
+  std::optional<FileFlags> flags;
+  if (auto error = readFileFlagsAttributeAt(folder, name, flags)) return error;
+  status.flags = flags.value_or(status.flags);
+  return std::nullopt;
 }
 
 }  // namespace corvane
