@@ -9,6 +9,8 @@
 
 #include <sys/uio.h>
 #include <syslog.h>
+// Every message would carry one and the same place in this file.
+#define SD_JOURNAL_SUPPRESS_LOCATION
 #include <systemd/sd-journal.h>
 #include <unistd.h>
 

@@ -1,7 +1,7 @@
 """D-Bus peers of the daemon: clients and feedback servers by GDBus, and one made of raw bytes."""
 
-import os
 import socket
+import sys
 import threading
 import time
 
@@ -21,6 +21,8 @@ OSSTATUS = "NSOSStatusErrorDomain"
 NOP, DISCARD_AUTH, DELETE_FILES, PREPARE_UNINSTALL, PERFORM_UNINSTALL = 9998, 9997, 9996, 9995, 9994
 DELETE_FILEOBJECTS, MODIFY_PREFERENCES, EXECUTE_UTILITY = 0, 1, 2
 
+MARKER = "!ZELMETA!"
+
 HANDSHAKE = b"\0AUTH EXTERNAL\r\nDATA\r\nNEGOTIATE_UNIX_FD\r\nBEGIN\r\n"
 
 
@@ -33,6 +35,11 @@ def variant(value):
     if isinstance(value, str):
         return GLib.Variant("s", value)
     return data(value) if isinstance(value, bytes) else value
+
+
+def dictionary(**entries):
+    """A dictionary of text and of what the test says."""
+    return GLib.Variant("a{sv}", {key: variant(value) for key, value in entries.items()})
 
 
 def request_body(code, form, arguments, endpoints=0, lists=None):
@@ -209,5 +216,10 @@ def message(member, body=None, serial=1, path=HELPER_PATH, interface=HELPER_INTE
     call.set_serial(serial)
     if body is not None:
         call.set_body(body)
-    call.set_num_unix_fds(descriptors)
+    if descriptors:
+        # Only their number matters: descriptors travel beside the bytes.
+        fillers = Gio.UnixFDList.new()
+        for _ in range(descriptors):
+            fillers.append(sys.stderr.fileno())
+        call.set_unix_fd_list(fillers)
     return call.to_blob(Gio.DBusCapabilityFlags.UNIX_FD_PASSING)

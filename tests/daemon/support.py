@@ -13,6 +13,8 @@ import time
 import unittest
 
 PROGRAMS = os.environ["CORVANE_PROGRAMS"]
+TEST_PROGRAMS = os.environ["CORVANE_TEST_PROGRAMS"]
+SOURCES = os.environ["CORVANE_SOURCES"]
 IDENTIFIER = "com.corvane.system.privilegedhelper-vnt"
 DAEMON = f"{PROGRAMS}/{IDENTIFIER}"
 
@@ -86,25 +88,34 @@ def logged(priority, text):
     return f"<{priority}> {IDENTIFIER}: {text}"
 
 
+def environment_for(folder):
+    """Keys and rights in a folder of the test's own, decided on without asking anybody."""
+    return {"CORVANE_AUTHORIZATION_DIRECTORY": f"{folder}/root",
+            "DBUS_SYSTEM_BUS_ADDRESS": f"unix:path={folder}/no-bus"}
+
+
+def listening_socket(path):
+    """A socket at `path` that every user may connect to."""
+    with contextlib.suppress(FileNotFoundError):
+        os.unlink(path)
+    listening = socket.socket(socket.AF_UNIX)
+    listening.bind(path)
+    os.chmod(path, 0o666)
+    listening.listen(4096)
+    return listening
+
+
 class Daemon:
     """The daemon, started as a service manager starts it: with a listening socket."""
 
-    def __init__(self, folder, program=DAEMON, wrapper=(), environment=None):
+    # The process that gets the socket must be the one that LISTEN_PID names.
+    START = ("/bin/sh", "-c", 'exec 3<&0 </dev/null; LISTEN_FDS=1 LISTEN_PID=$$ exec "$0"')
+
+    def __init__(self, folder, program=DAEMON, start=START, listening=None):
         self.socket_path = f"{folder}/helper.socket"
-        with contextlib.suppress(FileNotFoundError):
-            os.unlink(self.socket_path)
-        with socket.socket(socket.AF_UNIX) as listening:
-            listening.bind(self.socket_path)
-            os.chmod(self.socket_path, 0o666)
-            listening.listen(4096)
-            # The process that gets the socket must be the one that LISTEN_PID names.
-            start = 'exec 3<&0 </dev/null; LISTEN_FDS=1 LISTEN_PID=$$ exec "$0"'
-            self.process = subprocess.Popen(
-                [*wrapper, "/bin/sh", "-c", start, program],
-                stdin=listening,
-                stderr=subprocess.PIPE,
-                env=dict(os.environ, CORVANE_AUTHORIZATION_DIRECTORY=f"{folder}/root",
-                         **(environment or {})))
+        with listening_socket(self.socket_path) if listening is None else listening.dup() as kept:
+            self.process = subprocess.Popen([*start, program], stdin=kept, stderr=subprocess.PIPE,
+                                            env={**os.environ, **environment_for(folder)})
         self.log = Log(self.process.stderr)
 
     def connect(self):
@@ -124,11 +135,14 @@ class Daemon:
         with open(f"/proc/{self.process.pid}/status", encoding="ascii") as status:
             return int(re.search(rf"{field}:\s+(\d+) kB", status.read())[1])
 
-    def descriptors(self):
-        return len(os.listdir(f"/proc/{self.process.pid}/fd"))
+    def holdings(self):
+        """How many descriptors and threads it has."""
+        return tuple(len(os.listdir(f"/proc/{self.process.pid}/{kind}")) for kind in ("fd", "task"))
 
-    def threads(self):
-        return len(os.listdir(f"/proc/{self.process.pid}/task"))
+    def wait_for_holdings(self, holdings):
+        """Waits until it has given back what it had taken since it had `holdings`."""
+        wait_until(lambda: self.holdings() == holdings,
+                   f"the daemon holds {holdings} descriptors and threads again")
 
     def is_sanitized(self):
         with open(f"/proc/{self.process.pid}/maps", encoding="utf-8") as maps:
@@ -178,12 +192,9 @@ class Issuer:
     """Where a process asks for its external form."""
 
     def __init__(self, folder):
-        self._environment = dict(os.environ, CORVANE_AUTHORIZATION_DIRECTORY=f"{folder}/root")
+        self._environment = {**os.environ, **environment_for(folder)}
         self.socket_path = f"{folder}/authorization.socket"
-        self._listening = socket.socket(socket.AF_UNIX)
-        self._listening.bind(self.socket_path)
-        os.chmod(self.socket_path, 0o666)
-        self._listening.listen()
+        self._listening = listening_socket(self.socket_path)
 
     def form(self, user=None):
         """The external form of `user`, or of this process."""
@@ -203,9 +214,10 @@ class Issuer:
         self._listening.close()
 
 
-def register_rights(folder):
-    subprocess.run([f"{PROGRAMS}/com.corvane.rights-vnt", "register"], check=True,
-                   env=dict(os.environ, CORVANE_AUTHORIZATION_DIRECTORY=f"{folder}/root"))
+def change_rights(folder, command):
+    """Registers or removes the rights of the catalogue."""
+    subprocess.run([f"{PROGRAMS}/com.corvane.rights-vnt", command], check=True,
+                   env={**os.environ, **environment_for(folder)})
 
 
 class FolderTest(unittest.TestCase):
@@ -235,10 +247,12 @@ class FolderTest(unittest.TestCase):
 class DaemonTest(FolderTest):
     """A test of one running daemon, with the rights of the catalogue registered."""
 
+    PROGRAM = DAEMON
+
     def setUp(self):
         super().setUp()
-        register_rights(self.folder)
-        self.daemon = self.start()
+        change_rights(self.folder, "register")
+        self.daemon = self.start(program=self.PROGRAM)
         self.issuer = Issuer(self.folder)
         self.addCleanup(self.issuer.close)
         self.log = self.daemon.log
@@ -265,6 +279,12 @@ class DaemonTest(FolderTest):
             self.log.wait_for(lambda line: line == expected[-1], mark)
         self.assertEqual(self.log.after(mark), expected)
 
+    def assertLoggedWithAddress(self, mark, *messages):
+        """The same for messages in which %p stands for an address."""
+        patterns = [re.escape(logged(*message)).replace("%p", "0x[0-9a-f]+") for message in messages]
+        self.log.wait_for(re.compile(patterns[-1]).fullmatch, mark)
+        self.assertRegex("\n".join(self.log.after(mark)), "^" + "\n".join(patterns) + "$")
+
     def assertEndsWith(self, status):
         self.expects_end = True
         self.assertEqual(self.daemon.wait(), status)
@@ -272,7 +292,8 @@ class DaemonTest(FolderTest):
 
 def main():
     """Runs the tests that the command line names. Exit status 77: they were skipped."""
-    result = unittest.main(exit=False, verbosity=2).result
+    # Without warnings: what a test leaves open ends with its process.
+    result = unittest.main(exit=False, verbosity=2, warnings="ignore").result
     if not result.wasSuccessful() or result.testsRun == 0:
         sys.exit(1)
     sys.exit(77 if result.skipped else 0)

@@ -1,0 +1,408 @@
+"""Peers that break every rule. Whatever they do, the daemon and everybody else go on."""
+
+import contextlib
+import random
+import resource
+import select
+import socket
+import struct
+
+from gi.repository import Gio, GLib
+
+from bus import (HANDSHAKE, HELPER_INTERFACE, HELPER_PATH, NOP, POSIX, Client, RawPeer, data,
+                 message, request_body)
+from support import PATIENCE, Daemon, DaemonTest, FolderTest, change_rights, main, wait_until
+
+MIB = 1 << 20
+# What the daemon takes at most: one message, all messages of a user on their way, and connections.
+MESSAGE_LIMIT = 16 * MIB
+CONNECTION_LIMIT = 128
+
+INVALID_ARGS = "org.freedesktop.DBus.Error.InvalidArgs"
+
+
+def header(body_size, fields_size=0, order="l", kind=1, flags=0, version=1):
+    """The first 16 bytes of a message."""
+    return struct.pack("<cBBBIII" if order != "B" else ">cBBBIII", order.encode(), kind, flags,
+                       version, body_size, 1, fields_size)
+
+
+class HostilePeersTest(DaemonTest):
+    """The hostile peer is a user; others were connected before it came."""
+
+    def setUp(self):
+        super().setUp()
+        self.hostile = self.user()
+        self.innocent = [Client(self.daemon.connect()),
+                         Client(self.user().connect(self.daemon.socket_path)),
+                         Client(self.user(65533).connect(self.daemon.socket_path))]
+        self.assertInnocentAreServed()
+
+    def assertInnocentAreServed(self):
+        for client in self.innocent:
+            self.assertEqual(client.version(), "1.3")
+        self.assertIsNone(self.innocent[0].perform(NOP, self.form()))
+        late = Client(self.daemon.connect())
+        self.assertEqual(late.version(), "1.3")
+        late.close()
+
+    def peer(self):
+        peer = RawPeer(self.hostile.connect(self.daemon.socket_path))
+        self.addCleanup(peer.close)
+        return peer
+
+    def talking_peer(self):
+        return self.peer().handshake()
+
+    def assertDropped(self, peer):
+        self.assertTrue(peer.is_dropped())
+        self.assertInnocentAreServed()
+
+    def assertAnswersError(self, peer, content, name, descriptors=()):
+        """The message is answered with the error called `name`, and the connection goes on."""
+        peer.send(content, descriptors)
+        answer = peer.receive()
+        self.assertEqual((answer.get_message_type(), answer.get_error_name()),
+                         (Gio.DBusMessageType.ERROR, name))
+        peer.send(message("GetVersionString", None, 77))
+        self.assertEqual(peer.receive().get_body().unpack(), ("1.3",))
+        self.assertInnocentAreServed()
+
+    def send_as_much_as_fits(self, peer, content):
+        """Sends until the daemon takes nothing more, or drops the peer; how much was sent."""
+        sent = 0
+        with contextlib.suppress(OSError):
+            while sent < len(content) and select.select([], [peer.socket], [], 2)[1]:
+                sent += peer.socket.send(content[sent:sent + MIB], socket.MSG_DONTWAIT)
+        return sent
+
+
+class HandshakeTest(HostilePeersTest):
+    def test_garbage_in_its_place(self):
+        noise = random.Random(1)
+        for garbage in (b"GET / HTTP/1.1\r\nHost: x\r\n\r\n", b"\0" * 5000, b"\r\n" * 3000,
+                        b"\0\r\n" + b"\0" * 5000, b"\0AUTH\r\nAUTH\r\n" * 500,
+                        b"\x16\x03\x01\x02\x00\x01", noise.randbytes(5000),
+                        b"\0" + noise.randbytes(5000), HANDSHAKE[1:], message("GetVersionString")):
+            with self.subTest(garbage=garbage[:20]):
+                peer = self.peer()
+                self.send_as_much_as_fits(peer, garbage)
+                self.assertDropped(peer)
+
+    def test_one_that_has_no_end(self):
+        for endless in (b"A", b"AUTH EXTERNAL 30\r\n", b"NEGOTIATE_UNIX_FD\r\n", b"DATA\r\n", b"\0",
+                        b"CANCEL\r\n", b"ERROR\r\n", b"BEGIN \r\n", b"begin\r\n"):
+            with self.subTest(endless=endless):
+                before = self.daemon.memory()
+                peer = self.peer()
+                sent = self.send_as_much_as_fits(peer, b"\0" + endless * (4 * MIB // len(endless)))
+                self.assertDropped(peer)
+                self.assertLess(sent, 2 * MIB)
+                self.assertLess(self.daemon.memory() - before, 8 << 10)
+
+    def test_one_that_stops_is_given_up_after_a_while(self):
+        beginnings = [b"", b"\0", b"\0AUTH EXTERNAL", b"\0AUTH EXTERNAL\r\n",
+                      b"\0AUTH EXTERNAL\r\nDATA\r\nNEGOTIATE_UNIX_FD\r\n", HANDSHAKE[:-1]]
+        peers = [self.peer() for _ in beginnings]
+        for peer, beginning in zip(peers, beginnings):
+            peer.send(beginning)
+        self.assertInnocentAreServed()
+        for peer in peers:
+            self.assertDropped(peer)
+
+    def test_one_that_begins_too_early(self):
+        for beginning in (b"\0BEGIN\r\n", b"\0AUTH EXTERNAL\r\nBEGIN\r\n",
+                          b"\0NEGOTIATE_UNIX_FD\r\nBEGIN\r\n", b"\0AUTH\r\nBEGIN\r\n",
+                          b"\0AUTH DBUS_COOKIE_SHA1 30\r\nBEGIN\r\n"):
+            with self.subTest(beginning=beginning):
+                peer = self.peer()
+                self.send_as_much_as_fits(peer, beginning + message("GetVersionString"))
+                received = b""
+                with contextlib.suppress(ConnectionResetError):
+                    while part := peer.socket.recv(4096):
+                        received += part
+                self.assertNotIn(b"1.3", received)
+                self.assertInnocentAreServed()
+
+    def test_descriptors_that_come_with_it_are_not_kept(self):
+        holdings = self.daemon.holdings()
+        peer = self.peer()
+        for byte in HANDSHAKE:
+            peer.send(bytes([byte]), [0] * 50)
+        self.assertIn(b"AGREE_UNIX_FD", peer.socket.recv(4096) + peer.socket.recv(4096))
+        peer.send(message("GetVersionString"))
+        with contextlib.suppress(EOFError, ConnectionResetError):
+            peer.receive()
+        peer.close()
+        self.daemon.wait_for_holdings(holdings)
+        self.assertInnocentAreServed()
+
+
+class MessageTest(HostilePeersTest):
+    def test_a_size_beyond_the_limit(self):
+        for content in (header(MESSAGE_LIMIT), header(MESSAGE_LIMIT, order="B"),
+                        header(0, MESSAGE_LIMIT), header(0xffffffff, 0xffffffff),
+                        header(0xffffffff), header(0, 0xffffffff), header(0x7fffffff, 0x7fffffff),
+                        header(MESSAGE_LIMIT - 16 + 1), header(MESSAGE_LIMIT // 2, MESSAGE_LIMIT // 2)):
+            with self.subTest(content=content.hex()):
+                peer = self.talking_peer()
+                peer.send(content)
+                self.assertDropped(peer)
+
+    def test_a_size_within_the_limit(self):
+        # Long data for an authorization, which is answered as what it is.
+        body = request_body(NOP, bytes(MESSAGE_LIMIT - 4096), [])
+        peer = self.talking_peer()
+        peer.send(message("PerformPrivilegedOperation", body))
+        self.assertEqual(peer.receive().get_body().unpack(), ([(POSIX, 22, {})],))
+        self.assertInnocentAreServed()
+
+    def test_a_header_that_is_none(self):
+        for content in (header(0, order="x"), header(0, version=0), header(0, version=2),
+                        header(0, kind=0), header(0, order="\0"), bytes(64), b"\xff" * 64,
+                        header(0, 1) + b"x" * 8, header(8, 0) + b"x" * 8,
+                        header(0, 8) + b"\xff" * 8):
+            with self.subTest(content=content.hex()):
+                peer = self.talking_peer()
+                peer.send(content.ljust(32, b"\0"))
+                peer.socket.shutdown(socket.SHUT_WR)
+                self.assertDropped(peer)
+
+    def test_a_message_that_stops_is_given_up_after_a_while(self):
+        whole = message("PerformPrivilegedOperation", request_body(NOP, bytes(32), ["x" * 1000]))
+        peers = [self.talking_peer() for _ in range(4)]
+        for peer, size in zip(peers, (1, 16, 100, len(whole) - 1)):
+            peer.send(whole[:size])
+        self.assertInnocentAreServed()
+        for peer in peers:
+            self.assertDropped(peer)
+
+    def test_a_message_that_ends_with_its_sender(self):
+        holdings = self.daemon.holdings()
+        whole = message("PerformPrivilegedOperation", request_body(NOP, bytes(32), ["x"]))
+        for size in range(0, len(whole), 7):
+            peer = self.talking_peer()
+            peer.send(whole[:size])
+            peer.close()
+        self.daemon.wait_for_holdings(holdings)
+        self.assertInnocentAreServed()
+
+    def test_a_sender_that_closes_its_side_is_still_answered(self):
+        peer = self.talking_peer()
+        peer.send(message("GetVersionString"))
+        peer.socket.shutdown(socket.SHUT_WR)
+        self.assertEqual(peer.receive().get_body().unpack(), ("1.3",))
+        self.assertDropped(peer)
+
+    def test_descriptors_beyond_the_limit(self):
+        call = message("GetVersionString")
+        for count in (5, 60, 253):
+            peer = self.talking_peer()
+            peer.send(call, [0] * count)
+            self.assertDropped(peer)
+        peer = self.talking_peer()
+        with contextlib.suppress(OSError):
+            for byte in call:
+                peer.send(bytes([byte]), [0])
+        self.assertDropped(peer)
+
+    def test_descriptors_that_are_not_announced_or_do_not_come(self):
+        body = request_body(NOP, bytes(32), [], 1)
+        for announced, sent in ((0, 1), (1, 0), (1, 2), (2, 1), (4, 0)):
+            with self.subTest(announced=announced, sent=sent):
+                peer = self.talking_peer()
+                peer.send(message("PerformPrivilegedOperation", body, descriptors=announced),
+                          [0] * sent)
+                peer.socket.shutdown(socket.SHUT_WR)
+                self.assertDropped(peer)
+
+    def test_a_descriptor_that_is_named_wrongly(self):
+        body = GLib.Variant.new_tuple(GLib.Variant("t", NOP), data(bytes(32)),
+                                      GLib.Variant("ah", [7]), GLib.Variant("aav", [[]]))
+        self.assertAnswersError(self.talking_peer(),
+                                message("PerformPrivilegedOperation", body, descriptors=1),
+                                INVALID_ARGS, [0])
+
+    def test_calls_that_nobody_serves(self):
+        error = "org.freedesktop.DBus.Error."
+        peer = self.talking_peer()
+        for content, name in (
+                (message("NoSuchMethod"), error + "UnknownMethod"),
+                (message("getVersionString"), error + "UnknownMethod"),
+                (message("GetVersionString", interface="no.such.Interface"),
+                 error + "UnknownInterface"),
+                (message("GetVersionString", path="/"), error + "UnknownObject"),
+                (message("GetVersionString", path=HELPER_PATH + "/below"), error + "UnknownObject")):
+            self.assertAnswersError(peer, content, name)
+
+    def test_arguments_of_another_signature(self):
+        peer = self.talking_peer()
+        text, number = GLib.Variant("(s)", ("x",)), GLib.Variant("(i)", (1,))
+        cases = [("GetVersionString", text), ("ConnectWithEndpoint", number),
+                 ("RegisterClientWithPID", None), ("RegisterClientWithPID", text),
+                 ("RegisterClientWithPID", GLib.Variant("(u)", (1,))),
+                 ("RegisterClientWithPID", GLib.Variant("(ii)", (1, 2))),
+                 ("UnregisterClientWithPID", None), ("UnregisterClientWithPID", text),
+                 ("UnregisterClientWithPID", GLib.Variant("(x)", (1,))),
+                 ("EnableDebugMode", number), ("EnableDebugMode", None),
+                 ("PerformPrivilegedOperation", None), ("PerformPrivilegedOperation", number),
+                 ("PerformPrivilegedOperation",
+                  GLib.Variant("(tayahas)", (NOP, [], [], []))),
+                 ("PerformPrivilegedOperation",
+                  GLib.Variant("(tayahav)", (NOP, [], [], []))),
+                 ("PerformPrivilegedOperation",
+                  GLib.Variant("(xayahaav)", (NOP, [], [], [])))]
+        mark = self.log.mark()
+        for member, body in cases:
+            with self.subTest(member=member, body=str(body)):
+                self.assertAnswersError(peer, message(member, body), INVALID_ARGS)
+        lines = [line for line in self.log.after(mark) if "nop" not in line]
+        self.assertEqual(lines, [])
+
+    def test_two_of_what_may_be_absent(self):
+        peer = self.talking_peer()
+        two_lists = request_body(9999, b"", None, lists=[[], []])
+        self.assertAnswersError(peer, message("PerformPrivilegedOperation", two_lists),
+                                INVALID_ARGS)
+        two_endpoints = request_body(9999, b"", [], 2)
+        holdings = self.daemon.holdings()
+        self.assertAnswersError(
+            peer, message("PerformPrivilegedOperation", two_endpoints, descriptors=2), INVALID_ARGS,
+            [0, 0])
+        self.assertNotIn("9999", "\n".join(self.log.lines))
+        self.daemon.wait_for_holdings(holdings)
+
+    def test_arguments_of_types_that_are_none(self):
+        peer = self.talking_peer()
+        with_descriptor = request_body(9999, b"", [GLib.Variant("h", 0)])
+        self.assertAnswersError(
+            peer, message("PerformPrivilegedOperation", with_descriptor, descriptors=1),
+            INVALID_ARGS, [0])
+        for value in (GLib.Variant("o", "/"), GLib.Variant("g", "s"), GLib.Variant("(ii)", (1, 2)),
+                      GLib.Variant("a{ss}", {"a": "b"}), GLib.Variant("a{is}", {1: "b"}),
+                      GLib.Variant("a(ii)", [(1, 2)]), GLib.Variant("ao", ["/"]),
+                      GLib.Variant("(sxa{sv}i)", ("d", 1, {}, 2)),
+                      GLib.Variant("a{sv}", {"key": GLib.Variant("o", "/")})):
+            with self.subTest(value=str(value)):
+                body = request_body(9999, b"", [value])
+                self.assertAnswersError(peer, message("PerformPrivilegedOperation", body),
+                                        INVALID_ARGS)
+        self.assertNotIn("9999", "\n".join(self.log.lines))
+
+    @staticmethod
+    def nested(depth, wrap):
+        value = GLib.Variant("s", "x")
+        for _ in range(depth):
+            value = wrap(value)
+        return value
+
+    def test_deep_nesting(self):
+        wraps = {
+            "variants": lambda value: GLib.Variant("v", value),
+            "arrays of variants": lambda value: GLib.Variant("av", [value]),
+            "dictionaries": lambda value: GLib.Variant("a{sv}", {"key": value}),
+            "errors": lambda value: GLib.Variant("(sxa{sv})", ("d", 1, {"key": value})),
+            "arrays of arrays": lambda value: GLib.Variant.new_array(value.get_type(), [value]),
+        }
+        for name, wrap in wraps.items():
+            for depth in (10, 31, 33, 40, 60):
+                with self.subTest(name=name, depth=depth):
+                    if name == "arrays of arrays" and depth > 31:
+                        continue  # no signature has more
+                    try:
+                        content = message("PerformPrivilegedOperation",
+                                          request_body(NOP, bytes(32), [self.nested(depth, wrap)]))
+                    except GLib.Error:
+                        continue  # GDBus does not send it, and so nobody who uses it does
+                    peer = self.talking_peer()
+                    peer.send(content)
+                    answer = None
+                    with contextlib.suppress(EOFError, ConnectionResetError):
+                        answer = peer.receive()
+                    if depth <= 10:
+                        self.assertEqual(answer.get_body().unpack()[0][0][1], -60002)
+                    elif answer is not None and depth > 32:
+                        self.assertEqual(answer.get_error_name(), INVALID_ARGS)
+        self.assertInnocentAreServed()
+
+    def test_nesting_that_only_the_raw_bytes_have(self):
+        """Signatures of brackets without end, written by hand."""
+        whole = message("PerformPrivilegedOperation",
+                        request_body(NOP, bytes(32), [GLib.Variant("(sxa{sv})", ("d", 1, {}))]))
+        signature = b"\x09(sxa{sv})\0"
+        self.assertIn(signature, whole)
+        for other in (b"\x09((((((((s\0", b"\x09aaaaaaaaa\0", b"\x09)))))))))\0", b"\x09{{{{{{{{{\0",
+                      b"\x09a{a{a{a{a\0", b"\xff(sxa{sv})\0", b"\x00(sxa{sv})\0", b"\x09(sxa{sv})x",
+                      b"\x09sssssssss\0", b"\x09vvvvvvvvv\0"):
+            peer = self.talking_peer()
+            peer.send(whole.replace(signature, other))
+            peer.socket.shutdown(socket.SHUT_WR)
+            self.assertTrue(peer.is_dropped())
+        self.assertInnocentAreServed()
+
+    def test_messages_that_are_no_calls(self):
+        peer = self.talking_peer()
+        error = Gio.DBusMessage.new_method_error_literal
+        call = Gio.DBusMessage.new_method_call(None, HELPER_PATH, HELPER_INTERFACE, "X")
+        call.set_serial(5)
+        signals = [Gio.DBusMessage.new_signal(HELPER_PATH, HELPER_INTERFACE, "GetVersionString"),
+                   Gio.DBusMessage.new_method_reply(call), error(call, "a.b", "text")]
+        for serial, other in enumerate(signals, 10):
+            other.set_serial(serial)
+            peer.send(other.to_blob(Gio.DBusCapabilityFlags.NONE))
+        peer.send(message("GetVersionString", None, 20))
+        self.assertEqual(peer.receive().get_reply_serial(), 20)
+        self.assertInnocentAreServed()
+
+    def test_messages_that_claim_to_be_local(self):
+        for member in ("Disconnected", "Connected"):
+            peer = self.talking_peer()
+            local = Gio.DBusMessage.new_signal("/org/freedesktop/DBus/Local2",
+                                               "org.freedesktop.DBus.Loca1", member)
+            local.set_serial(3)
+            content = local.to_blob(Gio.DBusCapabilityFlags.NONE)
+            peer.send(content.replace(b"Local2", b"Local\0").replace(b"Loca1", b"Local"))
+            peer.socket.shutdown(socket.SHUT_WR)
+            self.assertDropped(peer)
+
+    def test_messages_with_a_bit_or_byte_changed(self):
+        noise = random.Random(2)
+        whole = message("PerformPrivilegedOperation", request_body(
+            NOP, bytes(32), ["text", b"data", GLib.Variant("a{sv}", {"key": GLib.Variant("i", 1)}),
+                             GLib.Variant("as", ["a", "b"]),
+                             GLib.Variant("(sxa{sv})", ("d", 1, {}))]))
+        for _ in range(400):
+            changed = bytearray(whole)
+            for _ in range(noise.choice((1, 1, 1, 2, 5))):
+                changed[noise.randrange(len(changed))] = noise.randrange(256)
+            peer = self.talking_peer()
+            with contextlib.suppress(OSError):
+                peer.send(changed)
+                peer.socket.shutdown(socket.SHUT_WR)
+            self.assertTrue(peer.is_dropped())
+            peer.close()
+        self.assertInnocentAreServed()
+
+
+class ResourcesTest(HostilePeersTest):
+    """What one user can make the daemon hold."""
+
+    def test_a_peer_that_never_reads_its_replies(self):
+        for _ in range(10):
+            peer = self.talking_peer()
+            calls = b"".join(message("GetVersionString", None, serial) for serial in range(1, 2000))
+            sent = self.send_as_much_as_fits(peer, calls * 100)
+            self.assertLess(sent, 4 * MIB)
+        self.assertInnocentAreServed()
+        self.assertLess(self.daemon.memory(), self.memory_limit(8 * MIB))
+
+    def memory_limit(self, more):
+        return self.memory_before + more // 1024 * (10 if self.daemon.is_sanitized() else 1)
+
+    def setUp(self):
+        super().setUp()
+        self.memory_before = self.daemon.memory()
+
+
+if __name__ == "__main__":
+    main()

@@ -1,0 +1,285 @@
+"""The small requests of the service: version, endpoints, the registry of clients, debug mode."""
+
+import threading
+
+from gi.repository import Gio, GLib
+
+from bus import (DELETE_FILEOBJECTS, HELPER_INTERFACE, HELPER_PATH, NOP, Client, RawPeer, data,
+                 message, request_body)
+from slow_feedback import SlowFeedback
+from support import DEBUG, ERROR, NOTICE, DaemonTest, main
+
+
+def beginning(pid, level=DEBUG):
+    return level, f"Beginning work for client {pid}."
+
+
+def finishing(pid, level=DEBUG):
+    return level, f"Finishing work for client {pid}."
+
+
+def remaining(count, level=DEBUG):
+    return level, f"{count} clients remaining."
+
+
+TERMINATING = (DEBUG, "Terminating privileged helper.")
+
+
+class RegistryTest(DaemonTest):
+    def setUp(self):
+        super().setUp()
+        self.client = Client(self.daemon.connect())
+        self.mark = self.log.mark()
+
+    def test_a_client_registered_twice_and_unregistered_once_was_the_last(self):
+        self.client.register(100)
+        self.client.register(100)
+        self.assertEqual(self.client.unregister(100), ())
+        self.assertEndsWith(0)
+        self.assertLogged(self.mark, beginning(100), beginning(100), finishing(100), remaining(0),
+                          TERMINATING)
+
+    def test_the_helper_runs_on_while_clients_remain(self):
+        self.client.register(100)
+        self.client.register(200)
+        self.client.unregister(100)
+        self.assertLogged(self.mark, beginning(100), beginning(200), finishing(100), remaining(1))
+        self.assertEqual(self.client.version(), "1.3")
+        self.client.unregister(200)
+        self.assertEndsWith(0)
+
+    def test_unregistering_an_unknown_client_with_an_empty_registry_ends_the_helper(self):
+        self.client.unregister(300)
+        self.assertEndsWith(0)
+        self.assertLogged(self.mark, finishing(300), remaining(0), TERMINATING)
+
+    def test_unregistering_an_unknown_client_changes_nothing_for_others(self):
+        self.client.register(100)
+        self.client.unregister(300)
+        self.assertLogged(self.mark, beginning(100), finishing(300), remaining(1))
+
+    def test_numbers_are_whatever_the_client_sends(self):
+        numbers = [0, -1, 2**31 - 1, -2**31]
+        for number in numbers:
+            self.client.register(number)
+        self.client.unregister(1)
+        self.assertLogged(self.mark, *map(beginning, numbers), finishing(1), remaining(4))
+
+    def test_all_connections_share_the_registry(self):
+        self.client.register(100)
+        other = Client(self.user().connect(self.daemon.socket_path))
+        other.register(200)
+        other.unregister(100)
+        self.assertLogged(self.mark, beginning(100), beginning(200), finishing(100), remaining(1))
+
+    def test_a_client_that_disconnects_stays_registered(self):
+        lost = Client(self.daemon.connect())
+        lost.register(100)
+        lost.close()
+        self.client.register(200)
+        self.client.unregister(200)
+        self.assertLogged(self.mark, beginning(100), beginning(200), finishing(200), remaining(1))
+
+    def test_a_helper_without_registered_clients_keeps_running(self):
+        self.client.version()
+        self.client.close()
+        self.assertEqual(Client(self.daemon.connect()).version(), "1.3")
+
+    def test_a_message_whose_sender_wants_no_reply_gets_none(self):
+        peer = RawPeer(self.daemon.connect()).handshake()
+        no_reply = Gio.DBusMessageFlags.NO_REPLY_EXPECTED
+        for serial, member in enumerate(("RegisterClientWithPID", "RegisterClientWithPID",
+                                         "UnregisterClientWithPID"), 1):
+            peer.send(message(member, GLib.Variant("(i)", (100 + serial,)), serial,
+                              flags=no_reply))
+        peer.send(message("EnableDebugMode", GLib.Variant("(b)", (False,)), 4, flags=no_reply))
+        peer.send(message("PerformPrivilegedOperation", request_body(9999, b"", []), 5,
+                          flags=no_reply))
+        peer.send(message("GetVersionString", None, 6))
+        self.assertEqual(peer.receive().get_reply_serial(), 6)
+        peer.send(message("UnregisterClientWithPID", GLib.Variant("(i)", (101,)), 7,
+                          flags=no_reply))
+        peer.send(message("UnregisterClientWithPID", GLib.Variant("(i)", (102,)), 8,
+                          flags=no_reply))
+        self.assertEndsWith(0)
+        self.assertRaises((EOFError, ConnectionResetError), peer.receive)
+
+    def test_the_end_does_not_wait_for_requests_in_progress(self):
+        feedback = SlowFeedback()
+        busy = RawPeer(self.daemon.connect()).handshake()
+        feedback.request(busy, self.form(), ["0", "0"] + [f"{self.folder}/none"] * 200)
+        feedback.wait_for_opening()
+        self.client.unregister(1)
+        self.assertEndsWith(0)
+        self.assertRaises((EOFError, ConnectionResetError), busy.receive)
+        self.assertNotIn("was completed", "\n".join(self.log.lines))
+
+
+class ServiceTest(DaemonTest):
+    def setUp(self):
+        super().setUp()
+        self.client = Client(self.daemon.connect())
+
+    def test_the_version_is_the_bare_one(self):
+        self.assertEqual(self.client.version(), "1.3")
+
+    def test_an_endpoint_is_a_working_new_connection(self):
+        other = Client(self.client.endpoint())
+        self.assertEqual(other.version(), "1.3")
+        self.assertIsNone(other.perform(NOP, self.form()))
+
+    def test_the_connection_of_an_endpoint_outlives_the_one_it_came_from(self):
+        endpoint = self.client.endpoint()
+        self.client.close()
+        further = Client(Client(endpoint).endpoint())
+        self.assertEqual(further.version(), "1.3")
+
+    def test_an_endpoint_that_is_not_used_costs_nothing(self):
+        self.client.version()
+        holdings = self.daemon.holdings()
+        for _ in range(50):
+            self.client.endpoint().close()
+        self.daemon.wait_for_holdings(holdings)
+
+    def test_an_endpoint_needs_descriptor_passing(self):
+        peer = RawPeer(self.daemon.connect())
+        peer.send(b"\0AUTH EXTERNAL\r\nDATA\r\nBEGIN\r\n")
+        peer.send(message("ConnectWithEndpoint"))
+        while b"OK " not in peer.socket.recv(4096):
+            pass
+        self.assertEqual(peer.receive().get_message_type(), Gio.DBusMessageType.ERROR)
+
+    def test_peers_may_call_themselves_anonymous(self):
+        peer = RawPeer(self.daemon.connect())
+        peer.send(b"\0AUTH ANONYMOUS\r\nNEGOTIATE_UNIX_FD\r\nBEGIN\r\n")
+        while b"AGREE_UNIX_FD\r\n" not in peer.socket.recv(4096):
+            pass
+        peer.send(message("GetVersionString"))
+        self.assertEqual(peer.receive().get_body().unpack(), ("1.3",))
+
+    def test_messages_may_have_the_other_byte_order(self):
+        peer = RawPeer(self.daemon.connect()).handshake()
+        call = Gio.DBusMessage.new_method_call(None, HELPER_PATH, HELPER_INTERFACE,
+                                               "GetVersionString")
+        call.set_serial(1)
+        call.set_byte_order(Gio.DBusMessageByteOrder.BIG_ENDIAN)
+        peer.send(bytes(call.to_blob(Gio.DBusCapabilityFlags.NONE)))
+        self.assertEqual(peer.receive().get_body().unpack(), ("1.3",))
+
+    def test_a_message_may_come_byte_by_byte(self):
+        peer = RawPeer(self.daemon.connect())
+        for byte in b"\0AUTH EXTERNAL\r\nDATA\r\nNEGOTIATE_UNIX_FD\r\nBEGIN\r\n":
+            peer.send(bytes([byte]))
+        answers = b""
+        while b"AGREE_UNIX_FD\r\n" not in answers:
+            answers += peer.socket.recv(4096)
+        for byte in message("GetVersionString"):
+            peer.send(bytes([byte]))
+        self.assertEqual(peer.receive().get_body().unpack(), ("1.3",))
+
+    def test_requests_on_different_connections_run_in_parallel(self):
+        feedback = SlowFeedback()
+        form = self.form()
+        busy = RawPeer(self.daemon.connect()).handshake()
+        feedback.request(busy, form, ["0", "0"] + [f"{self.folder}/none"] * 200)
+        feedback.wait_for_opening()
+        # The first request waits for its feedback to be taken; others neither wait nor disturb it.
+        for _ in range(3):
+            self.assertIsNone(self.client.perform(NOP, form))
+        self.assertNotIn("Operation delete-fileobjects was completed", "\n".join(self.log.lines))
+        feedback.drain()
+        self.assertEqual(busy.receive().get_reply_serial(), 1)
+
+    def test_messages_of_one_connection_are_handled_in_their_order(self):
+        feedback = SlowFeedback()
+        peer = RawPeer(self.daemon.connect()).handshake()
+        feedback.request(peer, self.form(), ["0", "0"] + [f"{self.folder}/none"] * 200)
+        for serial in range(2, 6):
+            peer.send(message("GetVersionString", None, serial))
+        feedback.wait_for_opening()
+        feedback.drain()
+        self.assertEqual([peer.receive().get_reply_serial() for _ in range(5)], [1, 2, 3, 4, 5])
+
+    def test_many_clients_at_once_are_all_answered(self):
+        form = self.form()
+        failures = []
+
+        def work():
+            try:
+                client = Client(self.daemon.connect())
+                for _ in range(30):
+                    if client.perform(NOP, form) is not None or client.version() != "1.3":
+                        failures.append("wrong answer")
+                client.close()
+            except Exception as error:  # pylint: disable=broad-except
+                failures.append(error)
+
+        threads = [threading.Thread(target=work) for _ in range(8)]
+        for thread in threads:
+            thread.start()
+        for thread in threads:
+            thread.join()
+        self.assertEqual(failures, [])
+
+
+class DebugModeTest(DaemonTest):
+    ENABLED = [
+        (ERROR, "Debug mode changed to enabled. Debug messages are now handled at logging priority "
+         "level 5."),
+        (NOTICE, "--- This is helper version 1.3, implementing operation set 'vnt'. ---"),
+    ]
+    DISABLED = (ERROR, "Debug mode changed to disabled. Debug messages are now handled at logging "
+                "priority level 7.")
+
+    def setUp(self):
+        super().setUp()
+        self.client = Client(self.daemon.connect())
+        self.mark = self.log.mark()
+
+    def test_each_change_is_logged_once(self):
+        self.client.debug(False)
+        self.assertEqual(self.client.debug(True), ())
+        self.client.debug(True)
+        self.client.debug(False)
+        self.client.debug(False)
+        self.client.debug(True)
+        self.assertLogged(self.mark, *self.ENABLED, self.DISABLED, *self.ENABLED)
+
+    def test_routine_lines_follow_the_level_and_rejections_do_not(self):
+        self.client.debug(True)
+        other = Client(self.daemon.connect())
+        other.register(100)
+        other.unregister(200)
+        other.perform(9999, b"", None)
+        other.perform(NOP, b"")
+        other.perform(NOP, self.form(), ["x"])
+        self.assertLogged(
+            self.mark, *self.ENABLED, beginning(100, NOTICE), finishing(200, NOTICE),
+            remaining(1, NOTICE),
+            (ERROR, "Received invalid operation with code 9999 argument list (nil)."),
+            (NOTICE, "About to perform privileged operation 'nop' with 0 arguments."),
+            (NOTICE, "Operation could not be authorized, rejected with error code 22."),
+            (NOTICE, "About to perform privileged operation 'nop' with 1 arguments."),
+            (ERROR, "Operation nop was rejected because an invalid number of arguments was "
+             "specified (0 expected, 1 sent)."))
+        mark = self.log.mark()
+        self.client.debug(False)
+        other.register(300)
+        self.assertLogged(mark, self.DISABLED, beginning(300))
+
+    def test_anybody_may_switch_it(self):
+        Client(self.user().connect(self.daemon.socket_path)).debug(True)
+        self.assertLogged(self.mark, *self.ENABLED)
+
+    def test_every_start_begins_without_it(self):
+        self.client.debug(True)
+        self.client.unregister(1)
+        self.assertEndsWith(0)
+        again = self.start()
+        Client(again.connect()).register(100)
+        again.log.wait_for(lambda line: line.startswith("<7> "), 0)
+        self.assertEqual(len(again.log.lines), 1)
+
+
+if __name__ == "__main__":
+    main()
