@@ -4,10 +4,19 @@
 #include <cerrno>
 
 #include <poll.h>
+#include <sys/socket.h>
 
 namespace corvane {
 
 using Clock = std::chrono::steady_clock;
+
+namespace {
+
+// What the kernel may keep for a peer that does not read. The library asks for eight megabytes,
+// as for a bus that many share, and root gets them.
+constexpr int sendBufferSize = 64 << 10;
+
+}  // namespace
 
 Bus makePeerBus(FileDescriptor socket, BusRole role, FileDescriptor separateInput) {
   sd_bus* raw = nullptr;
@@ -16,6 +25,7 @@ Bus makePeerBus(FileDescriptor socket, BusRole role, FileDescriptor separateInpu
   if (result >= 0) {
     result = sd_bus_set_fd(raw, separateInput ? separateInput.get() : socket.get(), socket.get());
   }
+  const int output = socket.get();
   if (result >= 0) {
     socket.release();
     separateInput.release();
@@ -31,6 +41,10 @@ Bus makePeerBus(FileDescriptor socket, BusRole role, FileDescriptor separateInpu
   }
   if (result >= 0) result = sd_bus_negotiate_fds(raw, 1);
   if (result >= 0) result = sd_bus_start(raw);
+  if (result >= 0) {
+    result = ::setsockopt(output, SOL_SOCKET, SO_SNDBUF, &sendBufferSize, sizeof(sendBufferSize));
+    if (result < 0) result = -errno;
+  }
   if (result < 0) {
     errno = -result;
     return nullptr;

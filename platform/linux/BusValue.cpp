@@ -11,8 +11,26 @@ namespace corvane {
 namespace {
 
 constexpr int maximumDepth = 32;
+// A value takes up to some dozens of bytes beside its content. A message may hold only so many
+// whose content is shorter than this: others are no less to send than to keep.
+constexpr std::size_t smallContentSize = 8;
+constexpr int maximumSmallValues = 16384;
 
-int readValue(sd_bus_message* message, std::optional<Value>& value, int depth);
+// What the rest of a message may still hold.
+struct Limits {
+  int depth = maximumDepth;
+  int smallValues = maximumSmallValues;
+
+  bool admits(const Value& value) {
+    const std::string* string = value.string();
+    const Data* data = value.data();
+    const bool isSmall = (string == nullptr || string->size() < smallContentSize) &&
+                         (data == nullptr || data->size() < smallContentSize);
+    return !isSmall || --smallValues >= 0;
+  }
+};
+
+int readValue(sd_bus_message* message, std::optional<Value>& value, Limits& limits);
 
 template <typename Wire, typename Held = Wire>
 int readNumber(sd_bus_message* message, char type, std::optional<Value>& value) {
@@ -29,22 +47,22 @@ int readString(sd_bus_message* message, std::string& string) {
   return result;
 }
 
-int readVariantAt(sd_bus_message* message, std::optional<Value>& value, int depth) {
+int readVariantAt(sd_bus_message* message, std::optional<Value>& value, Limits& limits) {
   int result = sd_bus_message_enter_container(message, SD_BUS_TYPE_VARIANT, nullptr);
   if (result <= 0) return result;
-  result = readValue(message, value, depth);
+  result = readValue(message, value, limits);
   if (result < 0) return result;
   return sd_bus_message_exit_container(message);
 }
 
-int readDictionaryAt(sd_bus_message* message, Dictionary& dictionary, int depth) {
+int readDictionaryAt(sd_bus_message* message, Dictionary& dictionary, Limits& limits) {
   int result = sd_bus_message_enter_container(message, SD_BUS_TYPE_ARRAY, "{sv}");
   if (result < 0) return result;
   while ((result = sd_bus_message_enter_container(message, SD_BUS_TYPE_DICT_ENTRY, "sv")) > 0) {
     std::string key;
     std::optional<Value> value;
     result = readString(message, key);
-    if (result >= 0) result = readVariantAt(message, value, depth);
+    if (result >= 0) result = readVariantAt(message, value, limits);
     if (result >= 0) result = sd_bus_message_exit_container(message);
     if (result < 0) return result;
     if (!value) return -EBADMSG;
@@ -54,7 +72,7 @@ int readDictionaryAt(sd_bus_message* message, Dictionary& dictionary, int depth)
   return sd_bus_message_exit_container(message);
 }
 
-int readErrorAt(sd_bus_message* message, std::optional<Error>& error, int depth) {
+int readErrorAt(sd_bus_message* message, std::optional<Error>& error, Limits& limits) {
   int result = sd_bus_message_enter_container(message, SD_BUS_TYPE_STRUCT, "sxa{sv}");
   if (result <= 0) return result;
   std::string domain;
@@ -62,19 +80,19 @@ int readErrorAt(sd_bus_message* message, std::optional<Error>& error, int depth)
   Dictionary userInfo;
   result = readString(message, domain);
   if (result >= 0) result = sd_bus_message_read_basic(message, SD_BUS_TYPE_INT64, &code);
-  if (result >= 0) result = readDictionaryAt(message, userInfo, depth);
+  if (result >= 0) result = readDictionaryAt(message, userInfo, limits);
   if (result >= 0) result = sd_bus_message_exit_container(message);
   if (result < 0) return result;
   error.emplace(domain, code, std::move(userInfo));
   return 1;
 }
 
-int readArrayAt(sd_bus_message* message, const char* contents, Array& array, int depth) {
+int readArrayAt(sd_bus_message* message, const char* contents, Array& array, Limits& limits) {
   int result = sd_bus_message_enter_container(message, SD_BUS_TYPE_ARRAY, contents);
   if (result < 0) return result;
   while ((result = sd_bus_message_at_end(message, 0)) == 0) {
     std::optional<Value> element;
-    result = readValue(message, element, depth);
+    result = readValue(message, element, limits);
     if (result < 0) return result;
     if (!element) return -EBADMSG;
     array.push_back(*std::move(element));
@@ -83,9 +101,7 @@ int readArrayAt(sd_bus_message* message, const char* contents, Array& array, int
   return sd_bus_message_exit_container(message);
 }
 
-// Reads the next element whatever its type is.
-int readValue(sd_bus_message* message, std::optional<Value>& value, int depth) {
-  if (depth > maximumDepth) return -EBADMSG;
+int readValueOfAnyType(sd_bus_message* message, std::optional<Value>& value, Limits& limits) {
   char type = 0;
   const char* contents = nullptr;
   int result = sd_bus_message_peek_type(message, &type, &contents);
@@ -117,11 +133,11 @@ int readValue(sd_bus_message* message, std::optional<Value>& value, int depth) {
     case SD_BUS_TYPE_DOUBLE:
       return readNumber<double>(message, type, value);
     case SD_BUS_TYPE_VARIANT:
-      return readVariantAt(message, value, depth + 1);
+      return readVariantAt(message, value, limits);
     case SD_BUS_TYPE_STRUCT: {
       if (std::string_view(contents) != "sxa{sv}") return -EBADMSG;
       std::optional<Error> error;
-      result = readErrorAt(message, error, depth + 1);
+      result = readErrorAt(message, error, limits);
       if (result > 0) value = Value(*std::move(error));
       return result;
     }
@@ -135,18 +151,26 @@ int readValue(sd_bus_message* message, std::optional<Value>& value, int depth) {
       }
       if (elements == "{sv}") {
         Dictionary dictionary;
-        result = readDictionaryAt(message, dictionary, depth + 1);
+        result = readDictionaryAt(message, dictionary, limits);
         if (result >= 0) value = Value(std::move(dictionary));
         return result;
       }
       Array array;
-      result = readArrayAt(message, contents, array, depth + 1);
+      result = readArrayAt(message, contents, array, limits);
       if (result >= 0) value = Value(std::move(array));
       return result;
     }
     default:
       return -EBADMSG;
   }
+}
+
+// Reads the next element whatever its type is.
+int readValue(sd_bus_message* message, std::optional<Value>& value, Limits& limits) {
+  if (--limits.depth < 0) return -EBADMSG;
+  const int result = readValueOfAnyType(message, value, limits);
+  ++limits.depth;
+  return value && !limits.admits(*value) ? -EBADMSG : result;
 }
 
 int appendNumber(sd_bus_message* message, const Number& number) {
@@ -201,11 +225,13 @@ int appendInVariant(sd_bus_message* message, const char* contents, auto&& append
 }  // namespace
 
 int readArray(sd_bus_message* message, Array& array) {
-  return readArrayAt(message, "v", array, 0);
+  Limits limits;
+  return readArrayAt(message, "v", array, limits);
 }
 
 int readDictionary(sd_bus_message* message, Dictionary& dictionary) {
-  return readDictionaryAt(message, dictionary, 1);
+  Limits limits;
+  return readDictionaryAt(message, dictionary, limits);
 }
 
 int readData(sd_bus_message* message, Data& data) {
@@ -221,7 +247,8 @@ int readData(sd_bus_message* message, Data& data) {
 int readOptionalError(sd_bus_message* message, std::optional<Error>& error) {
   int result = sd_bus_message_enter_container(message, SD_BUS_TYPE_ARRAY, "(sxa{sv})");
   if (result < 0) return result;
-  result = readErrorAt(message, error, 1);
+  Limits limits;
+  result = readErrorAt(message, error, limits);
   if (result > 0) result = sd_bus_message_at_end(message, 0) > 0 ? 1 : -EBADMSG;
   return result < 0 ? result : sd_bus_message_exit_container(message);
 }

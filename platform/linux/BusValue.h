@@ -12,8 +12,9 @@ namespace corvane {
 
 /// Values in D-Bus messages. Reading: `s` is a string; every integer type, `d` and `b` a number;
 /// `ay` data; `a{sv}` a dictionary; every other array an array; `(sxa{sv})` an error. Anything
-/// else, and containers nested deeper than 32, is -EBADMSG. All functions return 0 or more on
-/// success and a negative errno on failure.
+/// else is -EBADMSG, and so are containers nested deeper than 32 and more than 16384 values without
+/// at least 8 bytes of text or data of their own. All functions return 0 or more on success and a
+/// negative errno on failure.
 
 /// The next element of the message, of type `av`.
 int readArray(sd_bus_message* message, Array& array);

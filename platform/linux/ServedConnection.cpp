@@ -237,6 +237,8 @@ void ServedConnection::serve() {
       progress = sd_bus_process(bus.get(), nullptr);
     } while (progress > 0 && !_hasFailed);
     if (progress < 0 || _hasFailed) return;
+    // Between messages nothing is held any more.
+    if (!guard.deadline()) _share.takeMessage(0);
 
     // Answers go out before anything more is read: a peer that does not take them waits alone.
     const int events = sd_bus_get_events(bus.get());

@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <cerrno>
+#include <exception>
 #include <filesystem>
 #include <system_error>
 #include <thread>
@@ -74,6 +75,16 @@ void raiseDescriptorLimit() {
   ::setrlimit(RLIMIT_NOFILE, &limit);
 }
 
+// Memory, descriptors or threads may run out at any time.
+template <typename Function>
+void reportingExceptions(Function function) {
+  try {
+    function();
+  } catch (const std::exception& exception) {
+    NSLog("A connection cannot be served: %s\n", exception.what());
+  }
+}
+
 class LinuxListener : public XPCListener {
  public:
   explicit LinuxListener(std::string name) : _name(std::move(name)) {}
@@ -141,19 +152,19 @@ class LinuxListener : public XPCListener {
   }
 
   // Serves the connection on a thread of its own if it is within the limits and the delegate
-  // takes it.
+  // takes it. What goes wrong with one connection ends that one alone.
   void offer(FileDescriptor socket, const std::optional<Peer>& peer) {
-    auto connection = std::make_unique<ServedConnection>(std::move(socket), peer, _limits);
-    if (!connection->isWithinLimits() || _delegate == nullptr ||
-        !_delegate->listenerShouldAcceptNewConnection(this, connection.get()) ||
-        !connection->isResumed()) {
-      return;
-    }
-    try {
-      std::thread([served = std::move(connection)] { served->serve(); }).detach();
-    } catch (const std::system_error& error) {
-      NSLog("A connection cannot be served: %s\n", error.what());
-    }
+    reportingExceptions([&] {
+      auto connection = std::make_unique<ServedConnection>(std::move(socket), peer, _limits);
+      if (!connection->isWithinLimits() || _delegate == nullptr ||
+          !_delegate->listenerShouldAcceptNewConnection(this, connection.get()) ||
+          !connection->isResumed()) {
+        return;
+      }
+      std::thread([served = std::move(connection)] {
+        reportingExceptions([&] { served->serve(); });
+      }).detach();
+    });
   }
 
   std::string _name;
