@@ -107,7 +107,7 @@ class RegistryTest(DaemonTest):
     def test_the_end_does_not_wait_for_requests_in_progress(self):
         feedback = SlowFeedback()
         busy = RawPeer(self.daemon.connect()).handshake()
-        feedback.request(busy, self.form(), ["0", "0"] + [f"{self.folder}/none"] * 200)
+        feedback.request(busy, self.form(), ["0", "0"] + [f"{self.folder}/none"] * SlowFeedback.COUNT)
         feedback.wait_for_opening()
         self.client.unregister(1)
         self.assertEndsWith(0)
@@ -181,7 +181,7 @@ class ServiceTest(DaemonTest):
         feedback = SlowFeedback()
         form = self.form()
         busy = RawPeer(self.daemon.connect()).handshake()
-        feedback.request(busy, form, ["0", "0"] + [f"{self.folder}/none"] * 200)
+        feedback.request(busy, form, ["0", "0"] + [f"{self.folder}/none"] * SlowFeedback.COUNT)
         feedback.wait_for_opening()
         # The first request waits for its feedback to be taken; others neither wait nor disturb it.
         for _ in range(3):
@@ -193,7 +193,7 @@ class ServiceTest(DaemonTest):
     def test_messages_of_one_connection_are_handled_in_their_order(self):
         feedback = SlowFeedback()
         peer = RawPeer(self.daemon.connect()).handshake()
-        feedback.request(peer, self.form(), ["0", "0"] + [f"{self.folder}/none"] * 200)
+        feedback.request(peer, self.form(), ["0", "0"] + [f"{self.folder}/none"] * SlowFeedback.COUNT)
         for serial in range(2, 6):
             peer.send(message("GetVersionString", None, serial))
         feedback.wait_for_opening()

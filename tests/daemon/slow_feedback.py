@@ -8,17 +8,17 @@ from bus import DELETE_FILEOBJECTS, RawPeer, message, request_body
 
 
 class SlowFeedback:
-    """Holds up a deletion: so few feedback messages fit between it and the daemon that it cannot
-    end before they are read."""
+    """Holds up a deletion: it cannot end before its feedback messages are read, because there are
+    more of them than fit between it and here."""
 
     ANSWERS = ((b"AUTH EXTERNAL", b"DATA\r\n"), (b"DATA", b"OK 0123456789abcdef0123456789abcdef\r\n"),
                (b"NEGOTIATE_UNIX_FD", b"AGREE_UNIX_FD\r\n"))
+    # How many are too many, and their size: far more than the daemon has the kernel keep.
+    COUNT = 2000
+    LEAST_SIZE = 256 << 10
 
     def __init__(self):
         ours, self.endpoint = socket.socketpair()
-        # The least that the kernel gives.
-        self.endpoint.setsockopt(socket.SOL_SOCKET, socket.SO_SNDBUF, 1)
-        self.capacity = self.endpoint.getsockopt(socket.SOL_SOCKET, socket.SO_SNDBUF)
         self.peer = RawPeer(ours)
         self.bodies = []
         self.size = 0
