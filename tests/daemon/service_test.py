@@ -143,17 +143,19 @@ class ServiceTest(DaemonTest):
 
     def test_an_endpoint_needs_descriptor_passing(self):
         peer = RawPeer(self.daemon.connect())
-        peer.send(b"\0AUTH EXTERNAL\r\nDATA\r\nBEGIN\r\n")
-        peer.send(message("ConnectWithEndpoint"))
-        while b"OK " not in peer.socket.recv(4096):
-            pass
+        peer.send(b"\0AUTH EXTERNAL\r\nDATA\r\n")
+        answers = b""
+        while b"OK " not in answers or not answers.endswith(b"\r\n"):
+            answers += peer.socket.recv(4096)
+        peer.send(b"BEGIN\r\n" + message("ConnectWithEndpoint"))
         self.assertEqual(peer.receive().get_message_type(), Gio.DBusMessageType.ERROR)
 
     def test_peers_may_call_themselves_anonymous(self):
         peer = RawPeer(self.daemon.connect())
         peer.send(b"\0AUTH ANONYMOUS\r\nNEGOTIATE_UNIX_FD\r\nBEGIN\r\n")
-        while b"AGREE_UNIX_FD\r\n" not in peer.socket.recv(4096):
-            pass
+        answers = b""
+        while b"AGREE_UNIX_FD\r\n" not in answers:
+            answers += peer.socket.recv(4096)
         peer.send(message("GetVersionString"))
         self.assertEqual(peer.receive().get_body().unpack(), ("1.3",))
 
