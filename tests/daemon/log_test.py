@@ -81,7 +81,7 @@ class JournalTest(LogSinkTest):
             self.assertEqual(self.receive(), {
                 "MESSAGE": text, "PRIORITY": priority, "SYSLOG_IDENTIFIER": IDENTIFIER,
                 "SYSLOG_FACILITY": "3", "SENDER": IDENTIFIER})
-        self.assertEqual(self.daemon.log.lines, [])
+        self.assertEqual(self.daemon.log.after(0), [])
 
 
 class SyslogTest(LogSinkTest):
@@ -96,7 +96,7 @@ class SyslogTest(LogSinkTest):
                 self.sink.recv(4096).decode().rstrip("\0\n"),
                 rf"^<{code}>\w{{3}} [ \d]\d \d\d:\d\d:\d\d {re.escape(IDENTIFIER)}"
                 rf"\[{self.daemon.process.pid}\]: {re.escape(text)}$")
-        self.assertEqual(self.daemon.log.lines, [])
+        self.assertEqual(self.daemon.log.after(0), [])
 
 
 class RealJournalTest(FolderTest):

@@ -75,7 +75,7 @@ class StartUpTest(FolderTest):
     def test_nothing_is_logged_at_the_start_of_service(self):
         daemon = self.start()
         self.assertEqual(Client(daemon.connect()).version(), "1.3")
-        self.assertEqual(daemon.log.lines, [])
+        self.assertEqual(daemon.log.after(0), [])
 
 
 class OwnSocketTest(FolderTest):

@@ -3,6 +3,7 @@
 import contextlib
 import os
 import re
+import select
 import shutil
 import socket
 import subprocess
@@ -36,37 +37,50 @@ def wait_until(condition, what, patience=PATIENCE):
 
 
 class Log:
-    """The lines that a process writes to a pipe, in their order, as they come."""
+    """The lines that a process writes to a pipe, in their order. A thread takes them as they come,
+    so that the pipe never fills; who looks at them takes what is there first."""
 
     def __init__(self, stream):
         self.lines = []
-        self._changed = threading.Condition()
+        self._pipe = stream
+        os.set_blocking(self._pipe.fileno(), False)
+        self._rest = b""
         self._has_ended = False
-        self._thread = threading.Thread(target=self._collect, args=(stream,), daemon=True)
+        self._changed = threading.Condition()
+        self._thread = threading.Thread(target=self._collect, daemon=True)
         self._thread.start()
 
-    def _collect(self, stream):
-        with stream:
-            for line in stream:
-                with self._changed:
-                    self.lines.append(line.decode(errors="replace").rstrip("\n"))
-                    self._changed.notify_all()
-        with self._changed:
-            self._has_ended = True
-            self._changed.notify_all()
+    def _collect(self):
+        while not self._has_ended:
+            select.select([self._pipe], [], [])
+            with self._changed:
+                self._take()
+        self._pipe.close()
+
+    def _take(self):
+        with contextlib.suppress(BlockingIOError):
+            while not self._has_ended:
+                part = os.read(self._pipe.fileno(), 1 << 16)
+                self._has_ended = not part
+                *lines, self._rest = (self._rest + part).split(b"\n")
+                if self._has_ended and self._rest:
+                    lines.append(self._rest)
+                self.lines += [line.decode(errors="replace") for line in lines]
+                self._changed.notify_all()
 
     def mark(self):
-        """A position: what is logged from now on comes after it."""
-        with self._changed:
-            return len(self.lines)
+        """A position: what is written from now on comes after it, what was written before does
+        not."""
+        return len(self.after(0))
 
     def after(self, mark):
         with self._changed:
+            self._take()
             return self.lines[mark:]
 
-    def wait_for(self, predicate, mark, patience=PATIENCE):
+    def wait_for(self, predicate, mark):
         """The first line after `mark` that `predicate` holds for."""
-        deadline = time.monotonic() + patience
+        deadline = time.monotonic() + PATIENCE
         with self._changed:
             looked_at = mark
             while True:
@@ -240,8 +254,8 @@ class FolderTest(unittest.TestCase):
 
     def _end(self, daemon):
         daemon.end()
-        reports = [line for line in daemon.log.lines if SANITIZER_REPORT.search(line)]
-        self.assertEqual(reports, [], "\n".join(daemon.log.lines))
+        reports = [line for line in daemon.log.after(0) if SANITIZER_REPORT.search(line)]
+        self.assertEqual(reports, [], "\n".join(daemon.log.after(0)))
 
 
 class DaemonTest(FolderTest):
@@ -262,7 +276,7 @@ class DaemonTest(FolderTest):
     def _check_that_it_ran(self):
         if not self.expects_end:
             self.assertIsNone(self.daemon.process.poll(),
-                              "the daemon ended:\n" + "\n".join(self.log.lines))
+                              "the daemon ended:\n" + "\n".join(self.log.after(0)))
 
     def user(self, uid=65534):
         user = User(uid)
