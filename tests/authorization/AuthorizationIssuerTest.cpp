@@ -37,12 +37,6 @@ FileDescriptor accept(const FileDescriptor& listener) {
   return FileDescriptor(::accept4(listener.get(), nullptr, nullptr, SOCK_CLOEXEC));
 }
 
-std::array<FileDescriptor, 2> makePipe() {
-  std::array<int, 2> ends{};
-  if (::pipe2(ends.data(), O_CLOEXEC) != 0) std::abort();
-  return {FileDescriptor(ends[0]), FileDescriptor(ends[1])};
-}
-
 class AuthorizationIssuerTest : public ::testing::Test {
  protected:
   void expectFailure(const std::string& socketPath, POSIXErrorCode code) const {
@@ -122,7 +116,7 @@ TEST_F(IssuerProgramTest, TheFormIsThatOfTheConnectingProcess) {
   const FileDescriptor listener = listenAt(path, 1);
   std::thread service([&] {
     const FileDescriptor connection = accept(listener);
-    ChildProcess issuer = ChildProcess::program({ISSUER_PROGRAM}, connection.get(), -1);
+    ChildProcess issuer = ChildProcess::program({ISSUER_PROGRAM}, {.input = connection.get()});
     EXPECT_EQ(issuer.reap(), 0);
   });
   const auto form = requestAuthorizationExternalForm(path, 60s);
@@ -137,7 +131,7 @@ TEST_F(IssuerProgramTest, ServesWithoutServiceManager) {
   ChildProcess service = ChildProcess::program(
       {"systemd-socket-activate", "--listen=" + path, "--accept", "--inetd",
        "--setenv=CORVANE_AUTHORIZATION_DIRECTORY=" + authorizationFolder().path(), ISSUER_PROGRAM},
-      ::fileno(stdin), messagesEnd.get());
+      {.errors = messagesEnd.get()});
   messagesEnd.reset();
   std::array<char, 256> ready{};
   if (::read(messages.get(), ready.data(), ready.size()) <= 0) {
@@ -167,7 +161,8 @@ TEST_F(IssuerProgramTest, SaysWhatIsWrong) {
   };
   for (const auto& [input, message] : cases) {
     auto [messages, messagesEnd] = makePipe();
-    ChildProcess issuer = ChildProcess::program({ISSUER_PROGRAM}, input.get(), messagesEnd.get());
+    ChildProcess issuer = ChildProcess::program(
+        {ISSUER_PROGRAM}, {.input = input.get(), .errors = messagesEnd.get()});
     messagesEnd.reset();
     EXPECT_EQ(readToEnd(messages), message);
     EXPECT_EQ(issuer.reap(), 1);
@@ -179,8 +174,8 @@ TEST_F(IssuerProgramTest, AnUnsafeKeyIssuesNothing) {
   const ChildProcess child = ChildProcess::connectedOfUser(someUser);
   auto [messages, messagesEnd] = makePipe();
   ChildProcess issuer = ChildProcess::program(
-      {"env", "CORVANE_AUTHORIZATION_DIRECTORY=" + folder.path(), ISSUER_PROGRAM}, child.socket(),
-      messagesEnd.get());
+      {"env", "CORVANE_AUTHORIZATION_DIRECTORY=" + folder.path(), ISSUER_PROGRAM},
+      {.input = child.socket(), .errors = messagesEnd.get()});
   messagesEnd.reset();
   EXPECT_EQ(readToEnd(messages),
             "com.corvane.authorization: " + (folder / "key") + ": Operation not permitted\n");

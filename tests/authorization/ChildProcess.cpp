@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <utility>
 
+#include <fcntl.h>
 #include <linux/sched.h>
 #include <sys/socket.h>
 #include <sys/syscall.h>
@@ -64,8 +65,8 @@ std::optional<ChildProcess> ChildProcess::successorOf(const ProcessIdentity& end
   }
 }
 
-ChildProcess ChildProcess::program(const std::vector<std::string>& arguments, int input,
-                                   int errors) {
+ChildProcess ChildProcess::program(const std::vector<std::string>& arguments,
+                                   const Streams& streams) {
   std::vector<char*> pointers;
   pointers.reserve(arguments.size() + 1);
   for (const std::string& argument : arguments) {
@@ -74,8 +75,9 @@ ChildProcess ChildProcess::program(const std::vector<std::string>& arguments, in
   pointers.push_back(nullptr);
   const pid_t pid = ::fork();
   if (pid == 0) {
-    ::dup2(input, STDIN_FILENO);
-    if (errors >= 0) ::dup2(errors, STDERR_FILENO);
+    if (streams.input >= 0) ::dup2(streams.input, STDIN_FILENO);
+    if (streams.output >= 0) ::dup2(streams.output, STDOUT_FILENO);
+    if (streams.errors >= 0) ::dup2(streams.errors, STDERR_FILENO);
     ::execvp(pointers[0], pointers.data());
     ::_exit(127);
   }
@@ -119,6 +121,19 @@ FileDescriptor connectionTo(const FileDescriptor& listener) {
     std::abort();
   }
   return connection;
+}
+
+Pipe makePipe() {
+  std::array<int, 2> ends{};
+  if (::pipe2(ends.data(), O_CLOEXEC) != 0) std::abort();
+  return {FileDescriptor(ends[0]), FileDescriptor(ends[1])};
+}
+
+std::string readLine(const FileDescriptor& descriptor) {
+  std::string line;
+  char character = 0;
+  while (::read(descriptor.get(), &character, 1) == 1 && character != '\n') line += character;
+  return line;
 }
 
 std::string readToEnd(const FileDescriptor& descriptor) {

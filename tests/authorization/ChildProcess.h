@@ -22,9 +22,13 @@ class ChildProcess {
   static ChildProcess connectedOfUser(uid_t user);
   /// One that was given the process number of `ended`; nothing if this process may not choose.
   static std::optional<ChildProcess> successorOf(const ProcessIdentity& ended);
-  /// A program with its arguments; `input` becomes its standard input, and `errors` (if it is not
-  /// negative) its standard error.
-  static ChildProcess program(const std::vector<std::string>& arguments, int input, int errors);
+  /// The standard streams of a program; one that is negative is this process's.
+  struct Streams {
+    int input = -1;
+    int output = -1;
+    int errors = -1;
+  };
+  static ChildProcess program(const std::vector<std::string>& arguments, const Streams& streams);
 
   ChildProcess(ChildProcess&& other) noexcept;
   ChildProcess& operator=(ChildProcess&&) = delete;
@@ -48,6 +52,16 @@ class ChildProcess {
 FileDescriptor listeningSocket();
 FileDescriptor connectionTo(const FileDescriptor& listener);
 
+/// The reading and the writing end.
+struct Pipe {
+  FileDescriptor output;
+  FileDescriptor input;
+};
+Pipe makePipe();
+
+/// The next line that comes from `descriptor`, without its end; what there is when the other end is
+/// closed.
+std::string readLine(const FileDescriptor& descriptor);
 /// All that comes from `descriptor` until its other end is closed.
 std::string readToEnd(const FileDescriptor& descriptor);
 

@@ -86,6 +86,14 @@ TEST_F(EmbeddedAuthorityTest, DefinitionsComeBackAsTheyWereSet) {
   EXPECT_EQ(authority.rightGet(rightName, nullptr), errAuthorizationSuccess);
 }
 
+TEST_F(EmbeddedAuthorityTest, AnyTextCanBeASentence) {
+  const RightDefinition definition{"default", std::string("]]> \x01\x1b\r \0 \uFFFE", 13), ""};
+  ASSERT_EQ(authority.rightSet(rightName, definition), errAuthorizationSuccess);
+  RightDefinition found;
+  ASSERT_EQ(authority.rightGet(rightName, &found), errAuthorizationSuccess);
+  EXPECT_EQ(found, definition);
+}
+
 TEST_F(EmbeddedAuthorityTest, WhatIsNotDefinedIsDenied) {
   EXPECT_EQ(authority.rightGet(rightName, nullptr), errAuthorizationDenied);
   EXPECT_EQ(authority.rightRemove(rightName), errAuthorizationDenied);

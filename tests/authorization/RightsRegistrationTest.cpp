@@ -130,7 +130,9 @@ TEST_F(RightsRegistrationTest, RemovingSkipsWhatIsNotThere) {
 TEST_F(RightsRegistrationTest, TheProgramRegistersListsAndRemoves) {
   const FileDescriptor nothing(::open("/dev/null", O_RDWR | O_CLOEXEC));
   const auto run = [&](const std::string& command) {
-    return ChildProcess::program({RIGHTS_PROGRAM, command}, nothing.get(), nothing.get()).reap();
+    return ChildProcess::program({RIGHTS_PROGRAM, command},
+                                 {.output = nothing.get(), .errors = nothing.get()})
+        .reap();
   };
   EXPECT_EQ(run("register"), 0);
   EXPECT_NE(definitionOf("com.corvane.vnt.nop"), std::nullopt);

@@ -12,6 +12,7 @@
 #include "platform/linux/authorization/AuthorizationKey.h"
 #include "platform/linux/authorization/EmbeddedAuthority.h"
 #include "platform/linux/authorization/ExternalForm.h"
+#include "platform/linux/authorization/PolkitAuthority.h"
 
 namespace corvane {
 
@@ -28,8 +29,11 @@ AuthorizationKeyFile& keyFile() {
 }
 
 Authority& authority() {
-  static auto* const authority = new EmbeddedAuthority(authorizationRightsDirectory());
-  return *authority;
+  static auto* const embedded = new EmbeddedAuthority(authorizationRightsDirectory());
+  static auto* const polkit = new PolkitAuthority(
+      {systemBusAddress(), polkitActionsDirectory(), discardedAuthorizationsDirectory()},
+      [](const std::string&, const std::string&) { return Translations(); }, *embedded);
+  return *polkit;
 }
 
 /// Whether the user whose request this is may use what was issued to the user `owner`.

@@ -88,11 +88,14 @@ OSStatus EmbeddedAuthority::rightGet(const std::string& rightName, RightDefiniti
 
 OSStatus EmbeddedAuthority::rightSet(const std::string& rightName,
                                      const RightDefinition& definition) {
-  const std::variant<Data, Error> bytes =
-      writePropertyList(Dictionary{{std::string(ruleKey), definition.rule},
-                                   {std::string(descriptionKey), definition.description},
-                                   {std::string(stringsTableKey), definition.stringsTable}},
-                        PropertyListFormat::XML);
+  const Dictionary entries = {{std::string(ruleKey), definition.rule},
+                              {std::string(descriptionKey), definition.description},
+                              {std::string(stringsTableKey), definition.stringsTable}};
+  std::variant<Data, Error> bytes = writePropertyList(entries, PropertyListFormat::XML);
+  // There are texts that only the binary form can hold.
+  if (std::holds_alternative<Error>(bytes)) {
+    bytes = writePropertyList(entries, PropertyListFormat::Binary);
+  }
   if (std::holds_alternative<Error>(bytes)) return errAuthorizationInternal;
   const std::variant<RootFolder, Error> folder = RootFolder::openOrMake(_directory);
   if (std::holds_alternative<Error>(folder)) return errAuthorizationInternal;

@@ -1,0 +1,155 @@
+#include "platform/linux/authorization/PolkitAuthority.h"
+
+#include <sys/stat.h>
+
+#include "foundation/POSIXError.h"
+#include "platform/StandardLog.h"
+#include "platform/linux/CurrentPeer.h"
+#include "platform/linux/authorization/DialogText.h"
+#include "platform/linux/authorization/RootFolder.h"
+
+namespace corvane {
+
+namespace {
+
+constexpr mode_t everyoneElseReads = S_IRUSR | S_IWUSR | S_IRGRP | S_IROTH;
+
+std::string fileNameFor(const std::string& rightName) {
+  return rightName + ".policy";
+}
+
+int askersConnection() {
+  const Peer* peer = currentPeer();
+  return peer == nullptr ? -1 : peer->connection;
+}
+
+OSStatus statusOf(const PolkitAnswer& answer) {
+  if (answer.isDismissed) return errAuthorizationCanceled;
+  // Whoever would have to be asked is not there or must not be asked.
+  if (answer.isChallenge) return errAuthorizationInteractionNotAllowed;
+  return answer.isAuthorized ? errAuthorizationSuccess : errAuthorizationDenied;
+}
+
+OSStatus statusOf(const Error& error) {
+  return isPOSIXError(error, POSIXErrorCode::NoEntry) ? errAuthorizationDenied
+                                                      : errAuthorizationInternal;
+}
+
+}  // namespace
+
+PolkitAuthority::PolkitAuthority(const Places& places, Translate translate,
+                                 Authority& withoutPolkit, std::chrono::milliseconds patience)
+    : _polkit(places.busAddress, patience),
+      _actionsDirectory(places.actionsDirectory),
+      _translate(std::move(translate)),
+      _withoutPolkit(withoutPolkit),
+      _discarded(places.discardedDirectory) {}
+
+OSStatus PolkitAuthority::decide(const ProcessIdentity& subject, const RightRequest& request) {
+  const auto grantedSince = _discarded.grantedSince(subject);
+  const Answer answer =
+      grantedSince ? askAfterDiscard(subject, request, *grantedSince) : ask(subject, request);
+  if (const auto* given = std::get_if<PolkitAnswer>(&answer)) return statusOf(*given);
+  switch (std::get<PolkitFailure>(answer)) {
+    case PolkitFailure::Absent:
+      return _withoutPolkit.decide(subject, request);
+    case PolkitFailure::Abandoned:
+      return errAuthorizationCanceled;
+    case PolkitFailure::Failed:
+      break;
+  }
+  return errAuthorizationInternal;
+}
+
+PolkitAuthority::Answer PolkitAuthority::ask(const ProcessIdentity& subject,
+                                             const RightRequest& request) {
+  return _polkit.checkAuthorization({subject, request.rightName, dialogText(request.prompt),
+                                     dialogIcon(request.iconPath), request.isInteractionAllowed},
+                                    askersConnection());
+}
+
+PolkitAuthority::Answer PolkitAuthority::askAfterDiscard(
+    const ProcessIdentity& subject, const RightRequest& request,
+    const std::set<std::string>& grantedSince) {
+  RightRequest quiet = request;
+  quiet.isInteractionAllowed = false;
+  Answer answer = ask(subject, quiet);
+  const auto* given = std::get_if<PolkitAnswer>(&answer);
+  if (given == nullptr) return answer;
+  if (!given->isAuthorized) {
+    if (!given->isChallenge) return answer;
+    answer = ask(subject, request);
+    given = std::get_if<PolkitAnswer>(&answer);
+    if (given != nullptr && !given->temporaryAuthorization.empty()) {
+      _discarded.grant(subject, given->temporaryAuthorization);
+    }
+    return answer;
+  }
+  if (given->temporaryAuthorization.empty() ||
+      grantedSince.contains(given->temporaryAuthorization)) {
+    return answer;
+  }
+  // What polkit still keeps was discarded. It does not ask again for what it keeps, but it does
+  // for the right's other action.
+  RightRequest anew = request;
+  anew.rightName = anewActionOf(request.rightName);
+  return ask(subject, anew);
+}
+
+void PolkitAuthority::revoke(const ProcessIdentity& subject) {
+  if (!_discarded.discard(subject)) {
+    NSLog("WARNING: the authorizations of process %d could not be discarded!\n", subject.pid);
+  }
+  _withoutPolkit.revoke(subject);
+}
+
+bool PolkitAuthority::hasActions() const {
+  struct stat status = {};
+  return ::stat(_actionsDirectory.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
+}
+
+OSStatus PolkitAuthority::rightGet(const std::string& rightName, RightDefinition* definition) {
+  if (!hasActions()) return _withoutPolkit.rightGet(rightName, definition);
+  const std::variant<RootFolder, Error> folder = RootFolder::open(_actionsDirectory);
+  if (const Error* error = std::get_if<Error>(&folder)) return statusOf(*error);
+  const std::variant<Data, Error> bytes =
+      std::get<RootFolder>(folder).read(fileNameFor(rightName), everyoneElseReads);
+  if (const Error* error = std::get_if<Error>(&bytes)) return statusOf(*error);
+
+  std::optional<RightDefinition> found =
+      readActionFile(stringFromData(std::get<Data>(bytes)), rightName);
+  if (!found) return errAuthorizationInternal;
+  if (definition != nullptr) *definition = *std::move(found);
+  return errAuthorizationSuccess;
+}
+
+OSStatus PolkitAuthority::rightSet(const std::string& rightName,
+                                   const RightDefinition& definition) {
+  if (hasActions()) {
+    const std::optional<std::string> text = actionFile(
+        rightName, definition, _translate(definition.description, definition.stringsTable));
+    const std::variant<RootFolder, Error> folder = RootFolder::open(_actionsDirectory);
+    const auto* opened = std::get_if<RootFolder>(&folder);
+    if (!text || opened == nullptr ||
+        opened->replace(fileNameFor(rightName), dataFromString(*text), everyoneElseReads)) {
+      return errAuthorizationInternal;
+    }
+  }
+  return _withoutPolkit.rightSet(rightName, definition);
+}
+
+OSStatus PolkitAuthority::rightRemove(const std::string& rightName) {
+  OSStatus removed = errAuthorizationDenied;
+  if (hasActions()) {
+    const std::variant<RootFolder, Error> folder = RootFolder::open(_actionsDirectory);
+    const auto* opened = std::get_if<RootFolder>(&folder);
+    if (opened == nullptr) return errAuthorizationInternal;
+    const std::optional<Error> error = opened->remove(fileNameFor(rightName));
+    removed = error ? statusOf(*error) : errAuthorizationSuccess;
+    if (removed == errAuthorizationInternal) return removed;
+  }
+  const OSStatus alsoRemoved = _withoutPolkit.rightRemove(rightName);
+  return alsoRemoved == errAuthorizationDenied ? removed : alsoRemoved;
+}
+
+}  // namespace corvane

@@ -1,0 +1,92 @@
+#include "tests/authorization/PolkitService.h"
+
+#include <csignal>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+
+namespace corvane {
+
+namespace {
+
+std::string script(const std::string& name) {
+  return std::string(POLKIT_SCRIPTS) + "/" + name;
+}
+
+ChildProcess startAgent(const PolkitService& service, const ProcessIdentity& subject,
+                        const std::string& manner, Pipe& events) {
+  ChildProcess process = ChildProcess::program(
+      {"/usr/bin/python3", script("agent.py"), service.busAddress(), std::to_string(subject.pid),
+       std::to_string(subject.startTime), manner},
+      {.output = events.input.get()});
+  events.input.reset();
+  readLine(events.output);
+  return process;
+}
+
+void killProcessIn(const std::string& file) {
+  ::kill(std::stoi(contentOf(file)), SIGKILL);
+}
+
+}  // namespace
+
+PolkitService::PolkitService() : _commands(makePipe()), _answers(makePipe()) {
+  for (const char* name : {"actions", "rules"}) ::mkdir((_folder / name).c_str(), 0755);
+}
+
+PolkitService::~PolkitService() {
+  // The script ends what it has started when its commands end.
+  _commands.input.reset();
+  if (_process) _process->reap();
+}
+
+void PolkitService::addRule(const std::string& rule) {
+  writeFile(_folder / ("rules/" + std::to_string(++_rules) + ".rules"),
+            "polkit.addRule(function(action, subject) {" + rule + "});\n", 0644);
+}
+
+bool PolkitService::start(const std::string& authority) {
+  _process.emplace(
+      ChildProcess::program({script("serve-polkit"), _folder.path(), authority},
+                            {.input = _commands.output.get(), .output = _answers.input.get()}));
+  _commands.output.reset();
+  _answers.input.reset();
+  return isReady();
+}
+
+bool PolkitService::startAgain(const std::string& authority) {
+  _log.reset();
+  const std::string line = authority + "\n";
+  return ::write(_commands.input.get(), line.data(), line.size()) ==
+             static_cast<ssize_t>(line.size()) &&
+         isReady();
+}
+
+bool PolkitService::isReady() const {
+  return readLine(_answers.output) == "ready";
+}
+
+void PolkitService::killPolkit() const {
+  killProcessIn(_folder / "polkit.pid");
+}
+
+void PolkitService::killBus() const {
+  killProcessIn(_folder / "bus.pid");
+}
+
+std::string PolkitService::nextLineOfPolkit() {
+  if (!_log) _log.reset(::open((_folder / "polkit.log").c_str(), O_RDONLY | O_CLOEXEC));
+  std::string line;
+  char character = 0;
+  for (;;) {
+    const ssize_t count = ::read(_log.get(), &character, 1);
+    if (count < 0 || character == '\n') return line;
+    if (count > 0) line += character;
+  }
+}
+
+PolkitAgent::PolkitAgent(const PolkitService& service, const ProcessIdentity& subject,
+                         const std::string& manner)
+    : _events(makePipe()), _process(startAgent(service, subject, manner, _events)) {}
+
+}  // namespace corvane

@@ -1,0 +1,66 @@
+#ifndef CORVANE_TESTS_AUTHORIZATION_POLKITSERVICE_H
+#define CORVANE_TESTS_AUTHORIZATION_POLKITSERVICE_H
+
+#include <optional>
+#include <string>
+
+#include "platform/linux/authorization/ProcessIdentity.h"
+#include "tests/authorization/ChildProcess.h"
+#include "tests/authorization/TemporaryFolder.h"
+
+namespace corvane {
+
+/// A bus of the tests' own with a polkit on it that reads actions and rules of the tests' own.
+class PolkitService {
+ public:
+  PolkitService();
+  PolkitService(const PolkitService&) = delete;
+  PolkitService& operator=(const PolkitService&) = delete;
+  ~PolkitService();
+
+  std::string busAddress() const { return "unix:path=" + _folder / "bus"; }
+  std::string actionsDirectory() const { return _folder / "actions"; }
+  const TemporaryFolder& folder() const { return _folder; }
+
+  /// A rule in polkit's own language, for a polkit that is started later.
+  void addRule(const std::string& rule);
+
+  /// Starts the bus, and on it "polkit" itself, "none", or a substitute that answers in a manner
+  /// that the substitute's script tells. False if this cannot be done here.
+  bool start(const std::string& authority = "polkit");
+  /// Starts another on the same bus, after the first has ended.
+  bool startAgain(const std::string& authority);
+
+  void killPolkit() const;
+  void killBus() const;
+  /// What the substitute has printed, line by line.
+  std::string nextLineOfPolkit();
+
+ private:
+  bool isReady() const;
+
+  TemporaryFolder _folder;
+  int _rules = 0;
+  Pipe _commands;
+  Pipe _answers;
+  std::optional<ChildProcess> _process;
+  FileDescriptor _log;
+};
+
+/// An authentication agent for the dialogs of one process, which answers them all in one manner.
+class PolkitAgent {
+ public:
+  PolkitAgent(const PolkitService& service, const ProcessIdentity& subject,
+              const std::string& manner);
+
+  /// What happens to dialogs, each as an object of JSON; waits for the next.
+  std::string nextEvent() const { return readLine(_events.output); }
+
+ private:
+  Pipe _events;
+  ChildProcess _process;
+};
+
+}  // namespace corvane
+
+#endif
