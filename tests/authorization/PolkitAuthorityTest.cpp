@@ -69,7 +69,7 @@ class PolkitAuthorityTest : public ::testing::Test {
   const ChildProcess child =
       ChildProcess::connectedOfUser(::geteuid() == 0 ? someUser : ::geteuid());
   const ProcessIdentity subject =
-      std::get<ProcessIdentity>(ProcessIdentity::ofPeer(child.socket()));
+      std::get<WatchedProcess>(WatchedProcess::ofPeer(child.socket())).identity();
 };
 
 TEST_F(PolkitAuthorityTest, WhatIsAllowedToAllIsGrantedWithoutDialog) {
@@ -186,7 +186,7 @@ TEST_F(PolkitAuthorityTest, WhatIsGrantedAfterADiscardIsKept) {
 TEST_F(PolkitAuthorityTest, ADiscardConcernsOneProcess) {
   start();
   const ChildProcess sibling = ChildProcess::connectedOfUser(someUser);
-  const auto other = std::get<ProcessIdentity>(ProcessIdentity::ofPeer(sibling.socket()));
+  const auto other = std::get<WatchedProcess>(WatchedProcess::ofPeer(sibling.socket())).identity();
   {
     const PolkitAgent agent(service, other, "grant");
     ASSERT_EQ(authority.decide(other, {guarded, "", "", true}), errAuthorizationSuccess);
@@ -210,7 +210,7 @@ TEST_F(PolkitAuthorityTest, RulesOfTheAdministratorDecideBeforeAndAfterADiscard)
 TEST_F(PolkitAuthorityTest, AProcessThatHasEndedIsGrantedNothing) {
   start();
   ChildProcess ended = ChildProcess::connectedOfUser(someUser);
-  const auto identity = std::get<ProcessIdentity>(ProcessIdentity::ofPeer(ended.socket()));
+  const auto identity = std::get<WatchedProcess>(WatchedProcess::ofPeer(ended.socket())).identity();
   ended.kill();
   ended.reap();
   EXPECT_NE(authority.decide(identity, {guarded, "", "", true}), errAuthorizationSuccess);
@@ -249,7 +249,8 @@ TEST_F(PolkitAuthorityTest, ManyDialogsAreOpenAtOnceWhileOthersAreServed) {
   clients.reserve(count);
   statuses.reserve(count);
   for (const ChildProcess& asker : children) {
-    const auto process = std::get<ProcessIdentity>(ProcessIdentity::ofPeer(asker.socket()));
+    const auto process =
+        std::get<WatchedProcess>(WatchedProcess::ofPeer(asker.socket())).identity();
     agents.push_back(std::make_unique<PolkitAgent>(service, process, "wait"));
     std::array<int, 2> ends{};
     ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends.data()), 0);
