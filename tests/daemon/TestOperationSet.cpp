@@ -1,6 +1,5 @@
 #include <array>
-#include <cerrno>
-#include <filesystem>
+#include <stdexcept>
 
 #include "foundation/Exception.h"
 #include "foundation/POSIXError.h"

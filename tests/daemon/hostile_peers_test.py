@@ -437,7 +437,8 @@ class ResourcesTest(HostilePeersTest):
     def test_connections_that_come_and_go(self):
         for number in range(3000):
             peer = self.peer()
-            if number % 3:
+            # The limit may have been reached, so fast do they come.
+            with contextlib.suppress(BrokenPipeError):
                 peer.send(HANDSHAKE[:number % len(HANDSHAKE)])
             peer.close()
         self.daemon.wait_for_holdings(self.holdings_before)
