@@ -199,6 +199,7 @@ TEST_F(PreferencesHostileFolderTest, AWorkerThatTheUserKillsIsAFailure) {
   if (attacker == 0) {
     if (::setuid(otherUser()) != 0) ::_exit(1);
     ::prctl(PR_SET_PDEATHSIG, SIGKILL);
+    ::alarm(60);
     for (;;) {
       // The worker can be killed from the moment on when it has the user's rights.
       const pid_t worker = otherChildOf(::getppid());
@@ -207,7 +208,6 @@ TEST_F(PreferencesHostileFolderTest, AWorkerThatTheUserKillsIsAFailure) {
     }
   }
   EXPECT_FALSE(set("key", "value", "nobody"));
-  ::kill(attacker, SIGKILL);
   int status = 0;
   EXPECT_EQ(::waitpid(attacker, &status, 0), attacker);
   EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
