@@ -116,7 +116,7 @@ bool ZELTaskExecutor::executeProgramAtPath(const std::optional<std::string>& pat
                                            CompletionHandler completionHandler) {
   const auto delegate = this->delegate();
   const std::string name = path ? lastPathComponent(*path) : "(null)";
-  const auto task = Task::init();
+  auto task = Task::init();
   if (!path || !arguments || !_runningTask.storeIfEmpty(task)) {
     NSLog(
         "FAILURE: Execution of the program '%s' was rejected due to invalid arguments or "
