@@ -25,7 +25,7 @@ class FailingChflagsTest : public ProtectionTest {
   void TearDown() override { chflagsResult.reset(); }
 
   std::string makeProtectedFile(const std::string& name) {
-    const std::string file = folder.makeFile(name);
+    std::string file = folder.makeFile(name);
     setKernelFlags(file, FS_IMMUTABLE_FL);
     return file;
   }

@@ -65,18 +65,18 @@ class FolderWalkTest : public testing::Test {
 TEST_F(FolderWalkTest, VisitsEveryEntryOnceOnAnyNumberOfThreads) {
   std::vector<std::string> entries;
   std::vector<std::string> folders;
+  const auto add = [](std::vector<std::string>& names, int number) {
+    return names.emplace_back(std::to_string(number));
+  };
+  // Every name is a number of its own.
   for (int i = 0; i < 30; ++i) {
-    const std::string outer = std::to_string(i);
+    const std::string outer = add(folders, 1000 + i) + "/";
     folder.makeFolder(outer);
-    folders.push_back(outer);
     for (int j = 0; j < 10; ++j) {
-      const std::string inner = outer + "-" + std::to_string(j);
-      folder.makeFolder(outer + "/" + inner);
-      folders.push_back(inner);
+      const std::string inner = outer + add(folders, 2000 + 10 * i + j);
+      folder.makeFolder(inner);
       for (int k = 0; k < 3; ++k) {
-        const std::string file = inner + "." + std::to_string(k);
-        folder.makeFile(outer + "/" + inner + "/" + file);
-        entries.push_back(file);
+        folder.makeFile(inner + "/" + add(entries, 3000 + 30 * i + 3 * j + k));
       }
     }
   }

@@ -2,7 +2,9 @@
 
 #include <cerrno>
 #include <cstdlib>
+#include <initializer_list>
 #include <system_error>
+#include <vector>
 
 #include <fcntl.h>
 #include <linux/fs.h>
@@ -24,6 +26,7 @@ void require(bool success, const std::string& what) {
 void run(std::initializer_list<std::string> command) {
   std::vector<std::string> texts(command);
   std::vector<char*> arguments;
+  arguments.reserve(texts.size() + 1);
   for (std::string& text : texts) arguments.push_back(text.data());
   arguments.push_back(nullptr);
   pid_t process = 0;
