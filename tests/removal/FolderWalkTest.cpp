@@ -131,6 +131,22 @@ TEST_F(FolderWalkTest, AFolderThatDisappearsIsPassedOver) {
   EXPECT_EQ(visitor.left, std::vector<std::string>{"a"});
 }
 
+TEST_F(FolderWalkTest, AFolderSwappedForALinkOnceItWasSeenIsNotEntered) {
+  const TemporaryFolder outside;
+  outside.makeFile("outside");
+  folder.makeFolder("folder");
+  folder.makeFolder("folder/inner");
+  visitor.onVisit = [&](const std::string& name) -> std::optional<Error> {
+    if (name == "inner") {
+      ::remove(folder.path("folder/inner").c_str());
+      folder.makeLink("folder/inner", outside.path());
+    }
+    return std::nullopt;
+  };
+  EXPECT_EQ(walk(1), posixError(POSIXErrorCode::NotDirectory));
+  EXPECT_EQ(visitor.visited, (std::vector<std::string>{"folder", "inner"}));
+}
+
 TEST_F(FolderWalkTest, AFolderThatIsMovedAwayMeanwhileIsNotLeftForAnotherOne) {
   makeChain(40);
   folder.makeFolder("elsewhere");
