@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include "foundation/POSIXError.h"
+#include "platform/AuthenticationAgent.h"
 #include "platform/AuthorizationIssuer.h"
 #include "platform/FeedbackListener.h"
 #include "platform/HelperConnection.h"
@@ -105,6 +106,18 @@ class PrivilegedHelperClient::Session {
 
   Outcome perform(std::uint64_t code, const std::vector<Value>& arguments,
                   const std::optional<Feedback>& feedback) {
+    Outcome outcome = performOnce(code, arguments, feedback);
+    const bool couldNobodyBeAsked =
+        outcome.error &&
+        outcome.error->is(NSOSStatusErrorDomain, errAuthorizationInteractionNotAllowed);
+    if (!couldNobodyBeAsked || !_options.asksOnTerminal) return outcome;
+    const auto agent = AuthenticationAgent::startOnTerminal();
+    return agent == nullptr ? outcome : performOnce(code, arguments, feedback);
+  }
+
+ private:
+  Outcome performOnce(std::uint64_t code, const std::vector<Value>& arguments,
+                      const std::optional<Feedback>& feedback) {
     if (const auto failure = connectAndRegister()) return {failure, std::nullopt};
     if (const auto failure = obtainAuthorization()) return {failure, std::nullopt};
 
@@ -128,7 +141,6 @@ class PrivilegedHelperClient::Session {
     return {std::nullopt, std::get<std::optional<Error>>(answer)};
   }
 
- private:
   std::optional<CommunicationFailure> connect() {
     if (_connection != nullptr) return std::nullopt;
     auto connection = HelperConnection::connect(_options.helperSocketPath, _options.patience);

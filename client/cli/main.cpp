@@ -18,6 +18,7 @@ int runCommandLine(int argc, char** argv) {
   app.failure_message(CLI::FailureMessage::simple);
 
   Context context;
+  context.client.asksOnTerminal = true;
   app.add_option("--socket", context.client.helperSocketPath, "Where the helper listens")
       ->type_name("PATH");
   app.add_option("--authorization-socket", context.client.authorizationSocketPath,

@@ -35,6 +35,9 @@ class PrivilegedHelperClient {
     /// What the authorization dialog shows in place of the operation's own sentence and icon.
     std::optional<std::string> prompt;
     std::optional<std::string> iconPath;
+    /// Shows authorization dialogs on this process's terminal when the system has nobody else who
+    /// could.
+    bool asksOnTerminal = false;
   };
 
   /// What a running operation reports. Called on a thread of the client, one at a time, and not

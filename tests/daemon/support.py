@@ -103,9 +103,11 @@ def logged(priority, text):
 
 
 def environment_for(folder):
-    """Keys and rights in a folder of the test's own, decided on without asking anybody."""
+    """Keys and rights in a folder of the test's own, decided on without asking anybody unless the
+    test serves a bus there."""
     return {"CORVANE_AUTHORIZATION_DIRECTORY": f"{folder}/root",
-            "DBUS_SYSTEM_BUS_ADDRESS": f"unix:path={folder}/no-bus"}
+            "CORVANE_POLKIT_ACTIONS_DIRECTORY": f"{folder}/actions",
+            "DBUS_SYSTEM_BUS_ADDRESS": f"unix:path={folder}/bus"}
 
 
 def listening_socket(path):
@@ -263,8 +265,12 @@ class DaemonTest(FolderTest):
 
     PROGRAM = DAEMON
 
+    def prepare(self):
+        """What must be there before the rights are registered and the daemon is started."""
+
     def setUp(self):
         super().setUp()
+        self.prepare()
         change_rights(self.folder, "register")
         self.daemon = self.start(program=self.PROGRAM)
         self.issuer = Issuer(self.folder)

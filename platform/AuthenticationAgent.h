@@ -1,0 +1,22 @@
+#ifndef CORVANE_PLATFORM_AUTHENTICATIONAGENT_H
+#define CORVANE_PLATFORM_AUTHENTICATIONAGENT_H
+
+#include <memory>
+
+namespace corvane {
+
+/// Shows the dialogs of the system's authority on the terminal of this process, for requests of
+/// this process that nobody else shows dialogs for.
+class AuthenticationAgent {
+ public:
+  /// Starts it, and waits until it is known to the authority. Null where it is of no use: for root,
+  /// without a terminal, or where the system has no such agent or shows its dialogs itself.
+  static std::unique_ptr<AuthenticationAgent> startOnTerminal();
+
+  /// Ends it, and leaves the terminal as it was.
+  virtual ~AuthenticationAgent() = default;
+};
+
+}  // namespace corvane
+
+#endif
