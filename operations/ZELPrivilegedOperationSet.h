@@ -43,6 +43,24 @@ class ZELPrivilegedOperationSet {
   /// The strings table of the texts of errors.
   static std::string nameOfErrorMessageLocalizationTable() { return "PrivilegedOperationErrors"; }
 
+  // Operations put texts of no language into their errors; the side that shows an error calls
+  // these. A set with an error table of its own gives its name.
+
+  /// The error with its texts in the user's language: description and recovery suggestion looked
+  /// up, or made of their templates, and its underlying errors likewise. Domain, code and all other
+  /// entries are kept. No error gives none.
+  static std::optional<Error> localizedErrorForPrivilegedOperationError(
+      const std::optional<Error>& error,
+      const std::string& table = nameOfErrorMessageLocalizationTable());
+  /// The text of `key`, from the polite twin of the table where texts should use polite forms and
+  /// the user's language has one; `value` if it is in neither.
+  static std::string localizedUIPolitenessAgnosticStringForKey(
+      const std::string& key, const std::string& value, const std::optional<std::string>& table);
+  /// The translated template with its placeholders filled, one parameter after the other.
+  static std::string localizedStringForTemplate(
+      const std::string& pattern, const Array& parameters,
+      const std::string& table = nameOfErrorMessageLocalizationTable());
+
   /// Makes the environment of a rights request: the prompt, then the icon path, each only if it is
   /// not empty. Never null; the caller gives it back to `freeAuthorizationEnvironment`.
   static AuthorizationEnvironment* createAuthorizationEnvironmentForRightPrompt(

@@ -1,9 +1,9 @@
 #include <utility>
 
 #include "foundation/POSIXError.h"
-#include "operations/ErrorTemplateKeys.h"
 #include "operations/ObjectLocation.h"
 #include "operations/SingleRemoval.h"
+#include "operationset-vnt/OperationErrors.h"
 #include "operationset-vnt/RecursiveRemoval.h"
 #include "operationset-vnt/ZELPrivilegedOperationSetVNT.h"
 
@@ -11,39 +11,9 @@ namespace corvane {
 
 namespace {
 
-struct RemovalErrorText {
-  std::int64_t code;
-  const char* description;
-  const char* recoveryTemplate;
-};
-
-constexpr RemovalErrorText whiteoutError = {
-    4, "It is not possible to delete a file system object of type 'whiteout'.",
-    "Please check the type of the object located at '$1$'. Whiteouts cannot really exist in "
-    "current versions of the operating system."};
-constexpr RemovalErrorText flagsError = {
-    5, "The operating system could not change protection flags.",
-    "Please check if the file system storing the object '$1$' is working properly."};
-constexpr RemovalErrorText singleUserModeError = {
-    6, "Single User Mode is required to remove this object.",
-    "The object located at '$1$' uses special protection which should only be deactivated when "
-    "the system is not in full operation. Please restart the operating system in Single User Mode "
-    "and remove the protection attribute."};
-constexpr RemovalErrorText integrityProtectionError = {
-    8, "Your computer is protecting this file system object.",
-    "The object at '$1$' cannot be modified because System Integrity Protection is active on this "
-    "computer. It might be possible to deactivate this feature by changing a hardware setting via "
-    "the recovery operating system. Please see the reference manual for more information."};
-
-Error removalError(const RemovalErrorText& text, const std::string& path,
+Error removalError(const OperationErrorText& text, const std::string& path,
                    const std::optional<Error>& underlying = std::nullopt) {
-  Dictionary userInfo;
-  userInfo.set(NSLocalizedDescriptionKey, text.description);
-  userInfo.set(ZELLocalizedRecoverySuggestionTemplateKey, text.recoveryTemplate);
-  userInfo.set(ZELLocalizedRecoverySuggestionParametersKey, Array{path});
-  userInfo.set(NSFilePathErrorKey, path);
-  if (underlying) userInfo.set(NSUnderlyingErrorKey, *underlying);
-  return Error(ZELPrivilegedOperationSetVNT::errorDomain(), text.code, std::move(userInfo));
+  return operationError(text, Array{path}, path, underlying);
 }
 
 bool isRestricted(const ObjectLocation& location) {

@@ -9,7 +9,7 @@
 #include "foundation/Bundle.h"
 #include "foundation/POSIXError.h"
 #include "foundation/Path.h"
-#include "operations/ErrorTemplateKeys.h"
+#include "operationset-vnt/OperationErrors.h"
 #include "operationset-vnt/ZELPrivilegedOperationSetVNT.h"
 #include "platform/Environment.h"
 #include "process/ZELTaskExecutor.h"
@@ -22,35 +22,6 @@ namespace {
 constexpr auto trustedUtilities = std::to_array<std::string_view>({"/bin/launchctl"});
 
 constexpr const char* safePath = "/usr/bin:/bin:/usr/sbin:/sbin";
-
-struct UtilityErrorText {
-  std::int64_t code;
-  const char* description;
-  const char* recoveryTemplate;
-};
-
-constexpr UtilityErrorText missingUtilityError = {
-    1, "A required component of the operating system is missing in your system installation.",
-    "Please verify that the UNIX program $1$ is present at its standard path '$2$'."};
-constexpr UtilityErrorText unsafeUtilityError = {
-    2,
-    "Permission settings for a system utility at the Unix level are unsafe. The command cannot be "
-    "executed for security reasons.",
-    "Please verify that the executable '$1$' and its parent folder are owned by the operating "
-    "system and cannot be modified by any user."};
-constexpr UtilityErrorText failedRunError = {
-    3, "It was not possible to complete the operation successfully.",
-    "The operating system could not perform the requested operation. It returned error code $1$."};
-
-Error utilityError(const UtilityErrorText& text, Array parameters,
-                   const std::optional<std::string>& path = std::nullopt) {
-  Dictionary userInfo;
-  userInfo.set(NSLocalizedDescriptionKey, text.description);
-  userInfo.set(ZELLocalizedRecoverySuggestionTemplateKey, text.recoveryTemplate);
-  userInfo.set(ZELLocalizedRecoverySuggestionParametersKey, std::move(parameters));
-  if (path) userInfo.set(NSFilePathErrorKey, *path);
-  return Error(ZELPrivilegedOperationSetVNT::errorDomain(), text.code, std::move(userInfo));
-}
 
 bool isFile(const std::string& path) {
   std::error_code ignored;
@@ -96,7 +67,7 @@ std::optional<Error> ZELPrivilegedOperationSetVNT::performOperationExecuteUtilit
                                                   &needsSafePath);
   if (!path) return posixError(POSIXErrorCode::Invalid);
   if (!isFile(*path)) {
-    return utilityError(missingUtilityError, Array{utilityName, *path}, *path);
+    return operationError(missingUtilityError, Array{utilityName, *path}, *path);
   }
 
   std::vector<std::string> utilityArguments;
@@ -134,7 +105,7 @@ std::optional<Error> ZELPrivilegedOperationSetVNT::executeTrusted(
     const std::vector<std::string>& withArguments, bool safePathEnvironment,
     const FeedbackConnection& forwardingOutputToConnection) {
   if (!trusted && !ZELTaskExecutor::hasExecutableSafePermissionsAtPath(systemProgramAtPath)) {
-    return utilityError(unsafeUtilityError, Array{systemProgramAtPath}, systemProgramAtPath);
+    return operationError(unsafeUtilityError, Array{systemProgramAtPath}, systemProgramAtPath);
   }
   if (safePathEnvironment) {
     setenv("PATH", safePath, 1);
@@ -147,7 +118,7 @@ std::optional<Error> ZELPrivilegedOperationSetVNT::executeTrusted(
   const auto executor = ZELTaskExecutor::init();
   executor->setDelegate(forwarder);
   const std::int32_t result = executor->executeProgramAtPath(systemProgramAtPath, withArguments);
-  if (result != 0) return utilityError(failedRunError, Array{std::to_string(result)});
+  if (result != 0) return operationError(failedRunError, Array{std::to_string(result)});
   setOutputConnection(nullptr);
   return std::nullopt;
 }

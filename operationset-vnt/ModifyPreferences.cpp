@@ -3,6 +3,7 @@
 
 #include "foundation/POSIXError.h"
 #include "foundation/PropertyList.h"
+#include "operationset-vnt/OperationErrors.h"
 #include "operationset-vnt/ZELPrivilegedOperationSetVNT.h"
 #include "platform/Preferences.h"
 
@@ -10,15 +11,12 @@ namespace corvane {
 
 namespace {
 
-constexpr std::int64_t preferencesWriteError = 7;
-
+// Unlike those of other operations its recovery text is final, not a template.
 Error writeError() {
-  return {ZELPrivilegedOperationSetVNT::errorDomain(), preferencesWriteError,
-          Dictionary{{std::string(NSLocalizedDescriptionKey),
-                      "A preference setting could not be updated successfully."},
+  return {ZELPrivilegedOperationSetVNT::errorDomain(), preferencesWriteError.code,
+          Dictionary{{std::string(NSLocalizedDescriptionKey), preferencesWriteError.description},
                      {std::string(NSLocalizedRecoverySuggestionErrorKey),
-                      "The operating system was unable to change a preference setting. Please "
-                      "ensure to authenticate as administrator."}}};
+                      preferencesWriteError.recovery}}};
 }
 
 }  // namespace

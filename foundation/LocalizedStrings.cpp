@@ -1,0 +1,125 @@
+#include "foundation/LocalizedStrings.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <functional>
+#include <map>
+#include <vector>
+
+#include "foundation/EmbeddedResources.h"
+#include "foundation/PropertyList.h"
+
+namespace corvane {
+
+namespace {
+
+constexpr std::string_view folderSuffix = ".lproj/";
+constexpr std::string_view fileSuffix = ".strings";
+constexpr std::string_view english = "en";
+
+using Table = std::map<std::string, std::string, std::less<>>;
+/// The tables by language, and of each language by name.
+using Tables = std::map<std::string, std::map<std::string, Table, std::less<>>, std::less<>>;
+
+Table tableFrom(std::span<const std::byte> bytes) {
+  Table table;
+  const auto list = readPropertyList(bytes);
+  const auto* read = std::get_if<PropertyList>(&list);
+  const Dictionary* entries = read != nullptr ? read->root.dictionary() : nullptr;
+  if (entries == nullptr) return table;
+  for (const auto& [key, text] : *entries) {
+    if (text.string() != nullptr) table.emplace(key, *text.string());
+  }
+  return table;
+}
+
+const Tables& tables() {
+  static const Tables* const tables = [] {
+    auto* all = new Tables;
+    for (const EmbeddedResource& resource : embeddedResources()) {
+      const std::size_t folder = resource.path.find(folderSuffix);
+      if (folder == std::string_view::npos || !resource.path.ends_with(fileSuffix)) continue;
+      std::string_view name = resource.path.substr(folder + folderSuffix.size());
+      name.remove_suffix(fileSuffix.size());
+      (*all)[std::string(resource.path.substr(0, folder))].emplace(name, tableFrom(resource.bytes));
+    }
+    return all;
+  }();
+  return *tables;
+}
+
+/// The value of an environment variable; empty if it is not set.
+std::string_view variable(const char* name) {
+  const char* value = std::getenv(name);
+  return value != nullptr ? value : "";
+}
+
+bool isC(std::string_view locale) {
+  return locale == "C" || locale == "POSIX";
+}
+
+/// The locales that the user wants, the most wanted first.
+std::vector<std::string_view> wantedLocales() {
+  std::string_view locale;
+  for (const char* name : {"LC_ALL", "LC_MESSAGES", "LANG"}) {
+    if (locale.empty()) locale = variable(name);
+  }
+  std::vector<std::string_view> wanted;
+  std::string_view list = isC(locale) ? std::string_view() : variable("LANGUAGE");
+  while (!list.empty()) {
+    const std::size_t end = std::min(list.find(':'), list.size());
+    wanted.push_back(list.substr(0, end));
+    list.remove_prefix(std::min(end + 1, list.size()));
+  }
+  wanted.push_back(locale);
+  return wanted;
+}
+
+const Table* tableNamed(std::string_view name) {
+  const auto language = tables().find(userLanguage());
+  if (language == tables().end()) return nullptr;
+  const auto table = language->second.find(name);
+  return table == language->second.end() ? nullptr : &table->second;
+}
+
+}  // namespace
+
+std::string userLanguage() {
+  for (const std::string_view locale : wantedLocales()) {
+    // language[_territory][.codeset][@modifier]
+    const std::string_view region = locale.substr(0, locale.find_first_of(".@"));
+    const std::string_view language = region.substr(0, region.find('_'));
+    if (isC(region)) break;
+    for (const std::string_view name : {region, language}) {
+      if (tables().contains(name)) return std::string(name);
+    }
+  }
+  return std::string(english);
+}
+
+bool hasStringsTable(std::string_view table) {
+  return tableNamed(table) != nullptr;
+}
+
+std::string localizedString(std::string_view key, std::string_view value,
+                            const std::optional<std::string>& table) {
+  const bool isNamed = table && !table->empty();
+  if (const Table* found = tableNamed(isNamed ? std::string_view(*table) : defaultStringsTable)) {
+    const auto text = found->find(key);
+    if (text != found->end()) return text->second;
+  }
+  return std::string(value.empty() ? key : value);
+}
+
+std::map<std::string, std::string> translations(std::string_view key, std::string_view table) {
+  std::map<std::string, std::string> texts;
+  for (const auto& [language, all] : tables()) {
+    const auto found = all.find(table);
+    if (found == all.end()) continue;
+    const auto text = found->second.find(key);
+    if (text != found->second.end()) texts.emplace(language, text->second);
+  }
+  return texts;
+}
+
+}  // namespace corvane

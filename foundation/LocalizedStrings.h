@@ -1,0 +1,33 @@
+#ifndef CORVANE_FOUNDATION_LOCALIZEDSTRINGS_H
+#define CORVANE_FOUNDATION_LOCALIZEDSTRINGS_H
+
+#include <map>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace corvane {
+
+/// The name of the strings table that is meant where none is named.
+inline constexpr std::string_view defaultStringsTable = "Localizable";
+
+/// The language of the user among those that the program has tables in, else "en": the first of
+/// LANGUAGE (names with ":" between them), else that of the first of LC_ALL, LC_MESSAGES and LANG
+/// that is set. "de_AT.UTF-8" is Austria's German where there is such, else German. The locale "C"
+/// is English, whatever LANGUAGE says. Read from the environment at every call.
+std::string userLanguage();
+
+/// True if there is a strings table of this name in the user's language.
+bool hasStringsTable(std::string_view table);
+
+/// What `table` has for `key` in the user's language; else `value`, or the key itself if that is
+/// empty. An absent or empty table name means `defaultStringsTable`.
+std::string localizedString(std::string_view key, std::string_view value,
+                            const std::optional<std::string>& table);
+
+/// What `table` has for `key` in every language that has it, by the names of the languages.
+std::map<std::string, std::string> translations(std::string_view key, std::string_view table);
+
+}  // namespace corvane
+
+#endif
