@@ -1,5 +1,10 @@
 #include "PrivilegedHelperClient.h"
 
+#include <map>
+#include <mutex>
+#include <thread>
+#include <utility>
+
 #include <unistd.h>
 
 #include "foundation/POSIXError.h"
@@ -14,17 +19,34 @@ namespace {
 
 using Kind = CommunicationFailure::Kind;
 
-constexpr const char* helperSocketPath = "/run/com.corvane.system.privilegedhelper-vnt/socket";
+constexpr const char* defaultHelperSocketPath =
+    "/run/com.corvane.system.privilegedhelper-vnt/socket";
 
 constexpr std::uint64_t codeDeleteFileobjects = 0;
 constexpr std::uint64_t codeExecuteUtility = 2;
+constexpr std::uint64_t codePerformUninstall = 9994;
 constexpr std::uint64_t codeDeleteFiles = 9996;
 constexpr std::uint64_t codeDiscardAuth = 9997;
 constexpr std::uint64_t codeNop = 9998;
 
-// A helper may end between the connection and the first message, when its last client leaves: its
-// successor serves the next connection.
-constexpr int connectionAttempts = 5;
+using Clock = std::chrono::steady_clock;
+
+// Between two attempts at what was lost, when the one who should have answered is gone and its
+// successor about to come.
+constexpr std::chrono::milliseconds pauseBeforeRetry{10};
+
+// A helper knows processes, not sessions: it is told when the first session of this process with
+// it begins, and when the last one ends. Counted by the helper's socket.
+struct ProcessRegistrations {
+  std::mutex mutex;
+  std::map<std::string, int> sessions;
+};
+
+// Never destroyed: sessions may end with the process.
+ProcessRegistrations& registrations() {
+  static auto* const shared = new ProcessRegistrations;
+  return *shared;
+}
 
 template <typename T>
 std::optional<CommunicationFailure> failureOf(const std::variant<T, CommunicationFailure>& answer) {
@@ -69,29 +91,26 @@ class FeedbackReceiver : public ZELPrivilegedOperationFeedbackProtocol {
 class PrivilegedHelperClient::Session {
  public:
   explicit Session(Options options) : _options(std::move(options)) {
-    if (_options.helperSocketPath.empty()) _options.helperSocketPath = helperSocketPath;
+    if (_options.helperSocketPath.empty()) _options.helperSocketPath = defaultHelperSocketPath;
     if (_options.authorizationSocketPath.empty()) {
       _options.authorizationSocketPath = AuthorizationIssuerSocketPath;
     }
   }
 
   ~Session() {
-    if (_isRegistered) _connection->unregisterClientWithPID(::getpid(), _options.patience);
+    if (!_isRegistered) return;
+    const std::lock_guard lock(registrations().mutex);
+    if (--registrations().sessions[_options.helperSocketPath] == 0) {
+      _connection->unregisterClientWithPID(::getpid(), _options.patience);
+    }
   }
 
+  const std::string& helperSocketPath() const { return _options.helperSocketPath; }
+
+  // A helper may end between the connection and the first message, when its last client leaves:
+  // its successor serves the next connection.
   std::optional<CommunicationFailure> connectAndRegister() {
-    for (int attempt = 1; !_isRegistered; ++attempt) {
-      std::optional<CommunicationFailure> failure = connect();
-      if (!failure) {
-        failure = failureOf(_connection->registerClientWithPID(::getpid(), _options.patience));
-      }
-      _isRegistered = !failure;
-      if (failure) {
-        _connection.reset();
-        if (failure->kind != Kind::Lost || attempt == connectionAttempts) return failure;
-      }
-    }
-    return std::nullopt;
+    return retryWhileLost([this] { return connectAndRegisterOnce(); });
   }
 
   Answer<std::string> helperVersion() {
@@ -102,6 +121,12 @@ class PrivilegedHelperClient::Session {
   std::optional<CommunicationFailure> enableDebugMode(bool flag) {
     if (const auto failure = connect()) return failure;
     return failureOf(_connection->enableDebugMode(flag, _options.patience));
+  }
+
+  // What comes before every operation; what fails here has not reached the helper.
+  std::optional<CommunicationFailure> prepare() {
+    if (auto failure = connectAndRegister()) return failure;
+    return retryWhileLost([this] { return obtainAuthorization(); });
   }
 
   Outcome perform(std::uint64_t code, const std::vector<Value>& arguments,
@@ -118,9 +143,7 @@ class PrivilegedHelperClient::Session {
  private:
   Outcome performOnce(std::uint64_t code, const std::vector<Value>& arguments,
                       const std::optional<Feedback>& feedback) {
-    if (const auto failure = connectAndRegister()) return {failure, std::nullopt};
-    if (const auto failure = obtainAuthorization()) return {failure, std::nullopt};
-
+    if (const auto failure = prepare()) return {failure, std::nullopt};
     std::optional<FeedbackReceiver> receiver;
     std::unique_ptr<FeedbackListener> listener;
     std::optional<XPCListenerEndpoint> endpoint;
@@ -132,8 +155,7 @@ class PrivilegedHelperClient::Session {
         _connection->performPrivilegedOperation(code, _authorization, std::move(endpoint),
                                                 withMetadata(arguments), _options.operationTimeout);
     if (const auto failure = failureOf(answer)) {
-      _connection.reset();
-      _isRegistered = false;
+      disconnect();
       return {failure, std::nullopt};
     }
     // The helper closes its end before it answers, so what it sent has arrived or is about to.
@@ -147,6 +169,38 @@ class PrivilegedHelperClient::Session {
     if (auto failure = failureOf(connection)) return failure;
     _connection = std::get<std::unique_ptr<HelperConnection>>(std::move(connection));
     return std::nullopt;
+  }
+
+  std::optional<CommunicationFailure> connectAndRegisterOnce() {
+    if (_isRegistered) return std::nullopt;
+    if (auto failure = connect()) return failure;
+    const std::lock_guard lock(registrations().mutex);
+    auto failure = failureOf(_connection->registerClientWithPID(::getpid(), _options.patience));
+    if (failure) {
+      _connection.reset();
+    } else {
+      _isRegistered = true;
+      ++registrations().sessions[_options.helperSocketPath];
+    }
+    return failure;
+  }
+
+  // After the connection was lost, and with it the registration.
+  void disconnect() {
+    _connection.reset();
+    if (!std::exchange(_isRegistered, false)) return;
+    const std::lock_guard lock(registrations().mutex);
+    --registrations().sessions[_options.helperSocketPath];
+  }
+
+  template <typename Attempt>
+  std::optional<CommunicationFailure> retryWhileLost(const Attempt& attempt) const {
+    const Clock::time_point deadline = Clock::now() + _options.patience;
+    for (;;) {
+      auto failure = attempt();
+      if (!failure || failure->kind != Kind::Lost || Clock::now() >= deadline) return failure;
+      std::this_thread::sleep_for(pauseBeforeRetry);
+    }
   }
 
   std::optional<CommunicationFailure> obtainAuthorization() {
@@ -179,6 +233,10 @@ PrivilegedHelperClient::PrivilegedHelperClient(Options options)
     : _session(std::make_unique<Session>(std::move(options))) {}
 
 PrivilegedHelperClient::~PrivilegedHelperClient() = default;
+
+const std::string& PrivilegedHelperClient::helperSocketPath() const {
+  return _session->helperSocketPath();
+}
 
 std::optional<CommunicationFailure> PrivilegedHelperClient::connect() {
   return _session->connectAndRegister();
@@ -225,6 +283,15 @@ PrivilegedHelperClient::Outcome PrivilegedHelperClient::executeUtility(
   std::vector<Value> all = {applicationPath, utility};
   all.insert(all.end(), arguments.begin(), arguments.end());
   return perform(codeExecuteUtility, all, feedback);
+}
+
+PrivilegedHelperClient::Outcome PrivilegedHelperClient::performUninstall(
+    const std::string& programPath, const std::string& jobPath) {
+  if (const auto failure = _session->prepare()) return {failure, std::nullopt};
+  Outcome outcome = perform(codePerformUninstall, {::getpid(), programPath, jobPath});
+  // Any answer is an error: a helper that has removed itself is not there to give one.
+  if (outcome.failure && outcome.failure->kind == Kind::Lost) outcome.failure.reset();
+  return outcome;
 }
 
 }  // namespace corvane

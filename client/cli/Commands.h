@@ -21,6 +21,8 @@ int showVersion(const Context& context);
 int setDebugMode(const Context& context, bool flag);
 int listOperations(const Context& context);
 int examine(const Context& context);
+int install(const Context& context);
+int uninstall(const Context& context);
 
 }  // namespace corvane::cli
 

@@ -2,6 +2,7 @@
 #include <cstdio>
 
 #include "client/cli/Commands.h"
+#include "client/cli/Installation.h"
 #include "operationset-vnt/ZELPrivilegedOperationSetVNT.h"
 
 namespace corvane::cli {
@@ -54,23 +55,37 @@ Finding examineAuthorization(PrivilegedHelperClient& client) {
   return {"authorization", State::Good, "an empty operation is allowed", {}};
 }
 
-Finding examineRights() {
-  int missing = 0;
-  int unknown = 0;
-  int all = 0;
-  ZELPrivilegedOperationSetVNT::privilegedOperationSet().enumerateRightDefinitionsUsingBlock(
-      [&](const std::optional<std::string>& name, const Value&, const std::string&) {
-        const OSStatus status = AuthorizationRightGet(name.value_or("").c_str(), nullptr);
-        ++all;
-        if (status == errAuthorizationDenied) ++missing;
-        if (status != errAuthorizationSuccess && status != errAuthorizationDenied) ++unknown;
-      });
-  if (unknown > 0) return {"rights", State::Unknown, "only root may look them up here", {}};
-  if (missing == 0)
+Finding examineRegistration() {
+  const Rights rights = examineRights();
+  const std::size_t all = rights.registered.size() + rights.missing.size() + rights.unknown.size();
+  if (!rights.unknown.empty()) {
+    return {"rights", State::Unknown, "only root may look them up here", {}};
+  }
+  if (rights.missing.empty()) {
     return {"rights", State::Good, "all " + std::to_string(all) + " registered", {}};
-  return {"rights", State::Bad,
-          std::to_string(missing) + " of " + std::to_string(all) + " are not registered",
-          "Register them as root."};
+  }
+  return {
+      "rights", State::Bad,
+      std::to_string(rights.missing.size()) + " of " + std::to_string(all) + " are not registered",
+      "Register them as root: 'install' does."};
+}
+
+// An installation that is there must be whole, and the one of this client.
+Finding examineInstallation() {
+  using PartState = HelperInstallation::Part::State;
+  constexpr const char* subject = "installation";
+  std::string wrong;
+  std::size_t missing = 0;
+  const auto parts = ownInstallation()->parts();
+  for (const auto& part : parts) {
+    if (part.state == PartState::Current) continue;
+    if (part.state == PartState::Missing) ++missing;
+    wrong += (wrong.empty() ? "" : ", ") + part.name;
+  }
+  if (wrong.empty()) return {subject, State::Good, "complete", {}};
+  if (missing == parts.size()) return {subject, State::Unknown, "there is none", {}};
+  return {subject, State::Bad, "missing, or not of this version: " + wrong,
+          "Run 'install' as root: it puts in place what is missing."};
 }
 
 const char* textFor(State state) {
@@ -90,7 +105,8 @@ const char* textFor(State state) {
 int examine(const Context& context) {
   PrivilegedHelperClient client(context.client);
   const std::vector<Finding> findings = {examineHelper(client), examineVersion(client),
-                                         examineAuthorization(client), examineRights()};
+                                         examineAuthorization(client), examineRegistration(),
+                                         examineInstallation()};
   int status = ExitDone;
   nlohmann::ordered_json rows = nlohmann::json::array();
   for (const Finding& finding : findings) {

@@ -82,6 +82,10 @@ int runCommandLine(int argc, char** argv) {
       ->check(CLI::IsMember({"on", "off"}));
 
   command("operations", "List what the helper can do", [&] { return listOperations(context); });
+  command("install", "Put the helper, its services and its rights in place",
+          [&] { return install(context); });
+  command("uninstall", "Have the helper remove itself, with all that belongs to it",
+          [&] { return uninstall(context); });
   command("doctor", "Look for what stands in the way", [&] { return examine(context); });
 
   try {

@@ -70,6 +70,9 @@ class PrivilegedHelperClient {
   PrivilegedHelperClient& operator=(const PrivilegedHelperClient&) = delete;
   ~PrivilegedHelperClient();
 
+  /// Where the helper listens.
+  const std::string& helperSocketPath() const;
+
   /// Connects and registers; nothing if that succeeded or was done before.
   std::optional<CommunicationFailure> connect();
 
@@ -103,6 +106,10 @@ class PrivilegedHelperClient {
   Outcome executeUtility(const std::string& applicationPath, const std::string& utility,
                          const std::vector<std::string>& arguments,
                          const std::optional<Feedback>& feedback = std::nullopt);
+  /// Has the helper remove itself from the system: it deletes its two files, its rights and its
+  /// job, and ends, which is what success looks like from here. EBUSY (16) says that another
+  /// process is registered with it and still running.
+  Outcome performUninstall(const std::string& programPath, const std::string& jobPath);
 
  private:
   class Session;

@@ -26,6 +26,12 @@ CommunicationFailure failure(int hostErrno, Kind otherwise, const std::string& w
   return {kind, what + ": " + posixDescription(posixCodeFromHost(hostErrno))};
 }
 
+// How a call fails whose answer the helper did not live to give. The library makes it look like an
+// error that was answered.
+bool isLoss(int result) {
+  return result == -ECONNRESET || result == -ENOTCONN || result == -EPIPE || result == -ESHUTDOWN;
+}
+
 // A socket connected to `path`; a listener whose queue is full is asked again until `deadline`.
 FileDescriptor connectedSocket(const std::string& path, Clock::time_point deadline) {
   sockaddr_un address{};
@@ -137,7 +143,7 @@ class LinuxHelperConnection : public HelperConnection {
     result = sd_bus_call(_bus.get(), raw, microseconds, &error, &answer);
     BusMessage reply(answer);
     if (result >= 0) return reply;
-    const bool isRefusal = sd_bus_error_is_set(&error) != 0 &&
+    const bool isRefusal = sd_bus_error_is_set(&error) != 0 && !isLoss(result) &&
                            sd_bus_error_has_name(&error, SD_BUS_ERROR_NO_REPLY) == 0;
     CommunicationFailure failed =
         isRefusal

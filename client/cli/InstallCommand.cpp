@@ -1,0 +1,58 @@
+#include "client/cli/Commands.h"
+#include "client/cli/Installation.h"
+#include "foundation/POSIXError.h"
+#include "foundation/Value.h"
+
+namespace corvane::cli {
+
+namespace {
+
+using State = HelperInstallation::Part::State;
+
+std::vector<Change> changesThatInstallMakes(const std::vector<HelperInstallation::Part>& parts,
+                                            const Rights& rights) {
+  std::vector<Change> changes;
+  for (const auto& part : parts) {
+    if (part.state == State::Current) continue;
+    changes.push_back({part.name, part.state == State::Missing ? "added" : "replaced"});
+  }
+  for (const std::string& right : rights.missing) changes.push_back({right, "added"});
+  return changes;
+}
+
+// Whether or not it succeeds, rights that were there before stay.
+std::optional<Error> registerAllRights(const Rights& before) {
+  auto error = registerRights();
+  const Rights after = examineRights();
+  if (!error && !after.missing.empty()) {
+    error =
+        Error(NSPOSIXErrorDomain, static_cast<std::int64_t>(POSIXErrorCode::InputOutput),
+              {{std::string(NSLocalizedDescriptionKey),
+                "the authorization database did not accept the right " + after.missing.front()}});
+  }
+  if (error && before.registered.empty()) removeRights();
+  return error;
+}
+
+}  // namespace
+
+int install(const Context& context) {
+  if (const auto status = requireRoot(context, "install")) return *status;
+  const auto installation = ownInstallation();
+  const Rights rights = examineRights();
+  const auto changes = changesThatInstallMakes(installation->parts(), rights);
+  if (changes.empty()) {
+    tellChanges(context, {}, "Everything is in place already. Nothing was changed.");
+    return ExitDone;
+  }
+
+  const SignalsHeldBack heldBack;
+  auto error = installation->putInPlace();
+  if (!error) error = registerAllRights(rights);
+  if (error) return report(context, "install the helper", {std::nullopt, error});
+  installation->keep();
+  tellChanges(context, changes, "The helper is installed.");
+  return ExitDone;
+}
+
+}  // namespace corvane::cli

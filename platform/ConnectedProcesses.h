@@ -1,0 +1,21 @@
+#ifndef CORVANE_PLATFORM_CONNECTEDPROCESSES_H
+#define CORVANE_PLATFORM_CONNECTEDPROCESSES_H
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace corvane {
+
+struct ConnectedProcess {
+  std::int32_t pid;
+  std::string name;
+};
+
+/// The processes other than the calling one that hold a connection to whoever listens at the
+/// socket `path`, each once. Root sees all, others those that the system lets them see.
+std::vector<ConnectedProcess> processesConnectedTo(const std::string& path);
+
+}  // namespace corvane
+
+#endif

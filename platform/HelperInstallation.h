@@ -1,0 +1,64 @@
+#ifndef CORVANE_PLATFORM_HELPERINSTALLATION_H
+#define CORVANE_PLATFORM_HELPERINSTALLATION_H
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "foundation/Error.h"
+
+namespace corvane {
+
+/// What the system needs to run the helper on demand: its program and those that work for it, each
+/// in its place, and services that wait for clients. The rights of its operations are not part of
+/// it.
+///
+/// Changing anything takes root. One object is used by one thread; of several processes that
+/// change something one at a time does. Errors tell in their description which object they are
+/// about.
+class HelperInstallation {
+ public:
+  struct Part {
+    enum class State {
+      Missing,
+      Different,  ///< there, but of another version, or not ready to use
+      Current,
+    };
+    std::string name;  ///< the path of a file, or the name of a service
+    State state;
+  };
+
+  /// The installation of the helper that has the service identifier `label`, from the folder
+  /// `payload`, on the system whose root is `root`: another one than "/" is not running.
+  static std::unique_ptr<HelperInstallation> ofHelper(std::string label, std::string payload,
+                                                      std::string root = "/");
+  /// The folder with the payload that came with this program.
+  static std::string ownPayload();
+
+  /// Undoes what `putInPlace` did unless it was kept.
+  virtual ~HelperInstallation() = default;
+
+  /// Everything that belongs to an installation, and how it is there.
+  virtual std::vector<Part> parts() const = 0;
+
+  /// Makes every part current. A program that runs is replaced for those who start it from now on,
+  /// and is not disturbed. After an error the system is as it was before, once this object is gone.
+  virtual std::optional<Error> putInPlace() = 0;
+  /// Makes what `putInPlace` did permanent.
+  virtual void keep() = 0;
+
+  /// The two files that the helper deletes when it removes itself, after which it has the system
+  /// forget it.
+  virtual std::string programPath() const = 0;
+  virtual std::string jobPath() const = 0;
+
+  /// Removes everything that is there, as far as possible. Objects that stay are `leftovers`.
+  virtual void remove() = 0;
+  /// What is there of an installation, whole or not: paths and names of services.
+  virtual std::vector<std::string> leftovers() const = 0;
+};
+
+}  // namespace corvane
+
+#endif

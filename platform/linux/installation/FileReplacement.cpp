@@ -1,0 +1,140 @@
+#include "platform/linux/installation/FileReplacement.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstdio>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "foundation/FileDescriptor.h"
+#include "foundation/POSIXError.h"
+#include "foundation/Path.h"
+#include "foundation/Value.h"
+
+namespace corvane {
+
+namespace {
+
+Error fileError(const std::string& path) {
+  const std::int32_t code = posixCodeFromHost(errno);
+  return Error(NSPOSIXErrorDomain, code,
+               {{std::string(NSFilePathErrorKey), path},
+                {std::string(NSLocalizedDescriptionKey), path + ": " + posixDescription(code)}});
+}
+
+// Hidden, and with an ending that nothing takes for a file of the folder's kind.
+std::string besides(const std::string& place, const char* ending) {
+  return deletingLastPathComponent(place) + "/." + lastPathComponent(place) + ending;
+}
+
+std::string newNameFor(const std::string& place) {
+  return besides(place, ".corvane-new");
+}
+
+std::string oldNameFor(const std::string& place) {
+  return besides(place, ".corvane-old");
+}
+
+bool copyContents(int from, int to) {
+  std::array<std::byte, 65536> buffer{};
+  for (;;) {
+    const ssize_t count = ::read(from, buffer.data(), buffer.size());
+    if (count < 0 && errno == EINTR) continue;
+    if (count <= 0) return count == 0;
+    for (ssize_t done = 0; done < count;) {
+      const ssize_t written =
+          ::write(to, buffer.data() + done, static_cast<std::size_t>(count - done));
+      if (written < 0 && errno != EINTR) return false;
+      if (written > 0) done += written;
+    }
+  }
+}
+
+void syncFolderOf(const std::string& place) {
+  const FileDescriptor folder(
+      ::open(deletingLastPathComponent(place).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (folder) ::fsync(folder.get());
+}
+
+}  // namespace
+
+FileReplacement::~FileReplacement() {
+  undo();
+}
+
+std::vector<std::string> FileReplacement::remainsOf(const std::string& place) {
+  return {newNameFor(place), oldNameFor(place)};
+}
+
+std::optional<Error> FileReplacement::makeFolder(const std::string& path) {
+  if (path.empty() || ::access(path.c_str(), F_OK) == 0) return std::nullopt;
+  if (auto error = makeFolder(deletingLastPathComponent(path))) return error;
+  if (::mkdir(path.c_str(), 0755) != 0) return fileError(path);
+  _folders.push_back(path);
+  // Whatever the mask of the process takes away.
+  return ::chmod(path.c_str(), 0755) == 0 ? std::nullopt : std::optional(fileError(path));
+}
+
+std::optional<Error> FileReplacement::stage(const std::string& source, const std::string& place,
+                                            mode_t permissions) {
+  if (auto error = makeFolder(deletingLastPathComponent(place))) return error;
+  const FileDescriptor from(::open(source.c_str(), O_RDONLY | O_CLOEXEC));
+  if (!from) return fileError(source);
+
+  const std::string name = newNameFor(place);
+  ::unlink(name.c_str());
+  _files.push_back({place});
+  const FileDescriptor to(
+      ::open(name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
+  if (!to || !copyContents(from.get(), to.get()) || ::fchown(to.get(), 0, 0) != 0 ||
+      ::fchmod(to.get(), permissions) != 0 || ::fsync(to.get()) != 0) {
+    return fileError(name);
+  }
+  return std::nullopt;
+}
+
+std::optional<Error> FileReplacement::apply() {
+  for (File& file : _files) {
+    const std::string old = oldNameFor(file.place);
+    ::unlink(old.c_str());
+    // A second name for what is there: the place itself is never empty.
+    file.isOldKept = ::linkat(AT_FDCWD, file.place.c_str(), AT_FDCWD, old.c_str(), 0) == 0;
+    if (!file.isOldKept && errno != ENOENT) return fileError(file.place);
+    if (::rename(newNameFor(file.place).c_str(), file.place.c_str()) != 0) {
+      return fileError(file.place);
+    }
+    file.isInPlace = true;
+  }
+  for (const File& file : _files) syncFolderOf(file.place);
+  return std::nullopt;
+}
+
+void FileReplacement::keep() {
+  for (const File& file : _files) ::unlink(oldNameFor(file.place).c_str());
+  _files.clear();
+  _folders.clear();
+}
+
+void FileReplacement::undo() {
+  for (auto file = _files.rbegin(); file != _files.rend(); ++file) {
+    const std::string old = oldNameFor(file->place);
+    ::unlink(newNameFor(file->place).c_str());
+    if (file->isInPlace && file->isOldKept) {
+      ::rename(old.c_str(), file->place.c_str());
+    } else if (file->isInPlace) {
+      ::unlink(file->place.c_str());
+    } else if (file->isOldKept) {
+      ::unlink(old.c_str());
+    }
+  }
+  for (auto folder = _folders.rbegin(); folder != _folders.rend(); ++folder) {
+    ::rmdir(folder->c_str());
+  }
+  _files.clear();
+  _folders.clear();
+}
+
+}  // namespace corvane

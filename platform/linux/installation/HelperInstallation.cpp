@@ -1,0 +1,281 @@
+#include "platform/HelperInstallation.h"
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <string_view>
+#include <utility>
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+
+#include "foundation/FileDescriptor.h"
+#include "foundation/POSIXError.h"
+#include "foundation/Path.h"
+#include "foundation/Value.h"
+#include "platform/linux/installation/FileReplacement.h"
+#include "platform/linux/installation/Systemctl.h"
+
+namespace corvane {
+
+namespace {
+
+namespace fs = std::filesystem;
+using State = HelperInstallation::Part::State;
+
+constexpr const char* issuer = "com.corvane.authorization";
+constexpr const char* launchControl = "launchctl";
+// What tells our own program of that name from another's.
+constexpr std::string_view launchControlMark = "launchctl for systemd, version";
+
+constexpr const char* programFolder = "/usr/libexec/";
+constexpr const char* unitFolder = "/usr/lib/systemd/system/";
+
+constexpr mode_t programPermissions = 0755;
+constexpr mode_t unitPermissions = 0644;
+
+struct InstalledFile {
+  std::string source;
+  std::string place;
+  mode_t permissions;
+};
+
+std::optional<std::string> contentsOf(const std::string& path) {
+  std::ifstream file(path, std::ios::binary | std::ios::ate);
+  if (!file) return std::nullopt;
+  std::string contents(static_cast<std::size_t>(std::max<std::streamoff>(file.tellg(), 0)), '\0');
+  file.seekg(0).read(contents.data(), static_cast<std::streamsize>(contents.size()));
+  return contents;
+}
+
+bool exists(const std::string& path) {
+  struct stat status {};
+  return ::lstat(path.c_str(), &status) == 0;
+}
+
+// False for another's program of the one name that is not ours alone.
+bool isOurs(const std::string& place) {
+  if (lastPathComponent(place) != launchControl) return true;
+  const auto contents = contentsOf(place);
+  return contents && contents->find(launchControlMark) != std::string::npos;
+}
+
+Error errorAbout(POSIXErrorCode code, const std::string& path, const std::string& description) {
+  return Error(NSPOSIXErrorDomain, static_cast<std::int64_t>(code),
+               {{std::string(NSFilePathErrorKey), path},
+                {std::string(NSLocalizedDescriptionKey), path + " " + description}});
+}
+
+class LinuxInstallation : public HelperInstallation {
+ public:
+  LinuxInstallation(std::string label, const std::string& payload, std::string root)
+      : _label(std::move(label)), _root(std::move(root)), _systemctl(_root) {
+    const auto add = [&](const std::string& name, const char* folder, mode_t permissions) {
+      _files.push_back({payload + "/" + name, inRoot(folder + name), permissions});
+    };
+    add(_label, programFolder, programPermissions);
+    add(issuer, programFolder, programPermissions);
+    add(launchControl, "/bin/", programPermissions);
+    add(_label + ".service", unitFolder, unitPermissions);
+    add(_label + ".socket", unitFolder, unitPermissions);
+    add(std::string(issuer) + "@.service", unitFolder, unitPermissions);
+    add(std::string(issuer) + ".socket", unitFolder, unitPermissions);
+    _sockets = {std::string(issuer) + ".socket", _label + ".socket"};
+  }
+
+  ~LinuxInstallation() override { undo(); }
+
+  std::vector<Part> parts() const override {
+    std::vector<Part> parts;
+    for (const InstalledFile& file : _files) parts.push_back({file.place, stateOf(file)});
+    for (const std::string& socket : _sockets) parts.push_back({socket, stateOfSocket(socket)});
+    return parts;
+  }
+
+  std::optional<Error> putInPlace() override;
+
+  void keep() override {
+    _replacement.keep();
+    _enabled.clear();
+    _started.clear();
+    _isReloadNeeded = false;
+    _lock.reset();
+  }
+
+  std::string programPath() const override { return programFolder + _label; }
+  std::string jobPath() const override { return unitFolder + _label + ".service"; }
+
+  void remove() override;
+  std::vector<std::string> leftovers() const override;
+
+ private:
+  std::string inRoot(const std::string& path) const { return _root == "/" ? path : _root + path; }
+
+  State stateOf(const InstalledFile& file) const {
+    struct stat status {};
+    if (::lstat(file.place.c_str(), &status) != 0) return State::Missing;
+    const bool isAsPut = S_ISREG(status.st_mode) && status.st_uid == 0 && status.st_gid == 0 &&
+                         (status.st_mode & ALLPERMS) == file.permissions;
+    const bool isCurrent = isAsPut && contentsOf(file.place) == contentsOf(file.source) &&
+                           (file.permissions != unitPermissions ||
+                            !_systemctl.isReloadNeeded(lastPathComponent(file.place)));
+    return isCurrent ? State::Current : State::Different;
+  }
+
+  State stateOfSocket(const std::string& socket) const {
+    const bool isEnabled = _systemctl.isEnabled(socket);
+    const bool isReady =
+        isEnabled && (!_systemctl.isManagerRunning() || _systemctl.isActive(socket));
+    return isReady ? State::Current : isEnabled ? State::Different : State::Missing;
+  }
+
+  std::optional<Error> lock();
+  std::optional<Error> checkSources() const;
+  std::optional<Error> makeReady(const std::string& socket);
+  std::vector<std::string> runtimeFolders() const;
+  void undo();
+
+  std::string _label;
+  std::string _root;
+  Systemctl _systemctl;
+  std::vector<InstalledFile> _files;
+  std::vector<std::string> _sockets;
+
+  FileDescriptor _lock;
+  FileReplacement _replacement;
+  std::vector<std::string> _enabled;
+  std::vector<std::string> _started;
+  bool _isReloadNeeded = false;
+};
+
+// One at a time: whoever comes second waits, and finds the work done.
+std::optional<Error> LinuxInstallation::lock() {
+  const std::string folder = inRoot("/usr/lib");
+  _lock.reset(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (_lock && ::flock(_lock.get(), LOCK_EX) == 0) return std::nullopt;
+  return errorAbout(POSIXErrorCode::InputOutput, folder, "cannot be locked");
+}
+
+std::optional<Error> LinuxInstallation::checkSources() const {
+  for (const InstalledFile& file : _files) {
+    if (!contentsOf(file.source)) {
+      return errorAbout(POSIXErrorCode::NoEntry, file.source, "is missing from what is installed");
+    }
+    if (exists(file.place) && !isOurs(file.place)) {
+      return errorAbout(POSIXErrorCode::Exists, file.place, "is another program than ours");
+    }
+  }
+  return std::nullopt;
+}
+
+std::optional<Error> LinuxInstallation::putInPlace() {
+  if (auto error = lock()) return error;
+  if (auto error = checkSources()) return error;
+  for (const InstalledFile& file : _files) {
+    for (const std::string& remains : FileReplacement::remainsOf(file.place)) {
+      ::unlink(remains.c_str());
+    }
+    if (stateOf(file) == State::Current) continue;
+    if (auto error = _replacement.stage(file.source, file.place, file.permissions)) return error;
+    _isReloadNeeded |= file.permissions == unitPermissions;
+  }
+  if (auto error = _replacement.apply()) return error;
+  if (_isReloadNeeded && _systemctl.isManagerRunning()) {
+    if (auto error = _systemctl.run({"daemon-reload"})) return error;
+  }
+  for (const std::string& socket : _sockets) {
+    if (auto error = makeReady(socket)) return error;
+  }
+  return std::nullopt;
+}
+
+std::optional<Error> LinuxInstallation::makeReady(const std::string& socket) {
+  if (!_systemctl.isEnabled(socket)) {
+    _enabled.push_back(socket);
+    if (auto error = _systemctl.run({"--quiet", "enable", socket})) return error;
+  }
+  if (_systemctl.isManagerRunning() && !_systemctl.isActive(socket)) {
+    _started.push_back(socket);
+    if (auto error = _systemctl.run({"start", socket})) return error;
+  }
+  return std::nullopt;
+}
+
+// What cannot be undone is what could not be done.
+void LinuxInstallation::undo() {
+  for (const std::string& socket : _started) _systemctl.run({"stop", socket});
+  for (const std::string& socket : _enabled) _systemctl.run({"--quiet", "disable", socket});
+  _replacement.undo();
+  if (_isReloadNeeded && _systemctl.isManagerRunning()) _systemctl.run({"daemon-reload"});
+  keep();
+}
+
+// The folders of the sockets, of the key and of the rights, none of which outlives the helper.
+std::vector<std::string> LinuxInstallation::runtimeFolders() const {
+  return {inRoot("/run/" + _label), inRoot(std::string("/run/") + issuer),
+          inRoot(std::string("/var/lib/") + issuer)};
+}
+
+void LinuxInstallation::remove() {
+  lock();
+  for (const std::string& socket : _sockets) {
+    if (_systemctl.isManagerRunning()) _systemctl.run({"stop", socket});
+    _systemctl.run({"--quiet", "disable", socket});
+  }
+  if (_systemctl.isManagerRunning()) {
+    _systemctl.run({"stop", _label + ".service", std::string(issuer) + "@*.service"});
+  }
+  for (const InstalledFile& file : _files) {
+    if (isOurs(file.place)) ::unlink(file.place.c_str());
+    for (const std::string& remains : FileReplacement::remainsOf(file.place)) {
+      ::unlink(remains.c_str());
+    }
+  }
+  std::error_code ignored;
+  for (const std::string& folder : runtimeFolders()) fs::remove_all(folder, ignored);
+  if (_systemctl.isManagerRunning()) {
+    _systemctl.run({"daemon-reload"});
+    _systemctl.run({"reset-failed", _label + ".*", std::string(issuer) + "*"});
+  }
+  _lock.reset();
+}
+
+std::vector<std::string> LinuxInstallation::leftovers() const {
+  std::vector<std::string> all;
+  for (const InstalledFile& file : _files) {
+    if (isOurs(file.place)) all.push_back(file.place);
+    const auto remains = FileReplacement::remainsOf(file.place);
+    all.insert(all.end(), remains.begin(), remains.end());
+  }
+  const auto folders = runtimeFolders();
+  all.insert(all.end(), folders.begin(), folders.end());
+  all.erase(
+      std::remove_if(all.begin(), all.end(), [](const std::string& path) { return !exists(path); }),
+      all.end());
+  for (const std::string& socket : _sockets) {
+    if (_systemctl.isEnabled(socket) ||
+        (_systemctl.isManagerRunning() && _systemctl.isActive(socket))) {
+      all.push_back(socket);
+    }
+  }
+  return all;
+}
+
+}  // namespace
+
+std::unique_ptr<HelperInstallation> HelperInstallation::ofHelper(std::string label,
+                                                                 std::string payload,
+                                                                 std::string root) {
+  return std::make_unique<LinuxInstallation>(std::move(label), payload, std::move(root));
+}
+
+// Beside the program where it was built, else where it was installed to.
+std::string HelperInstallation::ownPayload() {
+  std::error_code ignored;
+  const fs::path folder = fs::read_symlink("/proc/self/exe", ignored).parent_path();
+  if (fs::exists(folder / (std::string(issuer) + ".socket"), ignored)) return folder.string();
+  return (folder.parent_path() / "lib" / "corvane").string();
+}
+
+}  // namespace corvane

@@ -1,0 +1,42 @@
+#ifndef CORVANE_PLATFORM_LINUX_INSTALLATION_SYSTEMCTL_H
+#define CORVANE_PLATFORM_LINUX_INSTALLATION_SYSTEMCTL_H
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "foundation/Error.h"
+
+namespace corvane {
+
+/// systemd's own tool, on the system whose root is `root`. It also enables units where systemd does
+/// not run, which nothing else does.
+class Systemctl {
+ public:
+  explicit Systemctl(std::string root) : _root(std::move(root)) {}
+
+  /// True if systemd runs the services of that system: units can be started, not only enabled.
+  bool isManagerRunning() const;
+
+  /// Runs the tool; nothing if it ended well, else an error with what it said.
+  std::optional<Error> run(std::vector<std::string> arguments) const;
+
+  bool isEnabled(const std::string& unit) const;
+  bool isActive(const std::string& unit) const;
+  /// True if systemd works with another version of the unit than its file.
+  bool isReloadNeeded(const std::string& unit) const;
+
+ private:
+  struct Result {
+    std::int32_t status;
+    std::string text;
+  };
+  Result runProgram(std::vector<std::string> arguments) const;
+
+  std::string _root;
+};
+
+}  // namespace corvane
+
+#endif
