@@ -106,7 +106,9 @@ struct ServedConnection::Handlers {
   static int guarded(sd_bus_message* message, void* userdata, sd_bus_error* /*error*/) {
     auto& connection = *static_cast<ServedConnection*>(userdata);
     try {
-      return handler(connection, message);
+      const int result = handler(connection, message);
+      connection._arrival.reset();
+      return result;
     } catch (const std::exception& exception) {
       NSLog("Uncaught exception while handling %s: %s\n", sd_bus_message_get_member(message),
             exception.what());
@@ -132,13 +134,26 @@ struct ServedConnection::Handlers {
     return result;
   }
 
-  template <void (ZELPrivilegedHelperProtocol::*method)(std::int32_t)>
-  static int withPID(ServedConnection& connection, sd_bus_message* message) {
+  static int registerClientWithPID(ServedConnection& connection, sd_bus_message* message) {
     std::int32_t pid = 0;
     const int result = sd_bus_message_read_basic(message, SD_BUS_TYPE_INT32, &pid);
     if (result < 0) return result;
     OneWayMessage oneWay(message);
-    (connection._object->*method)(pid);
+    const auto registering = connection._arrivals->registering();
+    connection._object->registerClientWithPID(pid);
+    oneWay.acknowledge();
+    return 1;
+  }
+
+  static int unregisterClientWithPID(ServedConnection& connection, sd_bus_message* message) {
+    std::int32_t pid = 0;
+    const int result = sd_bus_message_read_basic(message, SD_BUS_TYPE_INT32, &pid);
+    if (result < 0) return result;
+    OneWayMessage oneWay(message);
+    // Who comes only to leave is not waited for.
+    connection._arrival.reset();
+    const Arrivals::Leaving leaving(*connection._arrivals);
+    connection._object->unregisterClientWithPID(pid);
     oneWay.acknowledge();
     return 1;
   }
@@ -186,12 +201,14 @@ struct ServedConnection::Handlers {
 };
 
 ServedConnection::ServedConnection(FileDescriptor socket, const std::optional<Peer>& peer,
-                                   std::shared_ptr<PeerLimits> limits)
+                                   std::shared_ptr<PeerLimits> limits,
+                                   std::shared_ptr<Arrivals> arrivals)
     : _socket(std::move(socket)),
       _process(peer ? std::nullopt : connectedProcess(_socket.get())),
       _peer(peer ? *peer : peerOfSocket(_socket.get())),
       _share(std::move(limits), _peer.uid),
-      _isWithinLimits(_share.takeConnection()) {
+      _isWithinLimits(_share.takeConnection()),
+      _arrivals(std::move(arrivals)) {
   _peer.connection = _socket.get();
   _peer.process = _process ? &*_process : nullptr;
 }
@@ -201,7 +218,6 @@ void ServedConnection::setExportedInterface(XPCInterface interface) {
 }
 
 void ServedConnection::serve() {
-  using P = ZELPrivilegedHelperProtocol;
   static const sd_bus_vtable members[] = {
       SD_BUS_VTABLE_START(0),
       SD_BUS_METHOD("ConnectWithEndpoint", "", "h",
@@ -209,10 +225,10 @@ void ServedConnection::serve() {
       SD_BUS_METHOD("GetVersionString", "", "s", &Handlers::guarded<&Handlers::getVersionString>,
                     SD_BUS_VTABLE_UNPRIVILEGED),
       SD_BUS_METHOD("RegisterClientWithPID", "i", "",
-                    &Handlers::guarded<&Handlers::withPID<&P::registerClientWithPID>>,
+                    &Handlers::guarded<&Handlers::registerClientWithPID>,
                     SD_BUS_VTABLE_UNPRIVILEGED),
       SD_BUS_METHOD("UnregisterClientWithPID", "i", "",
-                    &Handlers::guarded<&Handlers::withPID<&P::unregisterClientWithPID>>,
+                    &Handlers::guarded<&Handlers::unregisterClientWithPID>,
                     SD_BUS_VTABLE_UNPRIVILEGED),
       SD_BUS_METHOD("PerformPrivilegedOperation", "tayahaav", "a(sxa{sv})",
                     &Handlers::guarded<&Handlers::performPrivilegedOperation>,

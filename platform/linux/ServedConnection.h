@@ -9,6 +9,7 @@
 
 #include "foundation/FileDescriptor.h"
 #include "platform/XPCListener.h"
+#include "platform/linux/Arrivals.h"
 #include "platform/linux/CurrentPeer.h"
 #include "platform/linux/PeerLimits.h"
 #include "platform/linux/authorization/ProcessIdentity.h"
@@ -21,7 +22,7 @@ class ServedConnection : public XPCIncomingConnection {
  public:
   /// `peer` is who connected `socket`; absent, the kernel says who it is.
   ServedConnection(FileDescriptor socket, const std::optional<Peer>& peer,
-                   std::shared_ptr<PeerLimits> limits);
+                   std::shared_ptr<PeerLimits> limits, std::shared_ptr<Arrivals> arrivals);
 
   /// False if the peer's user already has as many connections as it may have.
   bool isWithinLimits() const { return _isWithinLimits; }
@@ -30,6 +31,9 @@ class ServedConnection : public XPCIncomingConnection {
   void setExportedObject(ZELPrivilegedHelperProtocol& object) override { _object = &object; }
   void resume() override { _isResumed = true; }
   bool isResumed() const { return _isResumed; }
+
+  /// The peer is on its way in until its first message has been handled.
+  void setArriving() { _arrival.emplace(_arrivals); }
 
   /// Handles the peer's messages until it closes the connection or breaks a rule.
   void serve();
@@ -43,6 +47,8 @@ class ServedConnection : public XPCIncomingConnection {
   PeerLimits::Share _share;
   bool _isWithinLimits;
   bool _isResumed = false;
+  std::shared_ptr<Arrivals> _arrivals;
+  std::optional<Arrivals::Arrival> _arrival;
   std::string _interface;
   ZELPrivilegedHelperProtocol* _object = nullptr;
   /// Set by an exception that nobody caught: its request stays unanswered.

@@ -101,7 +101,7 @@ class LinuxListener : public XPCListener {
     auto [ours, theirs] = connectedSockets();
     // The kernel would name the daemon as the peer of its own pair: it is whoever asked.
     const Peer* asking = currentPeer();
-    offer(std::move(ours), asking != nullptr ? std::optional(*asking) : std::nullopt);
+    offer(std::move(ours), asking != nullptr ? std::optional(*asking) : std::nullopt, false);
     return endpointFromSocket(std::move(theirs));
   }
 
@@ -139,28 +139,32 @@ class LinuxListener : public XPCListener {
   }
 
   void acceptFrom(int listening) {
+    auto accepting = _arrivals->accepting();
     FileDescriptor socket(::accept4(listening, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
     if (!socket) {
       // Out of descriptors or memory: the client waits in the queue; trying at once would spin.
       if (errno == EMFILE || errno == ENFILE || errno == ENOBUFS || errno == ENOMEM) {
+        accepting.unlock();
         pollfd wake{_wake.get(), POLLIN, 0};
         ::poll(&wake, 1, 100);
       }
       return;
     }
-    offer(std::move(socket), std::nullopt);
+    offer(std::move(socket), std::nullopt, true);
   }
 
   // Serves the connection on a thread of its own if it is within the limits and the delegate
   // takes it. What goes wrong with one connection ends that one alone.
-  void offer(FileDescriptor socket, const std::optional<Peer>& peer) {
+  void offer(FileDescriptor socket, const std::optional<Peer>& peer, bool isArriving) {
     reportingExceptions([&] {
-      auto connection = std::make_unique<ServedConnection>(std::move(socket), peer, _limits);
+      auto connection =
+          std::make_unique<ServedConnection>(std::move(socket), peer, _limits, _arrivals);
       if (!connection->isWithinLimits() || _delegate == nullptr ||
           !_delegate->listenerShouldAcceptNewConnection(this, connection.get()) ||
           !connection->isResumed()) {
         return;
       }
+      if (isArriving) connection->setArriving();
       std::thread([served = std::move(connection)] {
         reportingExceptions([&] { served->serve(); });
       }).detach();
@@ -172,6 +176,7 @@ class LinuxListener : public XPCListener {
   std::atomic<State> _state = State::Suspended;
   FileDescriptor _wake{::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)};
   std::shared_ptr<PeerLimits> _limits = std::make_shared<PeerLimits>();
+  std::shared_ptr<Arrivals> _arrivals = std::make_shared<Arrivals>();
 };
 
 }  // namespace
