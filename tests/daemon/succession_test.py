@@ -1,0 +1,67 @@
+"""One daemon after the other: clients that come while the last one leaves."""
+
+import os
+import signal
+import socket
+import subprocess
+import threading
+
+import bus
+from support import PATIENCE, PROGRAMS, FolderTest, Log, main, wait_until
+
+SOURCES = os.environ["CORVANE_SOURCES"]
+TEST_PROGRAMS = os.environ["CORVANE_TEST_PROGRAMS"]
+
+
+class SuccessionTest(FolderTest):
+
+    def setUp(self):
+        super().setUp()
+        self.server = subprocess.Popen([f"{SOURCES}/tools/serve", PROGRAMS, self.folder],
+                                       stderr=subprocess.PIPE)
+        self.log = Log(self.server.stderr)
+        self.addCleanup(self.end_server)
+        wait_until(lambda: os.path.exists(f"{self.folder}/ready"), "the server is ready")
+
+    def end_server(self):
+        self.server.send_signal(signal.SIGTERM)
+        self.server.wait(PATIENCE)
+        self.log.join()
+
+    def ends_of_daemons(self):
+        return sum("Terminating privileged helper." in line for line in self.log.after(0))
+
+    def test_no_client_of_the_library_sees_a_daemon_end(self):
+        result = subprocess.run(
+            [f"{TEST_PROGRAMS}/hammer", f"{self.folder}/helper.socket",
+             f"{self.folder}/authorization.socket", "16", "25"],
+            stderr=subprocess.PIPE, text=True, timeout=240, check=False)
+        self.assertEqual((result.returncode, result.stderr), (0, ""))
+        self.assertGreater(self.ends_of_daemons(), 1)
+
+    def test_no_client_of_its_own_sees_a_daemon_end(self):
+        failures = []
+
+        def come_and_go(number):
+            try:
+                for _ in range(60):
+                    connected = socket.socket(socket.AF_UNIX)
+                    connected.connect(f"{self.folder}/helper.socket")
+                    client = bus.Client(connected)
+                    client.register(100000 + number)
+                    assert client.version() == "1.3"
+                    client.unregister(100000 + number)
+            except Exception as failure:  # pylint: disable=broad-except
+                failures.append(failure)
+
+        clients = [threading.Thread(target=come_and_go, args=(number,)) for number in range(3)]
+        for client in clients:
+            client.start()
+        for client in clients:
+            client.join()
+        self.assertEqual(failures, [])
+        self.assertGreater(self.ends_of_daemons(), 1)
+
+
+if __name__ == "__main__":
+    main()
