@@ -168,9 +168,11 @@ int readValueOfAnyType(sd_bus_message* message, std::optional<Value>& value, Lim
 // Reads the next element whatever its type is.
 int readValue(sd_bus_message* message, std::optional<Value>& value, Limits& limits) {
   if (--limits.depth < 0) return -EBADMSG;
+  // What is in a variant has been counted when the variant ends.
+  const bool isVariant = sd_bus_message_verify_type(message, SD_BUS_TYPE_VARIANT, nullptr) > 0;
   const int result = readValueOfAnyType(message, value, limits);
   ++limits.depth;
-  return value && !limits.admits(*value) ? -EBADMSG : result;
+  return !isVariant && value && !limits.admits(*value) ? -EBADMSG : result;
 }
 
 int appendNumber(sd_bus_message* message, const Number& number) {

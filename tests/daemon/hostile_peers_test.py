@@ -293,6 +293,17 @@ class MessageTest(HostilePeersTest):
                                         INVALID_ARGS)
         self.assertNotIn("9999", "\n".join(self.log.after(0)))
 
+    def test_more_short_values_than_a_list_may_hold(self):
+        peer = self.talking_peer()
+        for count, is_taken in ((16384, True), (16385, False)):
+            body = request_body(NOP, bytes(32), ["short"] * count)
+            peer.send(message("PerformPrivilegedOperation", body))
+            answer = peer.receive()
+            if is_taken:
+                self.assertEqual(answer.get_body().unpack()[0][0][1], -60002)
+            else:
+                self.assertEqual(answer.get_error_name(), INVALID_ARGS)
+
     @staticmethod
     def nested(depth, wrap):
         value = GLib.Variant("s", "x")
