@@ -125,7 +125,7 @@ class PrivilegedHelperClient::Session {
 
   // What comes before every operation; what fails here has not reached the helper.
   std::optional<CommunicationFailure> prepare() {
-    if (auto failure = connectAndRegister()) return failure;
+    if (const auto failure = connectAndRegister()) return failure;
     return retryWhileLost([this] { return obtainAuthorization(); });
   }
 
@@ -173,7 +173,7 @@ class PrivilegedHelperClient::Session {
 
   std::optional<CommunicationFailure> connectAndRegisterOnce() {
     if (_isRegistered) return std::nullopt;
-    if (auto failure = connect()) return failure;
+    if (const auto failure = connect()) return failure;
     const std::lock_guard lock(registrations().mutex);
     auto failure = failureOf(_connection->registerClientWithPID(::getpid(), _options.patience));
     if (failure) {
@@ -196,11 +196,12 @@ class PrivilegedHelperClient::Session {
   template <typename Attempt>
   std::optional<CommunicationFailure> retryWhileLost(const Attempt& attempt) const {
     const Clock::time_point deadline = Clock::now() + _options.patience;
-    for (;;) {
-      auto failure = attempt();
-      if (!failure || failure->kind != Kind::Lost || Clock::now() >= deadline) return failure;
+    std::optional<CommunicationFailure> failure = attempt();
+    while (failure && failure->kind == Kind::Lost && Clock::now() < deadline) {
       std::this_thread::sleep_for(pauseBeforeRetry);
+      failure = attempt();
     }
+    return failure;
   }
 
   std::optional<CommunicationFailure> obtainAuthorization() {
@@ -288,10 +289,10 @@ PrivilegedHelperClient::Outcome PrivilegedHelperClient::executeUtility(
 PrivilegedHelperClient::Outcome PrivilegedHelperClient::performUninstall(
     const std::string& programPath, const std::string& jobPath) {
   if (const auto failure = _session->prepare()) return {failure, std::nullopt};
-  Outcome outcome = perform(codePerformUninstall, {::getpid(), programPath, jobPath});
+  const Outcome outcome = perform(codePerformUninstall, {::getpid(), programPath, jobPath});
   // Any answer is an error: a helper that has removed itself is not there to give one.
-  if (outcome.failure && outcome.failure->kind == Kind::Lost) outcome.failure.reset();
-  return outcome;
+  const bool isLost = outcome.failure && outcome.failure->kind == Kind::Lost;
+  return isLost ? Outcome() : outcome;
 }
 
 }  // namespace corvane
