@@ -3,6 +3,14 @@
 
 namespace corvane {
 
+namespace {
+
+// Far more than there are programs that use the daemon. The numbers are whatever clients send, and
+// what they send must not take up memory without bounds.
+constexpr std::size_t maximumClients = 65536;
+
+}  // namespace
+
 bool ZELPrivilegedHelper::listenerShouldAcceptNewConnection(const XPCListener* newListener,
                                                             XPCIncomingConnection* newConnection) {
   if (newListener != listener() || newConnection == nullptr) {
@@ -26,7 +34,7 @@ void ZELPrivilegedHelper::getVersionStringUsingReply(const VersionReply& reply) 
 void ZELPrivilegedHelper::registerClientWithPID(std::int32_t pid) {
   log("Beginning work for client %d.", pid);
   const std::lock_guard lock(clientSetLock());
-  clientSet().insert(pid);
+  if (clientSet().size() < maximumClients) clientSet().insert(pid);
 }
 
 void ZELPrivilegedHelper::unregisterClientWithPID(std::int32_t pid) {

@@ -1,6 +1,7 @@
 // Failed assertions end the process in every build.
 #undef NDEBUG
 #include <cassert>
+#include <csignal>
 #include <cstdio>
 #include <optional>
 #include <string>
@@ -52,6 +53,8 @@ int serve(ZELPrivilegedOperationSet& operationSet, const std::string& bundleIden
   if (getuid() != 0) {
     asl_log(aslHandle, aslMessage, LogPriorityError, "This program needs root privileges.");
   } else if (isVersionConsistent) {
+    // Whoever stops reading what is written to it is found out by the write.
+    std::signal(SIGPIPE, SIG_IGN);
     if (ZELPrivilegedHelper* helper =
             ZELPrivilegedHelper::initForOperationSet(&operationSet, aslHandle, aslMessage)) {
       helper->run();
