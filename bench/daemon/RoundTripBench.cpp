@@ -7,14 +7,12 @@
 #include <systemd/sd-bus.h>
 #include <unistd.h>
 
+#include "bench/daemon/OwnForm.h"
 #include "bench/support/Rounds.h"
 #include "bench/support/SocketActivation.h"
 #include "platform/HelperConnection.h"
 #include "platform/linux/Bus.h"
 #include "platform/linux/EndpointTransport.h"
-#include "platform/linux/authorization/AuthorizationDirectory.h"
-#include "platform/linux/authorization/AuthorizationKey.h"
-#include "platform/linux/authorization/ExternalForm.h"
 
 namespace corvane {
 namespace {
@@ -64,14 +62,6 @@ class EchoServer {
   Bus _bus;
 };
 
-// What the issuer of the daemon's authorizations would give this process.
-Data formOfThisProcess() {
-  const auto key = AuthorizationKeyFile(authorizationKeyDirectory()).key();
-  const AuthorizationExternalForm form =
-      makeExternalForm(ProcessIdentity::ofThisProcess(), std::get<AuthorizationKey>(key));
-  return {std::begin(form.bytes), std::end(form.bytes)};
-}
-
 // The daemon, connected to, with a form to show.
 class Helper {
  public:
@@ -82,7 +72,7 @@ class Helper {
       throw std::runtime_error(failure->description);
     }
     _connection = std::get<std::unique_ptr<HelperConnection>>(std::move(connection));
-    _form = formOfThisProcess();
+    _form = bench::ownForm();
   }
 
   void call() {
