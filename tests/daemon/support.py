@@ -220,11 +220,15 @@ class Issuer:
             asking = socket.socket(socket.AF_UNIX)
             asking.connect(self.socket_path)
         with asking:
-            accepted, _ = self._listening.accept()
-            with accepted:
-                subprocess.run([f"{PROGRAMS}/com.corvane.authorization"], stdin=accepted,
-                               env=self._environment, check=True)
+            self.issue()
             return asking.recv(64)
+
+    def issue(self):
+        """Issues a form to whoever connects next."""
+        accepted, _ = self._listening.accept()
+        with accepted:
+            subprocess.run([f"{PROGRAMS}/com.corvane.authorization"], stdin=accepted,
+                           env=self._environment, check=True)
 
     def close(self):
         self._listening.close()

@@ -66,7 +66,8 @@ std::unique_ptr<AuthenticationAgent> AuthenticationAgent::startOnTerminal() {
     ::prctl(PR_SET_PDEATHSIG, SIGTERM);
     if (::getppid() != self.pid) ::_exit(1);
     ::fcntl(starting.get(), F_SETFD, 0);
-    ::execl(program, program, "--fallback", "--process", subject.c_str(), "--notify-fd",
+    // Not as a fallback: it serves one process, and polkit heeds fallbacks for sessions alone.
+    ::execl(program, program, "--process", subject.c_str(), "--notify-fd",
             notified.c_str(), nullptr);
     ::_exit(127);
   }

@@ -1,0 +1,162 @@
+"""What polkit and the people it asks decide, through the daemon and the client program."""
+
+import contextlib
+import os
+import threading
+
+from gi.repository import GLib
+
+from polkit_support import PASSWORD, USER, PolkitTest, write
+from bus import DELETE_FILEOBJECTS, DISCARD_AUTH, NOP, OSSTATUS, POSIX
+from support import main, wait_until
+
+DENIED = (POSIX, 1, {})
+CANCELLED = (POSIX, 89, {})
+NOBODY_TO_ASK = (OSSTATUS, -60007, {})
+
+
+class Requestor(PolkitTest):
+    """Requests of an ordinary user's process, whose dialogs the test itself answers."""
+
+    def setUp(self):
+        super().setUp()
+        self.requestor = self.user()
+        self.client = self.client_of(self.requestor)
+
+    def protected_file(self):
+        path = f"{self.folder}/protected"
+        write(path, "")
+        return path
+
+    def delete(self, path, form=None):
+        return self.client.perform(DELETE_FILEOBJECTS, form or self.form(self.requestor),
+                                   ["0", "0", path])
+
+
+class RequestTest(Requestor):
+    def test_what_everybody_may_is_done_without_asking(self):
+        self.assertIsNone(self.client.perform(NOP, self.form(self.requestor)))
+
+    def test_what_is_granted_is_done(self):
+        self.agent(self.requestor.process.pid, "grant")
+        path = self.protected_file()
+        self.assertIsNone(self.delete(path))
+        self.assertFalse(os.path.exists(path))
+
+    def test_what_is_not_granted_is_not_done(self):
+        path = self.protected_file()
+        for manner, error in (("refuse", DENIED), ("dismiss", CANCELLED), (None, NOBODY_TO_ASK)):
+            with self.subTest(manner=manner):
+                agent = self.agent(self.requestor.process.pid, manner) if manner else None
+                self.assertEqual(self.delete(path), error)
+                self.assertTrue(os.path.exists(path))
+                if agent:
+                    agent.end()
+
+    def test_a_discarded_authorization_is_asked_for_again(self):
+        agent = self.agent(self.requestor.process.pid, "grant")
+        self.assertIsNone(self.delete(self.protected_file()))
+        agent.end()
+        self.assertIsNone(self.delete(self.protected_file()), "it was kept")
+        self.assertIsNone(self.client.perform(DISCARD_AUTH, self.form(self.requestor)))
+        path = self.protected_file()
+        self.assertEqual(self.delete(path), NOBODY_TO_ASK)
+        self.assertTrue(os.path.exists(path))
+
+    def test_a_dialog_closes_when_its_client_goes_away_and_others_are_served_meanwhile(self):
+        agent = self.agent(self.requestor.process.pid, "wait")
+        form = self.form(self.requestor)
+
+        def ask():
+            with contextlib.suppress(GLib.Error):
+                self.delete(self.protected_file(), form=form)
+        thread = threading.Thread(target=ask)
+        thread.start()
+        self.assertIn(b'"asked"', agent.process.stdout.readline())
+        other = self.user()
+        self.assertIsNone(self.client_of(other).perform(NOP, self.form(other)))
+        self.client.close()
+        self.assertIn(b'"cancelled"', agent.process.stdout.readline())
+        thread.join()
+
+
+class RuleTest(Requestor):
+    RULES = """
+polkit.addRule(function(action, subject) {
+  if (action.id == "com.corvane.vnt.delete-fileobjects" && subject.user == "somebody")
+    return polkit.Result.YES;
+  if (action.id == "com.corvane.vnt.nop") return polkit.Result.NO;
+});
+"""
+
+    def test_rules_of_the_machine_decide(self):
+        self.assertEqual(self.client.perform(NOP, self.form(self.requestor)), DENIED)
+        path = self.protected_file()
+        self.assertIsNone(self.delete(path))
+        self.assertFalse(os.path.exists(path))
+
+    def test_a_rule_is_nothing_that_can_be_discarded(self):
+        self.assertIsNone(self.client.perform(DISCARD_AUTH, self.form(self.requestor)))
+        self.assertIsNone(self.delete(self.protected_file()))
+
+
+class TerminalTest(PolkitTest):
+    """The client program on the terminal of an ordinary user, with polkit's own text agent."""
+
+    def setUp(self):
+        super().setUp()
+        if not os.path.exists("/usr/bin/pkttyagent"):
+            self.skipTest("polkit's text agent is not installed")
+        self.expects_end = True  # with its last client
+        self.serve_forms()
+        self.path = f"{self.folder}/protected"
+        write(self.path, "")
+
+    def delete(self):
+        return self.run_client("--prompt", "Really <delete> it?", "delete", self.path)
+
+    def test_the_right_password_has_it_done(self):
+        terminal = self.delete()
+        terminal.wait_for("Really ‹delete› it?")
+        terminal.wait_for("Password: ")
+        terminal.type(PASSWORD + "\n")
+        self.assertEqual(terminal.wait(), 0, terminal.seen)
+        self.assertFalse(os.path.exists(self.path))
+        self.assertNotIn(PASSWORD, terminal.seen)
+
+    def test_a_wrong_password_has_nothing_done(self):
+        terminal = self.delete()
+        terminal.wait_for("Password: ")
+        terminal.type("wrong\n")
+        self.assertEqual(terminal.wait(), 3, terminal.seen)
+        self.assertTrue(os.path.exists(self.path))
+
+    def test_an_interrupted_dialog_has_nothing_done(self):
+        terminal = self.delete()
+        terminal.wait_for("Password: ")
+        terminal.type("\x03")
+        self.assertNotEqual(terminal.wait(), 0, terminal.seen)
+        self.assertTrue(os.path.exists(self.path))
+        self.wait_until_no_agent_is_left()
+
+    def test_nobody_is_asked_for_what_everybody_may(self):
+        terminal = self.run_client("nop")
+        self.assertEqual(terminal.wait(), 0, terminal.seen)
+        self.assertNotIn("AUTHENTICATING", terminal.seen)
+
+    def wait_until_no_agent_is_left(self):
+        def is_left():
+            for pid in filter(str.isdigit, os.listdir("/proc")):
+                try:
+                    with open(f"/proc/{pid}/cmdline", "rb") as command:
+                        if command.read().startswith(b"/usr/bin/pkttyagent\0") \
+                                and os.stat(f"/proc/{pid}").st_uid == USER:
+                            return True
+                except OSError:
+                    continue
+            return False
+        wait_until(lambda: not is_left(), "the text agent has ended")
+
+
+if __name__ == "__main__":
+    main()
