@@ -32,6 +32,11 @@ void killProcessIn(const std::string& file) {
 
 PolkitService::PolkitService() : _commands(makePipe()), _answers(makePipe()) {
   for (const char* name : {"actions", "rules"}) ::mkdir((_folder / name).c_str(), 0755);
+  const std::string output = _folder / "polkit.output";
+  ::mkfifo(output.c_str(), 0600);
+  // Without waiting for the writer, which is there once it is said to be ready.
+  _output.reset(::open(output.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+  ::fcntl(_output.get(), F_SETFL, 0);
 }
 
 PolkitService::~PolkitService() {
@@ -55,7 +60,6 @@ bool PolkitService::start(const std::string& authority) {
 }
 
 bool PolkitService::startAgain(const std::string& authority) {
-  _log.reset();
   const std::string line = authority + "\n";
   return ::write(_commands.input.get(), line.data(), line.size()) ==
              static_cast<ssize_t>(line.size()) &&
@@ -72,17 +76,6 @@ void PolkitService::killPolkit() const {
 
 void PolkitService::killBus() const {
   killProcessIn(_folder / "bus.pid");
-}
-
-std::string PolkitService::nextLineOfPolkit() {
-  if (!_log) _log.reset(::open((_folder / "polkit.log").c_str(), O_RDONLY | O_CLOEXEC));
-  std::string line;
-  char character = 0;
-  for (;;) {
-    const ssize_t count = ::read(_log.get(), &character, 1);
-    if (count < 0 || character == '\n') return line;
-    if (count > 0) line += character;
-  }
 }
 
 PolkitAgent::PolkitAgent(const PolkitService& service, const ProcessIdentity& subject,

@@ -33,8 +33,8 @@ class PolkitService {
 
   void killPolkit() const;
   void killBus() const;
-  /// What the substitute has printed, line by line.
-  std::string nextLineOfPolkit();
+  /// What the substitute prints, line by line; empty when it has ended.
+  std::string nextLineOfPolkit() const { return readLine(_output); }
 
  private:
   bool isReady() const;
@@ -44,7 +44,7 @@ class PolkitService {
   Pipe _commands;
   Pipe _answers;
   std::optional<ChildProcess> _process;
-  FileDescriptor _log;
+  FileDescriptor _output;
 };
 
 /// An authentication agent for the dialogs of one process, which answers them all in one manner.
