@@ -100,7 +100,7 @@ class PrivilegedHelperClient::Session {
   ~Session() {
     if (!_isRegistered) return;
     const std::lock_guard lock(registrations().mutex);
-    if (--registrations().sessions[_options.helperSocketPath] == 0) {
+    if (--registrations().sessions[_options.helperSocketPath] == 0 && !connect()) {
       _connection->unregisterClientWithPID(::getpid(), _options.patience);
     }
   }
@@ -115,12 +115,16 @@ class PrivilegedHelperClient::Session {
 
   Answer<std::string> helperVersion() {
     if (const auto failure = connectAndRegister()) return *failure;
-    return _connection->getVersionString(_options.patience);
+    auto version = _connection->getVersionString(_options.patience);
+    if (failureOf(version)) _connection.reset();
+    return version;
   }
 
   std::optional<CommunicationFailure> enableDebugMode(bool flag) {
     if (const auto failure = connect()) return failure;
-    return failureOf(_connection->enableDebugMode(flag, _options.patience));
+    auto failure = failureOf(_connection->enableDebugMode(flag, _options.patience));
+    if (failure) _connection.reset();
+    return failure;
   }
 
   // What comes before every operation; what fails here has not reached the helper.
@@ -155,7 +159,7 @@ class PrivilegedHelperClient::Session {
         _connection->performPrivilegedOperation(code, _authorization, std::move(endpoint),
                                                 withMetadata(arguments), _options.operationTimeout);
     if (const auto failure = failureOf(answer)) {
-      disconnect();
+      _connection.reset();
       return {failure, std::nullopt};
     }
     // The helper closes its end before it answers, so what it sent has arrived or is about to.
@@ -172,25 +176,17 @@ class PrivilegedHelperClient::Session {
   }
 
   std::optional<CommunicationFailure> connectAndRegisterOnce() {
-    if (_isRegistered) return std::nullopt;
+    if (_isRegistered && _connection != nullptr) return std::nullopt;
     if (const auto failure = connect()) return failure;
+    // Also once more: a helper that ended has forgotten it, and to one that did not it is the same.
     const std::lock_guard lock(registrations().mutex);
     auto failure = failureOf(_connection->registerClientWithPID(::getpid(), _options.patience));
     if (failure) {
       _connection.reset();
-    } else {
-      _isRegistered = true;
+    } else if (!std::exchange(_isRegistered, true)) {
       ++registrations().sessions[_options.helperSocketPath];
     }
     return failure;
-  }
-
-  // After the connection was lost, and with it the registration.
-  void disconnect() {
-    _connection.reset();
-    if (!std::exchange(_isRegistered, false)) return;
-    const std::lock_guard lock(registrations().mutex);
-    --registrations().sessions[_options.helperSocketPath];
   }
 
   template <typename Attempt>

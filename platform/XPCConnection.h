@@ -19,8 +19,8 @@ struct XPCInterface {
 /// A connection to the feedback object that a client serves behind an endpoint.
 ///
 /// Messages are sent in the order of the calls and not awaited, from any thread. A receiver that
-/// reads slowly slows the sender down; one that does not read at all for ten seconds, or that is
-/// gone, is given up: what is sent to it from then on is dropped. No call waits longer than that.
+/// reads slowly slows the sender down, for as long as it goes on reading; one that does not read at
+/// all for ten seconds, or that is gone, is given up: what is sent to it from then on is dropped.
 class XPCConnection {
  public:
   /// Told of a transport error, on the sending thread; may be called more than once.

@@ -96,9 +96,9 @@ void ZELPrivilegedHelper::performPrivilegedOperation(
     return reply(error);
   }
 
-  const ZELPrivilegedOperation* operation = operationSet()->operationWithIdentifier(*identifier);
-  if (operation == nullptr) return reply(posixError(POSIXErrorCode::Invalid));
-  const Request request{code, *identifier, *operation,
+  // What has been authorized has a right, and so a description.
+  const ZELPrivilegedOperation& operation = *operationSet()->operationWithIdentifier(*identifier);
+  const Request request{code, *identifier, operation,
                         metadata != nullptr ? withoutMetadata : *arguments};
   if (const auto error = checkArguments(request)) return reply(error);
 

@@ -32,14 +32,8 @@ std::string text(const Dictionary& dictionary, const char* key) {
 }
 
 // Serves clients; the status to exit with if that ever ends.
-int serve(ZELPrivilegedOperationSet& operationSet, const std::string& bundleIdentifier,
-          const std::string& version) {
-  aslclient aslHandle = asl_open(bundleIdentifier.c_str(), "Daemon", 0);
-  assert(aslHandle != NULL);
-  aslmsg aslMessage = asl_new(ASL_TYPE_MSG);
-  assert(aslMessage != NULL);
-  asl_set(aslMessage, ASL_KEY_SENDER, bundleIdentifier.c_str());
-
+int serve(ZELPrivilegedOperationSet& operationSet, const std::string& version, aslclient aslHandle,
+          aslmsg aslMessage) {
   const std::string setVersion = operationSet.implementationVersion().value_or("(null)");
   const bool isVersionConsistent = version == setVersion;
   if (!isVersionConsistent) {
@@ -49,23 +43,18 @@ int serve(ZELPrivilegedOperationSet& operationSet, const std::string& bundleIden
             version.c_str(), setVersion.c_str());
   }
 
-  int status = 1;
   if (getuid() != 0) {
     asl_log(aslHandle, aslMessage, LogPriorityError, "This program needs root privileges.");
-  } else if (isVersionConsistent) {
-    // Whoever stops reading what is written to it is found out by the write.
-    std::signal(SIGPIPE, SIG_IGN);
-    if (ZELPrivilegedHelper* helper =
-            ZELPrivilegedHelper::initForOperationSet(&operationSet, aslHandle, aslMessage)) {
-      helper->run();
-    }
-    status = 0;
+    return 1;
   }
-
-  asl_log(aslHandle, aslMessage, LogPriorityInformational, "Privileged helper is shutting down.");
-  asl_free(aslMessage);
-  asl_close(aslHandle);
-  return status;
+  if (!isVersionConsistent) return 1;
+  // Whoever stops reading what is written to it is found out by the write.
+  std::signal(SIGPIPE, SIG_IGN);
+  if (ZELPrivilegedHelper* helper =
+          ZELPrivilegedHelper::initForOperationSet(&operationSet, aslHandle, aslMessage)) {
+    helper->run();
+  }
+  return 0;
 }
 
 }  // namespace
@@ -88,5 +77,16 @@ int main(int argc, char* argv[]) {
     std::printf("%s (Build %s)\n", version.c_str(), text(info, "CFBundleVersion").c_str());
     return 0;
   }
-  return serve(operationSet, text(info, "CFBundleIdentifier"), version);
+
+  const std::string bundleIdentifier = text(info, "CFBundleIdentifier");
+  aslclient aslHandle = asl_open(bundleIdentifier.c_str(), "Daemon", 0);
+  assert(aslHandle != NULL);
+  aslmsg aslMessage = asl_new(ASL_TYPE_MSG);
+  assert(aslMessage != NULL);
+  asl_set(aslMessage, ASL_KEY_SENDER, bundleIdentifier.c_str());
+  const int status = serve(operationSet, version, aslHandle, aslMessage);
+  asl_log(aslHandle, aslMessage, LogPriorityInformational, "Privileged helper is shutting down.");
+  asl_free(aslMessage);
+  asl_close(aslHandle);
+  return status;
 }

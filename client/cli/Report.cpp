@@ -178,9 +178,16 @@ void printProblem(std::string_view action, std::string_view description,
 }  // namespace
 
 std::string printable(std::string_view text) {
-  std::string shown(text);
-  std::replace_if(
-      shown.begin(), shown.end(), [](unsigned char c) { return c < 0x20 || c == 0x7f; }, '?');
+  std::string shown;
+  unsigned char previous = 0;
+  for (const char character : text) {
+    const auto byte = static_cast<unsigned char>(character);
+    // U+0080 to U+009F are control characters too, two bytes long in UTF-8.
+    const bool isSecond = previous == 0xc2 && byte >= 0x80 && byte <= 0x9f;
+    if (isSecond) shown.pop_back();
+    shown += byte < 0x20 || byte == 0x7f || isSecond ? '?' : character;
+    previous = byte;
+  }
   return shown;
 }
 

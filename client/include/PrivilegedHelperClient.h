@@ -41,7 +41,8 @@ class PrivilegedHelperClient {
   };
 
   /// What a running operation reports. Called on a thread of the client, one at a time, and not
-  /// after the call that runs the operation has returned. Empty functions are not called.
+  /// after the call that runs the operation has returned. Empty functions are not called; the
+  /// others must not throw.
   struct Feedback {
     /// The part that is done, 0.0 to 1.0. The first call tells that the request was authorized.
     std::function<void(double fraction)> progress;

@@ -1,5 +1,6 @@
 #include "platform/linux/Arrivals.h"
 
+#include <algorithm>
 #include <utility>
 
 namespace corvane {
@@ -15,13 +16,28 @@ Arrivals::Arrival::~Arrival() {
   _arrivals->_changed.notify_all();
 }
 
-Arrivals::Leaving::Leaving(Arrivals& arrivals) : _door(arrivals._door) {
-  std::unique_lock lock(arrivals._mutex);
-  const auto& deadlines = arrivals._deadlines;
-  while (!deadlines.empty() && Clock::now() < *deadlines.rbegin()) {
-    arrivals._changed.wait_until(lock, *deadlines.rbegin());
+void Arrivals::waitForArriving(Clock::time_point end) {
+  std::unique_lock lock(_mutex);
+  while (!_deadlines.empty()) {
+    // A copy: the arrival whose deadline it is may be gone when the wait is over.
+    const Clock::time_point last = std::min(*_deadlines.rbegin(), end);
+    if (Clock::now() >= last) return;
+    _changed.wait_until(lock, last);
   }
-  lock.unlock();
+}
+
+bool Arrivals::isAnyArriving() {
+  const std::lock_guard lock(_mutex);
+  return !_deadlines.empty() && Clock::now() < *_deadlines.rbegin();
+}
+
+Arrivals::Leaving::Leaving(Arrivals& arrivals) {
+  const Clock::time_point end = Clock::now() + patience;
+  do {
+    if (_door.owns_lock()) _door.unlock();
+    arrivals.waitForArriving(end);
+    _door = std::unique_lock(arrivals._door);
+  } while (arrivals.isAnyArriving() && Clock::now() < end);
   _registration = arrivals.registering();
 }
 

@@ -20,7 +20,8 @@ class Arrivals {
  public:
   using Clock = std::chrono::steady_clock;
 
-  /// How long a connection is waited for, from its acceptance. Who is slower costs others no more.
+  /// How long a connection is waited for from its acceptance, and how long an unregistration waits
+  /// in all. Others are accepted meanwhile.
   static constexpr std::chrono::milliseconds patience{250};
 
   /// One connection, from its acceptance until its first message has been handled.
@@ -41,7 +42,8 @@ class Arrivals {
   /// Held while a registration is handled and acknowledged.
   std::unique_lock<std::mutex> registering() { return std::unique_lock(_registration); }
 
-  /// Held while an unregistration is handled; waits for those who are arriving.
+  /// Held while an unregistration is handled, with the door closed; waits first for those who are
+  /// arriving.
   class Leaving {
    public:
     explicit Leaving(Arrivals& arrivals);
@@ -52,6 +54,9 @@ class Arrivals {
   };
 
  private:
+  void waitForArriving(Clock::time_point end);
+  bool isAnyArriving();
+
   std::mutex _door;
   std::mutex _registration;
 

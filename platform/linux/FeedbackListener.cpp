@@ -1,6 +1,7 @@
 #include "platform/FeedbackListener.h"
 
 #include <chrono>
+#include <exception>
 #include <thread>
 #include <utility>
 
@@ -9,6 +10,7 @@
 #include <sys/socket.h>
 
 #include "foundation/FileDescriptor.h"
+#include "platform/StandardLog.h"
 #include "platform/linux/Bus.h"
 #include "platform/linux/BusValue.h"
 #include "platform/linux/EndpointTransport.h"
@@ -23,8 +25,13 @@ int processFeedback(sd_bus_message* message, void* userdata, sd_bus_error* /*err
   Dictionary feedback;
   const int result = readDictionary(message, feedback);
   if (result < 0) return result;
-  static_cast<ZELPrivilegedOperationFeedbackProtocol*>(userdata)
-      ->processPrivilegedOperationFeedback(feedback);
+  try {
+    static_cast<ZELPrivilegedOperationFeedbackProtocol*>(userdata)
+        ->processPrivilegedOperationFeedback(feedback);
+  } catch (const std::exception& exception) {
+    // No exception may pass through the library.
+    NSLog("Uncaught exception while handling feedback: %s\n", exception.what());
+  }
   return 1;
 }
 

@@ -17,9 +17,12 @@ inline constexpr std::size_t maximumMessageSize = std::size_t{16} << 20;
 inline constexpr std::size_t uncountedMessageSize = std::size_t{64} << 10;
 /// Descriptors that may travel with one message; the protocol needs one.
 inline constexpr int maximumMessageDescriptors = 4;
-/// What all connections of one user may hold together. Root is not limited.
+/// What all connections of one user may hold together, and those of all users but root. Root is
+/// not limited, and is served whatever others do.
 inline constexpr int maximumConnectionsPerUser = 128;
 inline constexpr std::size_t maximumMessageBytesPerUser = std::size_t{32} << 20;
+inline constexpr int maximumConnections = 2048;
+inline constexpr std::size_t maximumMessageBytes = std::size_t{256} << 20;
 
 /// Keeps what the connections of each user hold, so that one user's connections cannot use up what
 /// others need. Any thread.
@@ -53,8 +56,13 @@ class PeerLimits {
     std::size_t bytes = 0;
   };
 
+  bool mayConnect(uid_t user, const Usage& usage) const;
+  bool mayHold(uid_t user, const Usage& usage, std::size_t size) const;
+
   std::mutex _mutex;
   std::map<uid_t, Usage> _usage;
+  /// Of all users but root.
+  Usage _total;
 };
 
 }  // namespace corvane

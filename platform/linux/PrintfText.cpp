@@ -24,9 +24,14 @@ std::string singleLine(std::string_view text) {
   static constexpr std::string_view digits = "0123456789abcdef";
   std::string line;
   line.reserve(text.size());
+  unsigned char previous = 0;
   for (const char character : text) {
     const auto byte = static_cast<unsigned char>(character);
-    if (byte >= 0x20 && byte != 0x7f) {
+    // U+0080 to U+009F are control characters too, two bytes long in UTF-8.
+    const bool isControl =
+        byte < 0x20 || byte == 0x7f || (previous == 0xc2 && byte >= 0x80 && byte <= 0x9f);
+    previous = byte;
+    if (!isControl) {
       line += character;
     } else {
       line += "\\x";

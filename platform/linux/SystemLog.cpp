@@ -103,17 +103,19 @@ int asl_vlog(aslclient client, aslmsg message, int priority, const char* format,
       std::vector<iovec> vector;
       vector.reserve(fields.size());
       for (std::string& field : fields) vector.push_back({field.data(), field.size()});
-      return ::sd_journal_sendv(vector.data(), static_cast<int>(vector.size()));
+      if (::sd_journal_sendv(vector.data(), static_cast<int>(vector.size())) >= 0) return 0;
+      break;
     }
     case Sink::Syslog:
       ::syslog(client->facility | priority, "%s", singleLine(text).c_str());
       return 0;
     case Sink::StandardError:
-      writeToStandardError("<" + std::to_string(priority) + "> " + client->ident + ": " +
-                           singleLine(text) + "\n");
-      return 0;
+      break;
   }
-  return -1;
+  // Also where a journal was found that takes nothing.
+  writeToStandardError("<" + std::to_string(priority) + "> " + client->ident + ": " +
+                       singleLine(text) + "\n");
+  return 0;
 }
 
 void asl_free(aslmsg message) {

@@ -50,17 +50,17 @@ FileDescriptor socketAtServicePath(const std::string& name) {
     return {};
   }
   path.copy(address.sun_path, path.size());
-  std::error_code ignored;
-  std::filesystem::create_directory(folder, ignored);
+  // Whatever the umask is: everybody may come in, and nobody else may put a socket there.
+  if (::mkdir(folder.c_str(), 0755) == 0 && ::chmod(folder.c_str(), 0755) != 0) return {};
 
   FileDescriptor listening(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
   const auto* generic = reinterpret_cast<const sockaddr*>(&address);
-  FileDescriptor probe(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-  if (::connect(probe.get(), generic, sizeof(address)) == 0) {
+  FileDescriptor probe(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+  if (::connect(probe.get(), generic, sizeof(address)) == 0 || errno == EAGAIN) {
     errno = EADDRINUSE;  // another daemon serves it
     return {};
   }
-  std::filesystem::remove(path, ignored);
+  ::unlink(path.c_str());
   if (::bind(listening.get(), generic, sizeof(address)) != 0) return {};
   // Every user may connect; each request is authorized on its own.
   if (::chmod(path.c_str(), 0666) != 0 || ::listen(listening.get(), SOMAXCONN) != 0) return {};
