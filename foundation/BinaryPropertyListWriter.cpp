@@ -1,7 +1,7 @@
 #include <algorithm>
 #include <bit>
 #include <cstdint>
-#include <unordered_map>
+#include <functional>
 #include <utility>
 #include <vector>
 
@@ -62,9 +62,13 @@ class Writer {
   };
 
   std::uint64_t add(const std::string& text) {
-    const auto [known, isNew] = _texts.try_emplace(text, _objects.size());
-    if (isNew) _objects.push_back({&text, nullptr, {}});
-    return known->second;
+    std::uint64_t& known = _knownTexts[std::hash<std::string>()(text) % _knownTexts.size()];
+    if (known >= _objects.size() || _objects[known].text == nullptr ||
+        *_objects[known].text != text) {
+      known = _objects.size();
+      _objects.push_back({&text, nullptr, {}});
+    }
+    return known;
   }
 
   std::uint64_t add(const Value& value) {
@@ -153,7 +157,9 @@ class Writer {
   }
 
   std::vector<Object> _objects;
-  std::unordered_map<std::string_view, std::uint64_t> _texts;
+  /// By their hashes the texts that were added last. One that comes again before another has taken
+  /// its place is written once. That is most of them, in a time that no choice of texts can worsen.
+  std::vector<std::uint64_t> _knownTexts = std::vector<std::uint64_t>(4096, UINT64_MAX);
   std::size_t _referenceSize = 0;
   Data _bytes;
 };

@@ -51,10 +51,13 @@ std::optional<char32_t> takeUTF8Character(std::string_view& text) {
 }
 
 bool isUTF8(std::string_view text) {
-  while (!text.empty()) {
+  const auto isASCII = [](char c) { return static_cast<unsigned char>(c) < 0x80; };
+  for (;;) {
+    const auto* other = std::find_if_not(text.begin(), text.end(), isASCII);
+    text.remove_prefix(static_cast<std::size_t>(other - text.begin()));
+    if (text.empty()) return true;
     if (!takeUTF8Character(text)) return false;
   }
-  return true;
 }
 
 void appendUTF8(std::string& text, char32_t character) {

@@ -115,6 +115,10 @@ class Value {
   const T* as() const {
     return std::get_if<T>(&_value);
   }
+  template <typename T>
+  T* as() {
+    return std::get_if<T>(&_value);
+  }
   const std::string* string() const { return as<std::string>(); }
   const Number* number() const { return as<Number>(); }
   const Data* data() const { return as<Data>(); }

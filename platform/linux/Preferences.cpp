@@ -81,11 +81,10 @@ std::optional<std::string> write(const std::vector<Change>& changes,
         auto list = preferencesIn(content);
         if (const Error* error = std::get_if<Error>(&list)) return fail(*error);
         auto& [root, format] = std::get<PropertyList>(list);
-        Dictionary preferences = *root.dictionary();
-        if (!apply(changes, preferences)) return std::nullopt;
-        auto written = writePropertyList(preferences, format == PropertyListFormat::Binary
-                                                          ? PropertyListFormat::Binary
-                                                          : PropertyListFormat::XML);
+        if (!apply(changes, *root.as<Dictionary>())) return std::nullopt;
+        auto written = writePropertyList(root, format == PropertyListFormat::Binary
+                                                   ? PropertyListFormat::Binary
+                                                   : PropertyListFormat::XML);
         if (const Error* error = std::get_if<Error>(&written)) return fail(*error);
         return std::move(std::get<Data>(written));
       });

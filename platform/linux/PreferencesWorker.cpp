@@ -7,6 +7,7 @@
 
 #include <fcntl.h>
 #include <sys/file.h>
+#include <sys/prctl.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
@@ -27,16 +28,23 @@ constexpr const char* newName = ".new";
 constexpr int safely = O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
 
 /// Leaves nothing of the parent behind that a signal or a second holder of a descriptor could use.
-void detach(int socket) {
+void detach(int socket, int memory) {
   struct sigaction standard {};
   standard.sa_handler = SIG_DFL;
   for (int signal = 1; signal < NSIG; ++signal) ::sigaction(signal, &standard, nullptr);
   sigset_t none;
   sigemptyset(&none);
   ::sigprocmask(SIG_SETMASK, &none, nullptr);
-  const auto number = static_cast<unsigned>(socket);
-  if (number > 0) ::syscall(SYS_close_range, 0U, number - 1, 0U);
-  ::syscall(SYS_close_range, number + 1, ~0U, 0U);
+  const auto closeFrom = [](unsigned first, unsigned end) {
+    if (first < end) ::syscall(SYS_close_range, first, end - 1, 0U);
+  };
+  const auto low = static_cast<unsigned>(std::min(socket, memory));
+  const auto high = static_cast<unsigned>(std::max(socket, memory));
+  closeFrom(0, low);
+  closeFrom(low + 1, high);
+  closeFrom(high + 1, ~0U);
+  // With the rights of a user it is still not that user's to look into.
+  ::prctl(PR_SET_DUMPABLE, 0);
   ::umask(0);
 }
 
@@ -49,8 +57,8 @@ bool takeOn(const User& user) {
 
 class Worker {
  public:
-  Worker(const PreferencesPlace& place, PreferencesAccess access, int socket)
-      : _place(place), _access(access), _socket(socket) {}
+  Worker(const PreferencesPlace& place, PreferencesAccess access, int socket, int memory)
+      : _place(place), _access(access), _socket(socket), _memory(memory) {}
 
   void run() {
     // A missing folder is a missing file.
@@ -59,7 +67,7 @@ class Worker {
     if (hasFolder && _access != PreferencesAccess::Read && !lock()) return tell(errno);
     if (!(hasFolder ? sendContent() : report({}))) return;
     std::uint64_t size = 0;
-    if (_access == PreferencesAccess::Read || !receive(&size, sizeof size)) return;
+    if (_access == PreferencesAccess::Read || !receive(size)) return;
     if (!hasFolder) return tell(ENOENT);
     tell(write(size) ? 0 : errno);
   }
@@ -117,15 +125,11 @@ class Worker {
       tell(EFBIG);
       return false;
     }
-    if (!report({0, 1, size})) return false;
-    for (std::uint64_t rest = size; rest > 0;) {
-      const std::size_t wanted = std::min<std::uint64_t>(rest, _buffer.size());
-      const ssize_t count = ::read(file.get(), _buffer.data(), wanted);
-      // A file that became shorter meanwhile leaves the parent waiting for an end, which it gets.
-      if (count <= 0 || !send(_buffer.data(), static_cast<std::size_t>(count))) return false;
-      rest -= static_cast<std::uint64_t>(count);
+    if (!copy(file.get(), _memory, size)) {
+      tell(errno);
+      return false;
     }
-    return true;
+    return report({0, 1, size});
   }
 
   bool write(std::uint64_t size) {
@@ -134,8 +138,8 @@ class Worker {
         ::openat(_folder.get(), newName, O_WRONLY | O_CREAT | O_EXCL | safely, 0600));
     if (!file) return false;
     const bool isWritten =
-        fill(file.get(), size) && ::fchmod(file.get(), _mode.value_or(_place.fileMode)) == 0 &&
-        ::fsync(file.get()) == 0 &&
+        ::lseek(_memory, 0, SEEK_SET) == 0 && copy(_memory, file.get(), size) &&
+        ::fchmod(file.get(), _mode.value_or(_place.fileMode)) == 0 && ::fsync(file.get()) == 0 &&
         ::renameat(_folder.get(), newName, _folder.get(), _place.fileName.c_str()) == 0;
     if (!isWritten) {
       const int failure = errno;
@@ -143,44 +147,39 @@ class Worker {
       errno = failure;
       return false;
     }
-    return ::fsync(_folder.get()) == 0;
+    // Whether the folder reaches the disk now or later, it names the old file or the new one, whole.
+    return true;
   }
 
-  bool fill(int file, std::uint64_t size) {
+  bool copy(int from, int to, std::uint64_t size) {
     for (std::uint64_t rest = size; rest > 0;) {
-      const std::size_t wanted = std::min<std::uint64_t>(rest, _buffer.size());
-      if (!receive(_buffer.data(), wanted)) return false;
-      for (std::size_t done = 0; done < wanted;) {
-        const ssize_t count = ::write(file, _buffer.data() + done, wanted - done);
-        if (count < 0) return false;
-        done += static_cast<std::size_t>(count);
+      const ssize_t count =
+          ::read(from, _buffer.data(), std::min<std::uint64_t>(rest, _buffer.size()));
+      if (count == 0) errno = EIO;  // became shorter meanwhile
+      if (count <= 0) return false;
+      for (ssize_t done = 0; done < count;) {
+        const ssize_t written =
+            ::write(to, _buffer.data() + done, static_cast<std::size_t>(count - done));
+        if (written < 0) return false;
+        done += written;
       }
-      rest -= wanted;
+      rest -= static_cast<std::uint64_t>(count);
     }
     return true;
   }
 
-  bool receive(void* bytes, std::size_t size) const {
-    const ssize_t count = ::recv(_socket, bytes, size, MSG_WAITALL);
-    if (count >= 0) errno = EPIPE;
-    return count == static_cast<ssize_t>(size);
+  bool receive(std::uint64_t& size) const {
+    return ::recv(_socket, &size, sizeof size, MSG_WAITALL) == sizeof size;
   }
-  bool send(const void* bytes, std::size_t size) const {
-    const auto* at = static_cast<const char*>(bytes);
-    while (size > 0) {
-      const ssize_t count = ::send(_socket, at, size, MSG_NOSIGNAL);
-      if (count <= 0) return false;
-      at += count;
-      size -= static_cast<std::size_t>(count);
-    }
-    return true;
+  bool report(PreferencesReport report) const {
+    return ::send(_socket, &report, sizeof report, MSG_NOSIGNAL) == sizeof report;
   }
-  bool report(PreferencesReport report) const { return send(&report, sizeof report); }
   void tell(int failure) const { report({failure, 0, 0}); }
 
   const PreferencesPlace& _place;
   const PreferencesAccess _access;
   const int _socket;
+  const int _memory;
   FileDescriptor _folder;
   FileDescriptor _lock;
   /// The permissions of the file that is replaced.
@@ -190,10 +189,11 @@ class Worker {
 
 }  // namespace
 
-void runPreferencesWorker(const PreferencesPlace& place, PreferencesAccess access, int socket) {
-  detach(socket);
-  Worker worker(place, access, socket);
+void runPreferencesWorker(const PreferencesPlace& place, PreferencesAccess access, int socket,
+                          int memory) {
+  detach(socket, memory);
   if (place.rights && !takeOn(*place.rights)) ::_exit(1);
+  Worker worker(place, access, socket, memory);
   worker.run();
   ::_exit(0);
 }

@@ -1,0 +1,123 @@
+// Sets one key in a large preferences file and compares that with what plistutil takes to convert
+// the file once; then lets four processes set a thousand keys at the same time.
+
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <string>
+
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "bench/support/Rounds.h"
+#include "foundation/PropertyList.h"
+#include "platform/Preferences.h"
+
+namespace corvane {
+namespace {
+
+namespace fs = std::filesystem;
+
+const std::string application = "com.example.bench";
+const std::string user(kCFPreferencesAnyUser);
+const std::string host(kCFPreferencesAnyHost);
+
+void fail(const char* what) {
+  std::fprintf(stderr, "%s\n", what);
+  std::exit(EXIT_FAILURE);  // NOLINT(concurrency-mt-unsafe)
+}
+
+void set(const std::string& key, Value value) {
+  CFPreferencesSetValue(key, std::move(value), application, user, host);
+  if (!CFPreferencesSynchronize(application, user, host)) fail("a key could not be set");
+}
+
+void convert(const fs::path& from, const fs::path& to, const char* format) {
+  const std::string input = from;
+  const std::string output = to;
+  const char* arguments[] = {"plistutil",   "-f", format,         "-i",
+                             input.c_str(), "-o", output.c_str(), nullptr};
+  pid_t process = -1;
+  if (::posix_spawnp(&process, arguments[0], nullptr, nullptr, const_cast<char* const*>(arguments),
+                     environ) != 0) {
+    fail("plistutil is missing");
+  }
+  int status = 0;
+  ::waitpid(process, &status, 0);
+  if (status != 0) fail("plistutil failed");
+}
+
+void compareWithConversion(const fs::path& file, PropertyListFormat format) {
+  constexpr int keys = 10'000;
+  constexpr int rounds = 21;
+  constexpr double atMost = 1.5;
+  Dictionary preferences;
+  for (int i = 0; i < keys; ++i) {
+    preferences.append("Key " + std::to_string(i), "Value of the key " + std::to_string(i));
+  }
+  const auto written = writePropertyList(preferences, format);
+  fs::create_directories(file.parent_path());
+  std::ofstream(file, std::ios::binary) << stringFromData(std::get<Data>(written));
+
+  const bool isXML = format == PropertyListFormat::XML;
+  const fs::path converted = file.parent_path() / "converted";
+  int counter = 0;
+  bench::compare(
+      {isXML ? "set one of 10,000 keys, XML" : "set one of 10,000 keys, binary",
+       [&] { return bench::secondsFor([&] { set("Key 5000", ++counter); }) * 1e3; }},
+      {isXML ? "plistutil, XML to binary" : "plistutil, binary to XML",
+       [&] {
+         return bench::secondsFor([&] { convert(file, converted, isXML ? "bin" : "xml"); }) * 1e3;
+       }},
+      rounds, "ms", atMost);
+}
+
+void setFromFourProcesses() {
+  constexpr int processes = 4;
+  constexpr int setsEach = 250;
+  const double seconds = bench::secondsFor([] {
+    for (int process = 0; process < processes; ++process) {
+      if (::fork() != 0) continue;
+      for (int i = 0; i < setsEach; ++i) {
+        set(std::to_string(process) + "." + std::to_string(i), i);
+      }
+      ::_exit(EXIT_SUCCESS);
+    }
+    for (int process = 0; process < processes; ++process) {
+      int status = 0;
+      if (::waitpid(-1, &status, 0) <= 0 || status != 0) fail("a process failed");
+    }
+  });
+  int found = 0;
+  for (int process = 0; process < processes; ++process) {
+    for (int i = 0; i < setsEach; ++i) {
+      const std::string key = std::to_string(process) + "." + std::to_string(i);
+      found += CFPreferencesCopyValue(key, application, user, host) == Value(i) ? 1 : 0;
+    }
+  }
+  std::printf("%d of %d sets from four processes are there, after %.2f s\n", found,
+              processes * setsEach, seconds);
+  if (found != processes * setsEach) fail("sets were lost");
+}
+
+int run() {
+  std::string root = fs::temp_directory_path() / "corvane-preferences-bench-XXXXXX";
+  if (::mkdtemp(root.data()) == nullptr) fail("no temporary folder");
+  ::setenv("CORVANE_PREFERENCES_ROOT", root.c_str(), 1);  // NOLINT(concurrency-mt-unsafe)
+  const fs::path file = fs::path(root) / "etc/xdg/preferences" / (application + ".plist");
+  compareWithConversion(file, PropertyListFormat::XML);
+  compareWithConversion(file, PropertyListFormat::Binary);
+  fs::remove(file);
+  setFromFourProcesses();
+  fs::remove_all(root);
+  return EXIT_SUCCESS;
+}
+
+}  // namespace
+}  // namespace corvane
+
+int main() {
+  return corvane::run();
+}
