@@ -17,6 +17,16 @@ class AuthenticationAgent {
   virtual ~AuthenticationAgent() = default;
 };
 
+/// Whom the system's authority can ask when this process needs an authorization.
+enum class AuthorizationDialogs {
+  NotNeeded,    ///< nobody: the process is root's
+  NoAuthority,  ///< nobody: the system has no authority that asks
+  Served,       ///< the user, by an agent that runs
+  OnTerminal,   ///< the user, by the agent that `startOnTerminal` starts
+  Nobody,       ///< nobody: there is neither an agent nor a terminal for one
+};
+AuthorizationDialogs authorizationDialogsOfThisProcess();
+
 }  // namespace corvane
 
 #endif

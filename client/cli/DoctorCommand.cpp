@@ -4,6 +4,7 @@
 #include "client/cli/Commands.h"
 #include "client/cli/Installation.h"
 #include "operationset-vnt/ZELPrivilegedOperationSetVNT.h"
+#include "platform/AuthenticationAgent.h"
 
 namespace corvane::cli {
 
@@ -55,6 +56,25 @@ Finding examineAuthorization(PrivilegedHelperClient& client) {
   return {"authorization", State::Good, "an empty operation is allowed", {}};
 }
 
+Finding examineDialogs() {
+  constexpr const char* subject = "dialogs";
+  switch (authorizationDialogsOfThisProcess()) {
+    case AuthorizationDialogs::NotNeeded:
+      return {subject, State::Good, "root is asked for nothing", {}};
+    case AuthorizationDialogs::Served:
+      return {subject, State::Good, "an agent shows them", {}};
+    case AuthorizationDialogs::OnTerminal:
+      return {subject, State::Good, "shown on this terminal", {}};
+    case AuthorizationDialogs::NoAuthority:
+      return {subject, State::Bad, "polkit does not answer: only root is authorized",
+              "Install polkit and see whether it runs, or work as root."};
+    case AuthorizationDialogs::Nobody:
+      return {subject, State::Bad, "no agent shows dialogs to you, and this is no terminal",
+              "Work on a terminal, or start an agent of polkit in your session."};
+  }
+  return {subject, State::Unknown, {}, {}};
+}
+
 Finding examineRegistration() {
   const Rights rights = examineRights();
   const std::size_t all = rights.registered.size() + rights.missing.size() + rights.unknown.size();
@@ -104,9 +124,9 @@ const char* textFor(State state) {
 
 int examine(const Context& context) {
   PrivilegedHelperClient client(context.client);
-  const std::vector<Finding> findings = {examineHelper(client), examineVersion(client),
-                                         examineAuthorization(client), examineRegistration(),
-                                         examineInstallation()};
+  const std::vector<Finding> findings = {examineHelper(client),        examineVersion(client),
+                                         examineAuthorization(client), examineDialogs(),
+                                         examineRegistration(),        examineInstallation()};
   int status = ExitDone;
   nlohmann::ordered_json rows = nlohmann::json::array();
   for (const Finding& finding : findings) {

@@ -1,6 +1,10 @@
+#include <filesystem>
+#include <sstream>
+
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include "operationset-vnt/ZELPrivilegedOperationSetVNT.h"
 #include "platform/linux/authorization/AuthorizationKey.h"
@@ -11,6 +15,7 @@
 namespace corvane {
 namespace {
 
+using ::testing::HasSubstr;
 using ::testing::UnorderedElementsAreArray;
 
 class RightsRegistrationTest : public ::testing::Test {
@@ -94,6 +99,19 @@ TEST_F(RightsRegistrationTest, LeavesAnExistingRightUntouched) {
   EXPECT_EQ(definitionOf(existing),
             Value(Dictionary{{"rule", "authenticate-admin"}, {"description", "Mine"}}));
   EXPECT_NE(definitionOf("com.corvane.vnt.execute-utility"), std::nullopt);
+}
+
+TEST_F(RightsRegistrationTest, ActionsSpeakTheLanguagesOfTheProgram) {
+  const std::string actions = authorizationFolder() / "actions";
+  ASSERT_EQ(::mkdir(actions.c_str(), 0755), 0);
+  set.setAuthorizationRightsForImplementedOperationsUsingAuthorization(root);
+  const std::string content = contentOf(actions + "/com.corvane.vnt.delete-files.policy");
+  std::filesystem::remove_all(actions);
+  EXPECT_THAT(content, HasSubstr("<message>Vantor likes to delete files of the privileged "
+                                 "auxiliary program.</message>"));
+  EXPECT_THAT(content,
+              HasSubstr("<message xml:lang=\"de\">Vantor möchte Dateien des privilegierten "
+                        "Hilfsprogramms löschen.</message>"));
 }
 
 TEST_F(RightsRegistrationTest, ANullAuthorizationRegistersNothing) {

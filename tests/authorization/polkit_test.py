@@ -144,6 +144,12 @@ class TerminalTest(PolkitTest):
         self.assertEqual(terminal.wait(), 0, terminal.seen)
         self.assertNotIn("AUTHENTICATING", terminal.seen)
 
+    def test_the_doctor_says_where_dialogs_are_shown(self):
+        terminal = self.run_client("doctor")
+        terminal.wait()
+        self.assertRegex(terminal.seen, "dialogs +ok +shown on this terminal")
+        self.assertRegex(terminal.seen, "rights +ok +all 8 registered")
+
     def wait_until_no_agent_is_left(self):
         def is_left():
             for pid in filter(str.isdigit, os.listdir("/proc")):

@@ -15,6 +15,7 @@
 
 #include "foundation/FileDescriptor.h"
 #include "platform/linux/Bus.h"
+#include "platform/linux/authorization/AgentPresence.h"
 #include "platform/linux/authorization/ProcessIdentity.h"
 
 namespace corvane {
@@ -23,6 +24,10 @@ namespace {
 
 constexpr const char* program = "/usr/bin/pkttyagent";
 constexpr std::chrono::seconds startTimeout{10};
+
+bool canStartOnTerminal() {
+  return ::isatty(STDIN_FILENO) != 0 && ::access(program, X_OK) == 0;
+}
 
 /// polkit's own text agent, as a child process.
 class TextAgent : public AuthenticationAgent {
@@ -48,9 +53,7 @@ class TextAgent : public AuthenticationAgent {
 }  // namespace
 
 std::unique_ptr<AuthenticationAgent> AuthenticationAgent::startOnTerminal() {
-  if (::geteuid() == 0 || ::isatty(STDIN_FILENO) == 0 || ::access(program, X_OK) != 0) {
-    return nullptr;
-  }
+  if (::geteuid() == 0 || !canStartOnTerminal()) return nullptr;
   std::array<int, 2> ends{};
   if (::pipe2(ends.data(), O_CLOEXEC) != 0) return nullptr;
   const FileDescriptor started(ends[0]);
@@ -66,9 +69,10 @@ std::unique_ptr<AuthenticationAgent> AuthenticationAgent::startOnTerminal() {
     ::prctl(PR_SET_PDEATHSIG, SIGTERM);
     if (::getppid() != self.pid) ::_exit(1);
     ::fcntl(starting.get(), F_SETFD, 0);
-    // Not as a fallback: it serves one process, and polkit heeds fallbacks for sessions alone.
-    ::execl(program, program, "--process", subject.c_str(), "--notify-fd",
-            notified.c_str(), nullptr);
+    // Not as a fallback: there is nobody it would be in the way of, and outside of sessions polkit
+    // does not turn to fallbacks.
+    ::execl(program, program, "--process", subject.c_str(), "--notify-fd", notified.c_str(),
+            nullptr);
     ::_exit(127);
   }
   auto agent = std::make_unique<TextAgent>(process);
@@ -76,6 +80,19 @@ std::unique_ptr<AuthenticationAgent> AuthenticationAgent::startOnTerminal() {
   // The descriptor is closed when the agent is known, and when it has ended.
   waitFor(started.get(), POLLIN, std::chrono::steady_clock::now() + startTimeout);
   return agent;
+}
+
+AuthorizationDialogs authorizationDialogsOfThisProcess() {
+  if (::geteuid() == 0) return AuthorizationDialogs::NotNeeded;
+  switch (findAgentOfThisProcess()) {
+    case AgentPresence::NoPolkit:
+      return AuthorizationDialogs::NoAuthority;
+    case AgentPresence::Present:
+      return AuthorizationDialogs::Served;
+    case AgentPresence::Absent:
+      break;
+  }
+  return canStartOnTerminal() ? AuthorizationDialogs::OnTerminal : AuthorizationDialogs::Nobody;
 }
 
 }  // namespace corvane

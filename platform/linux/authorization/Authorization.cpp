@@ -7,6 +7,7 @@
 
 #include <unistd.h>
 
+#include "foundation/LocalizedStrings.h"
 #include "platform/linux/CurrentPeer.h"
 #include "platform/linux/authorization/AuthorizationDirectory.h"
 #include "platform/linux/authorization/AuthorizationKey.h"
@@ -32,7 +33,8 @@ Authority& authority() {
   static auto* const embedded = new EmbeddedAuthority(authorizationRightsDirectory());
   static auto* const polkit = new PolkitAuthority(
       {systemBusAddress(), polkitActionsDirectory(), discardedAuthorizationsDirectory()},
-      [](const std::string&, const std::string&) { return Translations(); }, *embedded);
+      [](const std::string& key, const std::string& table) { return translations(key, table); },
+      *embedded);
   return *polkit;
 }
 
