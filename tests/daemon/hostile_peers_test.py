@@ -2,6 +2,7 @@
 
 import contextlib
 import random
+import resource
 import select
 import socket
 import struct
@@ -420,6 +421,9 @@ class ResourcesTest(HostilePeersTest):
         self.assertMemoryGrewBy(8 * MIB)
 
     def test_connections_up_to_the_limit_of_a_user(self):
+        soft, hard = resource.getrlimit(resource.RLIMIT_NOFILE)
+        resource.setrlimit(resource.RLIMIT_NOFILE, (hard, hard))
+        self.addCleanup(resource.setrlimit, resource.RLIMIT_NOFILE, (soft, hard))
         peers = [self.peer() for _ in range(2000)]
         served = 0
         for peer in peers:

@@ -124,7 +124,7 @@ class OwnSocketTest(FolderTest):
     def test_a_second_daemon_leaves_the_first_alone(self):
         first = self.run_daemon(self.PRIVATE)
         client = Client(self.connect(first))
-        second = self.run_daemon(("nsenter", "--mount", "--target", str(first.pid)))
+        second = self.run_daemon(("nsenter", "--mount", "--root", "--target", str(first.pid)))
         self.assertEqual(second.wait(), 0)
         error = second.stderr.read().decode().splitlines()
         self.assertEqual(len(error), 2)
