@@ -1,0 +1,270 @@
+#!/usr/bin/python3
+"""The package on a system of its own, from its installation to its purge:
+
+    system_test.py PACKAGE PROGRAMS
+
+PROGRAMS is the folder of the built test programs. The steps follow one another. Exit status 77: no
+such system can be booted here.
+"""
+
+import json
+import os
+import re
+import shutil
+import subprocess
+import sys
+import tempfile
+import time
+
+from machine import CannotBoot, Machine, check_tools
+
+LABEL = "com.corvane.system.privilegedhelper-vnt"
+CLIENT = "privilegerequestor-vnt"
+DAEMON = f"/usr/libexec/{LABEL}"
+SOCKETS = f"{LABEL}.socket com.corvane.authorization.socket"
+
+NOTHING_CHANGED = "Everything is in place already. Nothing was changed.\n"
+NOTHING_LEFT = "Nothing is left of the helper.\n"
+
+
+class Scenario:
+
+    def __init__(self, machine, package, programs):
+        self.machine = machine
+        self.package = package
+        self.programs = programs
+        self.run = machine.run
+
+    def client(self, arguments, user="root", status=0):
+        result = self.run(f"{CLIENT} {arguments}", user, check=False)
+        assert result.returncode == status, \
+            f"{arguments}: status {result.returncode}\n{result.stdout}{result.stderr}"
+        return result
+
+    def install_package(self, package):
+        shutil.copy(package, self.machine.path("/root/package.deb"))
+        return self.run("dpkg -i /root/package.deb && rm /root/package.deb")
+
+    def remains(self):
+        """Every file whose name says that it is ours, without the package's own."""
+        return self.run("find / -xdev \\( -path /proc -o -path /sys -o -path /var/log \\) -prune "
+                        "-o \\( -name '*corvane*' -o -name launchctl \\) -print | "
+                        "xargs -r -d '\\n' dpkg -S 2>&1 >/dev/null | grep -v dpkg", check=False
+                        ).stdout + self.run(
+                            "find /run /tmp -name '*corvane*'").stdout
+
+    def immutable_file(self, path="/srv/protected"):
+        self.run(f"echo contents > {path} && chattr +i {path}")
+        return path
+
+    def request_that_waits_for_a_password(self, path, is_login=True):
+        """A request in progress: an ordinary user is asked for the administrator's password."""
+        terminal = self.machine.terminal(f"{CLIENT} delete {path}", "alice", is_login)
+        terminal.expect("Password: ")
+        return terminal
+
+    def answer(self, terminal):
+        terminal.type("admins-password")
+        status = terminal.end()
+        assert status == 0, terminal.text
+
+    def client_pid(self):
+        return self.run(f"pgrep -u alice -f '^{CLIENT}'").stdout.split()[0]
+
+    def changed_package(self, version):
+        """The package as if of another version, with another program in it."""
+        folder = tempfile.mkdtemp(prefix="corvane-package.")
+        try:
+            subprocess.run(["dpkg-deb", "-R", self.package, f"{folder}/tree"], check=True)
+            with open(f"{folder}/tree/usr/lib/corvane/{LABEL}", "ab") as program:
+                program.write(version.encode())
+            control = f"{folder}/tree/DEBIAN/control"
+            with open(control, encoding="utf-8") as file:
+                text = re.sub(r"^Version: .*$", f"Version: {version}", file.read(), flags=re.M)
+            with open(control, "w", encoding="utf-8") as file:
+                file.write(text)
+            made = f"{folder}/changed.deb"
+            subprocess.run(["dpkg-deb", "--root-owner-group", "-b", f"{folder}/tree", made],
+                           stdout=subprocess.DEVNULL, check=True)
+            self.install_package(made)
+        finally:
+            shutil.rmtree(folder)
+
+    def journal(self, mark):
+        lines = self.run(f"journalctl -o json -t {LABEL} --since=@{mark}").stdout.splitlines()
+        return [json.loads(line) for line in lines]
+
+    # The steps, in their order.
+
+    def the_package_installs_and_nothing_runs(self):
+        self.install_package(self.package)
+        self.run(f"systemctl is-enabled {SOCKETS} && systemctl is-active {SOCKETS}")
+        assert self.run(f"systemctl is-active {LABEL}.service", check=False).stdout == "inactive\n"
+        assert self.client("operations").stdout.count(" yes") == 8
+
+    def installing_again_changes_nothing(self):
+        before = self.run(f"stat -c %i,%Z {DAEMON} /bin/launchctl").stdout
+        assert self.client("install").stdout == NOTHING_CHANGED
+        assert self.run(f"stat -c %i,%Z {DAEMON} /bin/launchctl").stdout == before
+
+    def an_ordinary_user_can_neither_install_nor_uninstall(self):
+        for command in ("install", "uninstall"):
+            refused = self.client(command, "alice", status=3)
+            assert "needs root" in refused.stderr and "as root" in refused.stderr
+            terminal = self.machine.terminal(f"{CLIENT} {command}", "alice")
+            terminal.expect(f"su -c '{CLIENT} {command}'")
+            assert terminal.end() == 3
+
+    def the_services_are_confined(self):
+        for unit, threshold in ((f"{LABEL}.service", 40), ("com.corvane.authorization@.service", 15)):
+            name = unit.replace("@", "@x")
+            self.run(f"systemd-analyze security --no-pager --threshold={threshold} {name}")
+
+    def a_connection_starts_the_helper_and_its_end_ends_it(self):
+        assert self.client("version", "alice").stdout == "1.3\n"
+        self.machine.wait_until(f"! systemctl is-active {LABEL}.service", "the helper has ended")
+        assert self.run(f"systemctl show -p Result --value {LABEL}.service").stdout == "success\n"
+
+    def an_ordinary_user_deletes_with_an_administrators_password(self):
+        for is_login in (True, False):
+            path = self.immutable_file()
+            self.client(f"delete {path}", "alice", status=3)
+            self.run(f"test -e {path}")
+            terminal = self.request_that_waits_for_a_password(path, is_login)
+            assert "Vantor" in terminal.text, terminal.text
+            self.answer(terminal)
+            self.run(f"test ! -e {path}")
+
+    def root_runs_a_utility(self):
+        listed = self.client(f"execute launchctl list {LABEL}").stdout
+        assert f'"Label" = "{LABEL}";' in listed and '"PID" = ' in listed, listed
+
+    def debug_mode_is_seen_in_the_journal_with_its_fields(self):
+        mark = int(time.time()) - 1
+        self.client("debug on")
+        self.client("nop")
+        self.run("journalctl --sync")
+        entries = [entry for entry in self.journal(mark) if entry["PRIORITY"] == "5"]
+        beginning = [entry for entry in entries
+                     if entry["MESSAGE"].startswith("Beginning work for client ")]
+        assert len(beginning) == 1, entries
+        fields = {key: beginning[0][key] for key in
+                  ("SENDER", "SYSLOG_IDENTIFIER", "SYSLOG_FACILITY", "_SYSTEMD_UNIT", "_UID")}
+        assert fields == {"SENDER": LABEL, "SYSLOG_IDENTIFIER": LABEL, "SYSLOG_FACILITY": "3",
+                          "_SYSTEMD_UNIT": f"{LABEL}.service", "_UID": "0"}, fields
+
+    def clients_that_come_and_go_see_no_helper_end(self):
+        shutil.copy(f"{self.programs}/daemon/hammer", self.machine.path("/usr/local/bin/hammer"))
+        self.run(f"hammer /run/{LABEL}/socket /run/com.corvane.authorization/socket 12 10", "alice")
+        self.run("rm /usr/local/bin/hammer")
+        assert self.run("systemctl is-system-running", check=False).stdout == "running\n"
+
+    def an_upgrade_does_not_disturb_a_request_in_progress(self):
+        path = self.immutable_file()
+        terminal = self.request_that_waits_for_a_password(path)
+        old = self.run(f"pidof {LABEL} || pgrep -f {DAEMON}").stdout
+        self.changed_package("1.3+upgrade")
+        assert self.run(f"pidof {LABEL} || pgrep -f {DAEMON}").stdout == old
+        self.answer(terminal)
+        self.run(f"test ! -e {path}")
+        self.client("doctor")
+        assert self.client("version").stdout == "1.3\n"
+        self.run(f"tail -c 11 {DAEMON} | grep -qx '1.3+upgrade'")
+
+    def uninstalling_is_refused_while_another_client_is_at_work(self):
+        path = self.immutable_file()
+        terminal = self.request_that_waits_for_a_password(path)
+        refused = self.client("uninstall", status=1)
+        assert "'privilegerequesto" in refused.stderr, refused.stderr
+        assert f"process id {self.client_pid()}" in refused.stderr, refused.stderr
+        assert self.client("install").stdout == NOTHING_CHANGED
+        self.answer(terminal)
+
+    def an_unsafe_launchctl_stands_in_the_way_of_uninstalling(self):
+        self.run("chmod 777 /bin/launchctl")
+        refused = self.client("uninstall", status=1)
+        assert "launchctl" in refused.stderr, refused.stderr
+        self.run(f"test -e {DAEMON}")
+        assert "replaced   /bin/launchctl" in self.client("install").stdout
+
+    def the_helper_removes_itself(self):
+        self.run(f"chattr +i {DAEMON}")
+        told = self.client("uninstall").stdout
+        assert "it has removed itself" in told and told.endswith(NOTHING_LEFT), told
+        assert "LEFT" not in told
+        self.run(f"systemctl status {LABEL}.service; test $? = 4")
+        assert self.run("systemctl list-units --all --plain --no-legend '*corvane*.s*et' "
+                        "'*corvane*.service'").stdout == ""
+        assert self.remains() == ""
+        assert "is not installed" in self.client("uninstall").stdout
+
+    def an_install_that_fails_leaves_the_system_as_it_was(self):
+        self.run("systemctl mask com.corvane.authorization.socket")
+        failed = self.client("install", status=1)
+        assert "masked" in failed.stderr, failed.stderr
+        self.run("systemctl unmask com.corvane.authorization.socket")
+        assert self.remains() == ""
+        self.run("printf '#!/bin/sh\\n' > /bin/launchctl && chmod 755 /bin/launchctl")
+        failed = self.client("install", status=1)
+        assert "another program" in failed.stderr, failed.stderr
+        self.run("rm /bin/launchctl")
+        assert self.remains() == ""
+
+    def a_killed_install_is_completed_by_the_next(self):
+        for hundredths in range(2, 42, 4):
+            self.run(f"timeout -s KILL 0.{hundredths:02d} {CLIENT} --quiet install", check=False)
+            self.client("--quiet install")
+            assert self.client("install").stdout == NOTHING_CHANGED
+            doctor = json.loads(self.client("--json doctor").stdout)["result"]
+            state = {row["subject"]: row["state"] for row in doctor}
+            assert state["installation"] == "ok" and state["rights"] == "ok", doctor
+            self.client("--quiet uninstall")
+            assert self.remains() == ""
+
+    def the_package_is_removed_and_purged(self):
+        self.client("--quiet install")
+        self.run("dpkg --remove corvane-privilegedhelper")
+        assert self.remains() == ""
+        self.install_package(self.package)
+        self.client("doctor")
+        self.run("dpkg --purge corvane-privilegedhelper")
+        assert self.remains() == ""
+        assert self.run("systemctl is-system-running", check=False).stdout == "running\n"
+
+
+STEPS = [step for step in vars(Scenario).values() if callable(step)]
+STEPS = STEPS[STEPS.index(Scenario.the_package_installs_and_nothing_runs):]
+
+
+def main():
+    package, programs = sys.argv[1:]
+    try:
+        check_tools()
+        machine = Machine()
+    except CannotBoot as reason:
+        print(f"The system test cannot run here: {reason}")
+        return 77
+    try:
+        try:
+            machine.boot()
+        except CannotBoot as reason:
+            print(f"The system test cannot run here: {reason}")
+            return 77
+        scenario = Scenario(machine, package, programs)
+        for step in STEPS:
+            begin = time.monotonic()
+            name = step.__name__.replace("_", " ")
+            try:
+                step(scenario)
+            except Exception:
+                print(f"FAILED  {name}", flush=True)
+                print(machine.run("journalctl -n 60 --no-pager", check=False).stdout)
+                raise
+            print(f"{time.monotonic() - begin:6.1f} s  {name}", flush=True)
+    finally:
+        machine.end()
+    return 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
