@@ -22,20 +22,40 @@ Names whatIsThere(const HelperInstallation& installation) {
   return names;
 }
 
-// The helper only says that another client is working with it.
-Error busyError(const std::string& socketPath) {
+Error explained(const Error& error, const std::string& description, const std::string& advice) {
+  return Error(error.domain(), error.code(),
+               {{std::string(NSLocalizedDescriptionKey), description},
+                {std::string(NSLocalizedRecoverySuggestionErrorKey), advice}});
+}
+
+// Whose clients they are the helper does not say.
+std::string otherClients(const std::string& socketPath) {
   std::string clients;
   for (const ConnectedProcess& process : processesConnectedTo(socketPath)) {
-    clients += (clients.empty() ? "" : ", ") + ("'" + process.name + "' with process id ") +
+    clients += (clients.empty() ? "'" : ", '") + process.name + "' with process id " +
                std::to_string(process.pid);
   }
-  const std::string who =
-      clients.empty() ? "A process that is not connected to it at the moment" : clients;
-  return Error(NSPOSIXErrorDomain, static_cast<std::int64_t>(POSIXErrorCode::Busy),
-               {{std::string(NSLocalizedDescriptionKey),
-                 "another client is still working with the helper: " + who},
-                {std::string(NSLocalizedRecoverySuggestionErrorKey),
-                 "Wait until it is done, or end it, and try again. Nothing was removed."}});
+  return clients.empty() ? "one that is not connected to it at the moment" : clients;
+}
+
+// What the helper's refusals mean here: their numbers alone do not say it.
+Error explained(const Error& error, const PrivilegedHelperClient& client) {
+  if (isPOSIXError(error, POSIXErrorCode::Busy)) {
+    return explained(error,
+                     "another client is still working with the helper: " +
+                         otherClients(client.helperSocketPath()),
+                     "Wait until it is done, or end it, and try again. Nothing was removed.");
+  }
+  const Value* path = error.userInfo().find(NSFilePathErrorKey);
+  if (isPOSIXError(error, POSIXErrorCode::Access) && path != nullptr && path->string() != nullptr) {
+    return explained(error, *path->string() + " is not safe to run: others than root can change it",
+                     "Put it right, which 'install' does, and try again. Nothing was removed.");
+  }
+  if (isPOSIXError(error, POSIXErrorCode::InputOutput)) {
+    return explained(error, "a file of the helper is protected by a flag of the system",
+                     "Take the flag off and try again.");
+  }
+  return error;
 }
 
 // Has the helper remove itself. One that cannot be reached has no clients and is removed from here.
@@ -46,9 +66,7 @@ std::optional<PrivilegedHelperClient::Outcome> haveHelperRemoveItself(
   if (outcome.failure && outcome.failure->kind == CommunicationFailure::Kind::Refused) {
     return std::nullopt;
   }
-  if (outcome.error && isPOSIXError(*outcome.error, POSIXErrorCode::Busy)) {
-    outcome.error = busyError(client.helperSocketPath());
-  }
+  if (outcome.error) outcome.error = explained(*outcome.error, client);
   return outcome;
 }
 

@@ -183,7 +183,8 @@ class Machine:
         return result
 
     def terminal(self, command, user, is_login=True):
-        """Runs a command of the shell on a terminal, in a session of the user or outside of any."""
+        """Runs a command of the shell on a terminal, in a session of the user or outside of any. Of a
+        session the last lines may be missing."""
         if not is_login:
             return Terminal(self._inside(user, command))
         login = ["systemd-run", "--quiet", "--pty", "--wait", "--collect", f"--uid={user}",
