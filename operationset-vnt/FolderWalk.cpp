@@ -174,7 +174,8 @@ std::optional<Error> Walker::closeTopmost() {
 bool Crew::offer(const std::shared_ptr<FolderReader>& parent, const std::string& name) {
   if (_threads < 2 || !_hasRoom.load(std::memory_order_relaxed)) return false;
   const std::lock_guard lock(_mutex);
-  if (_queue.size() >= queueLimit) return false;
+  // No thread may be added to those that `run` waits for once it has begun to.
+  if (isStopped() || _queue.size() >= queueLimit) return false;
   _queue.push_back({parent, name});
   _hasRoom.store(_queue.size() < queueLimit, std::memory_order_relaxed);
   if (_idle > 0) {
