@@ -1,13 +1,11 @@
 #include <atomic>
 #include <filesystem>
 
-#include <fcntl.h>
-
+#include "client/cli/AppendOnlyObjects.h"
 #include "client/cli/Commands.h"
 #include "client/cli/ProgressBar.h"
 #include "foundation/POSIXError.h"
 #include "foundation/Unicode.h"
-#include "platform/FileSystem.h"
 
 namespace corvane::cli {
 
@@ -41,29 +39,6 @@ std::string actionFor(const std::vector<std::string>& paths) {
   std::string action = "delete " + quoted(named.front());
   if (named.size() > 1) action += " and " + std::to_string(named.size() - 1) + " more";
   return action;
-}
-
-// Finds what is append-only at and below the paths, folders before what is in them. Shows only
-// what this user may see; the helper finds the rest in its way again.
-std::vector<std::string> appendOnlyObjects(const std::vector<std::string>& paths) {
-  std::vector<std::string> found;
-  const auto examine = [&found](const std::string& path) {
-    FileStatus status;
-    if (!lstat(AT_FDCWD, path.c_str(), status) && (status.flags & UF_APPEND) != 0) {
-      found.push_back(path);
-    }
-  };
-  for (const std::string& path : paths) {
-    examine(path);
-    std::error_code error;
-    if (!fs::is_directory(fs::symlink_status(path, error))) continue;
-    fs::recursive_directory_iterator entry(path, fs::directory_options::skip_permission_denied,
-                                           error);
-    for (; !error && entry != fs::end(entry); entry.increment(error)) {
-      examine(entry->path().string());
-    }
-  }
-  return found;
 }
 
 // Whether append-only objects may be what was in the way of a recursive deletion.
@@ -101,7 +76,8 @@ int deleteObjects(const Context& context, const std::vector<std::string>& paths,
     outcome = client.deleteFileObjects(absolute, recursive, stopOnFirstError, feedback);
 
     // The recursive deletion takes immutability off, but not this; the single one does, be it that
-    // a folder then stays because it is not empty.
+    // a folder then stays because it is not empty. What this user cannot see, the helper finds in
+    // its way again.
     if (recursive && mayBeAppendOnly(outcome) && (wasAuthorized || context.isWithoutFeedback)) {
       const std::vector<std::string> inTheWay = appendOnlyObjects(absolute);
       if (!inTheWay.empty()) {
