@@ -37,10 +37,11 @@ class Unprotection : public FolderVisitor {
   std::optional<Error> unprotect(int folder, const char* name, bool& descend) const {
     FileStatus status;
     if (auto error = lstat(folder, name, status)) return error;
-    if (status.isMountPoint || status.identity.device != _device) {
+    descend = status.type == FileType::Directory;
+    // In an overlay, files report the device of the layer that they are in.
+    if (status.isMountPoint || (descend && status.identity.device != _device)) {
       return posixError(POSIXErrorCode::Busy);
     }
-    descend = status.type == FileType::Directory;
     if (status.flags == 0 || status.type == FileType::SymbolicLink) return std::nullopt;
     return clearImmutableFlag(folder, name);
   }
@@ -123,7 +124,8 @@ std::optional<Error> removeObjectRecursively(const ObjectLocation& location) {
   const int folder = location.folder.get();
   const char* name = location.name.c_str();
   FileStatus status;
-  if (auto error = lstat(location, status)) return meansNoObject(*error) ? std::nullopt : error;
+  // Unlike elsewhere, a link to a directory counts as the link also where a slash follows it.
+  if (auto error = lstat(folder, name, status)) return meansNoObject(*error) ? std::nullopt : error;
   switch (status.type) {
     case FileType::Directory:
       return removeFolder(location, status);
@@ -132,9 +134,14 @@ std::optional<Error> removeObjectRecursively(const ObjectLocation& location) {
       if (auto error = openObject(folder, name, FinalLink::Follow, target)) {
         return meansNoObject(*error) ? std::nullopt : error;
       }
+      if (location.namesDirectory) {
+        if (auto error = fstat(target.get(), status)) return error;
+        if (status.type != FileType::Directory) return std::nullopt;
+      }
       return unlink(folder, name);
     }
     default:
+      if (location.namesDirectory) return std::nullopt;
       if (auto error = clearImmutableFlag(folder, name)) return error;
       return unlink(folder, name);
   }

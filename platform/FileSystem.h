@@ -52,7 +52,8 @@ std::optional<Error> openObject(int folder, const char* name, FinalLink link,
 /// with ENOTDIR, a mount point with EBUSY.
 std::optional<Error> openFolder(int folder, const char* name, FileDescriptor& subfolder);
 
-/// The status of an object; a final symbolic link is not followed.
+/// The status of an object; a final symbolic link is not followed. EBUSY for a mount point that
+/// does not let its status be read.
 std::optional<Error> lstat(int folder, const char* name, FileStatus& status);
 std::optional<Error> fstat(int object, FileStatus& status);
 

@@ -22,10 +22,14 @@ FileType typeOf(const struct statx& attributes) {
 }
 
 std::optional<Error> query(int folder, const char* name, int flags, struct statx& attributes) {
-  if (::statx(folder, name, flags | AT_NO_AUTOMOUNT, STATX_TYPE | STATX_INO, &attributes) != 0) {
-    return posixErrorFromHost(errno);
-  }
-  return std::nullopt;
+  flags |= AT_NO_AUTOMOUNT;
+  if (::statx(folder, name, flags, STATX_TYPE | STATX_INO, &attributes) == 0) return std::nullopt;
+  const int failure = errno;
+  // A user's own file system may keep everybody else out, but not from seeing that it is there.
+  const bool isClosedMountPoint = failure == EACCES &&
+                                  ::statx(folder, name, flags, 0, &attributes) == 0 &&
+                                  (attributes.stx_attributes & STATX_ATTR_MOUNT_ROOT) != 0;
+  return posixErrorFromHost(isClosedMountPoint ? EBUSY : failure);
 }
 
 // The status but for what an attribute has to say about its flags.

@@ -1,5 +1,6 @@
 #include <string>
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <linux/fs.h>
 #include <sched.h>
@@ -77,6 +78,42 @@ TEST_F(MountPointTest, AMountPointItselfFailsBeforeItsContentsAreDeleted) {
   const std::string inside = folder.makeFile("tree/mounted/inside");
   EXPECT_EQ(remove(mountPoint), Error(NSPOSIXErrorDomain, 16));
   EXPECT_TRUE(exists(inside));
+}
+
+TEST_F(MountPointTest, AFileSystemThatKeepsItsStatusFromRootIsInTheWayToo) {
+  FileDescriptor device(::open("/dev/fuse", O_RDWR | O_CLOEXEC));
+  const std::string options =
+      "fd=" + std::to_string(device.get()) + ",rootmode=40000,user_id=65534,group_id=65534";
+  if (!device ||
+      ::mount("none", mountPoint.c_str(), "fuse", MS_NOSUID | MS_NODEV, options.c_str()) != 0) {
+    GTEST_SKIP() << "needs file systems in user space";
+  }
+  EXPECT_EQ(remove(tree), Error(NSPOSIXErrorDomain, 16));
+  EXPECT_EQ(remove(mountPoint), Error(NSPOSIXErrorDomain, 16));
+  EXPECT_TRUE(exists(file));
+}
+
+TEST_F(MountPointTest, FilesOfBothLayersOfAnOverlayAreRemoved) {
+  ASSERT_EQ(::mount("none", mountPoint.c_str(), "tmpfs", 0, nullptr), 0);
+  folder.makeFolder("tree/mounted/lower");
+  const std::string top = folder.makeFolder("tree/mounted/top");
+  const std::string upper = folder.makeFolder("tree/mounted/upper");
+  ASSERT_EQ(::mount("none", upper.c_str(), "tmpfs", 0, nullptr), 0);
+  folder.makeFolder("tree/mounted/upper/files");
+  folder.makeFolder("tree/mounted/upper/work");
+  folder.makeFolder("tree/mounted/lower/inner");
+  folder.makeFile("tree/mounted/lower/inner/below");
+  const std::string options =
+      "lowerdir=" + mountPoint + "/lower,upperdir=" + upper + "/files,workdir=" + upper + "/work";
+  if (::mount("none", top.c_str(), "overlay", 0, options.c_str()) != 0) {
+    ::umount2(upper.c_str(), MNT_DETACH);
+    GTEST_SKIP() << "needs overlays";
+  }
+  folder.makeFile("tree/mounted/top/inner/above");
+  EXPECT_EQ(remove(top + "/inner"), std::nullopt);
+  EXPECT_FALSE(exists(top + "/inner"));
+  ::umount2(top.c_str(), MNT_DETACH);
+  ::umount2(upper.c_str(), MNT_DETACH);
 }
 
 TEST_F(MountPointTest, ATreeOnAFileSystemWithoutFlagsIsRemoved) {

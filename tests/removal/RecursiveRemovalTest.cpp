@@ -100,6 +100,23 @@ TEST_F(RecursiveRemovalTest, ALinkIsRemovedItselfAndItsTargetLeftAlone) {
   EXPECT_EQ(kernelFlags(file), FS_IMMUTABLE_FL);
 }
 
+TEST_F(RecursiveRemovalTest, ALinkToAFolderIsRemovedItselfAlsoWithASlashAfterIt) {
+  const std::string target = folder.makeFolder("target");
+  const std::string link = folder.makeLink("link", "target");
+  EXPECT_EQ(remove(link + "/"), std::nullopt);
+  EXPECT_FALSE(exists(link));
+  EXPECT_TRUE(exists(target));
+}
+
+TEST_F(RecursiveRemovalTest, WithASlashAfterItNeitherAFileNorALinkToOneExists) {
+  const std::string file = folder.makeFile("file");
+  const std::string link = folder.makeLink("link", "file");
+  EXPECT_EQ(remove(file + "/"), std::nullopt);
+  EXPECT_EQ(remove(link + "/"), std::nullopt);
+  EXPECT_TRUE(exists(file));
+  EXPECT_TRUE(exists(link));
+}
+
 TEST_F(RecursiveRemovalTest, LinksInTheTreeAreNotFollowed) {
   folder.makeFolder("outside");
   const std::string file = folder.makeFile("outside/file");
