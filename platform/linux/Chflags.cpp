@@ -110,8 +110,9 @@ std::optional<Error> chflags(int object, FileFlags flags) {
   const bool isProtected =
       (attributes.stx_attributes & (STATX_ATTR_IMMUTABLE | STATX_ATTR_APPEND)) != 0;
   if (!isProtected && flags == 0) return std::nullopt;
+  // Without O_NONBLOCK, another process's lease on the file would make this wait for its end.
   const FileDescriptor file(
-      ::open(pathOfDescriptor(object).c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY));
+      ::open(pathOfDescriptor(object).c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK));
   if (!file) return posixErrorFromHost(errno);
   return changeFlags(file.get(), flags);
 }

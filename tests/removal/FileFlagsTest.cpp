@@ -1,3 +1,4 @@
+#include <csignal>
 #include <cstdlib>
 #include <string>
 
@@ -36,6 +37,19 @@ TEST_F(FileFlagsTest, UserFlagsNeedNoAttribute) {
   EXPECT_EQ(kernelFlags(file), FS_APPEND_FL);
   ASSERT_EQ(changeFileFlags(file, 0), std::nullopt);
   EXPECT_EQ(kernelFlags(file), 0);
+}
+
+TEST_F(FileFlagsTest, ALeaseOnAFileHoldsNobodyUp) {
+  const std::string path = folder.makeFile("file");
+  // The holder is told by a signal.
+  const auto former = std::signal(SIGIO, SIG_IGN);
+  {
+    const FileDescriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    if (::fcntl(file.get(), F_SETLEASE, F_WRLCK) != 0) GTEST_SKIP() << "needs leases";
+    EXPECT_EQ(changeFileFlags(path, UF_IMMUTABLE), Error(NSPOSIXErrorDomain, 35));
+  }
+  std::signal(SIGIO, former);
+  EXPECT_EQ(changeFileFlags(path, UF_IMMUTABLE), std::nullopt);
 }
 
 TEST_F(FileFlagsTest, SystemFlagsAreToldApartFromUserFlags) {
