@@ -129,19 +129,22 @@ void ChildProcess::launch() {
   std::vector<std::string> variables = environment();
   const SpawnSettings settings(_input->fileDescriptor(), _output->fileDescriptor(),
                                _error->fileDescriptor());
-  pid_t pid = 0;
-  const int result =
-      posix_spawn(&pid, _launchPath.c_str(), settings.actions(), settings.attributes(),
-                  pointers(_arguments).data(), pointers(variables).data());
-  if (result != 0) refuse(posixDescription(posixCodeFromHost(result)));
+  {
+    // A signal that is sent meanwhile waits until there is a child to take it.
+    const std::lock_guard lock(_mutex);
+    pid_t pid = 0;
+    const int result =
+        posix_spawn(&pid, _launchPath.c_str(), settings.actions(), settings.attributes(),
+                    pointers(_arguments).data(), pointers(variables).data());
+    if (result != 0) refuse(posixDescription(posixCodeFromHost(result)));
+    _pid = pid;
+  }
 
   // The child has them now; while they are open here as well, its streams would never end.
   _input.reset();
   _output.reset();
   _error.reset();
-  _descriptor.reset(static_cast<int>(syscall(SYS_pidfd_open, pid, 0)));
-  const std::lock_guard lock(_mutex);
-  _pid = pid;
+  _descriptor.reset(static_cast<int>(syscall(SYS_pidfd_open, _pid, 0)));
 }
 
 bool ChildProcess::hasEnded() const {
