@@ -9,10 +9,12 @@
 #include <poll.h>
 #include <sys/mman.h>
 #include <sys/socket.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include "foundation/FileDescriptor.h"
+#include "platform/linux/AbandonedChildren.h"
 #include "platform/linux/PreferencesWorker.h"
 
 namespace corvane {
@@ -21,11 +23,23 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
+/// How long a killed child, in milliseconds, is waited for.
+constexpr int killTimeout = 1000;
+
+AbandonedChildren& abandonedChildren() {
+  static AbandonedChildren children;
+  return children;
+}
+
 /// The worker process and what is shared with it. Ended, if it still runs, with this object.
 class Child {
  public:
   Child(const PreferencesPlace& place, PreferencesAccess access)
       : _memory(::memfd_create("preferences", MFD_CLOEXEC)) {
+    if (!abandonedChildren().collect()) {
+      errno = ETIMEDOUT;
+      return;
+    }
     std::array<int, 2> ends{};
     if (!_memory || ::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends.data()) != 0) return;
     _socket.reset(ends[0]);
@@ -38,8 +52,11 @@ class Child {
   ~Child() {
     if (_process <= 0) return;
     ::kill(_process, SIGKILL);
-    while (::waitpid(_process, nullptr, 0) < 0 && errno == EINTR) {
-    }
+    // It cannot end while it waits for a file system that does not answer.
+    const FileDescriptor child(static_cast<int>(::syscall(SYS_pidfd_open, _process, 0)));
+    pollfd descriptor{child.get(), POLLIN, 0};
+    ::poll(&descriptor, 1, killTimeout);
+    if (::waitpid(_process, nullptr, WNOHANG) == 0) abandonedChildren().add(_process);
   }
 
   explicit operator bool() const { return _process > 0; }
