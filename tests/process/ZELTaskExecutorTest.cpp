@@ -639,10 +639,32 @@ TEST(TaskExecutorTest, DescendantThatKeepsTheStreamsOpenDoesNotHoldUpTheResult) 
 }
 
 TEST(TaskExecutorTest, DescendantsLastWordsAreStillDelivered) {
-  const Runner run;
-  // The descendant speaks only after its parent has ended.
-  EXPECT_EQ(run.script("(while kill -0 $$ 2>&-; do sleep 0.01; done; echo late) & exit 0"), 0);
-  EXPECT_EQ(run.delegate->output(), "late\n");
+  // Ends the program, and then holds the run until the descendant has spoken.
+  struct Holding : RecordingDelegate {
+    void receiveTaskOutput(std::optional<Data> chunk, std::optional<Number> isError) override {
+      const bool isFirst = chunks().empty();
+      RecordingDelegate::receiveTaskOutput(std::move(chunk), isError);
+      if (!isFirst) return;
+      std::ofstream(folder.path("go")) << "go\n";
+      std::string line;
+      std::getline(std::ifstream(folder.path("spoken")), line);
+    }
+    TemporaryFolder folder;
+  };
+  const auto delegate = std::make_shared<Holding>();
+  for (const char* name : {"go", "ended", "spoken"}) {
+    ASSERT_EQ(mkfifo(delegate->folder.path(name).c_str(), 0600), 0);
+  }
+  const auto executor = ZELTaskExecutor::init();
+  executor->setDelegate(delegate);
+  // The descendant sees an end of input when its parent has ended.
+  const char* const script =
+      "cd \"$1\"; (read line < ended; echo late; echo done > spoken) &"
+      "exec 3> ended; echo ready; read line < go; exit 4";
+  EXPECT_EQ(executor->executeProgramAtPath(
+                shell, Arguments{"-c", script, shell, delegate->folder.path("")}),
+            4);
+  EXPECT_EQ(delegate->output(), "ready\nlate\n");
 }
 
 TEST(TaskExecutorTest, DescendantThatWritesForEverDoesNotHoldUpTheResult) {
