@@ -1,7 +1,6 @@
 // The output of a child: counted by a delegate of the executor against `wc -c`, by turns in one
 // run.
 
-#include <algorithm>
 #include <chrono>
 #include <cstdint>
 #include <cstdio>
@@ -10,10 +9,12 @@
 
 #include <sys/resource.h>
 
+#include "bench/support/Rounds.h"
 #include "process/ZELTaskExecutor.h"
 
 namespace {
 
+using corvane::bench::median;
 using Clock = std::chrono::steady_clock;
 using Arguments = corvane::ZELTaskExecutor::Arguments;
 
@@ -52,11 +53,6 @@ double countWithDelegate() {
   const auto begin = Clock::now();
   run(child, length);
   return std::chrono::duration<double>(Clock::now() - begin).count();
-}
-
-double median(std::vector<double> values) {
-  std::sort(values.begin(), values.end());
-  return values[values.size() / 2];
 }
 
 }  // namespace

@@ -1,6 +1,5 @@
 // Starting a program: the executor against a bare posix_spawn and wait, by turns in one run.
 
-#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -10,10 +9,12 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "bench/support/Rounds.h"
 #include "process/ZELTaskExecutor.h"
 
 namespace {
 
+using corvane::bench::median;
 using Clock = std::chrono::steady_clock;
 using Microseconds = std::chrono::duration<double, std::micro>;
 
@@ -49,11 +50,6 @@ double timeOfRound(void (*start)()) {
   const auto begin = Clock::now();
   for (int i = 0; i < startsARound; ++i) start();
   return Microseconds(Clock::now() - begin).count() / startsARound;
-}
-
-double median(std::vector<double> values) {
-  std::sort(values.begin(), values.end());
-  return values[values.size() / 2];
 }
 
 double sum(const std::vector<double>& values) {

@@ -6,9 +6,11 @@
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include <spawn.h>
@@ -17,12 +19,14 @@
 #include <unistd.h>
 
 #include "bench/removal/TestTree.h"
+#include "bench/support/Rounds.h"
 #include "operations/ObjectLocation.h"
 #include "operationset-vnt/RecursiveRemoval.h"
 
 namespace corvane {
 namespace {
 
+using bench::median;
 using Command = std::vector<std::string>;
 
 struct Run {
@@ -39,10 +43,28 @@ struct Contender {
 
 constexpr std::string_view removeMode = "--remove";
 
-int removeTree(const std::string& path) {
+std::optional<Error> remove(const std::string& path) {
   ObjectLocation location;
-  auto error = locateObject(path, location);
-  if (!error) error = removeObjectRecursively(location);
+  if (auto error = locateObject(path, location)) return error;
+  return removeObjectRecursively(location);
+}
+
+// Where all trees are made. Gone with what is left of them, be it that a contender failed.
+class TreesFolder {
+ public:
+  explicit TreesFolder(std::string path) : _path(std::move(path)) { makeTree(_path, {}); }
+  TreesFolder(const TreesFolder&) = delete;
+  TreesFolder& operator=(const TreesFolder&) = delete;
+  ~TreesFolder() { remove(_path); }
+
+  const std::string& path() const { return _path; }
+
+ private:
+  const std::string _path;
+};
+
+int removeTree(const std::string& path) {
+  const auto error = remove(path);
   if (!error) return EXIT_SUCCESS;
   std::fprintf(stderr, "%s: %s\n", path.c_str(), error->localizedDescription().c_str());
   return EXIT_FAILURE;
@@ -76,12 +98,6 @@ Run run(const Contender& contender, const std::string& path) {
   if (::access(path.c_str(), F_OK) == 0) throw std::runtime_error(path + " is still there");
   ::sync();
   return result;
-}
-
-double median(std::vector<double> values) {
-  std::sort(values.begin(), values.end());
-  const std::size_t middle = values.size() / 2;
-  return values.size() % 2 == 1 ? values[middle] : (values[middle - 1] + values[middle]) / 2;
 }
 
 // The removals that are compared with each other: each contender has a tree of its own per round.
@@ -131,8 +147,8 @@ int benchmark(const std::string& parent, int rounds, std::size_t files) {
 
   // All trees are made before any is removed: for minutes after a removal, a file system may take
   // its time to look for inodes that were not freed just now.
-  const std::string directory = parent + "/removal-bench." + std::to_string(::getpid());
-  makeTree(directory, {});
+  const TreesFolder folder(parent + "/removal-bench." + std::to_string(::getpid()));
+  const std::string& directory = folder.path();
   for (const Comparison& comparison : comparisons) {
     for (int round = 0; round < rounds; ++round) {
       for (std::size_t i = 0; i < comparison.contenders.size(); ++i) {
@@ -150,7 +166,6 @@ int benchmark(const std::string& parent, int rounds, std::size_t files) {
     const Run result = run(own, directory + "/" + std::to_string(size));
     std::printf("peak memory of the removal of %zu files: %.1f MiB\n", size, result.peakMemoryMiB);
   }
-  ::rmdir(directory.c_str());
   return EXIT_SUCCESS;
 }
 
