@@ -1,3 +1,5 @@
+#include <utility>
+
 #include "foundation/Exception.h"
 #include "foundation/POSIXError.h"
 #include "operations/ObjectLocation.h"

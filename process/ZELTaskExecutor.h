@@ -2,6 +2,7 @@
 #define CORVANE_PROCESS_ZELTASKEXECUTOR_H
 
 #include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <memory>
