@@ -1,5 +1,7 @@
 #include <algorithm>
+#include <atomic>
 #include <functional>
+#include <map>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -107,6 +109,51 @@ TEST_F(FolderWalkTest, LeavesFoldersFromTheBottomUp) {
   ASSERT_EQ(visitor.left.size(), 40U);
   for (int i = 0; i < 40; ++i)
     EXPECT_EQ(visitor.left[static_cast<std::size_t>(i)], std::to_string(39 - i));
+}
+
+TEST_F(FolderWalkTest, AThreadWithWorkToShareDoesNotDisturbTheEndAfterAFailure) {
+  // Fails on the calling thread when another one is about to share what it has found.
+  struct Failing : FolderVisitor {
+    std::optional<Error> visit(int, const FolderEntry& entry, bool& descend) override {
+      descend = entry.type == FileType::Directory;
+      const int visits = count();
+      if (std::this_thread::get_id() != caller) {
+        if (visits != 280) return std::nullopt;
+        isSharing = true;
+        isSharing.notify_all();
+        hasFailed.wait(false);
+        return std::nullopt;
+      }
+      if (visits != 500) return std::nullopt;
+      isSharing.wait(false);
+      hasFailed = true;
+      hasFailed.notify_all();
+      return posixError(POSIXErrorCode::Busy);
+    }
+    std::optional<Error> leave(int, const char*) override { return std::nullopt; }
+    int count() {
+      const std::lock_guard lock(mutex);
+      return ++counts[std::this_thread::get_id()];
+    }
+
+    const std::thread::id caller = std::this_thread::get_id();
+    std::mutex mutex;
+    std::map<std::thread::id, int> counts;
+    std::atomic<bool> isSharing = false;
+    std::atomic<bool> hasFailed = false;
+  };
+  for (int i = 0; i < 40; ++i) {
+    const std::string outer = std::to_string(i);
+    folder.makeFolder(outer);
+    for (int j = 0; j < 300; ++j) folder.makeFolder(outer + "/" + std::to_string(j));
+  }
+  for (int i = 0; i < 300; ++i) folder.makeFile("file" + std::to_string(i));
+  for (int round = 0; round < 20; ++round) {
+    Failing failing;
+    FileDescriptor top(::open(folder.path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    EXPECT_EQ(walkFolder(std::make_shared<FolderReader>(std::move(top)), failing, 8),
+              posixError(POSIXErrorCode::Busy));
+  }
 }
 
 TEST_F(FolderWalkTest, TheFirstFailureEndsIt) {
