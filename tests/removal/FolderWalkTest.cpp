@@ -124,7 +124,7 @@ TEST_F(FolderWalkTest, AThreadWithWorkToShareDoesNotDisturbTheEndAfterAFailure) 
         hasFailed.wait(false);
         return std::nullopt;
       }
-      if (visits != 500) return std::nullopt;
+      if (visits != 1100) return std::nullopt;
       isSharing.wait(false);
       hasFailed = true;
       hasFailed.notify_all();
@@ -142,16 +142,16 @@ TEST_F(FolderWalkTest, AThreadWithWorkToShareDoesNotDisturbTheEndAfterAFailure) 
     std::atomic<bool> isSharing = false;
     std::atomic<bool> hasFailed = false;
   };
-  for (int i = 0; i < 40; ++i) {
+  for (int i = 0; i < 8; ++i) {
     const std::string outer = std::to_string(i);
     folder.makeFolder(outer);
     for (int j = 0; j < 300; ++j) folder.makeFolder(outer + "/" + std::to_string(j));
   }
-  for (int i = 0; i < 300; ++i) folder.makeFile("file" + std::to_string(i));
+  for (int i = 0; i < 1000; ++i) folder.makeFile("file" + std::to_string(i));
   for (int round = 0; round < 20; ++round) {
     Failing failing;
     FileDescriptor top(::open(folder.path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    EXPECT_EQ(walkFolder(std::make_shared<FolderReader>(std::move(top)), failing, 8),
+    EXPECT_EQ(walkFolder(std::make_shared<FolderReader>(std::move(top)), failing, 16),
               posixError(POSIXErrorCode::Busy));
   }
 }
