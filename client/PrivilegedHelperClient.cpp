@@ -23,6 +23,7 @@ constexpr const char* defaultHelperSocketPath =
     "/run/com.corvane.system.privilegedhelper-vnt/socket";
 
 constexpr std::uint64_t codeDeleteFileobjects = 0;
+constexpr std::uint64_t codeModifyPreferences = 1;
 constexpr std::uint64_t codeExecuteUtility = 2;
 constexpr std::uint64_t codePerformUninstall = 9994;
 constexpr std::uint64_t codeDeleteFiles = 9996;
@@ -272,6 +273,12 @@ PrivilegedHelperClient::Outcome PrivilegedHelperClient::deleteFileObjects(
 PrivilegedHelperClient::Outcome PrivilegedHelperClient::deleteFiles(
     const std::vector<std::string>& paths) {
   return perform(codeDeleteFiles, {paths.begin(), paths.end()});
+}
+
+PrivilegedHelperClient::Outcome PrivilegedHelperClient::modifyPreferences(
+    const std::string& key, const std::string& application, const std::string& user,
+    const std::string& host, const std::string& value) {
+  return perform(codeModifyPreferences, {key, application, user, host, value});
 }
 
 PrivilegedHelperClient::Outcome PrivilegedHelperClient::executeUtility(

@@ -2,8 +2,9 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <span>
+#include <string>
 
+#include "client/cli/Advice.h"
 #include "foundation/POSIXError.h"
 #include "platform/Authorization.h"
 
@@ -15,59 +16,6 @@ using Json = nlohmann::ordered_json;
 using Kind = CommunicationFailure::Kind;
 
 constexpr const char* communicationDomain = "com.corvane.error.communication";
-
-// What to do about the failures that carry no advice of their own, and what they are where their
-// number alone would have to say it.
-struct Advice {
-  std::string_view domain;
-  std::int64_t code;
-  const char* text;
-  const char* description = nullptr;
-};
-constexpr Advice advices[] = {
-    {NSPOSIXErrorDomain, 2, "Check the path."},
-    {NSPOSIXErrorDomain, 16,
-     "A file system is mounted there, or inside. Unmount it first: the helper never leaves the "
-     "file system that it was asked to work on."},
-    {NSPOSIXErrorDomain, 22, "The helper refused the arguments. Check them."},
-    {NSPOSIXErrorDomain, 30, "The file system is read-only."},
-    {NSPOSIXErrorDomain, 66, "The folder is not empty. Use -r to delete it with its contents."},
-    {NSPOSIXErrorDomain, 78, "The installed helper does not offer this operation."},
-    {NSPOSIXErrorDomain, 89, "The authorization was cancelled. Nothing was done."},
-    {NSOSStatusErrorDomain, errAuthorizationInvalidRef, "Try again, with a new authorization.",
-     "The authorization is not valid."},
-    {NSOSStatusErrorDomain, errAuthorizationInteractionNotAllowed,
-     "This needs an administrator, and nothing here can ask for one. Run the command as root, or "
-     "set up polkit.",
-     "Not authorized."},
-    {NSOSStatusErrorDomain, errAuthorizationInternal, "Try again; 'doctor' tells more.",
-     "The system's authority did not answer as it should."},
-};
-constexpr const char* adviceWhenRefused =
-    "You are not authorized to do this. Ask an administrator of this machine.";
-constexpr const char* adviceWhenProtected =
-    "Something there is protected from deletion in a way that is not lifted by itself.";
-
-const char* adviceFor(const CommunicationFailure& failure) {
-  switch (failure.kind) {
-    case Kind::Refused:
-      return "Is the helper installed and its socket enabled? 'doctor' tells more.";
-    case Kind::Lost:
-      return "The helper ended before it answered. Its log says why.";
-    case Kind::TimedOut:
-      return "It is there but busy or stuck. Try again; its log may say more.";
-    case Kind::BadMessage:
-      return "Do the versions of helper and client match? 'version' and 'doctor' tell.";
-  }
-  return "";
-}
-
-const Advice* adviceFor(const Error& error) {
-  const auto* advice =
-      std::find_if(std::begin(advices), std::end(advices),
-                   [&error](const Advice& a) { return error.is(a.domain, a.code); });
-  return advice == std::end(advices) ? nullptr : advice;
-}
 
 bool isRefusal(const Error& error, bool wasAuthorized) {
   return (isPOSIXError(error, POSIXErrorCode::NotPermitted) && !wasAuthorized) ||
@@ -82,73 +30,13 @@ int statusFor(const Error& error, bool wasAuthorized) {
   return ExitFailed;
 }
 
-// A template with its placeholders $1$, $2$, ... filled in.
-std::string filled(std::string text, const Array& parameters) {
-  for (std::size_t i = 0; i < parameters.size(); ++i) {
-    const std::string placeholder = "$" + std::to_string(i + 1) + "$";
-    const std::string value =
-        parameters[i].string() != nullptr ? *parameters[i].string() : std::string();
-    for (std::size_t at = text.find(placeholder); at != std::string::npos;
-         at = text.find(placeholder, at + value.size())) {
-      text.replace(at, placeholder.size(), value);
-    }
-  }
-  return text;
+const Error* underlyingError(const Error& error) {
+  const Value* underlying = error.userInfo().find(NSUnderlyingErrorKey);
+  return underlying != nullptr ? underlying->error() : nullptr;
 }
 
-std::string suggestionFor(const Error& error, bool wasAuthorized) {
-  const Value* suggestion = error.userInfo().find(NSLocalizedRecoverySuggestionErrorKey);
-  if (suggestion != nullptr && suggestion->string() != nullptr) return *suggestion->string();
-  const Value* pattern = error.userInfo().find("ZELLocalizedRecoverySuggestionTemplate");
-  const Value* parameters = error.userInfo().find("ZELLocalizedRecoverySuggestionParameters");
-  if (pattern != nullptr && pattern->string() != nullptr) {
-    const Array none;
-    const bool hasParameters = parameters != nullptr && parameters->array() != nullptr;
-    return filled(*pattern->string(), hasParameters ? *parameters->array() : none);
-  }
-  if (isPOSIXError(error, POSIXErrorCode::NotPermitted)) {
-    return wasAuthorized ? adviceWhenProtected : adviceWhenRefused;
-  }
-  const Advice* advice = adviceFor(error);
-  return advice == nullptr ? std::string() : advice->text;
-}
-
-std::string descriptionOf(const Error& error) {
-  const Advice* advice = adviceFor(error);
-  return advice == nullptr || advice->description == nullptr ? error.localizedDescription()
-                                                             : advice->description;
-}
-
-Json toJson(const Error& error);
-
-Json toJson(const Value& value) {
-  if (const auto* string = value.string()) return *string;
-  if (const auto* number = value.number()) {
-    if (number->isBoolean()) return number->boolValue();
-    if (number->isDouble()) return number->doubleValue();
-    if (number->isUnsigned()) return number->unsignedLongLongValue();
-    return number->longLongValue();
-  }
-  if (const auto* data = value.data()) {
-    Json bytes = Json::array();
-    for (const std::byte byte : *data) bytes.push_back(std::to_integer<int>(byte));
-    return bytes;
-  }
-  if (const auto* date = value.date()) return date->secondsSinceReference;
-  if (const auto* array = value.array()) {
-    Json elements = Json::array();
-    for (const Value& element : *array) elements.push_back(toJson(element));
-    return elements;
-  }
-  if (const auto* dictionary = value.dictionary()) {
-    Json object = Json::object();
-    for (const auto& [key, element] : *dictionary) object[key] = toJson(element);
-    return object;
-  }
-  return toJson(*value.error());
-}
-
-Json toJson(const Error& error) {
+// The description as it is shown; the user information has the texts as they came.
+Json objectFor(const Error& error) {
   return {{"domain", error.domain()},
           {"code", error.code()},
           {"description", descriptionOf(error)},
@@ -177,6 +65,33 @@ void printProblem(std::string_view action, std::string_view description,
 
 }  // namespace
 
+Json toJson(const Value& value) {
+  if (const auto* string = value.string()) return *string;
+  if (const auto* number = value.number()) {
+    if (number->isBoolean()) return number->boolValue();
+    if (number->isDouble()) return number->doubleValue();
+    if (number->isUnsigned()) return number->unsignedLongLongValue();
+    return number->longLongValue();
+  }
+  if (const auto* data = value.data()) {
+    Json bytes = Json::array();
+    for (const std::byte byte : *data) bytes.push_back(std::to_integer<int>(byte));
+    return bytes;
+  }
+  if (const auto* date = value.date()) return date->secondsSinceReference;
+  if (const auto* array = value.array()) {
+    Json elements = Json::array();
+    for (const Value& element : *array) elements.push_back(toJson(element));
+    return elements;
+  }
+  if (const auto* dictionary = value.dictionary()) {
+    Json object = Json::object();
+    for (const auto& [key, element] : *dictionary) object[key] = toJson(element);
+    return object;
+  }
+  return objectFor(*value.error());
+}
+
 std::string printable(std::string_view text) {
   std::string shown;
   unsigned char previous = 0;
@@ -201,15 +116,14 @@ int report(const Context& context, std::string_view action,
   const Error& error = *outcome.error;
   const std::string suggestion = suggestionFor(error, wasAuthorized);
   if (context.isJSON) {
-    Json object = toJson(error);
+    Json object = objectFor(error);
     object["recoverySuggestion"] = suggestion.empty() ? Json() : Json(suggestion);
     printJson(object);
   } else {
     printProblem(action, descriptionOf(error), suggestion);
-    const Value* underlying = error.userInfo().find(NSUnderlyingErrorKey);
-    if (underlying != nullptr && underlying->error() != nullptr) {
-      std::fprintf(stderr, "  because: %s\n",
-                   printable(underlying->error()->localizedDescription()).c_str());
+    for (const Error* cause = underlyingError(error); cause != nullptr;
+         cause = underlyingError(*cause)) {
+      std::fprintf(stderr, "  because: %s\n", printable(descriptionOf(*cause)).c_str());
     }
   }
   return statusFor(error, wasAuthorized);
@@ -221,17 +135,17 @@ int report(const Context& context, std::string_view action, const CommunicationF
     object["domain"] = communicationDomain;
     object["code"] = static_cast<int>(failure.kind) + 1;
     object["description"] = failure.description;
-    object["recoverySuggestion"] = adviceFor(failure);
+    object["recoverySuggestion"] = suggestionFor(failure);
     printJson(object);
   } else {
-    printProblem(action, failure.description, adviceFor(failure));
+    printProblem(action, failure.description, suggestionFor(failure));
   }
   return failure.kind == Kind::BadMessage ? ExitFailed : ExitOutOfReach;
 }
 
 int reportUsage(const Context& context, const std::string& description) {
   if (context.isJSON) {
-    Json object = toJson(posixError(POSIXErrorCode::Invalid));
+    Json object = objectFor(posixError(POSIXErrorCode::Invalid));
     object["description"] = description;
     object["recoverySuggestion"] = nullptr;
     printJson(object);

@@ -44,6 +44,9 @@ int reportUsage(const Context& context, const std::string& description);
 /// Prints the result of a command that answers with data: the object with `result` in it as JSON.
 void printResult(const nlohmann::ordered_json& result);
 
+/// A value of the helper's as JSON has it: data are arrays of numbers, dates seconds since 2001.
+nlohmann::ordered_json toJson(const Value& value);
+
 /// `text` as a terminal may show it: control characters are replaced.
 std::string printable(std::string_view text);
 

@@ -4,6 +4,7 @@
 #include <CLI/CLI.hpp>
 
 #include "client/cli/Commands.h"
+#include "platform/Preferences.h"
 
 using namespace corvane::cli;
 
@@ -68,6 +69,45 @@ int runCommandLine(int argc, char** argv) {
           [&] { return deleteFiles(context, paths); })
       ->add_option("PATH", paths, "What to delete")
       ->required();
+
+  PreferenceDomain domain{std::string(corvane::NSGlobalDomain),
+                          std::string(corvane::kCFPreferencesCurrentUser),
+                          std::string(corvane::kCFPreferencesCurrentHost)};
+  std::string key;
+  std::string value;
+  CLI::App* preferences = app.add_subcommand("preferences", "Set, remove or read a preference");
+  preferences->require_subcommand(1);
+  const auto preferencesCommand = [&](const char* name, const char* description,
+                                      std::function<int()> action) {
+    CLI::App* subcommand = preferences->add_subcommand(name, description);
+    subcommand->callback([&run, action = std::move(action)] { run = action; });
+    // Of two options for the same thing only one may be there.
+    const auto choice = [subcommand](const char* option, std::string& text, const char* type,
+                                     const char* help, const char* flag, std::string_view constant,
+                                     const char* flagHelp) {
+      CLI::Option* named = subcommand->add_option(option, text, help)->type_name(type);
+      subcommand
+          ->add_flag_callback(
+              flag, [&text, constant] { text = constant; }, flagHelp)
+          ->excludes(named);
+    };
+    choice("--app", domain.application, "ID", "Of this application", "--global",
+           corvane::NSGlobalDomain, "Of all applications, as without either");
+    choice("--user", domain.user, "NAME", "Of this user, and not the current one", "--any-user",
+           corvane::kCFPreferencesAnyUser, "Of all users");
+    choice("--host", domain.host, "NAME", "On this machine, and not the current one", "--any-host",
+           corvane::kCFPreferencesAnyHost, "On all machines");
+    subcommand->add_option("KEY", key, "The name of the preference")->required();
+    return subcommand;
+  };
+  preferencesCommand("set", "Set a preference; the current user is the helper's own, root",
+                     [&] { return setPreference(context, domain, key, value); })
+      ->add_option("VALUE", value, "The value, as a property list in whatever form of text")
+      ->required();
+  preferencesCommand("remove", "Remove a preference; the current user is the helper's own, root",
+                     [&] { return removePreference(context, domain, key); });
+  preferencesCommand("get", "Print a preference; the current user is the one who asks",
+                     [&] { return getPreference(context, domain, key); });
 
   command("nop", "Contact the helper and do nothing", [&] { return nop(context); });
   command("discard-auth", "Make the system ask again before it authorizes anything more",

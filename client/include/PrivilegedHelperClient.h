@@ -101,6 +101,12 @@ class PrivilegedHelperClient {
                             const std::optional<Feedback>& feedback = std::nullopt);
   /// Deletes single objects of the helper's own; never folders with contents.
   Outcome deleteFiles(const std::vector<std::string>& paths);
+  /// Sets a preference of any user: `value` is the text of a property list, and empty to remove the
+  /// key. `application` may be the text of NSGlobalDomain, `user` and `host` those of the
+  /// platform's constants; the current user is the helper's own, root.
+  Outcome modifyPreferences(const std::string& key, const std::string& application,
+                            const std::string& user, const std::string& host,
+                            const std::string& value);
   /// Runs a utility that the helper knows as root. `applicationPath` is the bundle of the calling
   /// application, from which the helper takes utilities that come with it; not empty. A utility
   /// goes on to its end even if this process does not wait for it.

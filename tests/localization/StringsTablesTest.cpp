@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include "client/cli/Advice.h"
 #include "foundation/EmbeddedResources.h"
 #include "foundation/PropertyList.h"
 #include "operationset-vnt/OperationErrors.h"
@@ -14,6 +15,8 @@ namespace {
 const std::string errorTable = ZELPrivilegedOperationSet::nameOfErrorMessageLocalizationTable();
 const std::string rightTable =
     ZELPrivilegedOperationSet::nameOfAuthorizationRightLocalizationTable();
+
+const std::string clientTable = cli::clientStringsTable;
 
 std::optional<Dictionary> tableAt(const std::string& path) {
   for (const EmbeddedResource& resource : embeddedResources()) {
@@ -80,7 +83,8 @@ INSTANTIATE_TEST_SUITE_P(StringsTablesTest, EveryLanguage,
 TEST_P(EveryLanguage, HasEveryTextAndNoOther) {
   const bool hasPoliteForms = std::string_view("de fr es").find(GetParam()) != std::string::npos;
   for (const auto& [table, texts] :
-       {std::pair(errorTable, errorTexts()), std::pair(rightTable, rightTexts())}) {
+       {std::pair(errorTable, errorTexts()), std::pair(rightTable, rightTexts()),
+        std::pair(clientTable, cli::clientTexts())}) {
     const auto plain = tableAt(path(table));
     ASSERT_TRUE(plain) << table;
     EXPECT_EQ(keysOf(*plain), texts) << table;
@@ -101,7 +105,7 @@ TEST_P(EveryLanguage, KeepsThePlaceholders) {
 }
 
 TEST_P(EveryLanguage, IsTranslatedUnlessItIsEnglish) {
-  for (const std::string& table : {errorTable, rightTable}) {
+  for (const std::string& table : {errorTable, rightTable, clientTable}) {
     const auto texts = tableAt(path(table));
     ASSERT_TRUE(texts);
     for (const auto& [key, text] : *texts) {

@@ -1,0 +1,33 @@
+#ifndef CORVANE_CLIENT_CLI_ADVICE_H
+#define CORVANE_CLIENT_CLI_ADVICE_H
+
+#include <cstdint>
+#include <set>
+#include <string>
+
+#include "foundation/CommunicationFailure.h"
+#include "foundation/Error.h"
+
+namespace corvane::cli {
+
+/// The domain of the client's own errors, and their codes.
+inline constexpr const char* clientErrorDomain = "com.corvane.error.client";
+inline constexpr std::int64_t noSuchPreference = 1;
+
+/// What to do about an error, and what it is, in the user's language: its own texts if it carries
+/// some, else the client's. `wasAuthorized` tells a refused authorization from an operation that
+/// was itself not permitted. A suggestion may be empty.
+std::string suggestionFor(const Error& error, bool wasAuthorized);
+std::string descriptionOf(const Error& error);
+std::string suggestionFor(const CommunicationFailure& failure);
+
+/// `text`, which is one of the client's, in the user's language.
+std::string translated(const std::string& text);
+
+/// The strings table of the client's texts, and all that has to be in it.
+inline constexpr const char* clientStringsTable = "PrivilegedHelperClient";
+std::set<std::string> clientTexts();
+
+}  // namespace corvane::cli
+
+#endif

@@ -1,0 +1,59 @@
+#include <gtest/gtest.h>
+
+#include "platform/Preferences.h"
+#include "tests/preferences/PreferencesTree.h"
+
+namespace corvane {
+namespace {
+
+const std::string currentUser(kCFPreferencesCurrentUser);
+const std::string anyUser(kCFPreferencesAnyUser);
+const std::string command = "LC_ALL=C " CLIENT_PROGRAM;
+const std::string get = command + " preferences get --any-host --app " + application + " ";
+
+class PreferencesCommandTest : public PreferencesTree {};
+
+TEST_F(PreferencesCommandTest, WhatIsSetIsPrintedAsText) {
+  ASSERT_TRUE(set("text", "a \x1B text", currentUser));
+  ASSERT_TRUE(set("number", -5, currentUser));
+  ASSERT_TRUE(set("flag", true, currentUser));
+  ASSERT_TRUE(set("list", Array{"x"}, currentUser));
+  EXPECT_EQ(outputOf(get + "text"), "a ? text\n");
+  EXPECT_EQ(outputOf(get + "number"), "-5\n");
+  EXPECT_EQ(outputOf(get + "flag"), "true\n");
+  EXPECT_NE(outputOf(get + "list").find("<array>\n\t<string>x</string>\n</array>"),
+            std::string::npos);
+}
+
+TEST_F(PreferencesCommandTest, TheOptionsChooseTheDomain) {
+  ASSERT_TRUE(set("key", "shared", anyUser));
+  ASSERT_TRUE(set("key", "own", currentUser));
+  EXPECT_EQ(outputOf(get + "key"), "own\n");
+  EXPECT_EQ(outputOf(get + "--any-user key"), "shared\n");
+}
+
+TEST_F(PreferencesCommandTest, JSONHasTheValueWithItsKind) {
+  ASSERT_TRUE(set("key", Dictionary{{"a", Array{1, true, "x"}}}, currentUser));
+  const std::string script =
+      "import json,sys\n"
+      "o=json.load(sys.stdin)\n"
+      "assert o[\"result\"][\"value\"]=={\"a\":[1,True,\"x\"]}, o\n"
+      "assert o[\"code\"]==0\n";
+  outputOf(command + " --json preferences get --any-host --app " + application +
+           " key | /usr/bin/python3 -c '" + script + "'");
+}
+
+TEST_F(PreferencesCommandTest, WhatIsNotThereFails) {
+  EXPECT_EQ(outputOf(get + "key 2>&1; echo $?"),
+            "Cannot read the preference 'key': There is no such preference, or it cannot be "
+            "read.\nCheck its name, and whose it is: application, user and host.\n1\n");
+}
+
+TEST_F(PreferencesCommandTest, OptionsThatExcludeEachOtherAreAnUsageError) {
+  const std::string output =
+      outputOf(command + " preferences get --app x --global key 2>&1 >/dev/null; echo $?");
+  EXPECT_TRUE(output.ends_with("\n2\n")) << output;
+}
+
+}  // namespace
+}  // namespace corvane
