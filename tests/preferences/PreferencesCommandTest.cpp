@@ -9,27 +9,27 @@ namespace {
 const std::string currentUser(kCFPreferencesCurrentUser);
 const std::string anyUser(kCFPreferencesAnyUser);
 const std::string command = "LC_ALL=C " CLIENT_PROGRAM;
-const std::string get = command + " preferences get --any-host --app " + application + " ";
+const std::string getCommand = command + " preferences get --any-host --app " + application + " ";
 
 class PreferencesCommandTest : public PreferencesTree {};
 
 TEST_F(PreferencesCommandTest, WhatIsSetIsPrintedAsText) {
-  ASSERT_TRUE(set("text", "a \x1B text", currentUser));
+  ASSERT_TRUE(set("text", "a \t text", currentUser));
   ASSERT_TRUE(set("number", -5, currentUser));
   ASSERT_TRUE(set("flag", true, currentUser));
   ASSERT_TRUE(set("list", Array{"x"}, currentUser));
-  EXPECT_EQ(outputOf(get + "text"), "a ? text\n");
-  EXPECT_EQ(outputOf(get + "number"), "-5\n");
-  EXPECT_EQ(outputOf(get + "flag"), "true\n");
-  EXPECT_NE(outputOf(get + "list").find("<array>\n\t<string>x</string>\n</array>"),
+  EXPECT_EQ(outputOf(getCommand + "text"), "a ? text\n");
+  EXPECT_EQ(outputOf(getCommand + "number"), "-5\n");
+  EXPECT_EQ(outputOf(getCommand + "flag"), "true\n");
+  EXPECT_NE(outputOf(getCommand + "list").find("<array>\n\t<string>x</string>\n</array>"),
             std::string::npos);
 }
 
 TEST_F(PreferencesCommandTest, TheOptionsChooseTheDomain) {
   ASSERT_TRUE(set("key", "shared", anyUser));
   ASSERT_TRUE(set("key", "own", currentUser));
-  EXPECT_EQ(outputOf(get + "key"), "own\n");
-  EXPECT_EQ(outputOf(get + "--any-user key"), "shared\n");
+  EXPECT_EQ(outputOf(getCommand + "key"), "own\n");
+  EXPECT_EQ(outputOf(getCommand + "--any-user key"), "shared\n");
 }
 
 TEST_F(PreferencesCommandTest, JSONHasTheValueWithItsKind) {
@@ -44,7 +44,7 @@ TEST_F(PreferencesCommandTest, JSONHasTheValueWithItsKind) {
 }
 
 TEST_F(PreferencesCommandTest, WhatIsNotThereFails) {
-  EXPECT_EQ(outputOf(get + "key 2>&1; echo $?"),
+  EXPECT_EQ(outputOf(getCommand + "key 2>&1; echo $?"),
             "Cannot read the preference 'key': There is no such preference, or it cannot be "
             "read.\nCheck its name, and whose it is: application, user and host.\n1\n");
 }
