@@ -1,0 +1,218 @@
+"""The helper's own removal from the system, and the deletion of its files."""
+
+import os
+import subprocess
+import threading
+
+from gi.repository import GLib
+
+from bus import DELETE_FILES, PERFORM_UNINSTALL, POSIX, Client
+from log_lines import about, completed
+from support import DEBUG, IDENTIFIER, DaemonTest, main, wait_until
+
+LAUNCH_CONTROL = "/bin/launchctl"
+PATH_KEY = "NSFilePath"
+
+# The daemon sees one more program in /usr/bin; nobody else does.
+START = """
+mount -t overlay -o lowerdir="$FOLDER/bin:/usr/bin" none /usr/bin || exit 71
+exec 3<&0 </dev/null
+LISTEN_FDS=1 LISTEN_PID=$$ exec "$0"
+"""
+
+
+def deleting(path):
+    return DEBUG, f"Deleting file system object '{path}'."
+
+
+class UninstallTest(DaemonTest):
+    launch_control_mode = 0o755
+    launch_control_status = 0
+
+    def start(self, **options):
+        os.mkdir(f"{self.folder}/bin", 0o755)
+        os.chmod(f"{self.folder}/bin", 0o755)
+        os.mkfifo(f"{self.folder}/go-on")
+        if self.launch_control_mode is not None:
+            launch_control = f"{self.folder}/bin/launchctl"
+            with open(launch_control, "w", encoding="utf-8") as script:
+                script.write(f"#!/bin/sh\necho \"$*\" >>'{self.folder}/calls'\n"
+                             f"[ ! -e '{self.folder}/waits' ] || read -r line <'{self.folder}/go-on'\n"
+                             f"exit {self.launch_control_status}\n")
+            os.chmod(launch_control, self.launch_control_mode)
+        probe = subprocess.run(["unshare", "-m", "/bin/sh", "-c", START, "true"],
+                               env={**os.environ, "FOLDER": self.folder}, check=False,
+                               stdin=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+        if probe.returncode != 0:
+            self.skipTest("no launch control can be put in place")
+        os.environ["FOLDER"] = self.folder
+        return super().start(start=("unshare", "-m", "/bin/sh", "-c", START), **options)
+
+    def setUp(self):
+        super().setUp()
+        self.client = Client(self.daemon.connect())
+        self.pid = os.getpid()
+        self.client.register(self.pid)
+        self.program = self.make("program")
+        self.job = self.make("job")
+
+    def make(self, name):
+        path = f"{self.folder}/{name}"
+        with open(path, "w", encoding="utf-8"):
+            return path
+
+    def calls(self):
+        try:
+            with open(f"{self.folder}/calls", encoding="utf-8") as calls:
+                return calls.read().splitlines()
+        except FileNotFoundError:
+            return []
+
+    def uninstall(self, pid=None, paths=None):
+        number = GLib.Variant("i", self.pid if pid is None else pid)
+        arguments = [number, *(paths or (self.program, self.job))]
+        return self.client.perform(PERFORM_UNINSTALL, self.form(), arguments)
+
+    def assertUninstalls(self, mark, *between, pid=None):
+        with self.assertRaises(GLib.Error):
+            self.uninstall(pid)
+        self.assertEndsWith(0)
+        pid = self.pid if pid is None else pid
+        self.assertLogged(
+            mark, about("perform-uninstall", 3), deleting(self.program), deleting(self.job),
+            (DEBUG, f"Processing uninstall request for PID {pid}. The executable files have been "
+                    "deleted, the point of no return was passed."),
+            (DEBUG, "Removed associated right definitions."), *between,
+            (DEBUG, "Terminating privileged helper."))
+        self.assertFalse(os.path.exists(self.program) or os.path.exists(self.job))
+        self.assertEqual(self.calls(), [f"remove {IDENTIFIER}"])
+
+    def assertRefused(self, expected, paths=None, pid=None):
+        """Nothing was done, and the daemon goes on."""
+        self.assertEqual(self.uninstall(pid, paths), expected)
+        self.assertTrue(os.path.exists(self.program) and os.path.exists(self.job))
+        self.assertEqual(self.calls(), [])
+        self.assertEqual(self.client.version(), "1.3")
+
+    def rights(self):
+        folder = f"{self.folder}/root/rights"
+        return os.listdir(folder) if os.path.isdir(folder) else []
+
+
+class SuccessfulUninstallTest(UninstallTest):
+    def test_the_helper_removes_files_rights_and_job_and_ends(self):
+        self.assertNotEqual(self.rights(), [])
+        self.assertUninstalls(self.log.mark())
+        self.assertEqual(self.rights(), [])
+
+    def test_clients_that_have_ended_are_not_in_the_way(self):
+        ended = subprocess.Popen(["true"])
+        ended.wait()
+        self.client.register(ended.pid)
+        self.assertUninstalls(self.log.mark())
+
+    def test_registrations_wait_from_the_point_of_no_return_on(self):
+        self.make("waits")
+        outcomes = []
+
+        def attempt(action, *arguments):
+            try:
+                outcomes.append(action(*arguments))
+            except GLib.Error:
+                outcomes.append("lost")
+
+        late = Client(self.daemon.connect())
+        uninstalling = threading.Thread(target=attempt, args=(self.uninstall,))
+        uninstalling.start()
+        wait_until(self.calls, "launch control runs")
+        mark = self.log.mark()
+        registering = threading.Thread(target=attempt, args=(late.register, 200))
+        registering.start()
+        self.log.wait_for(lambda line: "Beginning work for client 200." in line, mark)
+        self.assertEqual(outcomes, [])
+        with open(f"{self.folder}/go-on", "w", encoding="utf-8") as go_on:
+            go_on.write("\n")
+        self.assertEndsWith(0)
+        uninstalling.join()
+        registering.join()
+        self.assertEqual(outcomes, ["lost", "lost"])
+
+
+class FailingLaunchControlTest(UninstallTest):
+    launch_control_status = 3
+
+    def test_a_launch_control_that_fails_is_logged_and_changes_nothing(self):
+        self.assertUninstalls(
+            self.log.mark(),
+            (DEBUG, "Removal from Launch Services management failed with error code 3."))
+
+
+class RefusedUninstallTest(UninstallTest):
+    def test_empty_paths_are_invalid(self):
+        for paths in (("", self.job), (self.program, ""), ("", "")):
+            self.assertRefused((POSIX, 22, {}), paths)
+
+    def test_another_client_that_still_runs_is_named_in_the_log(self):
+        other = subprocess.Popen(["sleep", "1000"])
+        self.addCleanup(other.wait)
+        self.addCleanup(other.kill)
+        self.client.register(other.pid)
+        mark = self.log.mark()
+        self.assertRefused((POSIX, 16, {}))
+        self.assertLogged(
+            mark, about("perform-uninstall", 3),
+            (DEBUG, f"Uninstall request from PID {self.pid} was rejected because client 'sleep' "
+                    f"with PID {other.pid} is still working with us."),
+            completed("perform-uninstall", 16))
+
+    def test_a_file_that_cannot_be_deleted_leaves_the_helper_running_for_another_try(self):
+        os.remove(self.job)
+        os.mkdir(self.job)
+        obstacle = self.make("job/contents")
+        self.assertEqual(self.uninstall(), (POSIX, 66, {}))
+        self.assertEqual((os.path.exists(self.program), self.calls()), (False, []))
+        self.assertNotEqual(self.rights(), [])
+
+        os.remove(obstacle)
+        self.make("program")
+        self.assertUninstalls(self.log.mark())
+
+    def test_the_first_file_that_cannot_be_deleted_does_not_keep_the_second(self):
+        os.remove(self.program)
+        self.assertEqual(self.uninstall(), (POSIX, 2, {}))
+        self.assertFalse(os.path.exists(self.job))
+        self.assertEqual(self.client.version(), "1.3")
+
+
+class UnsafeLaunchControlTest(UninstallTest):
+    launch_control_mode = 0o777
+
+    def test_a_launch_control_that_others_can_change_is_not_run(self):
+        self.assertRefused((POSIX, 13, {PATH_KEY: LAUNCH_CONTROL}))
+
+
+class MissingLaunchControlTest(UninstallTest):
+    launch_control_mode = None
+
+    def test_without_launch_control_there_is_no_uninstall(self):
+        self.assertRefused((POSIX, 13, {PATH_KEY: LAUNCH_CONTROL}))
+
+
+class DeleteFilesTest(DaemonTest):
+    def test_files_are_deleted_one_by_one_and_the_last_error_is_answered(self):
+        client = Client(self.daemon.connect())
+        full = f"{self.folder}/full"
+        os.makedirs(f"{full}/contents")
+        paths = [f"{self.folder}/first", full, f"{self.folder}/last"]
+        for path in (paths[0], paths[2]):
+            with open(path, "w", encoding="utf-8"):
+                pass
+        mark = self.log.mark()
+        self.assertEqual(client.perform(DELETE_FILES, self.form(), paths), (POSIX, 66, {}))
+        self.assertEqual([os.path.exists(path) for path in paths], [False, True, False])
+        self.assertLogged(mark, about("delete-files", 3), *map(deleting, paths),
+                          completed("delete-files", 66))
+
+
+if __name__ == "__main__":
+    main()
