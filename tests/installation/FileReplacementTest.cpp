@@ -1,0 +1,123 @@
+#include <gtest/gtest.h>
+#include <linux/fs.h>
+#include <sys/stat.h>
+
+#include "foundation/POSIXError.h"
+#include "foundation/Value.h"
+#include "platform/linux/installation/FileReplacement.h"
+#include "tests/installation/Files.h"
+#include "tests/removal/TemporaryFolder.h"
+
+namespace corvane {
+namespace {
+
+class FileReplacementTest : public ProtectionTest {
+ protected:
+  void SetUp() override {
+    ProtectionTest::SetUp();
+    write(folder.path("payload/one"), "new one");
+    write(folder.path("payload/two"), "new two");
+    one = folder.path("places/a/one");
+    two = folder.path("places/b/two");
+  }
+
+  std::optional<Error> replaceBoth(FileReplacement& replacement) const {
+    if (auto error = replacement.stage(folder.path("payload/one"), one, 0755)) return error;
+    if (auto error = replacement.stage(folder.path("payload/two"), two, 0644)) return error;
+    return replacement.apply();
+  }
+
+  TemporaryFolder folder;
+  std::string one;
+  std::string two;
+};
+
+TEST_F(FileReplacementTest, FilesGetTheirPlacesAndPermissions) {
+  const mode_t mask = ::umask(077);
+  FileReplacement replacement;
+  ASSERT_EQ(replaceBoth(replacement), std::nullopt);
+  replacement.keep();
+  ::umask(mask);
+  struct stat status {};
+  ASSERT_EQ(::stat(one.c_str(), &status), 0);
+  EXPECT_EQ(status.st_mode, mode_t{S_IFREG | 0755});
+  ASSERT_EQ(::stat(two.c_str(), &status), 0);
+  EXPECT_EQ(status.st_mode, mode_t{S_IFREG | 0644});
+  ASSERT_EQ(::stat(folder.path("places/b").c_str(), &status), 0);
+  EXPECT_EQ(status.st_mode, mode_t{S_IFDIR | 0755});
+}
+
+TEST_F(FileReplacementTest, WhatIsNotKeptIsUndone) {
+  const auto before = contentsOf(folder.path());
+  {
+    FileReplacement replacement;
+    ASSERT_EQ(replaceBoth(replacement), std::nullopt);
+    EXPECT_EQ(read(one), "new one");
+  }
+  EXPECT_EQ(contentsOf(folder.path()), before);
+}
+
+TEST_F(FileReplacementTest, WhatWasThereComesBackWithItsIdentity) {
+  write(one, "old one");
+  std::filesystem::create_directories(folder.path("places/b"));
+  std::filesystem::create_symlink("somewhere", two);
+  struct stat old {};
+  ASSERT_EQ(::stat(one.c_str(), &old), 0);
+  {
+    FileReplacement replacement;
+    ASSERT_EQ(replaceBoth(replacement), std::nullopt);
+    EXPECT_EQ(read(two), "new two");
+  }
+  struct stat now {};
+  ASSERT_EQ(::stat(one.c_str(), &now), 0);
+  EXPECT_EQ(now.st_ino, old.st_ino);
+  EXPECT_EQ(read(one), "old one");
+  EXPECT_EQ(std::filesystem::read_symlink(two), "somewhere");
+}
+
+TEST_F(FileReplacementTest, WhoHasTheOldFileOpenKeepsIt) {
+  write(one, "old one");
+  std::ifstream open(one);
+  FileReplacement replacement;
+  ASSERT_EQ(replaceBoth(replacement), std::nullopt);
+  replacement.keep();
+  EXPECT_EQ((std::string{std::istreambuf_iterator<char>(open), {}}), "old one");
+  EXPECT_EQ(read(one), "new one");
+}
+
+TEST_F(FileReplacementTest, AFileThatCannotBeReplacedLeavesAllAsTheyWere) {
+  write(one, "old one");
+  write(two, "old two");
+  setKernelFlags(two, FS_IMMUTABLE_FL);
+  const auto before = contentsOf(folder.path());
+  {
+    FileReplacement replacement;
+    const auto error = replaceBoth(replacement);
+    ASSERT_TRUE(error);
+    EXPECT_TRUE(isPOSIXError(*error, POSIXErrorCode::NotPermitted));
+    EXPECT_EQ(*error->userInfo().find(NSFilePathErrorKey), Value(two));
+  }
+  EXPECT_EQ(contentsOf(folder.path()), before);
+}
+
+TEST_F(FileReplacementTest, AFolderIsNotReplaced) {
+  write(two + "/file", "contents");
+  const auto before = contentsOf(folder.path());
+  {
+    FileReplacement replacement;
+    EXPECT_TRUE(replaceBoth(replacement));
+  }
+  EXPECT_EQ(contentsOf(folder.path()), before);
+}
+
+TEST_F(FileReplacementTest, WhatAKilledReplacementLeftIsNotInTheWay) {
+  for (const std::string& remains : FileReplacement::remainsOf(one)) write(remains, "half of");
+  FileReplacement replacement;
+  ASSERT_EQ(replaceBoth(replacement), std::nullopt);
+  replacement.keep();
+  EXPECT_EQ(read(one), "new one");
+  for (const std::string& remains : FileReplacement::remainsOf(one)) EXPECT_FALSE(exists(remains));
+}
+
+}  // namespace
+}  // namespace corvane

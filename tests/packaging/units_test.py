@@ -1,0 +1,79 @@
+"""The units of the helper, which are made from its property lists."""
+
+import configparser
+import glob
+import os
+import plistlib
+import shutil
+import subprocess
+import sys
+import tempfile
+import unittest
+
+PROGRAMS = os.environ["CORVANE_PROGRAMS"]
+SOURCES = os.environ["CORVANE_SOURCES"]
+
+
+def property_list(name):
+    with open(f"{SOURCES}/resources/{name}", "rb") as file:
+        return plistlib.load(file)
+
+
+def unit(name):
+    parsed = configparser.ConfigParser(strict=False, interpolation=None)
+    parsed.optionxform = str
+    assert parsed.read(f"{PROGRAMS}/{name}"), name
+    return parsed
+
+
+class UnitsTest(unittest.TestCase):
+    def setUp(self):
+        self.label = property_list("launchd.plist")["Label"]
+        self.version = property_list("Info.plist")["CFBundleShortVersionString"]
+
+    def test_label_service_and_program_are_one_name(self):
+        self.assertEqual(list(property_list("launchd.plist")["MachServices"]), [self.label])
+        self.assertEqual(property_list("Info.plist")["CFBundleIdentifier"], self.label)
+        self.assertEqual(unit(f"{self.label}.socket")["Socket"]["ListenStream"],
+                         f"/run/{self.label}/socket")
+        program = unit(f"{self.label}.service")["Service"]["ExecStart"]
+        self.assertEqual(os.path.basename(program), self.label)
+        self.assertTrue(os.path.exists(f"{PROGRAMS}/{self.label}"))
+
+    def test_every_unit_names_the_version(self):
+        for path in glob.glob(f"{PROGRAMS}/*.socket") + glob.glob(f"{PROGRAMS}/*.service"):
+            description = unit(os.path.basename(path))["Unit"]["Description"]
+            self.assertIn(f"version {self.version}", description, path)
+
+    def test_the_property_lists_in_the_program_are_those_of_the_source(self):
+        for section, name in (("info", "Info"), ("launchd", "launchd")):
+            with tempfile.NamedTemporaryFile() as dumped:
+                subprocess.run(["objcopy", "--dump-section",
+                                f"__TEXT,__{section}_plist={dumped.name}",
+                                f"{PROGRAMS}/{self.label}", "/dev/null"], check=True)
+                with open(f"{SOURCES}/resources/{name}.plist", "rb") as source:
+                    self.assertEqual(dumped.read(), source.read())
+
+    def test_the_services_are_confined(self):
+        for template, name, threshold in (
+                (f"{self.label}.service", f"{self.label}.service", 40),
+                ("com.corvane.authorization@.service", "com.corvane.authorization@x.service", 15)):
+            with tempfile.TemporaryDirectory() as folder:
+                path = shutil.copy(f"{PROGRAMS}/{template}", f"{folder}/{name}")
+                analysis = subprocess.run(
+                    ["systemd-analyze", "security", "--offline=yes", "--no-pager",
+                     f"--threshold={threshold}", path],
+                    stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True, check=False)
+            self.assertIn("Overall exposure level", analysis.stdout)
+            self.assertEqual(analysis.returncode, 0, analysis.stdout)
+
+    def test_every_service_has_limits_and_keeps_routine_messages_out(self):
+        for name in (f"{self.label}.service", "com.corvane.authorization@.service"):
+            service = unit(name)["Service"]
+            self.assertEqual(service["LogLevelMax"], "notice")
+            for limit in ("MemoryMax", "TasksMax", "LimitNOFILE"):
+                self.assertIn(limit, service)
+
+
+if __name__ == "__main__":
+    sys.exit(not unittest.main(exit=False, verbosity=2).result.wasSuccessful())
