@@ -1,6 +1,6 @@
+#include <exception>
 #include <utility>
 
-#include "foundation/Exception.h"
 #include "foundation/POSIXError.h"
 #include "operations/ObjectLocation.h"
 #include "operations/SingleRemoval.h"
@@ -26,12 +26,24 @@ std::optional<Error> removeObject(const std::string& path) {
              : posixError(POSIXErrorCode::InputOutput);
 }
 
+// Both end in whatever way: past the point of no return, nothing keeps the process alive.
+
+bool removeRights(const ZELPrivilegedOperationSet& operationSet, AuthorizationRef authorization) {
+  try {
+    operationSet.removeAuthorizationRightsForImplementedOperationsUsingAuthorization(authorization);
+    return true;
+  } catch (const std::exception&) {
+    return false;
+  }
+}
+
 // The status of launch control; -1 if it cannot be run, as when its start is refused.
-std::int32_t removeJob(const std::string& label) {
+std::int32_t removeJob(const ZELPrivilegedOperationSet& operationSet) {
   try {
     return ZELTaskExecutor::init()->executeProgramAtPath(
-        launchControl, ZELTaskExecutor::Arguments{"remove", label});
-  } catch (const Exception&) {
+        launchControl,
+        ZELTaskExecutor::Arguments{"remove", operationSet.serviceIdentifierForHelper()});
+  } catch (const std::exception&) {
     return -1;
   }
 }
@@ -96,12 +108,9 @@ std::optional<Error> ZELPrivilegedHelper::performUninstallForClientWithPID(
   log("Processing uninstall request for PID %d. The executable files have been deleted, the point "
       "of no return was passed.",
       pid);
-  operationSet()->removeAuthorizationRightsForImplementedOperationsUsingAuthorization(
-      authorization);
-  log("Removed associated right definitions.");
+  if (removeRights(*operationSet(), authorization)) log("Removed associated right definitions.");
   AuthorizationFree(authorization, kAuthorizationFlagDefaults);
-  if (const std::int32_t result = removeJob(operationSet()->serviceIdentifierForHelper());
-      result != 0) {
+  if (const std::int32_t result = removeJob(*operationSet()); result != 0) {
     log("Removal from Launch Services management failed with error code %d.", result);
   }
   terminatePrivilegedHelper();
