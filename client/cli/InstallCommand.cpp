@@ -20,7 +20,7 @@ std::vector<Change> changesThatInstallMakes(const std::vector<HelperInstallation
   return changes;
 }
 
-// Whether or not it succeeds, rights that were there before stay.
+// All of them, or none that was not there before.
 std::optional<Error> registerAllRights(const Rights& before) {
   auto error = registerRights();
   const Rights after = examineRights();
@@ -30,7 +30,7 @@ std::optional<Error> registerAllRights(const Rights& before) {
               {{std::string(NSLocalizedDescriptionKey),
                 "the authorization database did not accept the right " + after.missing.front()}});
   }
-  if (error && before.registered.empty()) removeRights();
+  if (error) removeRights(before.missing);
   return error;
 }
 

@@ -63,6 +63,12 @@ std::optional<Error> removeRights() {
   });
 }
 
+std::optional<Error> removeRights(const std::vector<std::string>& names) {
+  return changeRights([&names](AuthorizationRef authorization) {
+    for (const std::string& name : names) AuthorizationRightRemove(authorization, name.c_str());
+  });
+}
+
 void tellChanges(const Context& context, const std::vector<Change>& changes,
                  std::string_view conclusion) {
   if (context.isJSON) {

@@ -25,10 +25,11 @@ struct Rights {
 };
 Rights examineRights();
 
-/// Put the rights into the database, or take them out; nothing, or why it cannot be done. What was
-/// done shows when they are examined.
+/// Put the rights into the database, or take all or some out; nothing, or why it cannot be done.
+/// What was done shows when they are examined.
 std::optional<Error> registerRights();
 std::optional<Error> removeRights();
+std::optional<Error> removeRights(const std::vector<std::string>& names);
 
 /// One line, and one element of a JSON result: what became of one object.
 struct Change {

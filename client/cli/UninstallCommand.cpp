@@ -62,10 +62,11 @@ Error explained(const Error& error, const PrivilegedHelperClient& client) {
 std::optional<PrivilegedHelperClient::Outcome> haveHelperRemoveItself(
     const Context& context, const HelperInstallation& installation) {
   PrivilegedHelperClient client(context.client);
-  auto outcome = client.performUninstall(installation.programPath(), installation.jobPath());
-  if (outcome.failure && outcome.failure->kind == CommunicationFailure::Kind::Refused) {
-    return std::nullopt;
+  if (const auto failure = client.connect()) {
+    if (failure->kind == CommunicationFailure::Kind::Refused) return std::nullopt;
+    return PrivilegedHelperClient::Outcome{failure, std::nullopt};
   }
+  auto outcome = client.performUninstall(installation.programPath(), installation.jobPath());
   if (outcome.error) outcome.error = explained(*outcome.error, client);
   return outcome;
 }

@@ -26,6 +26,13 @@ CommunicationFailure failure(int hostErrno, Kind otherwise, const std::string& w
   return {kind, what + ": " + posixDescription(posixCodeFromHost(hostErrno))};
 }
 
+// Whether an attempt to connect failed because nothing listens there, or because it is not allowed.
+// Everything else says nothing about a helper.
+bool isRefusal(int hostErrno) {
+  return hostErrno == ENOENT || hostErrno == ENOTDIR || hostErrno == ENAMETOOLONG ||
+         hostErrno == ECONNREFUSED || hostErrno == EACCES;
+}
+
 // How a call fails whose answer the helper did not live to give. The library makes it look like an
 // error that was answered.
 bool isLoss(int result) {
@@ -143,10 +150,10 @@ class LinuxHelperConnection : public HelperConnection {
     result = sd_bus_call(_bus.get(), raw, microseconds, &error, &answer);
     BusMessage reply(answer);
     if (result >= 0) return reply;
-    const bool isRefusal = sd_bus_error_is_set(&error) != 0 && !isLoss(result) &&
-                           sd_bus_error_has_name(&error, SD_BUS_ERROR_NO_REPLY) == 0;
+    const bool isAnswered = sd_bus_error_is_set(&error) != 0 && !isLoss(result) &&
+                            sd_bus_error_has_name(&error, SD_BUS_ERROR_NO_REPLY) == 0;
     CommunicationFailure failed =
-        isRefusal
+        isAnswered
             ? CommunicationFailure{Kind::BadMessage,
                                    std::string("The helper refused the request: ") +
                                        (error.message != nullptr ? error.message : error.name)}
@@ -174,7 +181,10 @@ HelperConnection::Answer<std::unique_ptr<HelperConnection>> HelperConnection::co
     const std::string& path, std::chrono::milliseconds timeout) {
   const Clock::time_point deadline = Clock::now() + timeout;
   FileDescriptor socket = connectedSocket(path, deadline);
-  if (!socket) return failure(errno, Kind::Refused, "No helper could be reached at " + path);
+  if (!socket) {
+    const Kind kind = isRefusal(errno) ? Kind::Refused : Kind::Lost;
+    return failure(errno, kind, "No helper could be reached at " + path);
+  }
   Bus bus = makePeerBus(std::move(socket), BusRole::Client);
   const int result = bus == nullptr ? -errno : completeHandshake(bus.get(), deadline);
   if (result < 0) {
