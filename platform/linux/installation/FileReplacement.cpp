@@ -4,6 +4,8 @@
 #include <array>
 #include <cerrno>
 #include <cstdio>
+#include <fstream>
+#include <set>
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -36,6 +38,11 @@ std::string newNameFor(const std::string& place) {
 
 std::string oldNameFor(const std::string& place) {
   return besides(place, ".corvane-old");
+}
+
+bool exists(const std::string& path) {
+  struct stat status {};
+  return ::lstat(path.c_str(), &status) == 0;
 }
 
 bool copyContents(int from, int to) {
@@ -96,7 +103,55 @@ std::optional<Error> FileReplacement::stage(const std::string& source, const std
   return std::nullopt;
 }
 
+// The journal lists the places that are empty: what is found there later is to go.
+std::optional<Error> FileReplacement::beginJournal() {
+  std::string text;
+  for (const File& file : _files) {
+    if (!exists(file.place)) text += file.place + "\n";
+  }
+  const FileDescriptor journal(
+      ::open(_journal.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0600));
+  if (!journal) return fileError(_journal);
+  _isJournalBegun = true;
+  if (::write(journal.get(), text.data(), text.size()) != static_cast<ssize_t>(text.size()) ||
+      ::fsync(journal.get()) != 0) {
+    return fileError(_journal);
+  }
+  syncFolderOf(_journal);
+  return std::nullopt;
+}
+
+void FileReplacement::endJournal() {
+  if (!std::exchange(_isJournalBegun, false)) return;
+  ::unlink(_journal.c_str());
+  syncFolderOf(_journal);
+}
+
+bool FileReplacement::isOtherUnfinished() const {
+  return !_isJournalBegun && exists(_journal);
+}
+
+void FileReplacement::recover(const std::vector<std::string>& places) const {
+  std::set<std::string> wereEmpty;
+  std::ifstream journal(_journal);
+  const bool isUnfinished = journal.is_open();
+  for (std::string line; std::getline(journal, line);) wereEmpty.insert(line);
+  for (const std::string& place : places) {
+    const std::string old = oldNameFor(place);
+    if (wereEmpty.count(place) != 0) {
+      ::unlink(place.c_str());
+    } else if (isUnfinished) {
+      ::rename(old.c_str(), place.c_str());
+    }
+    // The old name stays where both names are of one file.
+    for (const std::string& remains : remainsOf(place)) ::unlink(remains.c_str());
+  }
+  ::unlink(_journal.c_str());
+}
+
 std::optional<Error> FileReplacement::apply() {
+  if (_files.empty()) return std::nullopt;
+  if (auto error = beginJournal()) return error;
   for (File& file : _files) {
     const std::string old = oldNameFor(file.place);
     ::unlink(old.c_str());
@@ -113,6 +168,7 @@ std::optional<Error> FileReplacement::apply() {
 }
 
 void FileReplacement::keep() {
+  endJournal();
   for (const File& file : _files) ::unlink(oldNameFor(file.place).c_str());
   _files.clear();
   _folders.clear();
@@ -133,6 +189,7 @@ void FileReplacement::undo() {
   for (auto folder = _folders.rbegin(); folder != _folders.rend(); ++folder) {
     ::rmdir(folder->c_str());
   }
+  endJournal();
   _files.clear();
   _folders.clear();
 }

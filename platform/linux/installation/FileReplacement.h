@@ -3,6 +3,7 @@
 
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <sys/types.h>
@@ -13,10 +14,12 @@ namespace corvane {
 
 /// Puts several files in their places, all of them or none. Each is first written next to its
 /// place, and what was there is kept under another name until the whole is kept. Readers and
-/// running programs see the old file or the new one, never a part of one.
+/// running programs see the old file or the new one, never a part of one. From the first file that
+/// is moved to its place until the whole is kept or undone there is a journal, by which the work of
+/// a process that was killed can be undone later.
 class FileReplacement {
  public:
-  FileReplacement() = default;
+  explicit FileReplacement(std::string journal) : _journal(std::move(journal)) {}
   FileReplacement(const FileReplacement&) = delete;
   FileReplacement& operator=(const FileReplacement&) = delete;
   /// Undoes everything that was not kept.
@@ -33,6 +36,11 @@ class FileReplacement {
   /// Makes it undone.
   void undo();
 
+  /// True if another replacement with this journal is at work, or was killed.
+  bool isOtherUnfinished() const;
+  /// Undoes what a replacement that was killed has done to `places`.
+  void recover(const std::vector<std::string>& places) const;
+
   /// The names under which a replacement that was killed may have left something for `place`.
   static std::vector<std::string> remainsOf(const std::string& place);
 
@@ -44,7 +52,11 @@ class FileReplacement {
   };
 
   std::optional<Error> makeFolder(const std::string& path);
+  std::optional<Error> beginJournal();
+  void endJournal();
 
+  std::string _journal;
+  bool _isJournalBegun = false;
   std::vector<File> _files;
   std::vector<std::string> _folders;
 };

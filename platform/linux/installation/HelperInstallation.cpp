@@ -42,6 +42,9 @@ struct InstalledFile {
 };
 
 std::optional<std::string> contentsOf(const std::string& path) {
+  // Nothing waits for who may write into a pipe.
+  std::error_code ignored;
+  if (!fs::is_regular_file(path, ignored)) return std::nullopt;
   std::ifstream file(path, std::ios::binary | std::ios::ate);
   if (!file) return std::nullopt;
   std::string contents(static_cast<std::size_t>(std::max<std::streamoff>(file.tellg(), 0)), '\0');
@@ -70,7 +73,11 @@ Error errorAbout(POSIXErrorCode code, const std::string& path, const std::string
 class LinuxInstallation : public HelperInstallation {
  public:
   LinuxInstallation(std::string label, const std::string& payload, std::string root)
-      : _label(std::move(label)), _root(std::move(root)), _systemctl(_root) {
+      : _label(std::move(label)),
+        _root(std::move(root)),
+        _systemctl(_root),
+        _journal(inRoot("/usr/lib/.com.corvane.installation")),
+        _replacement(_journal) {
     const auto add = [&](const std::string& name, const char* folder, mode_t permissions) {
       _files.push_back({payload + "/" + name, inRoot(folder + name), permissions});
     };
@@ -112,12 +119,19 @@ class LinuxInstallation : public HelperInstallation {
  private:
   std::string inRoot(const std::string& path) const { return _root == "/" ? path : _root + path; }
 
+  std::vector<std::string> places() const {
+    std::vector<std::string> places;
+    for (const InstalledFile& file : _files) places.push_back(file.place);
+    return places;
+  }
+
   State stateOf(const InstalledFile& file) const {
     struct stat status {};
     if (::lstat(file.place.c_str(), &status) != 0) return State::Missing;
     const bool isAsPut = S_ISREG(status.st_mode) && status.st_uid == 0 && status.st_gid == 0 &&
                          (status.st_mode & ALLPERMS) == file.permissions;
-    const bool isCurrent = isAsPut && contentsOf(file.place) == contentsOf(file.source) &&
+    const bool isCurrent = isAsPut && !_replacement.isOtherUnfinished() &&
+                           contentsOf(file.place) == contentsOf(file.source) &&
                            (file.permissions != unitPermissions ||
                             !_systemctl.isReloadNeeded(lastPathComponent(file.place)));
     return isCurrent ? State::Current : State::Different;
@@ -143,6 +157,7 @@ class LinuxInstallation : public HelperInstallation {
   std::vector<std::string> _sockets;
 
   FileDescriptor _lock;
+  std::string _journal;
   FileReplacement _replacement;
   std::vector<std::string> _enabled;
   std::vector<std::string> _started;
@@ -171,11 +186,9 @@ std::optional<Error> LinuxInstallation::checkSources() const {
 
 std::optional<Error> LinuxInstallation::putInPlace() {
   if (auto error = lock()) return error;
+  _replacement.recover(places());
   if (auto error = checkSources()) return error;
   for (const InstalledFile& file : _files) {
-    for (const std::string& remains : FileReplacement::remainsOf(file.place)) {
-      ::unlink(remains.c_str());
-    }
     if (stateOf(file) == State::Current) continue;
     if (auto error = _replacement.stage(file.source, file.place, file.permissions)) return error;
     _isReloadNeeded |= file.permissions == unitPermissions;
@@ -226,6 +239,8 @@ void LinuxInstallation::remove() {
   if (_systemctl.isManagerRunning()) {
     _systemctl.run({"stop", _label + ".service", std::string(issuer) + "@*.service"});
   }
+  // Before anything else: what is removed from here on is not to come back.
+  ::unlink(_journal.c_str());
   for (const InstalledFile& file : _files) {
     if (isOurs(file.place)) ::unlink(file.place.c_str());
     for (const std::string& remains : FileReplacement::remainsOf(file.place)) {
@@ -242,7 +257,7 @@ void LinuxInstallation::remove() {
 }
 
 std::vector<std::string> LinuxInstallation::leftovers() const {
-  std::vector<std::string> all;
+  std::vector<std::string> all = {_journal};
   for (const InstalledFile& file : _files) {
     if (isOurs(file.place)) all.push_back(file.place);
     const auto remains = FileReplacement::remainsOf(file.place);
