@@ -34,7 +34,7 @@ class FileReplacementTest : public ProtectionTest {
 
 TEST_F(FileReplacementTest, FilesGetTheirPlacesAndPermissions) {
   const mode_t mask = ::umask(077);
-  FileReplacement replacement;
+  FileReplacement replacement(folder.path("journal"));
   ASSERT_EQ(replaceBoth(replacement), std::nullopt);
   replacement.keep();
   ::umask(mask);
@@ -50,7 +50,7 @@ TEST_F(FileReplacementTest, FilesGetTheirPlacesAndPermissions) {
 TEST_F(FileReplacementTest, WhatIsNotKeptIsUndone) {
   const auto before = contentsOf(folder.path());
   {
-    FileReplacement replacement;
+    FileReplacement replacement(folder.path("journal"));
     ASSERT_EQ(replaceBoth(replacement), std::nullopt);
     EXPECT_EQ(read(one), "new one");
   }
@@ -64,7 +64,7 @@ TEST_F(FileReplacementTest, WhatWasThereComesBackWithItsIdentity) {
   struct stat old {};
   ASSERT_EQ(::stat(one.c_str(), &old), 0);
   {
-    FileReplacement replacement;
+    FileReplacement replacement(folder.path("journal"));
     ASSERT_EQ(replaceBoth(replacement), std::nullopt);
     EXPECT_EQ(read(two), "new two");
   }
@@ -78,7 +78,7 @@ TEST_F(FileReplacementTest, WhatWasThereComesBackWithItsIdentity) {
 TEST_F(FileReplacementTest, WhoHasTheOldFileOpenKeepsIt) {
   write(one, "old one");
   std::ifstream open(one);
-  FileReplacement replacement;
+  FileReplacement replacement(folder.path("journal"));
   ASSERT_EQ(replaceBoth(replacement), std::nullopt);
   replacement.keep();
   EXPECT_EQ((std::string{std::istreambuf_iterator<char>(open), {}}), "old one");
@@ -91,7 +91,7 @@ TEST_F(FileReplacementTest, AFileThatCannotBeReplacedLeavesAllAsTheyWere) {
   setKernelFlags(two, FS_IMMUTABLE_FL);
   const auto before = contentsOf(folder.path());
   {
-    FileReplacement replacement;
+    FileReplacement replacement(folder.path("journal"));
     const auto error = replaceBoth(replacement);
     ASSERT_TRUE(error);
     EXPECT_TRUE(isPOSIXError(*error, POSIXErrorCode::NotPermitted));
@@ -104,7 +104,7 @@ TEST_F(FileReplacementTest, AFolderIsNotReplaced) {
   write(two + "/file", "contents");
   const auto before = contentsOf(folder.path());
   {
-    FileReplacement replacement;
+    FileReplacement replacement(folder.path("journal"));
     EXPECT_TRUE(replaceBoth(replacement));
   }
   EXPECT_EQ(contentsOf(folder.path()), before);
@@ -112,7 +112,7 @@ TEST_F(FileReplacementTest, AFolderIsNotReplaced) {
 
 TEST_F(FileReplacementTest, WhatAKilledReplacementLeftIsNotInTheWay) {
   for (const std::string& remains : FileReplacement::remainsOf(one)) write(remains, "half of");
-  FileReplacement replacement;
+  FileReplacement replacement(folder.path("journal"));
   ASSERT_EQ(replaceBoth(replacement), std::nullopt);
   replacement.keep();
   EXPECT_EQ(read(one), "new one");
