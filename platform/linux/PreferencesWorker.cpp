@@ -147,7 +147,8 @@ class Worker {
       errno = failure;
       return false;
     }
-    // Whether the folder reaches the disk now or later, it names the old file or the new one, whole.
+    // Whether the folder reaches the disk now or later, it names the old file or the new one,
+    // whole.
     return true;
   }
 
