@@ -54,6 +54,10 @@ inline constexpr bool freedMemoryIsKept = true;
 inline constexpr bool freedMemoryIsKept = false;
 #endif
 
+/// True where the undefined-behaviour sanitizer, which comes with address sanitizer here, looks at
+/// objects through pipes: it takes them for none when there are no descriptors left.
+inline constexpr bool objectsTakeDescriptors = freedMemoryIsKept;
+
 /// Leaves this process `count` descriptors until the end of the scope.
 class FewDescriptors {
  public:
