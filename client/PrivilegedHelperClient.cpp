@@ -122,7 +122,7 @@ class PrivilegedHelperClient::Session {
   }
 
   std::optional<CommunicationFailure> enableDebugMode(bool flag) {
-    if (const auto failure = connect()) return failure;
+    if (auto failure = connect()) return failure;
     auto failure = failureOf(_connection->enableDebugMode(flag, _options.patience));
     if (failure) _connection.reset();
     return failure;
@@ -130,7 +130,7 @@ class PrivilegedHelperClient::Session {
 
   // What comes before every operation; what fails here has not reached the helper.
   std::optional<CommunicationFailure> prepare() {
-    if (const auto failure = connectAndRegister()) return failure;
+    if (auto failure = connectAndRegister()) return failure;
     return retryWhileLost([this] { return obtainAuthorization(); });
   }
 
@@ -178,7 +178,7 @@ class PrivilegedHelperClient::Session {
 
   std::optional<CommunicationFailure> connectAndRegisterOnce() {
     if (_isRegistered && _connection != nullptr) return std::nullopt;
-    if (const auto failure = connect()) return failure;
+    if (auto failure = connect()) return failure;
     // Also once more: a helper that ended has forgotten it, and to one that did not it is the same.
     const std::lock_guard lock(registrations().mutex);
     auto failure = failureOf(_connection->registerClientWithPID(::getpid(), _options.patience));

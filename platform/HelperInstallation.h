@@ -31,7 +31,7 @@ class HelperInstallation {
 
   /// The installation of the helper that has the service identifier `label`, from the folder
   /// `payload`, on the system whose root is `root`: another one than "/" is not running.
-  static std::unique_ptr<HelperInstallation> ofHelper(std::string label, std::string payload,
+  static std::unique_ptr<HelperInstallation> ofHelper(std::string label, const std::string& payload,
                                                       std::string root = "/");
   /// The folder with the payload that came with this program.
   static std::string ownPayload();

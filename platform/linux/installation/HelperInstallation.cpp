@@ -104,10 +104,7 @@ class LinuxInstallation : public HelperInstallation {
 
   void keep() override {
     _replacement.keep();
-    _enabled.clear();
-    _started.clear();
-    _isReloadNeeded = false;
-    _lock.reset();
+    forget();
   }
 
   std::string programPath() const override { return programFolder + _label; }
@@ -149,6 +146,7 @@ class LinuxInstallation : public HelperInstallation {
   std::optional<Error> makeReady(const std::string& socket);
   std::vector<std::string> runtimeFolders() const;
   void undo();
+  void forget();
 
   std::string _label;
   std::string _root;
@@ -221,7 +219,14 @@ void LinuxInstallation::undo() {
   for (const std::string& socket : _enabled) _systemctl.run({"--quiet", "disable", socket});
   _replacement.undo();
   if (_isReloadNeeded && _systemctl.isManagerRunning()) _systemctl.run({"daemon-reload"});
-  keep();
+  forget();
+}
+
+void LinuxInstallation::forget() {
+  _enabled.clear();
+  _started.clear();
+  _isReloadNeeded = false;
+  _lock.reset();
 }
 
 // The folders of the sockets, of the key and of the rights, none of which outlives the helper.
@@ -280,7 +285,7 @@ std::vector<std::string> LinuxInstallation::leftovers() const {
 }  // namespace
 
 std::unique_ptr<HelperInstallation> HelperInstallation::ofHelper(std::string label,
-                                                                 std::string payload,
+                                                                 const std::string& payload,
                                                                  std::string root) {
   return std::make_unique<LinuxInstallation>(std::move(label), payload, std::move(root));
 }
