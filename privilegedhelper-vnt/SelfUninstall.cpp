@@ -95,7 +95,7 @@ std::optional<Error> ZELPrivilegedHelper::performUninstallForClientWithPID(
   const OSStatus status =
       AuthorizationCreate(nullptr, nullptr, kAuthorizationFlagDefaults, &authorization);
   if (status != errAuthorizationSuccess) return Error(NSOSStatusErrorDomain, status);
-  if (const auto error = deleteFileSystemObjectsWithPaths({removingObjectsAtPath, andPath});
+  if (auto error = deleteFileSystemObjectsWithPaths({removingObjectsAtPath, andPath});
       error && error->code() != 0) {
     AuthorizationFree(authorization, kAuthorizationFlagDefaults);
     return error;

@@ -67,7 +67,7 @@ class LinuxHelperConnection : public HelperConnection {
 
   Answer<std::string> getVersionString(Timeout timeout) override {
     auto reply = call("GetVersionString", timeout, [](sd_bus_message*) { return 0; });
-    if (auto* failed = std::get_if<CommunicationFailure>(&reply)) return *std::move(failed);
+    if (auto* failed = std::get_if<CommunicationFailure>(&reply)) return std::move(*failed);
     const char* version = nullptr;
     const int result = sd_bus_message_read(std::get<BusMessage>(reply).get(), "s", &version);
     if (result <= 0) return badReply(result);
@@ -107,7 +107,7 @@ class LinuxHelperConnection : public HelperConnection {
       transport.reset();
       return result;
     });
-    if (auto* failed = std::get_if<CommunicationFailure>(&reply)) return *std::move(failed);
+    if (auto* failed = std::get_if<CommunicationFailure>(&reply)) return std::move(*failed);
     std::optional<Error> error;
     const int result = readOptionalError(std::get<BusMessage>(reply).get(), error);
     if (result < 0) return badReply(result);
@@ -168,7 +168,7 @@ class LinuxHelperConnection : public HelperConnection {
     auto reply = call(member, timeout, [&](sd_bus_message* message) {
       return sd_bus_message_append(message, type, argument);
     });
-    if (auto* failed = std::get_if<CommunicationFailure>(&reply)) return *std::move(failed);
+    if (auto* failed = std::get_if<CommunicationFailure>(&reply)) return std::move(*failed);
     return std::monostate();
   }
 
