@@ -182,7 +182,7 @@ std::optional<Error> ZELPrivilegedHelper::openFeedbackConnection(
   const auto slot = std::make_shared<Atomic<std::optional<Error>>>();
   opened->remoteObjectProxyWithErrorHandler([slot](const Error& error) { slot->store(error); })
       ->processPrivilegedOperationFeedback(opening);
-  if (const std::optional<Error> error = slot->load()) {
+  if (std::optional<Error> error = slot->load()) {
     logAt(LogPriorityError,
           "The operation is supporting feedback information, but no return connection could be "
           "opened (%s).",

@@ -66,7 +66,7 @@ class LinuxFeedbackListener : public FeedbackListener {
     // Ends the thread whichever side it waits for; dropping an unsent endpoint does too.
     _endpoint.reset();
     ::shutdown(_control.get(), SHUT_RDWR);
-    waitUntilClosed();
+    LinuxFeedbackListener::waitUntilClosed();
   }
 
   XPCListenerEndpoint takeEndpoint() override { return endpointFromSocket(std::move(_endpoint)); }
