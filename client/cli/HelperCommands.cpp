@@ -11,6 +11,7 @@ int nop(const Context& context) {
 
 int deleteFiles(const Context& context, const std::vector<std::string>& paths) {
   std::vector<std::string> absolute;
+  absolute.reserve(paths.size());
   for (const std::string& path : paths) {
     absolute.push_back(path.empty() ? path : std::filesystem::absolute(path).string());
   }
