@@ -21,7 +21,7 @@ constexpr uid_t somebodyElse = 65534;
 class AppendOnlyObjectsTest : public ProtectionTest {
  protected:
   std::string makeAppendOnlyFile(const std::string& name) const {
-    const std::string file = folder.makeFile(name);
+    std::string file = folder.makeFile(name);
     setKernelFlags(file, FS_APPEND_FL);
     return file;
   }
