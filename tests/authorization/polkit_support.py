@@ -9,6 +9,7 @@ import select
 import shutil
 import subprocess
 import sys
+import termios
 import threading
 import time
 
@@ -16,10 +17,11 @@ HERE = os.path.dirname(os.path.abspath(__file__))
 sys.path.insert(0, f"{HERE}/../daemon")
 
 from bus import Client  # noqa: E402
-from support import PATIENCE, PROGRAMS, DaemonTest, environment_for  # noqa: E402
+from support import PATIENCE, PROGRAMS, DaemonTest, environment_for, wait_until  # noqa: E402
 
 USER, ADMINISTRATOR = 60001, 60002
 PASSWORD = "correct horse"
+LOCAL_MODES = 3  # their place in what tcgetattr gives
 
 PASSWD = f"""root:x:0:0::/:/bin/sh
 polkitd:x:{{polkitd}}:{{polkitd}}::/:/bin/sh
@@ -88,6 +90,12 @@ class Terminal:
             if not shown:
                 raise AssertionError(f"'{text}' is not shown in:\n{self.seen}")
             self.seen += shown
+
+    def wait_for_password_prompt(self):
+        """The agent shows its prompt, then drops what has been typed and no longer echoes."""
+        self.wait_for("Password: ")
+        wait_until(lambda: not termios.tcgetattr(self._terminal)[LOCAL_MODES] & termios.ECHO,
+                   "what is typed is unseen")
 
     def type(self, text):
         os.write(self._terminal, text.encode())

@@ -61,6 +61,10 @@ class Scenario:
         """A request in progress: an ordinary user is asked for the administrator's password."""
         terminal = self.machine.terminal(f"{CLIENT} delete {path}", "alice", is_login)
         terminal.expect("Password: ")
+        # The agent shows its prompt, then drops what has been typed and no longer echoes.
+        self.machine.wait_until(
+            "stty -a -F /proc/$(pgrep -x pkttyagent)/fd/0 | grep -q -- ' -echo '",
+            "what is typed is unseen")
         return terminal
 
     def answer(self, terminal):
