@@ -63,13 +63,13 @@ class Agent:
 class Terminal:
     """A program that an ordinary user runs on a terminal, and what a person sees and types there."""
 
-    def __init__(self, command, environment, mount_namespace_of, uid=USER):
+    def __init__(self, command, environment, files_of, uid=USER):
         self.seen = ""
         self.pid, self._terminal = pty.fork()
         if self.pid == 0:
             with contextlib.suppress(Exception):
                 os.execvpe("nsenter",
-                           ["nsenter", f"--mount=/proc/{mount_namespace_of}/ns/mnt", "--wd=/",
+                           ["nsenter", f"--target={files_of}", "--mount", "--root", "--wd",
                             "setpriv", f"--reuid={uid}", f"--regid={uid}", "--clear-groups",
                             *command], environment)
             os._exit(127)

@@ -62,7 +62,8 @@ class LibraryTest(unittest.TestCase):
     def test_it_is_found_with_cmake(self):
         with open(f"{self.folder}/CMakeLists.txt", "w", encoding="utf-8") as project:
             project.write(PROJECT)
-        self.run_tool("cmake", "-S", ".", "-B", "build", f"-DCMAKE_PREFIX_PATH={self.prefix}")
+        self.run_tool("cmake", "-G", "Ninja", "-S", ".", "-B", "build",
+                      f"-DCMAKE_PREFIX_PATH={self.prefix}")
         self.run_tool("cmake", "--build", "build")
         self.assertWorks(f"{self.folder}/build/other")
 
