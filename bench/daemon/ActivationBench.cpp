@@ -1,18 +1,17 @@
 // From a client's connection to the first reply while the daemon is not running, against a bare
 // program that accepts and answers, both started on demand by the same code. Needs root.
 
-#include <cstdio>
-#include <exception>
-#include <stdexcept>
+#include <cerrno>
 #include <system_error>
 
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
 
+#include "bench/support/Helper.h"
+#include "bench/support/Program.h"
 #include "bench/support/Rounds.h"
 #include "bench/support/SocketActivation.h"
-#include "platform/HelperConnection.h"
 
 namespace corvane {
 namespace {
@@ -20,13 +19,7 @@ namespace {
 constexpr int rounds = 51;
 
 void askDaemon(const std::string& path) {
-  auto connection = HelperConnection::connect(path, std::chrono::seconds(10));
-  if (const auto* failure = std::get_if<CommunicationFailure>(&connection)) {
-    throw std::runtime_error(failure->description);
-  }
-  const auto version =
-      std::get<std::unique_ptr<HelperConnection>>(connection)->getVersionString(std::nullopt);
-  if (std::get_if<std::string>(&version) == nullptr) throw std::runtime_error("no version");
+  bench::askForVersion(*bench::connectToHelper(path));
 }
 
 void askBareProgram(const std::string& path) {
@@ -51,20 +44,17 @@ bench::Contender contender(const char* name, bench::SocketActivation& activation
           }};
 }
 
+void measure() {
+  bench::SocketActivation daemon(bench::helperProgram);
+  bench::SocketActivation bare("bare-activated-program");
+  bench::compare(contender("daemon, connect to first reply", daemon, &askDaemon),
+                 contender("bare program, connect to first reply", bare, &askBareProgram), rounds,
+                 "ms", 5);
+}
+
 }  // namespace
 }  // namespace corvane
 
 int main() {
-  try {
-    corvane::bench::SocketActivation daemon("com.corvane.system.privilegedhelper-vnt");
-    corvane::bench::SocketActivation bare("bare-activated-program");
-    corvane::bench::compare(
-        corvane::contender("daemon, connect to first reply", daemon, &corvane::askDaemon),
-        corvane::contender("bare program, connect to first reply", bare, &corvane::askBareProgram),
-        corvane::rounds, "ms", 5);
-    return 0;
-  } catch (const std::exception& exception) {
-    std::fprintf(stderr, "%s\n", exception.what());
-    return 1;
-  }
+  return corvane::bench::runProgram(&corvane::measure);
 }

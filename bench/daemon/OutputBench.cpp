@@ -4,18 +4,17 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
-#include <exception>
 #include <filesystem>
 #include <fstream>
-#include <memory>
 #include <stdexcept>
 #include <string>
 
-#include "bench/daemon/OwnForm.h"
+#include "bench/support/Helper.h"
+#include "bench/support/Program.h"
 #include "bench/support/Rounds.h"
 #include "bench/support/SocketActivation.h"
+#include "bench/support/TemporaryFolder.h"
 #include "platform/FeedbackListener.h"
-#include "platform/HelperConnection.h"
 
 namespace corvane {
 namespace {
@@ -31,25 +30,21 @@ constexpr int rounds = 5;
 class Application {
  public:
   Application() {
-    if (::mkdtemp(_folder.data()) == nullptr) throw std::runtime_error("no temporary folder");
-    std::filesystem::create_directories(_folder + "/Contents/MacOS");
-    std::ofstream(_folder + "/Contents/Info.plist")
+    std::filesystem::create_directories(path() + "/Contents/MacOS");
+    std::ofstream(path() + "/Contents/Info.plist")
         << "<plist version=\"1.0\"><dict><key>CFBundleExecutable</key>"
            "<string>application</string></dict></plist>";
     for (const char* name : {"application", "lipo"}) {
-      const std::string path = _folder + "/Contents/MacOS/" + name;
-      std::ofstream(path) << "#!/bin/sh\nexec /usr/bin/" << child << "\n";
-      std::filesystem::permissions(path, std::filesystem::perms(0755));
+      const std::string program = path() + "/Contents/MacOS/" + name;
+      std::ofstream(program) << "#!/bin/sh\nexec /usr/bin/" << child << "\n";
+      std::filesystem::permissions(program, std::filesystem::perms(0755));
     }
   }
-  Application(const Application&) = delete;
-  Application& operator=(const Application&) = delete;
-  ~Application() { std::filesystem::remove_all(_folder); }
 
-  const std::string& path() const { return _folder; }
+  const std::string& path() const { return _folder.path(); }
 
  private:
-  std::string _folder = "/tmp/output-bench.XXXXXX";
+  bench::TemporaryFolder _folder;
 };
 
 class Counter : public ZELPrivilegedOperationFeedbackProtocol {
@@ -70,7 +65,7 @@ double runThroughDaemon(HelperConnection& connection, const Application& applica
   Counter counter;
   const auto listener = FeedbackListener::serve(counter);
   const auto answer = connection.performPrivilegedOperation(
-      codeExecuteUtility, bench::ownForm(), listener->takeEndpoint(),
+      codeExecuteUtility, bench::formOf(ProcessIdentity::ofThisProcess()), listener->takeEndpoint(),
       Array{application.path(), "lipo"}, std::nullopt);
   listener->waitUntilClosed();
   const auto* error = std::get_if<std::optional<Error>>(&answer);
@@ -82,13 +77,9 @@ double runThroughDaemon(HelperConnection& connection, const Application& applica
 
 void measure() {
   const Application application;
-  bench::SocketActivation daemon("com.corvane.system.privilegedhelper-vnt");
+  bench::SocketActivation daemon(bench::helperProgram);
   daemon.start();
-  auto answer = HelperConnection::connect(daemon.socketPath(), std::chrono::seconds(10));
-  if (const auto* failure = std::get_if<CommunicationFailure>(&answer)) {
-    throw std::runtime_error(failure->description);
-  }
-  const auto connection = std::get<std::unique_ptr<HelperConnection>>(std::move(answer));
+  const auto connection = bench::connectToHelper(daemon.socketPath());
 
   bench::compare(
       {"1 GiB through the daemon", [&] { return runThroughDaemon(*connection, application); }},
@@ -110,11 +101,5 @@ void measure() {
 }  // namespace corvane
 
 int main() {
-  try {
-    corvane::measure();
-    return 0;
-  } catch (const std::exception& exception) {
-    std::fprintf(stderr, "%s\n", exception.what());
-    return 1;
-  }
+  return corvane::bench::runProgram(&corvane::measure);
 }

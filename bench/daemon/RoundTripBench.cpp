@@ -1,16 +1,17 @@
 // The round trip of a request that does nothing, authorization by the embedded authority included,
 // against a bare echo over the same library between two processes. Needs root.
 
-#include <cstdio>
-#include <exception>
+#include <cstdint>
+#include <stdexcept>
+#include <utility>
 
 #include <systemd/sd-bus.h>
 #include <unistd.h>
 
-#include "bench/daemon/OwnForm.h"
+#include "bench/support/Helper.h"
+#include "bench/support/Program.h"
 #include "bench/support/Rounds.h"
 #include "bench/support/SocketActivation.h"
-#include "platform/HelperConnection.h"
 #include "platform/linux/Bus.h"
 #include "platform/linux/EndpointTransport.h"
 
@@ -62,54 +63,21 @@ class EchoServer {
   Bus _bus;
 };
 
-// The daemon, connected to, with a form to show.
-class Helper {
- public:
-  Helper() {
-    _activation.start();
-    auto connection = HelperConnection::connect(_activation.socketPath(), std::chrono::seconds(10));
-    if (const auto* failure = std::get_if<CommunicationFailure>(&connection)) {
-      throw std::runtime_error(failure->description);
-    }
-    _connection = std::get<std::unique_ptr<HelperConnection>>(std::move(connection));
-    _form = bench::ownForm();
-  }
-
-  void call() {
-    const auto answer =
-        _connection->performPrivilegedOperation(9998, _form, std::nullopt, Array(), std::nullopt);
-    const auto* error = std::get_if<std::optional<Error>>(&answer);
-    if (error == nullptr || error->has_value()) throw std::runtime_error("nop failed");
-  }
-
- private:
-  bench::SocketActivation _activation{"com.corvane.system.privilegedhelper-vnt"};
-  std::unique_ptr<HelperConnection> _connection;
-  Data _form;
-};
-
-template <typename Server>
-bench::Contender contender(const char* name, Server& server) {
-  return {name, [&server] {
-            return 1e6 / calls * bench::secondsFor([&server] {
-                     for (int i = 0; i < calls; ++i) server.call();
-                   });
-          }};
+void measure() {
+  bench::SocketActivation daemon(bench::helperProgram);
+  daemon.start();
+  const auto connection = bench::connectToHelper(daemon.socketPath());
+  const Data form = bench::formOf(ProcessIdentity::ofThisProcess());
+  EchoServer echoServer;
+  bench::compare(bench::perCall("nop through the daemon", calls,
+                                [&] { bench::performNop(*connection, form); }),
+                 bench::perCall("bare echo", calls, [&] { echoServer.call(); }), rounds,
+                 "us a call", 2);
 }
 
 }  // namespace
 }  // namespace corvane
 
 int main() {
-  try {
-    corvane::Helper helper;
-    corvane::EchoServer echoServer;
-    corvane::bench::compare(corvane::contender("nop through the daemon", helper),
-                            corvane::contender("bare echo", echoServer), corvane::rounds,
-                            "us a call", 2);
-    return 0;
-  } catch (const std::exception& exception) {
-    std::fprintf(stderr, "%s\n", exception.what());
-    return 1;
-  }
+  return corvane::bench::runProgram(&corvane::measure);
 }

@@ -5,13 +5,16 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <stdexcept>
 #include <string>
 
 #include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "bench/support/Program.h"
 #include "bench/support/Rounds.h"
+#include "bench/support/TemporaryFolder.h"
 #include "foundation/PropertyList.h"
 #include "platform/Preferences.h"
 
@@ -24,14 +27,10 @@ const std::string application = "com.example.bench";
 const std::string user(kCFPreferencesAnyUser);
 const std::string host(kCFPreferencesAnyHost);
 
-void fail(const char* what) {
-  std::fprintf(stderr, "%s\n", what);
-  std::exit(EXIT_FAILURE);  // NOLINT(concurrency-mt-unsafe)
-}
-
 void set(const std::string& key, Value value) {
   CFPreferencesSetValue(key, std::move(value), application, user, host);
-  if (!CFPreferencesSynchronize(application, user, host)) fail("a key could not be set");
+  if (!CFPreferencesSynchronize(application, user, host))
+    throw std::runtime_error("a key could not be set");
 }
 
 void convert(const fs::path& from, const fs::path& to, const char* format) {
@@ -42,11 +41,11 @@ void convert(const fs::path& from, const fs::path& to, const char* format) {
   pid_t process = -1;
   if (::posix_spawnp(&process, arguments[0], nullptr, nullptr, const_cast<char* const*>(arguments),
                      environ) != 0) {
-    fail("plistutil is missing");
+    throw std::runtime_error("plistutil is missing");
   }
   int status = 0;
   ::waitpid(process, &status, 0);
-  if (status != 0) fail("plistutil failed");
+  if (status != 0) throw std::runtime_error("plistutil failed");
 }
 
 void compareWithConversion(const fs::path& file, PropertyListFormat format) {
@@ -87,7 +86,8 @@ void setFromFourProcesses() {
     }
     for (int process = 0; process < processes; ++process) {
       int status = 0;
-      if (::waitpid(-1, &status, 0) <= 0 || status != 0) fail("a process failed");
+      if (::waitpid(-1, &status, 0) <= 0 || status != 0)
+        throw std::runtime_error("a process failed");
     }
   });
   int found = 0;
@@ -99,25 +99,22 @@ void setFromFourProcesses() {
   }
   std::printf("%d of %d sets from four processes are there, after %.2f s\n", found,
               processes * setsEach, seconds);
-  if (found != processes * setsEach) fail("sets were lost");
+  if (found != processes * setsEach) throw std::runtime_error("sets were lost");
 }
 
-int run() {
-  std::string root = fs::temp_directory_path() / "corvane-preferences-bench-XXXXXX";
-  if (::mkdtemp(root.data()) == nullptr) fail("no temporary folder");
-  ::setenv("CORVANE_PREFERENCES_ROOT", root.c_str(), 1);  // NOLINT(concurrency-mt-unsafe)
-  const fs::path file = fs::path(root) / "etc/xdg/preferences" / (application + ".plist");
+void measure() {
+  const bench::TemporaryFolder root;
+  ::setenv("CORVANE_PREFERENCES_ROOT", root.path().c_str(), 1);  // NOLINT(concurrency-mt-unsafe)
+  const fs::path file = fs::path(root.path()) / "etc/xdg/preferences" / (application + ".plist");
   compareWithConversion(file, PropertyListFormat::XML);
   compareWithConversion(file, PropertyListFormat::Binary);
   fs::remove(file);
   setFromFourProcesses();
-  fs::remove_all(root);
-  return EXIT_SUCCESS;
 }
 
 }  // namespace
 }  // namespace corvane
 
 int main() {
-  return corvane::run();
+  return corvane::bench::runProgram(&corvane::measure);
 }

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
+#include <utility>
 
 namespace corvane::bench {
 
@@ -10,6 +11,14 @@ double median(std::vector<double> values) {
   std::sort(values.begin(), values.end());
   const std::size_t middle = values.size() / 2;
   return values.size() % 2 == 1 ? values[middle] : (values[middle - 1] + values[middle]) / 2;
+}
+
+Contender perCall(std::string name, int calls, std::function<void()> call) {
+  return {std::move(name), [calls, call = std::move(call)] {
+            return 1e6 / calls * secondsFor([&] {
+                     for (int i = 0; i < calls; ++i) call();
+                   });
+          }};
 }
 
 void compare(const Contender& ours, const Contender& rival, int rounds, const char* unit,

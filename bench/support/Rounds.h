@@ -15,6 +15,9 @@ struct Contender {
   std::function<double()> run;
 };
 
+/// A contender that calls `call` `calls` times and whose cost is the microseconds of one of them.
+Contender perCall(std::string name, int calls, std::function<void()> call);
+
 /// Runs both in turn, `rounds` times after a round that does not count, and prints both medians in
 /// `unit` and the median of the ratios, round by round, with the ratio that is aimed at.
 void compare(const Contender& ours, const Contender& rival, int rounds, const char* unit,

@@ -50,10 +50,8 @@ long memoryOf(pid_t process, const std::string& figure) {
 
 SocketActivation::SocketActivation(const std::string& program)
     : _program(program.find('/') == std::string::npos ? programBeside(program) : program),
-      _folder("/tmp/activation.XXXXXX") {
-  if (::mkdtemp(_folder.data()) == nullptr) fail("mkdtemp");
-  _socketPath = _folder + "/socket";
-  _authorizationFolder = _folder + "/root";
+      _socketPath(_folder.path() + "/socket"),
+      _authorizationFolder(_folder.path() + "/root") {
   std::filesystem::create_directory(_authorizationFolder);
   std::filesystem::permissions(_authorizationFolder, std::filesystem::perms::owner_all);
   // Only the embedded authority: the figures must not depend on what runs on this machine.
@@ -72,8 +70,6 @@ SocketActivation::SocketActivation(const std::string& program)
 
 SocketActivation::~SocketActivation() {
   stop();
-  std::error_code ignored;
-  std::filesystem::remove_all(_folder, ignored);
 }
 
 void SocketActivation::start() {

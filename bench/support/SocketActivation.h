@@ -5,6 +5,7 @@
 
 #include <sys/types.h>
 
+#include "bench/support/TemporaryFolder.h"
 #include "foundation/FileDescriptor.h"
 
 namespace corvane::bench {
@@ -36,7 +37,7 @@ class SocketActivation {
 
  private:
   std::string _program;
-  std::string _folder;
+  TemporaryFolder _folder;
   std::string _socketPath;
   std::string _authorizationFolder;
   FileDescriptor _listening;
