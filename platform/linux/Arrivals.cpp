@@ -32,12 +32,14 @@ bool Arrivals::isAnyArriving() {
 }
 
 Arrivals::Leaving::Leaving(Arrivals& arrivals) {
+  // Others are accepted meanwhile, but not without end.
   const Clock::time_point end = Clock::now() + patience;
   do {
     if (_door.owns_lock()) _door.unlock();
     arrivals.waitForArriving(end);
     _door = std::unique_lock(arrivals._door);
   } while (arrivals.isAnyArriving() && Clock::now() < end);
+  arrivals.waitForArriving(Clock::time_point::max());
   _registration = arrivals.registering();
 }
 

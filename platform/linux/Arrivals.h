@@ -20,8 +20,8 @@ class Arrivals {
  public:
   using Clock = std::chrono::steady_clock;
 
-  /// How long a connection is waited for from its acceptance, and how long an unregistration waits
-  /// in all. Others are accepted meanwhile.
+  /// How long a connection is waited for from its acceptance. An unregistration waits for those who
+  /// are accepted in its first such time, and so at most twice as long.
   static constexpr std::chrono::milliseconds patience{250};
 
   /// One connection, from its acceptance until its first message has been handled.

@@ -73,8 +73,7 @@ class FeedbackSender : public XPCConnection, public ZELPrivilegedOperationFeedba
   void invalidate() override {
     const std::lock_guard lock(_mutex);
     if (!_failure) flush(0);
-    _bus.reset();
-    if (!_failure) _failure = posixErrorFromHost(ENOTCONN);
+    if (!_failure) fail(ENOTCONN);
   }
 
  private:
@@ -127,6 +126,9 @@ class FeedbackSender : public XPCConnection, public ZELPrivilegedOperationFeedba
 
   void fail(int hostErrno) {
     _failure = posixErrorFromHost(hostErrno);
+    if (_bus == nullptr) return;
+    // The request that brought the socket still holds it, but the receiver is to see the end now.
+    ::shutdown(sd_bus_get_fd(_bus.get()), SHUT_RDWR);
     _bus.reset();
   }
 
