@@ -26,6 +26,9 @@ namespace {
 // 10.11.0, from which on the descriptor of a handle is closed in its stead.
 constexpr std::int64_t firstCodeClosingDescriptors = 0x10B0;
 
+// Between two reads of a stream that cannot be read.
+constexpr std::chrono::milliseconds pauseAfterFailure{10};
+
 constexpr mode_t writableByGroupOrOthers = S_IWGRP | S_IWOTH;
 
 bool isSafe(const struct stat& attributes) {
@@ -220,7 +223,7 @@ bool ZELTaskExecutor::receiveOutputFromSubTask(const Handle& handle) {
 }
 
 // Delivers one chunk or, up to the end, all there is, of which only the last chunk is shorter than
-// what one read gives. False if the stream is at its end or cannot be read.
+// what one read gives. False if nothing more is to be read.
 bool ZELTaskExecutor::processIncomingDataUpToEnd(bool upToEnd, bool asError) {
   const auto delegate = this->delegate();
   const Handle handle = asError ? _subTaskErrorHandle.load() : _subTaskOutputHandle.load();
@@ -234,7 +237,10 @@ bool ZELTaskExecutor::processIncomingDataUpToEnd(bool upToEnd, bool asError) {
     if (!guarded([&] {
           chunk = upToEnd ? handle->readDataUntil(_endOfLinger) : handle->availableData();
         })) {
-      return false;
+      if (upToEnd) return false;
+      // The chunk is lost and more may come, but a stream that fails for good is ready for ever.
+      std::this_thread::sleep_for(pauseAfterFailure);
+      return true;
     }
     const std::size_t length = chunk.size();
     if (delegate) {

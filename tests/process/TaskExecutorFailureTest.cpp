@@ -1,4 +1,6 @@
+#include <new>
 #include <stdexcept>
+#include <utility>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -23,14 +25,17 @@ struct Result {
   std::string output;
 };
 
-Result runEcho() {
+Result run(const std::string& program, const ZELTaskExecutor::Arguments& arguments) {
   const auto delegate = std::make_shared<RecordingDelegate>();
   const auto executor = ZELTaskExecutor::init();
   executor->setDelegate(delegate);
   testing::internal::CaptureStderr();
-  const std::int32_t status =
-      executor->executeProgramAtPath("/bin/echo", ZELTaskExecutor::Arguments{"x"});
+  const std::int32_t status = executor->executeProgramAtPath(program, arguments);
   return {status, testing::internal::GetCapturedStderr(), delegate->output()};
+}
+
+Result runEcho() {
+  return run("/bin/echo", {"x"});
 }
 
 class TaskExecutorFailureTest : public testing::Test {
@@ -59,6 +64,18 @@ TEST_F(TaskExecutorFailureTest, FailedReadsDropTheirChunkSilently) {
   EXPECT_EQ(result.status, 0);
   EXPECT_EQ(result.log, "");
   EXPECT_EQ(result.output, "");
+}
+
+TEST_F(TaskExecutorFailureTest, AReadThatFailsOnceDoesNotEndItsStream) {
+  // More than a pipe holds: who reads no further hangs.
+  constexpr std::size_t length = 1'000'000;
+  const auto hasFailed = std::make_shared<bool>(false);
+  handleLog().beforeRead = [hasFailed] {
+    if (!std::exchange(*hasFailed, true)) throw std::bad_alloc();
+  };
+  const Result result = run("/usr/bin/head", {"--bytes=" + std::to_string(length), "/dev/zero"});
+  EXPECT_EQ(result.output.size(), length);
+  EXPECT_EQ(result.log, "Handled unexpected exception 'std::exception' (std::bad_alloc)!\n");
 }
 
 TEST_F(TaskExecutorFailureTest, OtherExceptionsOfReadsAreLogged) {
