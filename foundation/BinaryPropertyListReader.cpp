@@ -249,7 +249,7 @@ class Reader {
       if (!value) return std::nullopt;
       dictionary.append(std::move(*key), std::move(*value));
     }
-    if (duplicateKey(dictionary) != nullptr) return fail("A key occurs twice.");
+    if (dictionary.duplicateKey() != nullptr) return fail("A key occurs twice.");
     return Value(std::move(dictionary));
   }
 

@@ -12,6 +12,7 @@ struct CommunicationFailure {
     Lost,        ///< the connection ended before the answer came
     TimedOut,    ///< no answer came in time
     BadMessage,  ///< the other side did not understand the message, or sent one that is not
+    TooLarge,    ///< the message is larger than the other side takes
   };
 
   Kind kind;

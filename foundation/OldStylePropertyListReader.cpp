@@ -174,7 +174,7 @@ class Reader {
       if (!take(';')) return fail("an entry lacks \";\"");
       dictionary.append(std::move(*key), std::move(*value));
     }
-    if (const std::string* key = duplicateKey(dictionary)) {
+    if (const std::string* key = dictionary.duplicateKey()) {
       return fail("the key \"" + *key + "\" occurs twice");
     }
     return Value(std::move(dictionary));

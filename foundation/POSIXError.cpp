@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <cstring>
+#include <system_error>
 
 namespace corvane {
 
@@ -130,8 +130,7 @@ std::string posixDescription(std::int64_t code) {
   const auto* pair =
       std::find_if(pairs.begin(), pairs.end(), [=](Pair p) { return p.code == code; });
   if (pair == pairs.end()) return "Unknown error: " + std::to_string(code);
-  std::array<char, 128> buffer{};
-  return strerror_r(pair->host, buffer.data(), buffer.size());
+  return std::generic_category().message(pair->host);
 }
 
 }  // namespace corvane

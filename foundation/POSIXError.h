@@ -11,33 +11,31 @@ namespace corvane {
 /// The numbers of POSIX errors as this system speaks them, on every platform: the BSD numbering.
 /// They are what travels to clients; a host's own `errno` never does.
 enum class POSIXErrorCode : std::int32_t {
-  NotPermitted = 1,         ///< EPERM
-  NoEntry = 2,              ///< ENOENT
-  Interrupted = 4,          ///< EINTR
-  InputOutput = 5,          ///< EIO
-  ArgumentListTooLong = 7,  ///< E2BIG
-  Access = 13,              ///< EACCES
-  Busy = 16,                ///< EBUSY
-  Exists = 17,              ///< EEXIST
-  NotDirectory = 20,        ///< ENOTDIR
-  IsDirectory = 21,         ///< EISDIR
-  Invalid = 22,             ///< EINVAL
-  TooManyOpenFiles = 24,    ///< EMFILE
-  NoSpace = 28,             ///< ENOSPC
-  ReadOnly = 30,            ///< EROFS
-  BrokenPipe = 32,          ///< EPIPE
-  MessageSize = 40,         ///< EMSGSIZE
-  NotSupported = 45,        ///< ENOTSUP
-  ConnectionReset = 54,     ///< ECONNRESET
-  TimedOut = 60,            ///< ETIMEDOUT
-  ConnectionRefused = 61,   ///< ECONNREFUSED
-  LinkLoop = 62,            ///< ELOOP
-  NameTooLong = 63,         ///< ENAMETOOLONG
-  NotEmpty = 66,            ///< ENOTEMPTY
-  Stale = 70,               ///< ESTALE
-  NotImplemented = 78,      ///< ENOSYS
-  Canceled = 89,            ///< ECANCELED
-  BadMessage = 94,          ///< EBADMSG
+  NotPermitted = 1,          ///< EPERM
+  NoEntry = 2,               ///< ENOENT
+  Interrupted = 4,           ///< EINTR
+  InputOutput = 5,           ///< EIO
+  Access = 13,               ///< EACCES
+  Busy = 16,                 ///< EBUSY
+  Exists = 17,               ///< EEXIST
+  NotDirectory = 20,         ///< ENOTDIR
+  IsDirectory = 21,          ///< EISDIR
+  Invalid = 22,              ///< EINVAL
+  TooManyOpenFiles = 24,     ///< EMFILE
+  NoSpace = 28,              ///< ENOSPC
+  ReadOnly = 30,             ///< EROFS
+  NotSupported = 45,         ///< ENOTSUP
+  ConnectionReset = 54,      ///< ECONNRESET
+  TimedOut = 60,             ///< ETIMEDOUT
+  ConnectionRefused = 61,    ///< ECONNREFUSED
+  LinkLoop = 62,             ///< ELOOP
+  NameTooLong = 63,          ///< ENAMETOOLONG
+  NotEmpty = 66,             ///< ENOTEMPTY
+  Stale = 70,                ///< ESTALE
+  NotImplemented = 78,       ///< ENOSYS
+  Canceled = 89,             ///< ECANCELED
+  IllegalByteSequence = 92,  ///< EILSEQ
+  BadMessage = 94,           ///< EBADMSG
 };
 
 /// The number this system uses for the host's `errno` value; EIO (5) for one it has no number for.

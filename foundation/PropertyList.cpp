@@ -2,10 +2,6 @@
 
 #include <algorithm>
 #include <cctype>
-#include <compare>
-#include <functional>
-#include <tuple>
-#include <vector>
 
 #include "foundation/PropertyListFormats.h"
 #include "foundation/Unicode.h"
@@ -127,25 +123,6 @@ Error propertyListReadError(std::string description) {
 Error propertyListWriteError(std::string description) {
   return {NSCocoaErrorDomain, NSPropertyListWriteInvalidError,
           Dictionary{{std::string(NSLocalizedDescriptionKey), std::move(description)}}};
-}
-
-const std::string* duplicateKey(const Dictionary& dictionary) {
-  // Sorted by hashes, which is fast, and by the keys themselves only where somebody made hashes
-  // that are the same.
-  struct Key {
-    std::size_t hash;
-    const std::string* text;
-    auto operator<=>(const Key& other) const {
-      return std::tie(hash, *text) <=> std::tie(other.hash, *other.text);
-    }
-    bool operator==(const Key& other) const { return hash == other.hash && *text == *other.text; }
-  };
-  std::vector<Key> keys;
-  keys.reserve(dictionary.size());
-  for (const auto& [key, value] : dictionary) keys.push_back({std::hash<std::string>()(key), &key});
-  std::sort(keys.begin(), keys.end());
-  const auto duplicate = std::adjacent_find(keys.begin(), keys.end());
-  return duplicate == keys.end() ? nullptr : duplicate->text;
 }
 
 }  // namespace corvane

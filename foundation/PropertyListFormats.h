@@ -26,9 +26,6 @@ Data writeBinaryPropertyList(const Value& root);
 Error propertyListReadError(std::string description);
 Error propertyListWriteError(std::string description);
 
-/// A key that occurs twice in `dictionary`, else null.
-const std::string* duplicateKey(const Dictionary& dictionary);
-
 /// The name of the one entry by which a dictionary stands for the UID of a keyed archive.
 inline constexpr std::string_view propertyListUIDKey = "CF$UID";
 

@@ -3,8 +3,11 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <compare>
 #include <cstring>
+#include <functional>
 #include <limits>
+#include <tuple>
 
 namespace corvane {
 
@@ -93,6 +96,24 @@ bool Dictionary::remove(std::string_view key) {
   return std::erase_if(_entries, [key](const Entry& entry) { return entry.first == key; }) > 0;
 }
 
+const std::string* Dictionary::duplicateKey() const {
+  // Sorted by hashes, which is fast, and by the keys themselves only where somebody made hashes
+  // that are the same.
+  struct Key {
+    std::size_t hash;
+    const std::string* text;
+    auto operator<=>(const Key& other) const {
+      return std::tie(hash, *text) <=> std::tie(other.hash, *other.text);
+    }
+    bool operator==(const Key& other) const { return hash == other.hash && *text == *other.text; }
+  };
+  std::vector<Key> keys;
+  keys.reserve(_entries.size());
+  for (const auto& [key, value] : _entries) keys.push_back({std::hash<std::string>()(key), &key});
+  std::sort(keys.begin(), keys.end());
+  const auto duplicate = std::adjacent_find(keys.begin(), keys.end());
+  return duplicate == keys.end() ? nullptr : duplicate->text;
+}
 bool Dictionary::operator==(const Dictionary& other) const {
   return size() == other.size() && std::all_of(begin(), end(), [&other](const Entry& entry) {
            const Value* value = other.find(entry.first);

@@ -76,8 +76,10 @@ class Dictionary {
   const Value* find(std::string_view key) const;
   /// Replaces the value of `key` in its place, or appends a new entry.
   void set(std::string_view key, Value value);
-  /// Appends an entry whose key the caller knows to be new.
+  /// Appends an entry whose key the caller knows to be new, or sees to it with duplicateKey.
   void append(std::string key, Value value);
+  /// A key that occurs twice, owned by the dictionary, or null.
+  const std::string* duplicateKey() const;
   /// Removes `key`; true if it was there.
   bool remove(std::string_view key);
 

@@ -257,7 +257,7 @@ class Reader {
     if (container.key) return fail("a key has no value");
     if (auto* array = std::get_if<Array>(&container.value)) return add(Value(std::move(*array)));
     auto& dictionary = std::get<Dictionary>(container.value);
-    if (const std::string* key = duplicateKey(dictionary)) {
+    if (const std::string* key = dictionary.duplicateKey()) {
       return fail("the key \"" + *key + "\" occurs twice");
     }
     add(Value(std::move(dictionary)));

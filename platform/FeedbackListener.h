@@ -12,7 +12,7 @@ namespace corvane {
 class FeedbackListener {
  public:
   /// `receiver` gets the messages, in their order, on the listener's thread; it must outlive the
-  /// listener.
+  /// listener. Throws if the process has no descriptor or thread left for it.
   static std::unique_ptr<FeedbackListener> serve(ZELPrivilegedOperationFeedbackProtocol& receiver);
 
   /// Ends the service and waits for its thread.

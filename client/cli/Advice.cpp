@@ -15,21 +15,30 @@ using Kind = CommunicationFailure::Kind;
 // What to do about the failures that carry no advice of their own, and what they are where their
 // number alone would have to say it.
 struct Advice {
+  constexpr Advice(POSIXErrorCode posix, const char* advice, const char* what = nullptr)
+      : Advice(NSPOSIXErrorDomain, static_cast<std::int64_t>(posix), advice, what) {}
+  constexpr Advice(std::string_view itsDomain, std::int64_t itsCode, const char* advice,
+                   const char* what = nullptr)
+      : domain(itsDomain), code(itsCode), text(advice), description(what) {}
+
   std::string_view domain;
   std::int64_t code;
   const char* text;
-  const char* description = nullptr;
+  const char* description;
 };
 constexpr Advice advices[] = {
-    {NSPOSIXErrorDomain, 2, "Check the path."},
-    {NSPOSIXErrorDomain, 16,
+    {POSIXErrorCode::NoEntry, "Check the path."},
+    {POSIXErrorCode::Interrupted, "Its log says why.", "The helper could not carry it out."},
+    {POSIXErrorCode::Busy,
      "A file system is mounted there, or inside. Unmount it first: the helper never leaves the "
      "file system that it was asked to work on."},
-    {NSPOSIXErrorDomain, 22, "The helper refused the arguments. Check them."},
-    {NSPOSIXErrorDomain, 30, "The file system is read-only."},
-    {NSPOSIXErrorDomain, 66, "The folder is not empty. Use -r to delete it with its contents."},
-    {NSPOSIXErrorDomain, 78, "The installed helper does not offer this operation."},
-    {NSPOSIXErrorDomain, 89, "The authorization was cancelled. Nothing was done."},
+    {POSIXErrorCode::Invalid, "The helper refused the arguments. Check them."},
+    {POSIXErrorCode::ReadOnly, "The file system is read-only."},
+    {POSIXErrorCode::NotEmpty, "The folder is not empty. Use -r to delete it with its contents."},
+    {POSIXErrorCode::NotImplemented, "The installed helper does not offer this operation."},
+    {POSIXErrorCode::Canceled, "The authorization was cancelled. Nothing was done."},
+    {POSIXErrorCode::IllegalByteSequence, "Text must be UTF-8, and without zero bytes.",
+     "An argument cannot be sent to the helper."},
     {NSOSStatusErrorDomain, errAuthorizationInvalidRef, "Try again, with a new authorization.",
      "The authorization is not valid."},
     {NSOSStatusErrorDomain, errAuthorizationInteractionNotAllowed,
@@ -41,6 +50,8 @@ constexpr Advice advices[] = {
     {clientErrorDomain, noSuchPreference,
      "Check its name, and whose it is: application, user and host.",
      "There is no such preference, or it cannot be read."},
+    {clientErrorDomain, outputIncomplete, "Read it without long pauses, or into a file.",
+     "The output is incomplete: nobody took it for too long."},
 };
 constexpr const char* adviceWhenRefused =
     "You are not authorized to do this. Ask an administrator of this machine.";
@@ -55,11 +66,17 @@ constexpr CommunicationAdvice communicationAdvices[] = {
     {Kind::Refused, "Is the helper installed and its socket enabled? 'doctor' tells more."},
     {Kind::Lost, "The helper ended before it answered. Its log says why."},
     {Kind::TimedOut, "It is there but busy or stuck. Try again; its log may say more."},
+    {Kind::TooLarge, "Ask for less at a time."},
     {Kind::BadMessage, "Do the versions of helper and client match? 'version' and 'doctor' tell."},
 };
 
 // The POSIX errors that operations commonly end with.
-constexpr std::int64_t commonCodes[] = {1, 2, 5, 13, 16, 17, 20, 21, 22, 28, 30, 66, 78, 89};
+constexpr POSIXErrorCode commonCodes[] = {
+    POSIXErrorCode::NotPermitted,   POSIXErrorCode::NoEntry,     POSIXErrorCode::InputOutput,
+    POSIXErrorCode::Access,         POSIXErrorCode::Busy,        POSIXErrorCode::Exists,
+    POSIXErrorCode::NotDirectory,   POSIXErrorCode::IsDirectory, POSIXErrorCode::Invalid,
+    POSIXErrorCode::NoSpace,        POSIXErrorCode::ReadOnly,    POSIXErrorCode::NotEmpty,
+    POSIXErrorCode::NotImplemented, POSIXErrorCode::Canceled};
 
 const Advice* adviceFor(const Error& error) {
   const auto* advice =
@@ -109,7 +126,9 @@ std::set<std::string> clientTexts() {
     if (advice.description != nullptr) texts.insert(advice.description);
   }
   for (const CommunicationAdvice& advice : communicationAdvices) texts.insert(advice.text);
-  for (const std::int64_t code : commonCodes) texts.insert(posixDescription(code));
+  for (const POSIXErrorCode code : commonCodes) {
+    texts.insert(posixDescription(static_cast<std::int64_t>(code)));
+  }
   return texts;
 }
 

@@ -20,9 +20,16 @@ struct BusMessageCloser {
 using Bus = std::unique_ptr<sd_bus, BusCloser>;
 using BusMessage = std::unique_ptr<sd_bus_message, BusMessageCloser>;
 
-/// The helper object and what serves feedback, as they are addressed on a connection.
+/// The helper object and what serves feedback, as they and their members are addressed on a
+/// connection.
 inline constexpr const char* helperObjectPath = "/com/corvane/PrivilegedHelper";
 inline constexpr const char* helperInterface = "com.corvane.ZELPrivilegedHelperProtocol";
+inline constexpr const char* connectMember = "ConnectWithEndpoint";
+inline constexpr const char* versionMember = "GetVersionString";
+inline constexpr const char* registerMember = "RegisterClientWithPID";
+inline constexpr const char* unregisterMember = "UnregisterClientWithPID";
+inline constexpr const char* performMember = "PerformPrivilegedOperation";
+inline constexpr const char* debugMember = "EnableDebugMode";
 inline constexpr const char* feedbackObjectPath = "/com/corvane/PrivilegedOperationFeedback";
 inline constexpr const char* feedbackInterface =
     "com.corvane.ZELPrivilegedOperationFeedbackProtocol";

@@ -69,6 +69,7 @@ int readDictionaryAt(sd_bus_message* message, Dictionary& dictionary, Limits& li
     dictionary.append(std::move(key), *std::move(value));
   }
   if (result < 0) return result;
+  if (dictionary.duplicateKey() != nullptr) return -EBADMSG;
   return sd_bus_message_exit_container(message);
 }
 
@@ -172,7 +173,7 @@ int readValue(sd_bus_message* message, std::optional<Value>& value, Limits& limi
   const bool isVariant = sd_bus_message_verify_type(message, SD_BUS_TYPE_VARIANT, nullptr) > 0;
   const int result = readValueOfAnyType(message, value, limits);
   ++limits.depth;
-  return !isVariant && value && !limits.admits(*value) ? -EBADMSG : result;
+  return !isVariant && value && !limits.admits(*value) ? -E2BIG : result;
 }
 
 int appendNumber(sd_bus_message* message, const Number& number) {
@@ -182,14 +183,6 @@ int appendNumber(sd_bus_message* message, const Number& number) {
     return sd_bus_message_append(message, "v", "t", number.unsignedLongLongValue());
   }
   return sd_bus_message_append(message, "v", "x", number.longLongValue());
-}
-
-int appendData(sd_bus_message* message, const Data& data) {
-  int result = sd_bus_message_open_container(message, SD_BUS_TYPE_VARIANT, "ay");
-  if (result >= 0) {
-    result = sd_bus_message_append_array(message, SD_BUS_TYPE_BYTE, data.data(), data.size());
-  }
-  return result < 0 ? result : sd_bus_message_close_container(message);
 }
 
 int appendError(sd_bus_message* message, const Error& error) {
@@ -255,12 +248,30 @@ int readOptionalError(sd_bus_message* message, std::optional<Error>& error) {
   return result < 0 ? result : sd_bus_message_exit_container(message);
 }
 
+std::size_t leastMessageSize(const Value& value) {
+  // The type, the length and a zero byte of a text; every other value has no less.
+  constexpr std::size_t leastSize = 8;
+  if (const std::string* string = value.string()) return leastSize + string->size();
+  if (const Data* data = value.data()) return leastSize + data->size();
+  std::size_t size = leastSize;
+  if (const Array* array = value.array()) {
+    for (const Value& element : *array) size += leastMessageSize(element);
+  } else if (const Dictionary* dictionary = value.dictionary()) {
+    for (const auto& [key, element] : *dictionary) size += key.size() + leastMessageSize(element);
+  }
+  return size;
+}
+
 int appendVariant(sd_bus_message* message, const Value& value) {
   if (const std::string* string = value.string()) {
     return sd_bus_message_append(message, "v", "s", string->c_str());
   }
   if (const Number* number = value.number()) return appendNumber(message, *number);
-  if (const Data* data = value.data()) return appendData(message, *data);
+  if (const Data* data = value.data()) {
+    return appendInVariant(message, "ay", [&] {
+      return sd_bus_message_append_array(message, SD_BUS_TYPE_BYTE, data->data(), data->size());
+    });
+  }
   if (const Date* date = value.date()) {
     return sd_bus_message_append(message, "v", "d", date->secondsSinceReference);
   }

@@ -12,8 +12,9 @@ namespace corvane {
 
 /// Values in D-Bus messages. Reading: `s` is a string; every integer type, `d` and `b` a number;
 /// `ay` data; `a{sv}` a dictionary; every other array an array; `(sxa{sv})` an error. Anything
-/// else is -EBADMSG, and so are containers nested deeper than 32 and more than 16384 values without
-/// at least 8 bytes of text or data of their own. All functions return 0 or more on success and a
+/// else is -EBADMSG, and so are containers nested deeper than 32 and dictionaries with a key twice;
+/// more than 16384 values without at least 8 bytes of text or data of their own are -E2BIG. All
+/// functions return 0 or more on success and a
 /// negative errno on failure.
 
 /// The next element of the message, of type `av`.
@@ -25,6 +26,9 @@ int readData(sd_bus_message* message, Data& data);
 /// The next element of the message, of type `a(sxa{sv})` with none or one element.
 int readOptionalError(sd_bus_message* message, std::optional<Error>& error);
 
+/// How many bytes a value takes in a message at least; some dozens more are possible for each
+/// value in it.
+std::size_t leastMessageSize(const Value& value);
 int appendVariant(sd_bus_message* message, const Value& value);
 int appendDictionary(sd_bus_message* message, const Dictionary& dictionary);
 int appendOptionalError(sd_bus_message* message, const std::optional<Error>& error);

@@ -1,7 +1,9 @@
 #include "platform/FeedbackListener.h"
 
+#include <cerrno>
 #include <chrono>
 #include <exception>
+#include <system_error>
 #include <thread>
 #include <utility>
 
@@ -37,7 +39,7 @@ int processFeedback(sd_bus_message* message, void* userdata, sd_bus_error* /*err
 
 const sd_bus_vtable members[] = {
     SD_BUS_VTABLE_START(0),
-    SD_BUS_METHOD("ProcessPrivilegedOperationFeedback", "a{sv}", "", &processFeedback,
+    SD_BUS_METHOD(feedbackMember, "a{sv}", "", &processFeedback,
                   SD_BUS_VTABLE_UNPRIVILEGED | SD_BUS_VTABLE_METHOD_NO_REPLY),
     SD_BUS_VTABLE_END};
 
@@ -55,6 +57,12 @@ void serveFeedback(FileDescriptor socket, ZELPrivilegedOperationFeedbackProtocol
     result = sd_bus_process(bus.get(), nullptr);
     if (result == 0 && !waitFor(descriptor, POLLIN, Clock::time_point::max())) return;
   }
+}
+
+FileDescriptor duplicate(const FileDescriptor& descriptor) {
+  FileDescriptor copy(::fcntl(descriptor.get(), F_DUPFD_CLOEXEC, 0));
+  if (!copy) throw std::system_error(errno, std::generic_category(), "fcntl");
+  return copy;
 }
 
 class LinuxFeedbackListener : public FeedbackListener {
@@ -79,7 +87,7 @@ class LinuxFeedbackListener : public FeedbackListener {
   LinuxFeedbackListener(ZELPrivilegedOperationFeedbackProtocol& receiver,
                         std::pair<FileDescriptor, FileDescriptor> ends)
       : _endpoint(std::move(ends.second)),
-        _control(::fcntl(ends.first.get(), F_DUPFD_CLOEXEC, 0)),
+        _control(duplicate(ends.first)),
         _thread([&receiver, socket = std::move(ends.first)]() mutable {
           serveFeedback(std::move(socket), receiver);
         }) {}

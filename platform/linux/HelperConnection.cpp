@@ -1,5 +1,6 @@
 #include "platform/HelperConnection.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <thread>
 #include <utility>
@@ -13,6 +14,7 @@
 #include "platform/linux/Bus.h"
 #include "platform/linux/BusValue.h"
 #include "platform/linux/EndpointTransport.h"
+#include "platform/linux/PeerLimits.h"
 
 namespace corvane {
 
@@ -66,7 +68,7 @@ class LinuxHelperConnection : public HelperConnection {
   explicit LinuxHelperConnection(Bus bus) : _bus(std::move(bus)) {}
 
   Answer<std::string> getVersionString(Timeout timeout) override {
-    auto reply = call("GetVersionString", timeout, [](sd_bus_message*) { return 0; });
+    auto reply = call(versionMember, timeout, [](sd_bus_message*) { return 0; });
     if (auto* failed = std::get_if<CommunicationFailure>(&reply)) return std::move(*failed);
     const char* version = nullptr;
     const int result = sd_bus_message_read(std::get<BusMessage>(reply).get(), "s", &version);
@@ -75,23 +77,27 @@ class LinuxHelperConnection : public HelperConnection {
   }
 
   Answer<std::monostate> registerClientWithPID(std::int32_t pid, Timeout timeout) override {
-    return callWithoutResult("RegisterClientWithPID", timeout, "i", pid);
+    return callWithoutResult(registerMember, timeout, "i", pid);
   }
 
   Answer<std::monostate> unregisterClientWithPID(std::int32_t pid, Timeout timeout) override {
-    return callWithoutResult("UnregisterClientWithPID", timeout, "i", pid);
+    return callWithoutResult(unregisterMember, timeout, "i", pid);
   }
 
   Answer<std::monostate> enableDebugMode(bool flag, Timeout timeout) override {
-    return callWithoutResult("EnableDebugMode", timeout, "b", int{flag});
+    return callWithoutResult(debugMember, timeout, "b", int{flag});
   }
 
   Answer<std::optional<Error>> performPrivilegedOperation(
       std::uint64_t code, const Data& authorizationData,
       std::optional<XPCListenerEndpoint> feedbackEndpoint, const std::optional<Array>& arguments,
       Timeout timeout) override {
+    if (arguments && leastMessageSize(*arguments) > maximumMessageSize) {
+      return CommunicationFailure{Kind::TooLarge,
+                                  "The request is larger than a message to the helper may be"};
+    }
     auto transport = feedbackEndpoint ? feedbackEndpoint->takeTransport() : nullptr;
-    auto reply = call("PerformPrivilegedOperation", timeout, [&](sd_bus_message* message) {
+    auto reply = call(performMember, timeout, [&](sd_bus_message* message) {
       int result = sd_bus_message_append(message, "t", code);
       if (result >= 0) {
         result = sd_bus_message_append_array(message, 'y', authorizationData.data(),
@@ -142,8 +148,11 @@ class LinuxHelperConnection : public HelperConnection {
     if (result < 0) {
       return failure(-result, Kind::BadMessage, "The request could not be put into a message");
     }
+    // To the library none at all is a time of its own choice.
     const std::uint64_t microseconds =
-        timeout ? static_cast<std::uint64_t>(std::chrono::microseconds(*timeout).count())
+        timeout ? static_cast<std::uint64_t>(
+                      std::max(std::chrono::microseconds(*timeout), std::chrono::microseconds(1))
+                          .count())
                 : UINT64_MAX;
     sd_bus_message* answer = nullptr;
     sd_bus_error error = SD_BUS_ERROR_NULL;
@@ -152,12 +161,14 @@ class LinuxHelperConnection : public HelperConnection {
     if (result >= 0) return reply;
     const bool isAnswered = sd_bus_error_is_set(&error) != 0 && !isLoss(result) &&
                             sd_bus_error_has_name(&error, SD_BUS_ERROR_NO_REPLY) == 0;
+    const Kind refusal = sd_bus_error_has_name(&error, SD_BUS_ERROR_LIMITS_EXCEEDED) != 0
+                             ? Kind::TooLarge
+                             : Kind::BadMessage;
     CommunicationFailure failed =
-        isAnswered
-            ? CommunicationFailure{Kind::BadMessage,
-                                   std::string("The helper refused the request: ") +
-                                       (error.message != nullptr ? error.message : error.name)}
-            : failure(-result, Kind::Lost, "The helper did not answer");
+        isAnswered ? CommunicationFailure{refusal, std::string("The helper refused the request: ") +
+                                                       (error.message != nullptr ? error.message
+                                                                                 : error.name)}
+                   : failure(-result, Kind::Lost, "The helper did not answer");
     sd_bus_error_free(&error);
     return failed;
   }

@@ -57,8 +57,8 @@ std::optional<WatchedProcess> connectedProcess(int socket) {
   return std::get<WatchedProcess>(std::move(process));
 }
 
-int refuseArguments(sd_bus_message* message, const char* reason) {
-  return sd_bus_reply_method_errorf(message, SD_BUS_ERROR_INVALID_ARGS, "%s", reason);
+int refuse(sd_bus_message* message, const char* name, const char* reason) {
+  return sd_bus_reply_method_errorf(message, name, "%s", reason);
 }
 
 // The feedback endpoint, `ah` with none or one; -EBADMSG for more.
@@ -177,11 +177,16 @@ struct ServedConnection::Handlers {
     if (result >= 0) result = readData(message, authorization);
     if (result < 0) return result;
     if (readEndpoint(message, endpoint) < 0) {
-      return refuseArguments(message, "The feedback endpoint is not one socket or none");
+      return refuse(message, SD_BUS_ERROR_INVALID_ARGS,
+                    "The feedback endpoint is not one socket or none");
     }
-    if (readArguments(message, arguments) < 0) {
-      return refuseArguments(message,
-                             "The arguments are not one list, or none, of supported types");
+    result = readArguments(message, arguments);
+    if (result == -E2BIG) {
+      return refuse(message, SD_BUS_ERROR_LIMITS_EXCEEDED, "The arguments hold too many values");
+    }
+    if (result < 0) {
+      return refuse(message, SD_BUS_ERROR_INVALID_ARGS,
+                    "The arguments are not one list, or none, of supported types");
     }
     connection._object->performPrivilegedOperation(
         code, authorization, std::move(endpoint), arguments,
@@ -220,20 +225,19 @@ void ServedConnection::setExportedInterface(XPCInterface interface) {
 void ServedConnection::serve() {
   static const sd_bus_vtable members[] = {
       SD_BUS_VTABLE_START(0),
-      SD_BUS_METHOD("ConnectWithEndpoint", "", "h",
-                    &Handlers::guarded<&Handlers::connectWithEndpoint>, SD_BUS_VTABLE_UNPRIVILEGED),
-      SD_BUS_METHOD("GetVersionString", "", "s", &Handlers::guarded<&Handlers::getVersionString>,
+      SD_BUS_METHOD(connectMember, "", "h", &Handlers::guarded<&Handlers::connectWithEndpoint>,
                     SD_BUS_VTABLE_UNPRIVILEGED),
-      SD_BUS_METHOD("RegisterClientWithPID", "i", "",
-                    &Handlers::guarded<&Handlers::registerClientWithPID>,
+      SD_BUS_METHOD(versionMember, "", "s", &Handlers::guarded<&Handlers::getVersionString>,
                     SD_BUS_VTABLE_UNPRIVILEGED),
-      SD_BUS_METHOD("UnregisterClientWithPID", "i", "",
+      SD_BUS_METHOD(registerMember, "i", "", &Handlers::guarded<&Handlers::registerClientWithPID>,
+                    SD_BUS_VTABLE_UNPRIVILEGED),
+      SD_BUS_METHOD(unregisterMember, "i", "",
                     &Handlers::guarded<&Handlers::unregisterClientWithPID>,
                     SD_BUS_VTABLE_UNPRIVILEGED),
-      SD_BUS_METHOD("PerformPrivilegedOperation", "tayahaav", "a(sxa{sv})",
+      SD_BUS_METHOD(performMember, "tayahaav", "a(sxa{sv})",
                     &Handlers::guarded<&Handlers::performPrivilegedOperation>,
                     SD_BUS_VTABLE_UNPRIVILEGED),
-      SD_BUS_METHOD("EnableDebugMode", "b", "", &Handlers::guarded<&Handlers::enableDebugMode>,
+      SD_BUS_METHOD(debugMember, "b", "", &Handlers::guarded<&Handlers::enableDebugMode>,
                     SD_BUS_VTABLE_UNPRIVILEGED),
       SD_BUS_VTABLE_END};
 

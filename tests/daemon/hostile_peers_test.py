@@ -19,6 +19,7 @@ MESSAGE_LIMIT = 16 * MIB
 CONNECTION_LIMIT = 128
 
 INVALID_ARGS = "org.freedesktop.DBus.Error.InvalidArgs"
+LIMITS_EXCEEDED = "org.freedesktop.DBus.Error.LimitsExceeded"
 
 
 def header(body_size, fields_size=0, order="l", kind=1, flags=0, version=1):
@@ -303,7 +304,17 @@ class MessageTest(HostilePeersTest):
             if is_taken:
                 self.assertEqual(answer.get_body().unpack()[0][0][1], -60002)
             else:
-                self.assertEqual(answer.get_error_name(), INVALID_ARGS)
+                self.assertEqual(answer.get_error_name(), LIMITS_EXCEEDED)
+
+    def test_a_key_that_occurs_twice(self):
+        peer = self.talking_peer()
+        entry = GLib.Variant.new_dict_entry(GLib.Variant("s", "key"),
+                                            GLib.Variant("v", GLib.Variant("s", "value")))
+        for count, error in ((1, None), (2, INVALID_ARGS)):
+            twice = GLib.Variant.new_array(GLib.VariantType("{sv}"), [entry] * count)
+            peer.send(message("PerformPrivilegedOperation",
+                              request_body(NOP, bytes(32), [MARKER, twice])))
+            self.assertEqual(peer.receive().get_error_name(), error)
 
     @staticmethod
     def nested(depth, wrap):
@@ -496,7 +507,7 @@ class ResourcesTest(HostilePeersTest):
                 for peer in peers:
                     peer.send(content)
                 for peer in peers:
-                    self.assertEqual(peer.receive().get_error_name(), INVALID_ARGS)
+                    self.assertEqual(peer.receive().get_error_name(), LIMITS_EXCEEDED)
         self.assertInnocentAreServed()
         self.assertMemoryGrewBy(96 * MIB)
 

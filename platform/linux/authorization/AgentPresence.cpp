@@ -47,11 +47,19 @@ BusMessage newCall(sd_bus* bus, const char* member) {
   return appendSubject(raw) >= 0 ? std::move(message) : nullptr;
 }
 
-bool call(sd_bus* bus, const BusMessage& message) {
+enum class Answer { Yes, No, None };
+
+Answer call(sd_bus* bus, const BusMessage& message) {
   sd_bus_message* raw = nullptr;
-  const int result = sd_bus_call(bus, message.get(), timeoutInMicroseconds, nullptr, &raw);
+  sd_bus_error error = SD_BUS_ERROR_NULL;
+  const int result = sd_bus_call(bus, message.get(), timeoutInMicroseconds, &error, &raw);
   const BusMessage reply(raw);
-  return result >= 0;
+  // The one error by which polkit refuses what it has understood.
+  const bool isRefused =
+      sd_bus_error_has_name(&error, "org.freedesktop.PolicyKit1.Error.Failed") != 0;
+  sd_bus_error_free(&error);
+  if (result >= 0) return Answer::Yes;
+  return isRefused ? Answer::No : Answer::None;
 }
 
 bool isPolkitThere(sd_bus* bus) {
@@ -61,7 +69,7 @@ bool isPolkitThere(sd_bus* bus) {
   const BusMessage message(raw);
   return message != nullptr &&
          sd_bus_message_append(raw, "ss", authorityInterface, "BackendVersion") >= 0 &&
-         call(bus, message);
+         call(bus, message) == Answer::Yes;
 }
 
 }  // namespace
@@ -73,11 +81,19 @@ AgentPresence findAgentOfThisProcess() {
   const BusMessage end = newCall(bus.get(), "UnregisterAuthenticationAgent");
   if (registration == nullptr || end == nullptr ||
       sd_bus_message_append(registration.get(), "ss", "C", agentPath) < 0 ||
-      sd_bus_message_append(end.get(), "s", agentPath) < 0 || !call(bus.get(), registration)) {
-    return AgentPresence::Present;
+      sd_bus_message_append(end.get(), "s", agentPath) < 0) {
+    return AgentPresence::NoPolkit;
   }
-  call(bus.get(), end);
-  return AgentPresence::Absent;
+  switch (call(bus.get(), registration)) {
+    case Answer::Yes:
+      call(bus.get(), end);
+      return AgentPresence::Absent;
+    case Answer::No:
+      return AgentPresence::Present;
+    case Answer::None:
+      break;
+  }
+  return AgentPresence::NoPolkit;
 }
 
 }  // namespace corvane
