@@ -1,5 +1,7 @@
 #include "PrivilegedHelperClient.h"
 
+#include <algorithm>
+#include <exception>
 #include <map>
 #include <mutex>
 #include <thread>
@@ -8,6 +10,8 @@
 #include <unistd.h>
 
 #include "foundation/POSIXError.h"
+#include "foundation/Unicode.h"
+#include "operations/OperationCodes.h"
 #include "platform/AuthenticationAgent.h"
 #include "platform/AuthorizationIssuer.h"
 #include "platform/FeedbackListener.h"
@@ -21,14 +25,6 @@ using Kind = CommunicationFailure::Kind;
 
 constexpr const char* defaultHelperSocketPath =
     "/run/com.corvane.system.privilegedhelper-vnt/socket";
-
-constexpr std::uint64_t codeDeleteFileobjects = 0;
-constexpr std::uint64_t codeModifyPreferences = 1;
-constexpr std::uint64_t codeExecuteUtility = 2;
-constexpr std::uint64_t codePerformUninstall = 9994;
-constexpr std::uint64_t codeDeleteFiles = 9996;
-constexpr std::uint64_t codeDiscardAuth = 9997;
-constexpr std::uint64_t codeNop = 9998;
 
 using Clock = std::chrono::steady_clock;
 
@@ -65,13 +61,34 @@ CommunicationFailure failureOfIssuer(const Error& error) {
   return {Kind::Refused, error.localizedDescription()};
 }
 
+// Whether a message can hold every text of `value`.
+bool isSendable(const Value& value) {
+  if (const std::string* text = value.string()) {
+    return isUTF8(*text) && text->find('\0') == std::string::npos;
+  }
+  if (const Array* array = value.array()) {
+    return std::all_of(array->begin(), array->end(), &isSendable);
+  }
+  if (const Dictionary* dictionary = value.dictionary()) {
+    return std::all_of(dictionary->begin(), dictionary->end(), [](const auto& entry) {
+      return isSendable(entry.first) && isSendable(entry.second);
+    });
+  }
+  return true;
+}
+
 // Takes the messages apart for the callbacks.
 class FeedbackReceiver : public ZELPrivilegedOperationFeedbackProtocol {
  public:
   explicit FeedbackReceiver(const PrivilegedHelperClient::Feedback& feedback)
       : _feedback(feedback) {}
 
+  /// Whether the operation's messages began to come and the final one did not.
+  bool hasBrokenOff() const { return _hasBegun && !_hasEnded; }
+
   void processPrivilegedOperationFeedback(const Dictionary& message) override {
+    _hasBegun = true;
+    _hasEnded = _hasEnded || message.find(FinalFeedbackMessageKey) != nullptr;
     for (const auto& [key, value] : message) {
       if (key == ProgressFractionKey && value.number() != nullptr && _feedback.progress) {
         _feedback.progress(value.number()->doubleValue());
@@ -85,6 +102,8 @@ class FeedbackReceiver : public ZELPrivilegedOperationFeedbackProtocol {
 
  private:
   const PrivilegedHelperClient::Feedback& _feedback;
+  bool _hasBegun = false;
+  bool _hasEnded = false;
 };
 
 }  // namespace
@@ -148,24 +167,32 @@ class PrivilegedHelperClient::Session {
  private:
   Outcome performOnce(std::uint64_t code, const std::vector<Value>& arguments,
                       const std::optional<Feedback>& feedback) {
+    const Array all = withMetadata(arguments);
+    if (!isSendable(all)) return {std::nullopt, posixError(POSIXErrorCode::IllegalByteSequence)};
     if (const auto failure = prepare()) return {failure, std::nullopt};
     std::optional<FeedbackReceiver> receiver;
     std::unique_ptr<FeedbackListener> listener;
     std::optional<XPCListenerEndpoint> endpoint;
     if (feedback) {
-      listener = FeedbackListener::serve(receiver.emplace(*feedback));
+      try {
+        listener = FeedbackListener::serve(receiver.emplace(*feedback));
+      } catch (const std::exception& exception) {
+        return {CommunicationFailure{
+                    Kind::Lost, std::string("No feedback can be received: ") + exception.what()},
+                std::nullopt};
+      }
       endpoint = listener->takeEndpoint();
     }
-    const auto answer =
-        _connection->performPrivilegedOperation(code, _authorization, std::move(endpoint),
-                                                withMetadata(arguments), _options.operationTimeout);
+    const auto answer = _connection->performPrivilegedOperation(
+        code, _authorization, std::move(endpoint), all, _options.operationTimeout);
     if (const auto failure = failureOf(answer)) {
       _connection.reset();
       return {failure, std::nullopt};
     }
     // The helper closes its end before it answers, so what it sent has arrived or is about to.
     if (listener != nullptr) listener->waitUntilClosed();
-    return {std::nullopt, std::get<std::optional<Error>>(answer)};
+    return {std::nullopt, std::get<std::optional<Error>>(answer),
+            receiver && receiver->hasBrokenOff()};
   }
 
   std::optional<CommunicationFailure> connect() {

@@ -1,24 +1,25 @@
+#include "operations/OperationCodes.h"
 #include "operationset-vnt/ZELPrivilegedOperationSetVNT.h"
 
 namespace corvane {
 
 // The order of the rows is the order in which rejected ones are reported.
 const _ZELPrivilegedOperationDescription ZELPrivilegedOperationSetVNT::staticCatalogue[] = {
-    {9998, "nop", 0, 0, 0, 0, nullptr,
+    {codeNop, "nop", 0, 0, 0, 0, nullptr,
      "Vantor likes to perform an empty operation to contact its privileged component."},
-    {9997, "discard-auth", 0, 0, 0, 0, nullptr,
+    {codeDiscardAuth, "discard-auth", 0, 0, 0, 0, nullptr,
      "Vantor likes to enforce that future privileged commands require new authorization."},
-    {9996, "delete-files", 1, 0, 0, ZELVariableArgumentCount, nullptr,
+    {codeDeleteFiles, "delete-files", 1, 0, 0, ZELVariableArgumentCount, nullptr,
      "Vantor likes to delete files of the privileged auxiliary program."},
-    {9995, "prepare-uninstall", 1, 0, 0, 0, nullptr,
+    {codePrepareUninstall, "prepare-uninstall", 1, 0, 0, 0, nullptr,
      "Vantor likes to prepare the privileged auxiliary program for removal."},
-    {9994, "perform-uninstall", 1, 0, 0, 3, "NSS",
+    {codePerformUninstall, "perform-uninstall", 1, 0, 0, 3, "NSS",
      "Vantor likes to uninstall the privileged auxiliary program."},
-    {0, "delete-fileobjects", 1, 1, 0, ZELVariableArgumentCount, nullptr,
+    {codeDeleteFileobjects, "delete-fileobjects", 1, 1, 0, ZELVariableArgumentCount, nullptr,
      "Vantor likes to delete file system objects independent of their permission settings."},
-    {1, "modify-preferences", 1, 0, 0, 5, "SSSSS",
+    {codeModifyPreferences, "modify-preferences", 1, 0, 0, 5, "SSSSS",
      "Vantor likes to change a preference value affecting a different user or all users."},
-    {2, "execute-utility", 1, 0, 1, ZELVariableArgumentCount, nullptr,
+    {codeExecuteUtility, "execute-utility", 1, 0, 1, ZELVariableArgumentCount, nullptr,
      "Vantor likes to run a utility program of the operating system."},
     {ZELEndOfDescriptions, nullptr, 0, 0, 0, 0, nullptr, nullptr},
 };

@@ -5,6 +5,7 @@
 #include "foundation/Atomic.h"
 #include "foundation/Exception.h"
 #include "foundation/POSIXError.h"
+#include "operations/OperationCodes.h"
 #include "privilegedhelper-vnt/ZELPrivilegedHelper.h"
 
 namespace corvane {
@@ -12,12 +13,6 @@ namespace corvane {
 namespace {
 
 using Code = unsigned long long;  // as the log formats take it
-
-constexpr std::uint64_t codeNop = 9998;
-constexpr std::uint64_t codeDiscardAuth = 9997;
-constexpr std::uint64_t codeDeleteFiles = 9996;
-constexpr std::uint64_t codePrepareUninstall = 9995;
-constexpr std::uint64_t codePerformUninstall = 9994;
 
 constexpr std::string_view metadataMarker = "!ZELMETA!";
 

@@ -14,6 +14,7 @@
 #include "bench/support/Rounds.h"
 #include "bench/support/SocketActivation.h"
 #include "bench/support/TemporaryFolder.h"
+#include "operations/OperationCodes.h"
 #include "platform/FeedbackListener.h"
 
 namespace corvane {
@@ -21,7 +22,6 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-constexpr std::uint64_t codeExecuteUtility = 2;
 constexpr std::size_t gibibyte = std::size_t{1} << 30;
 constexpr const char* child = "head -c 1073741824 /dev/zero";
 constexpr int rounds = 5;

@@ -4,17 +4,12 @@
 #include <iterator>
 #include <stdexcept>
 
+#include "operations/OperationCodes.h"
 #include "platform/linux/authorization/AuthorizationDirectory.h"
 #include "platform/linux/authorization/AuthorizationKey.h"
 #include "platform/linux/authorization/ExternalForm.h"
 
 namespace corvane::bench {
-
-namespace {
-
-constexpr std::uint64_t codeNop = 9998;
-
-}  // namespace
 
 std::unique_ptr<HelperConnection> connectToHelper(const std::string& socketPath) {
   auto connection = HelperConnection::connect(socketPath, std::chrono::seconds(10));

@@ -13,6 +13,7 @@ namespace corvane::cli {
 /// The domain of the client's own errors, and their codes.
 inline constexpr const char* clientErrorDomain = "com.corvane.error.client";
 inline constexpr std::int64_t noSuchPreference = 1;
+inline constexpr std::int64_t outputIncomplete = 2;
 
 /// What to do about an error, and what it is, in the user's language: its own texts if it carries
 /// some, else the client's. `wasAuthorized` tells a refused authorization from an operation that

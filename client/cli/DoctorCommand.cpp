@@ -21,8 +21,9 @@ struct Finding {
 };
 using State = Finding::State;
 
-Finding examineHelper(PrivilegedHelperClient& client) {
-  const auto answer = client.helperVersion();
+using Version = PrivilegedHelperClient::Answer<std::string>;
+
+Finding examineHelper(const Version& answer) {
   if (const auto* failure = std::get_if<CommunicationFailure>(&answer)) {
     return {"helper", State::Bad, failure->description,
             "Install the helper, or see whether its socket is enabled and may be connected to.",
@@ -31,8 +32,7 @@ Finding examineHelper(PrivilegedHelperClient& client) {
   return {"helper", State::Good, "answers", {}};
 }
 
-Finding examineVersion(PrivilegedHelperClient& client) {
-  const auto answer = client.helperVersion();
+Finding examineVersion(const Version& answer) {
   const auto* version = std::get_if<std::string>(&answer);
   const std::string own =
       ZELPrivilegedOperationSetVNT::privilegedOperationSet().implementationVersion().value_or("");
@@ -42,7 +42,10 @@ Finding examineVersion(PrivilegedHelperClient& client) {
           "Install the helper that came with this client."};
 }
 
-Finding examineAuthorization(PrivilegedHelperClient& client) {
+Finding examineAuthorization(PrivilegedHelperClient& client, const Version& answer) {
+  if (!std::holds_alternative<std::string>(answer)) {
+    return {"authorization", State::Unknown, "the helper does not answer", {}};
+  }
   const PrivilegedHelperClient::Outcome outcome = client.nop();
   if (outcome.failure) {
     return {"authorization", State::Bad, outcome.failure->description,
@@ -124,9 +127,10 @@ const char* textFor(State state) {
 
 int examine(const Context& context) {
   PrivilegedHelperClient client(context.client);
-  const std::vector<Finding> findings = {examineHelper(client),        examineVersion(client),
-                                         examineAuthorization(client), examineDialogs(),
-                                         examineRegistration(),        examineInstallation()};
+  const Version version = client.helperVersion();
+  const std::vector<Finding> findings = {
+      examineHelper(version), examineVersion(version), examineAuthorization(client, version),
+      examineDialogs(),       examineRegistration(),   examineInstallation()};
   int status = ExitDone;
   nlohmann::ordered_json rows = nlohmann::json::array();
   for (const Finding& finding : findings) {

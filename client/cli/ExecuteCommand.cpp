@@ -1,25 +1,22 @@
 #include <atomic>
-#include <cerrno>
+#include <filesystem>
 
 #include <unistd.h>
 
+#include "client/cli/Advice.h"
 #include "client/cli/Commands.h"
+#include "client/cli/OutputWriter.h"
+#include "foundation/POSIXError.h"
 
 namespace corvane::cli {
 
 namespace {
 
-// All of the chunk, as it comes; a reader that is gone misses it.
-void write(int descriptor, const Data& chunk) {
-  const std::byte* next = chunk.data();
-  std::size_t left = chunk.size();
-  while (left > 0) {
-    const ssize_t written = ::write(descriptor, next, left);
-    if (written < 0 && errno == EINTR) continue;
-    if (written <= 0) return;
-    next += written;
-    left -= static_cast<std::size_t>(written);
-  }
+// Why part of the output is missing, if it is.
+std::optional<Error> lossOf(const PrivilegedHelperClient::Outcome& outcome, int writeFailure) {
+  if (writeFailure != 0) return posixErrorFromHost(writeFailure);
+  if (outcome.hasLostFeedback) return Error(clientErrorDomain, outputIncomplete);
+  return std::nullopt;
 }
 
 }  // namespace
@@ -27,17 +24,28 @@ void write(int descriptor, const Data& chunk) {
 int executeUtility(const Context& context, const std::string& application,
                    const std::string& utility, const std::vector<std::string>& arguments) {
   std::atomic<bool> wasAuthorized = false;
+  OutputWriter writer;
   PrivilegedHelperClient::Feedback feedback;
   feedback.output = [&](const Data& chunk) {
     wasAuthorized = true;
     // With --json there is one object on standard output and nothing else.
-    write(context.isJSON ? STDERR_FILENO : STDOUT_FILENO, chunk);
+    writer.write(context.isJSON ? STDERR_FILENO : STDOUT_FILENO, chunk);
   };
-  feedback.errorOutput = [](const Data& chunk) { write(STDERR_FILENO, chunk); };
+  feedback.errorOutput = [&](const Data& chunk) { writer.write(STDERR_FILENO, chunk); };
+  // The helper's working folder is another; an empty path is for the helper to refuse.
+  const std::string bundle =
+      application.empty() ? application : std::filesystem::absolute(application).string();
   const auto outcome =
       PrivilegedHelperClient(context.client)
-          .executeUtility(application, utility, arguments,
+          .executeUtility(bundle, utility, arguments,
                           context.isWithoutFeedback ? std::nullopt : std::optional(feedback));
+  const std::optional<Error> loss = lossOf(outcome, writer.finish());
+  // With --json there is one object, about what is worse.
+  if (loss && (outcome.isSuccess() || !context.isJSON)) {
+    const int status =
+        report(context, "pass on all output of '" + utility + "'", {std::nullopt, loss}, true);
+    if (outcome.isSuccess()) return status;
+  }
   return report(context, "run '" + utility + "'", outcome, wasAuthorized);
 }
 

@@ -1,5 +1,7 @@
 #include <cstdio>
 
+#include <unistd.h>
+
 #include "client/cli/Advice.h"
 #include "client/cli/Commands.h"
 #include "foundation/PropertyList.h"
@@ -11,14 +13,14 @@ namespace {
 
 // A number as its digits, text as it is, and everything else as a property list.
 std::string textOf(const Value& value) {
-  if (const std::string* text = value.string()) return printable(*text);
+  if (const std::string* text = value.string()) return *text;
   if (const Number* number = value.number()) {
     if (number->isBoolean()) return number->boolValue() ? "true" : "false";
     return toJson(value).dump();
   }
   const auto written = writePropertyList(value, PropertyListFormat::XML);
   const Data* text = std::get_if<Data>(&written);
-  // One that a terminal cannot show is there all the same.
+  // There are values that no XML can hold.
   return text != nullptr ? std::string(stringFromData(*text)) : value.className();
 }
 
@@ -54,7 +56,9 @@ int getPreference(const Context& context, const PreferenceDomain& domain, const 
   } else {
     std::string text = textOf(*value);
     if (!text.ends_with('\n')) text += '\n';
-    std::fputs(text.c_str(), stdout);
+    // Another user may have set it; who reads it from a pipe gets it as it is.
+    if (::isatty(STDOUT_FILENO) != 0) text = printable(text, "\n\t");
+    std::fwrite(text.data(), 1, text.size(), stdout);
   }
   return ExitDone;
 }

@@ -92,7 +92,7 @@ Json toJson(const Value& value) {
   return objectFor(*value.error());
 }
 
-std::string printable(std::string_view text) {
+std::string printable(std::string_view text, std::string_view kept) {
   std::string shown;
   unsigned char previous = 0;
   for (const char character : text) {
@@ -100,7 +100,8 @@ std::string printable(std::string_view text) {
     // U+0080 to U+009F are control characters too, two bytes long in UTF-8.
     const bool isSecond = previous == 0xc2 && byte >= 0x80 && byte <= 0x9f;
     if (isSecond) shown.pop_back();
-    shown += byte < 0x20 || byte == 0x7f || isSecond ? '?' : character;
+    const bool isControl = byte < 0x20 || byte == 0x7f || isSecond;
+    shown += isControl && kept.find(character) == std::string_view::npos ? '?' : character;
     previous = byte;
   }
   return shown;
@@ -140,7 +141,8 @@ int report(const Context& context, std::string_view action, const CommunicationF
   } else {
     printProblem(action, failure.description, suggestionFor(failure));
   }
-  return failure.kind == Kind::BadMessage ? ExitFailed : ExitOutOfReach;
+  const bool wasReached = failure.kind == Kind::BadMessage || failure.kind == Kind::TooLarge;
+  return wasReached ? ExitFailed : ExitOutOfReach;
 }
 
 int reportUsage(const Context& context, const std::string& description) {

@@ -47,8 +47,8 @@ void printResult(const nlohmann::ordered_json& result);
 /// A value of the helper's as JSON has it: data are arrays of numbers, dates seconds since 2001.
 nlohmann::ordered_json toJson(const Value& value);
 
-/// `text` as a terminal may show it: control characters are replaced.
-std::string printable(std::string_view text);
+/// `text` as a terminal may show it: control characters are replaced, but those in `kept`.
+std::string printable(std::string_view text, std::string_view kept = {});
 
 }  // namespace corvane::cli
 

@@ -1,3 +1,4 @@
+#include <csignal>
 #include <cstdio>
 #include <functional>
 
@@ -53,17 +54,20 @@ int runCommandLine(int argc, char** argv) {
 
   std::string application = "/";
   std::string utility;
-  CLI::App* execute = nullptr;
-  execute = command("execute", "Run a system utility as root, with its output as it comes", [&] {
-    return executeUtility(context, application, utility, execute->remaining());
-  });
+  std::vector<std::string> arguments;
+  CLI::App* execute =
+      command("execute", "Run a system utility as root, with its output as it comes",
+              [&] { return executeUtility(context, application, utility, arguments); });
   execute
       ->add_option("--application", application,
                    "The bundle of the application whose utilities may be run too")
       ->type_name("BUNDLE");
-  execute->add_option("UTILITY", utility, "The utility; what follows is for it")->required();
+  execute->add_option("UTILITY", utility, "The utility")->required();
+  execute->add_option("ARGUMENT", arguments, "What the utility gets, whatever it looks like")
+      ->expected(-1);
+  // From the utility on nothing is an option or a command of this program.
+  execute->positionals_at_end();
   execute->set_help_flag();
-  execute->prefix_command();
 
   command("delete-files", "Delete single files of the helper's own",
           [&] { return deleteFiles(context, paths); })
@@ -152,6 +156,8 @@ int runCommandLine(int argc, char** argv) {
 }  // namespace
 
 int main(int argc, char** argv) {
+  // Whoever reads the output may leave before the helper's work is done and told.
+  std::signal(SIGPIPE, SIG_IGN);
   try {
     return runCommandLine(argc, argv);
   } catch (const std::exception& exception) {

@@ -57,8 +57,13 @@ class PrivilegedHelperClient {
     /// was lost or no answer came in time.
     std::optional<CommunicationFailure> failure;
     /// What the helper answered: in NSPOSIXErrorDomain EPERM (1) for a refused authorization and
-    /// ECANCELED (89) for a dialog that was dismissed, or the operation's own error.
+    /// ECANCELED (89) for a dialog that was dismissed, or the operation's own error. EILSEQ (92)
+    /// if nothing was asked because an argument cannot be sent: texts are UTF-8, without zero
+    /// bytes.
     std::optional<Error> error;
+    /// Feedback that had begun did not come to its end: the last of it is missing. The helper
+    /// gives up a receiver that takes nothing for ten seconds.
+    bool hasLostFeedback = false;
 
     bool isSuccess() const { return !failure && !error; }
   };

@@ -154,14 +154,6 @@ class PolkitTest(DaemonTest):
         self.addCleanup(agent.end)
         return agent
 
-    def serve_forms(self):
-        """Issues a form to whoever connects from now on."""
-        def serve():
-            with contextlib.suppress(OSError):
-                while True:
-                    self.issuer.issue()
-        threading.Thread(target=serve, daemon=True).start()
-
     def run_client(self, *arguments):
         """The client program on a terminal of an ordinary user."""
         program = f"{self.folder}/privilegerequestor-vnt"

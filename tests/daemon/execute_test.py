@@ -1,13 +1,13 @@
-"""Utilities whose client goes away while they run."""
+"""Utilities that the daemon runs, seen over its interface."""
 
 import os
 import threading
 
 from gi.repository import GLib
 
-from bus import EXECUTE_UTILITY, Client, FeedbackServer
+from bus import EXECUTE_UTILITY, POSIX, Client, FeedbackServer
 from log_lines import completed
-from support import DaemonTest, main, wait_until
+from support import DaemonTest, main, make_application, wait_until
 
 # Writes who it is, waits until it is told to go on, and writes once more to nobody.
 UTILITY = """#!/bin/sh
@@ -18,17 +18,17 @@ exit 0
 """
 
 
-class InterruptedClientTest(DaemonTest):
+class ExecuteTest(DaemonTest):
     def prepare(self):
-        programs = f"{self.folder}/Test.app/Contents/MacOS"
-        os.makedirs(programs)
-        with open(f"{programs}/../Info.plist", "w", encoding="utf-8") as info:
-            info.write('<plist version="1.0"><dict><key>CFBundleExecutable</key>'
-                       "<string>lipo</string></dict></plist>")
-        with open(f"{programs}/lipo", "w", encoding="utf-8") as utility:
-            utility.write(UTILITY.format(folder=self.folder))
-        os.chmod(f"{programs}/lipo", 0o755)
+        make_application(self.folder, UTILITY.format(folder=self.folder))
         os.mkfifo(f"{self.folder}/go-on")
+
+    def test_more_arguments_than_the_system_takes(self):
+        arguments = [f"{self.folder}/Test.app", "lipo"] + ["x" * 30] * 100_000
+        mark = self.log.mark()
+        self.assertEqual(Client(self.daemon.connect()).perform(EXECUTE_UTILITY, self.form(),
+                                                               arguments), (POSIX, 4, {}))
+        self.log.wait_for(lambda line: "Argument list too long" in line, mark)
 
     def test_the_utility_goes_on_as_the_daemons_child_and_is_waited_for(self):
         mark = self.log.mark()

@@ -240,6 +240,19 @@ def change_rights(folder, command):
                    env={**os.environ, **environment_for(folder)})
 
 
+def make_application(folder, utility):
+    """A bundle below `folder`, whose own utility is the script `utility`; its path."""
+    programs = f"{folder}/Test.app/Contents/MacOS"
+    os.makedirs(programs)
+    with open(f"{programs}/../Info.plist", "w", encoding="utf-8") as info:
+        info.write('<plist version="1.0"><dict><key>CFBundleExecutable</key>'
+                   "<string>lipo</string></dict></plist>")
+    with open(f"{programs}/lipo", "w", encoding="utf-8") as file:
+        file.write(utility)
+    os.chmod(f"{programs}/lipo", 0o755)
+    return f"{folder}/Test.app"
+
+
 class FolderTest(unittest.TestCase):
     """A test with a private folder."""
 
@@ -295,6 +308,14 @@ class DaemonTest(FolderTest):
 
     def form(self, user=None):
         return self.issuer.form(user)
+
+    def serve_forms(self):
+        """Issues a form to whoever connects from now on."""
+        def serve():
+            with contextlib.suppress(OSError):
+                while True:
+                    self.issuer.issue()
+        threading.Thread(target=serve, daemon=True).start()
 
     def assertLogged(self, mark, *messages):
         """The daemon has logged exactly `messages`, (priority, text) each, since `mark`."""

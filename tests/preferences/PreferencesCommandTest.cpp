@@ -14,14 +14,36 @@ const std::string getCommand = command + " preferences get --any-host --app " + 
 class PreferencesCommandTest : public PreferencesTree {};
 
 TEST_F(PreferencesCommandTest, WhatIsSetIsPrintedAsText) {
-  ASSERT_TRUE(set("text", "a \t text", currentUser));
+  ASSERT_TRUE(set("text",
+                  "a \t \xc2\x9b"
+                  "1mtext",
+                  currentUser));
   ASSERT_TRUE(set("number", -5, currentUser));
   ASSERT_TRUE(set("flag", true, currentUser));
   ASSERT_TRUE(set("list", Array{"x"}, currentUser));
-  EXPECT_EQ(outputOf(getCommand + "text"), "a ? text\n");
+  EXPECT_EQ(outputOf(getCommand + "text"),
+            "a \t \xc2\x9b"
+            "1mtext\n");
   EXPECT_EQ(outputOf(getCommand + "number"), "-5\n");
   EXPECT_EQ(outputOf(getCommand + "flag"), "true\n");
   EXPECT_NE(outputOf(getCommand + "list").find("<array>\n\t<string>x</string>\n</array>"),
+            std::string::npos);
+}
+
+TEST_F(PreferencesCommandTest, ATerminalIsShownNoControlCharacters) {
+  ASSERT_TRUE(set("text",
+                  "a \t \xc2\x9b"
+                  "1mtext",
+                  currentUser));
+  ASSERT_TRUE(set("list",
+                  Array{"\xc2\x9b"
+                        "1m"},
+                  currentUser));
+  const auto onTerminal = [](const std::string& arguments) {
+    return outputOf("script -qec '" + getCommand + arguments + "' /dev/null </dev/null");
+  };
+  EXPECT_EQ(onTerminal("text"), "a \t ?1mtext\r\n");
+  EXPECT_NE(onTerminal("list").find("<array>\r\n\t<string>?1m</string>\r\n</array>"),
             std::string::npos);
 }
 

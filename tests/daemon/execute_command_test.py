@@ -1,0 +1,203 @@
+"""The client's command that runs a utility, from its command line to the utility and back."""
+
+import fcntl
+import json
+import os
+import signal
+import subprocess
+
+from bus import Client
+from log_lines import completed
+from support import PATIENCE, PROGRAMS, DaemonTest, environment_for, logged, main, make_application, \
+    wait_until
+
+# What it does is its first argument.
+UTILITY = """#!/bin/sh
+folder='{folder}'
+case $1 in
+  show) shift; for argument; do printf '<%s>' "$argument"; done; echo ;;
+  count) i=0; while [ $i -lt $2 ]; do echo "$i-$3"; i=$((i + 1)); done ;;
+  live) echo output; read -r _ <"$folder/go-on"; echo error >&2; read -r _ <"$folder/go-on" ;;
+  both) yes output | head -n $2; yes error | head -n $2 >&2; touch "$folder/done" ;;
+  wait) echo $$ >"$folder/pid.new"; mv "$folder/pid.new" "$folder/pid"; read -r _ <"$folder/go-on"
+        touch "$folder/done" ;;
+  fail) exit 3 ;;
+esac
+"""
+
+COMMANDS = ("delete", "delete-files", "execute", "preferences", "nop", "discard-auth", "version",
+            "debug", "operations", "install", "uninstall", "doctor", "set", "get", "remove")
+OPTIONS = ("--json", "--application", "--socket", "--help", "-h", "-r", "--", "-", "")
+
+
+class ExecuteCommandTest(DaemonTest):
+
+    def prepare(self):
+        self.application = make_application(self.folder, UTILITY.format(folder=self.folder))
+        os.mkfifo(f"{self.folder}/go-on")
+
+    def setUp(self):
+        super().setUp()
+        self.expects_end = True  # with its last client
+        self.serve_forms()
+
+    def command(self, *arguments, options=(), application=None):
+        return [f"{PROGRAMS}/privilegerequestor-vnt", "--socket", f"{self.folder}/helper.socket",
+                "--authorization-socket", f"{self.folder}/authorization.socket", *options,
+                "execute", "--application", application or self.application, "lipo", *arguments]
+
+    def start_client(self, *arguments, **options):
+        client = subprocess.Popen(self.command(*arguments), stderr=subprocess.PIPE,
+                                  env={**os.environ, **environment_for(self.folder), "LC_ALL": "C"},
+                                  **{"stdout": subprocess.PIPE, **options})
+        self.addCleanup(client.wait)
+        self.addCleanup(client.kill)
+        return client
+
+    def run_client(self, *arguments, folder=None, **options):
+        # Another client keeps the daemon from ending.
+        Client(self.daemon.connect()).register(1)
+        return subprocess.run(self.command(*arguments, **options), stdout=subprocess.PIPE,
+                              stderr=subprocess.PIPE, timeout=PATIENCE, check=False, cwd=folder,
+                              env={**os.environ, **environment_for(self.folder), "LC_ALL": "C"})
+
+    def go_on(self):
+        with open(f"{self.folder}/go-on", "w", encoding="ascii") as go_on:
+            go_on.write("\n")
+
+    def wait_for_completion(self, code=0):
+        self.log.wait_for(lambda line: line == logged(*completed("execute-utility", code)), 0)
+
+    def assertOutput(self, result, output=b"", error=b"", status=0):
+        self.assertEqual((result.stdout, result.stderr, result.returncode), (output, error, status))
+
+    def test_each_stream_comes_as_it_is_written(self):
+        client = self.start_client("live")
+        self.assertEqual(client.stdout.readline(), b"output\n")
+        self.go_on()
+        self.assertEqual(client.stderr.readline(), b"error\n")
+        self.go_on()
+        self.assertEqual(client.communicate(timeout=PATIENCE), (b"", b""))
+        self.assertEqual(client.returncode, 0)
+        self.assertEndsWith(0)
+
+    def test_what_follows_the_utility_is_for_the_utility(self):
+        for argument in COMMANDS + OPTIONS:
+            with self.subTest(argument=argument):
+                result = self.run_client("show", argument, "x", argument)
+                self.assertOutput(result, f"<{argument}><x><{argument}>\n".encode())
+
+    def test_large_output_arrives_complete_and_in_order(self):
+        result = self.run_client("count", "200000", "x" * 20)
+        self.assertOutput(result, b"".join(b"%d-%s\n" % (n, b"x" * 20) for n in range(200000)))
+        result = self.run_client("both", "300000")
+        self.assertOutput(result, b"output\n" * 300000, b"error\n" * 300000)
+
+    def test_two_clients_get_their_own_output(self):
+        clients = {mark: self.start_client("count", "20000", mark) for mark in ("one", "other")}
+        for mark, client in clients.items():
+            output, error = client.communicate(timeout=PATIENCE)
+            self.assertEqual(output.decode(), "".join(f"{n}-{mark}\n" for n in range(20000)))
+            self.assertEqual((error, client.returncode), (b"", 0))
+
+    def test_a_failing_utility_fails_the_command(self):
+        self.assertOutput(
+            self.run_client("fail"), b"",
+            b"Cannot run 'lipo': It was not possible to complete the operation successfully.\n"
+            b"The operating system could not perform the requested operation. It returned error "
+            b"code 3.\n", 1)
+
+    def test_json_is_one_object_on_standard_output(self):
+        result = self.run_client("show", "x", options=["--json"])
+        self.assertEqual((json.loads(result.stdout)["code"], result.stderr), (0, b"<x>\n"))
+        result = self.run_client("fail", options=["--json"])
+        failure = json.loads(result.stdout)
+        self.assertEqual((failure["domain"], failure["code"], result.returncode),
+                         ("com.corvane.error.privileged-operation", 3, 1))
+
+    def test_the_application_is_found_from_where_the_client_runs(self):
+        self.assertOutput(self.run_client("show", "x", application="Test.app", folder=self.folder),
+                          b"<x>\n")
+
+    def test_a_utility_that_cannot_be_started(self):
+        os.chmod(f"{self.application}/Contents/MacOS/lipo", 0o644)
+        self.assertOutput(self.run_client("show"), b"",
+                          b"Cannot run 'lipo': The helper could not carry it out.\n"
+                          b"Its log says why.\n", 1)
+        self.assertTrue([line for line in self.log.after(0) if "could not be launched" in line])
+
+    def test_a_hundred_thousand_arguments(self):
+        self.assertOutput(
+            self.run_client("show", *["x"] * 100_000), b"",
+            b"Cannot run 'lipo': The helper refused the request: The arguments hold too many "
+            b"values\nAsk for less at a time.\n", 1)
+
+    def test_an_argument_that_is_not_text(self):
+        self.assertOutput(self.run_client("show", b"\xff"), b"",
+                          b"Cannot run 'lipo': An argument cannot be sent to the helper.\n"
+                          b"Text must be UTF-8, and without zero bytes.\n", 1)
+
+    def test_a_reader_that_leaves_misses_the_rest_and_nothing_else(self):
+        client = self.start_client("both", "300000")
+        self.assertEqual(client.stdout.readline(), b"output\n")
+        client.stdout.close()
+        self.assertEqual(client.stderr.read(), b"error\n" * 300000)
+        self.assertEqual(client.wait(PATIENCE), 0)
+        self.assertEndsWith(0)
+
+    def test_a_reader_that_pauses_holds_up_nobody(self):
+        client = self.start_client("both", "300000")
+        wait_until(lambda: os.path.exists(f"{self.folder}/done"), "the utility has ended")
+        self.wait_for_completion()
+        self.assertEqual(client.communicate(timeout=PATIENCE),
+                         (b"output\n" * 300000, b"error\n" * 300000))
+        self.assertEqual(client.returncode, 0)
+
+    def test_a_descriptor_that_does_not_wait_gets_everything(self):
+        reading, writing = os.pipe()
+        fcntl.fcntl(writing, fcntl.F_SETFL, os.O_NONBLOCK)
+        client = self.start_client("count", "100000", "x", stdout=writing)
+        os.close(writing)
+        with open(reading, "rb") as output:
+            self.assertEqual(len(output.read().splitlines()), 100000)
+        self.assertEqual(client.wait(PATIENCE), 0)
+
+    def test_output_that_cannot_be_written_fails_the_command(self):
+        with open("/dev/full", "wb") as full:
+            client = self.start_client("show", "x", stdout=full)
+            _, error = client.communicate(timeout=PATIENCE)
+        self.assertEqual(error, b"Cannot pass on all output of 'lipo': No space left on device\n")
+        self.assertEqual(client.returncode, 1)
+
+    def test_a_reader_that_pauses_too_long_with_too_much_is_told_what_it_misses(self):
+        """It takes the ten seconds after which a receiver is given up."""
+        other = Client(self.daemon.connect())
+        other.register(1)
+        client = self.start_client("both", "12000000")
+        self.wait_for_completion()
+        self.assertEqual(other.version(), "1.3")
+        output, error = client.communicate(timeout=PATIENCE)
+        self.assertTrue((b"output\n" * 12000000).startswith(output))
+        self.assertLess(len(output), 7 * 12000000)
+        self.assertEqual(error, b"Cannot pass on all output of 'lipo': The output is incomplete: "
+                         b"nobody took it for too long.\n"
+                         b"Read it without long pauses, or into a file.\n")
+        self.assertEqual(client.returncode, 1)
+
+    def test_an_interrupted_client_leaves_the_utility_to_the_daemon(self):
+        client = self.start_client("wait")
+        wait_until(lambda: os.path.exists(f"{self.folder}/pid"), "the utility runs")
+        with open(f"{self.folder}/pid", encoding="ascii") as file:
+            utility = int(file.read())
+        client.send_signal(signal.SIGINT)
+        self.assertEqual(client.wait(PATIENCE), -signal.SIGINT)
+        with open(f"/proc/{utility}/status", encoding="utf-8") as status:
+            self.assertIn(f"PPid:\t{self.daemon.process.pid}\n", status.read())
+        self.go_on()
+        self.wait_for_completion()
+        self.assertFalse(os.path.exists(f"/proc/{utility}"), "the utility was waited for")
+        self.assertTrue(os.path.exists(f"{self.folder}/done"))
+
+
+if __name__ == "__main__":
+    main()
