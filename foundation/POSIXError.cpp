@@ -5,6 +5,8 @@
 #include <cerrno>
 #include <system_error>
 
+#include "foundation/Value.h"
+
 namespace corvane {
 
 namespace {
@@ -120,6 +122,13 @@ Error posixError(POSIXErrorCode code) {
 
 Error posixErrorFromHost(int hostErrno) {
   return Error(NSPOSIXErrorDomain, posixCodeFromHost(hostErrno));
+}
+
+Error posixErrorAbout(const std::string& path, int hostErrno) {
+  const std::int32_t code = posixCodeFromHost(hostErrno);
+  return Error(NSPOSIXErrorDomain, code,
+               {{std::string(NSFilePathErrorKey), path},
+                {std::string(NSLocalizedDescriptionKey), path + ": " + posixDescription(code)}});
 }
 
 bool isPOSIXError(const Error& error, POSIXErrorCode code) {

@@ -45,6 +45,8 @@ std::int32_t posixCodeFromHost(int hostErrno);
 Error posixError(POSIXErrorCode code);
 /// The same from the host's `errno` value.
 Error posixErrorFromHost(int hostErrno);
+/// The same about the object at `path`, which its user information and description name.
+Error posixErrorAbout(const std::string& path, int hostErrno);
 /// True if `error` is in `NSPOSIXErrorDomain` with this code.
 bool isPOSIXError(const Error& error, POSIXErrorCode code);
 

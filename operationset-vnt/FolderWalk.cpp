@@ -17,28 +17,28 @@ namespace corvane {
 namespace {
 
 // A subfolder whose walk is left to whichever thread has nothing else to do.
-struct Task {
+struct Subtree {
   std::shared_ptr<FolderReader> parent;
   std::string name;
 };
 
 // The threads of one walk, and what they share.
-class Crew {
+class WalkPool {
  public:
-  Crew(FolderVisitor& visitor, unsigned threads) : _visitor(visitor), _threads(threads) {}
+  WalkPool(FolderVisitor& visitor, unsigned threads) : _visitor(visitor), _threads(threads) {}
 
   std::optional<Error> run(std::shared_ptr<FolderReader> top);
 
   FolderVisitor& visitor() { return _visitor; }
   bool isStopped() const { return _stopped.load(std::memory_order_relaxed); }
-  // True if the task was taken; false if the caller should see to it itself.
+  // True if the subtree was taken; false if the caller should see to it itself.
   bool offer(const std::shared_ptr<FolderReader>& parent, const std::string& name);
 
  private:
   static constexpr std::size_t queueLimit = 8;
 
   void work();
-  std::optional<Error> perform(const Task& task);
+  std::optional<Error> perform(const Subtree& subtree);
   void finish(std::optional<Error> error);
 
   FolderVisitor& _visitor;
@@ -48,7 +48,7 @@ class Crew {
 
   std::mutex _mutex;
   std::condition_variable _changed;
-  std::deque<Task> _queue;
+  std::deque<Subtree> _queue;
   unsigned _busy = 1;
   unsigned _idle = 0;
   std::optional<Error> _error;
@@ -58,7 +58,7 @@ class Crew {
 // One thread's way through one subtree, depth first.
 class Walker {
  public:
-  explicit Walker(Crew& crew) : _crew(crew) {}
+  explicit Walker(WalkPool& pool) : _pool(pool) {}
 
   std::optional<Error> walk(std::shared_ptr<FolderReader> top);
 
@@ -86,7 +86,7 @@ class Walker {
   std::optional<Error> closeTopmost();
   std::size_t openCount() const { return _levels.size() - _closed; }
 
-  Crew& _crew;
+  WalkPool& _pool;
   std::deque<Level> _levels;
   std::size_t _closed = 0;  // how many levels, from the top, are not open
   std::size_t _entries = 0;
@@ -94,7 +94,7 @@ class Walker {
 
 std::optional<Error> Walker::walk(std::shared_ptr<FolderReader> top) {
   _levels.push_back({{}, std::move(top), {}, {}, 0});
-  while (!_levels.empty() && !_crew.isStopped()) {
+  while (!_levels.empty() && !_pool.isStopped()) {
     if (auto error = step()) return error;
   }
   return std::nullopt;
@@ -106,7 +106,7 @@ std::optional<Error> Walker::step() {
   if (const FolderEntry* entry = level.reader->next(error)) {
     ++_entries;
     bool hasContents = false;
-    error = _crew.visitor().visit(level.reader->folder(), *entry, hasContents);
+    error = _pool.visitor().visit(level.reader->folder(), *entry, hasContents);
     if (error || !hasContents) return error;
     return meetSubfolder(entry->name);
   }
@@ -119,7 +119,7 @@ std::optional<Error> Walker::meetSubfolder(std::string name) {
   Level& level = _levels.back();
   name.swap(level.heldBack);
   if (name.empty()) return std::nullopt;
-  if (_entries >= entriesBeforeSharing && _crew.offer(level.reader, name)) return std::nullopt;
+  if (_entries >= entriesBeforeSharing && _pool.offer(level.reader, name)) return std::nullopt;
   return descend(std::move(name));
 }
 
@@ -147,7 +147,7 @@ std::optional<Error> Walker::ascend() {
     level.reader = std::make_shared<FolderReader>(std::move(folder), level.position);
     --_closed;
   }
-  return _crew.visitor().leave(level.reader->folder(), child.name.c_str());
+  return _pool.visitor().leave(level.reader->folder(), child.name.c_str());
 }
 
 // Where descriptors are scarce, makes do with fewer open levels.
@@ -171,7 +171,7 @@ std::optional<Error> Walker::closeTopmost() {
   return std::nullopt;
 }
 
-bool Crew::offer(const std::shared_ptr<FolderReader>& parent, const std::string& name) {
+bool WalkPool::offer(const std::shared_ptr<FolderReader>& parent, const std::string& name) {
   if (_threads < 2 || !_hasRoom.load(std::memory_order_relaxed)) return false;
   const std::lock_guard lock(_mutex);
   // No thread may be added to those that `run` waits for once it has begun to.
@@ -184,50 +184,51 @@ bool Crew::offer(const std::shared_ptr<FolderReader>& parent, const std::string&
     try {
       _helpers.emplace_back([this] { work(); });
     } catch (const std::system_error&) {
-      // The threads there are do without another one; this one takes the task in the end.
+      // The threads there are do without another one; this one takes the subtree in the end.
     }
   }
   return true;
 }
 
-std::optional<Error> Crew::run(std::shared_ptr<FolderReader> top) {
+std::optional<Error> WalkPool::run(std::shared_ptr<FolderReader> top) {
   finish(Walker(*this).walk(std::move(top)));
   work();
   _helpers.clear();
   return _error;
 }
 
-void Crew::work() {
+void WalkPool::work() {
   std::unique_lock lock(_mutex);
   for (;;) {
     ++_idle;
     _changed.wait(lock, [this] { return !_queue.empty() || _busy == 0 || isStopped(); });
     --_idle;
     if (_queue.empty() || isStopped()) return;
-    const Task task = std::move(_queue.front());
+    const Subtree subtree = std::move(_queue.front());
     _queue.pop_front();
     _hasRoom.store(true, std::memory_order_relaxed);
     ++_busy;
     lock.unlock();
-    auto error = perform(task);
+    auto error = perform(subtree);
     finish(std::move(error));
     lock.lock();
   }
 }
 
-std::optional<Error> Crew::perform(const Task& task) {
+std::optional<Error> WalkPool::perform(const Subtree& subtree) {
   FileDescriptor folder;
-  if (auto error = openFolder(task.parent->folder(), task.name.c_str(), folder)) {
+  if (auto error = openFolder(subtree.parent->folder(), subtree.name.c_str(), folder)) {
     return isPOSIXError(*error, POSIXErrorCode::NoEntry) ? std::nullopt : error;
   }
   if (auto error = Walker(*this).walk(std::make_shared<FolderReader>(std::move(folder)))) {
     return error;
   }
-  return isStopped() ? std::nullopt : _visitor.leave(task.parent->folder(), task.name.c_str());
+  return isStopped() ? std::nullopt
+                     : _visitor.leave(subtree.parent->folder(), subtree.name.c_str());
 }
 
 // One thread has come to the end of what it was at.
-void Crew::finish(std::optional<Error> error) {
+void WalkPool::finish(std::optional<Error> error) {
   const std::lock_guard lock(_mutex);
   --_busy;
   if (error && !_error) {
@@ -241,7 +242,7 @@ void Crew::finish(std::optional<Error> error) {
 
 std::optional<Error> walkFolder(std::shared_ptr<FolderReader> folder, FolderVisitor& visitor,
                                 unsigned threads) {
-  return Crew(visitor, threads).run(std::move(folder));
+  return WalkPool(visitor, threads).run(std::move(folder));
 }
 
 }  // namespace corvane

@@ -1,7 +1,6 @@
 #include <vector>
 
 #include "platform/ProcessTable.h"
-#include "platform/StandardLog.h"
 #include "privilegedhelper-vnt/ZELPrivilegedHelper.h"
 
 namespace corvane {
@@ -21,26 +20,6 @@ std::set<std::int32_t> runningProcesses() {
 }
 
 }  // namespace
-
-bool ZELPrivilegedHelper::listenerShouldAcceptNewConnection(const XPCListener* newListener,
-                                                            XPCIncomingConnection* newConnection) {
-  if (newListener != listener() || newConnection == nullptr) {
-    NSLog("%s: received bad XPC connection request. Ignoring ...\n", "ZELPrivilegedHelper");
-    return false;
-  }
-  newConnection->setExportedInterface({"ZELPrivilegedHelperProtocol"});
-  newConnection->setExportedObject(*this);
-  newConnection->resume();
-  return true;
-}
-
-void ZELPrivilegedHelper::connectWithEndpointUsingReply(const EndpointReply& reply) {
-  reply(listener()->endpoint());
-}
-
-void ZELPrivilegedHelper::getVersionStringUsingReply(const VersionReply& reply) {
-  reply(operationSet()->implementationVersion().value_or(""));
-}
 
 void ZELPrivilegedHelper::registerClientWithPID(std::int32_t pid) {
   log("Beginning work for client %d.", pid);

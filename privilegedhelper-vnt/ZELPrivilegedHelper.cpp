@@ -3,6 +3,8 @@
 #include <cstdarg>
 #include <cstdlib>
 
+#include "platform/StandardLog.h"
+
 namespace corvane {
 
 namespace {
@@ -37,6 +39,26 @@ ZELPrivilegedHelper* ZELPrivilegedHelper::initForOperationSet(
 void ZELPrivilegedHelper::run() {
   listener()->resume();
   listener()->run();
+}
+
+bool ZELPrivilegedHelper::listenerShouldAcceptNewConnection(const XPCListener* newListener,
+                                                            XPCIncomingConnection* newConnection) {
+  if (newListener != listener() || newConnection == nullptr) {
+    NSLog("%s: received bad XPC connection request. Ignoring ...\n", "ZELPrivilegedHelper");
+    return false;
+  }
+  newConnection->setExportedInterface({"ZELPrivilegedHelperProtocol"});
+  newConnection->setExportedObject(*this);
+  newConnection->resume();
+  return true;
+}
+
+void ZELPrivilegedHelper::connectWithEndpointUsingReply(const EndpointReply& reply) {
+  reply(listener()->endpoint());
+}
+
+void ZELPrivilegedHelper::getVersionStringUsingReply(const VersionReply& reply) {
+  reply(operationSet()->implementationVersion().value_or(""));
 }
 
 void ZELPrivilegedHelper::logAt(int priority, const char* format, ...) const {

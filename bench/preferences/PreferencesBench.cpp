@@ -104,7 +104,7 @@ void setFromFourProcesses() {
 
 void measure() {
   const bench::TemporaryFolder root;
-  ::setenv("CORVANE_PREFERENCES_ROOT", root.path().c_str(), 1);  // NOLINT(concurrency-mt-unsafe)
+  ::setenv("CORVANE_PREFERENCES_ROOT", root.path().c_str(), 1);
   const fs::path file = fs::path(root.path()) / "etc/xdg/preferences" / (application + ".plist");
   compareWithConversion(file, PropertyListFormat::XML);
   compareWithConversion(file, PropertyListFormat::Binary);

@@ -2,16 +2,16 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstring>
 #include <tuple>
 #include <utility>
 #include <vector>
 
+#include "foundation/POSIXError.h"
 #include "foundation/PropertyList.h"
 #include "platform/StandardLog.h"
+#include "platform/linux/LogText.h"
 #include "platform/linux/PreferencesFile.h"
 #include "platform/linux/PreferencesPlace.h"
-#include "platform/linux/PrintfText.h"
 
 namespace corvane {
 
@@ -88,7 +88,7 @@ std::optional<std::string> write(const std::vector<Change>& changes,
         if (const Error* error = std::get_if<Error>(&written)) return fail(*error);
         return std::move(std::get<Data>(written));
       });
-  if (failure != 0) return std::strerror(failure);  // NOLINT(concurrency-mt-unsafe)
+  if (failure != 0) return posixDescription(posixCodeFromHost(failure));
   return problem;
 }
 

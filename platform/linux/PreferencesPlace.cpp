@@ -30,10 +30,10 @@ const std::string& root() {
 /// no point at its begin (those names are the system's) and no two points in a row.
 std::optional<std::string> nameForApplication(const std::string& application) {
   if (application == kCFPreferencesAnyApplication) return ".GlobalPreferences";
-  const auto isControl = [](unsigned char c) { return c < 0x20 || c == 0x7F || c == '/'; };
+  const auto isForbidden = [](unsigned char c) { return c < 0x20 || c == 0x7F || c == '/'; };
   if (application.empty() || application.starts_with('.') ||
       application.find("..") != std::string::npos || !isUTF8(application) ||
-      std::any_of(application.begin(), application.end(), isControl)) {
+      std::any_of(application.begin(), application.end(), isForbidden)) {
     return std::nullopt;
   }
   return application;

@@ -1,6 +1,6 @@
 #include "platform/StandardLog.h"
 
-#include "platform/linux/PrintfText.h"
+#include "platform/linux/LogText.h"
 
 namespace corvane {
 

@@ -14,7 +14,7 @@
 #include <systemd/sd-journal.h>
 #include <unistd.h>
 
-#include "platform/linux/PrintfText.h"
+#include "platform/linux/LogText.h"
 
 namespace corvane {
 

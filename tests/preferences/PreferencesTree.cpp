@@ -49,15 +49,15 @@ const fs::path& PreferencesTree::root() {
 }
 
 fs::path PreferencesTree::home() {
-  return inTree(::getpwuid(::geteuid())->pw_dir);  // NOLINT(concurrency-mt-unsafe)
+  return inTree(::getpwuid(::geteuid())->pw_dir);
 }
 
 uid_t PreferencesTree::otherUser() {
-  return ::getpwnam("nobody")->pw_uid;  // NOLINT(concurrency-mt-unsafe)
+  return ::getpwnam("nobody")->pw_uid;
 }
 
 fs::path PreferencesTree::otherHome() {
-  const fs::path home = inTree(::getpwnam("nobody")->pw_dir);  // NOLINT(concurrency-mt-unsafe)
+  const fs::path home = inTree(::getpwnam("nobody")->pw_dir);
   if (!fs::exists(home)) makeFolder(home, otherUser());
   return home;
 }

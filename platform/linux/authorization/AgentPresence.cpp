@@ -6,6 +6,7 @@
 #include <systemd/sd-login.h>
 
 #include "platform/linux/authorization/BusConnections.h"
+#include "platform/linux/authorization/PolkitBus.h"
 #include "platform/linux/authorization/PolkitClient.h"
 #include "platform/linux/authorization/ProcessIdentity.h"
 
@@ -13,9 +14,6 @@ namespace corvane {
 
 namespace {
 
-constexpr const char* service = "org.freedesktop.PolicyKit1";
-constexpr const char* authorityPath = "/org/freedesktop/PolicyKit1/Authority";
-constexpr const char* authorityInterface = "org.freedesktop.PolicyKit1.Authority";
 // Nobody serves an object there, and nobody is asked to in the moment that it is registered.
 constexpr const char* agentPath = "/com/corvane/AuthenticationAgent";
 constexpr std::uint64_t timeoutInMicroseconds = 10'000'000;
@@ -38,13 +36,8 @@ int appendSubject(sd_bus_message* message) {
 }
 
 BusMessage newCall(sd_bus* bus, const char* member) {
-  sd_bus_message* raw = nullptr;
-  if (sd_bus_message_new_method_call(bus, &raw, service, authorityPath, authorityInterface,
-                                     member) < 0) {
-    return nullptr;
-  }
-  BusMessage message(raw);
-  return appendSubject(raw) >= 0 ? std::move(message) : nullptr;
+  BusMessage message = newPolkitCall(bus, member);
+  return message != nullptr && appendSubject(message.get()) >= 0 ? std::move(message) : nullptr;
 }
 
 enum class Answer { Yes, No, None };
@@ -54,22 +47,15 @@ Answer call(sd_bus* bus, const BusMessage& message) {
   sd_bus_error error = SD_BUS_ERROR_NULL;
   const int result = sd_bus_call(bus, message.get(), timeoutInMicroseconds, &error, &raw);
   const BusMessage reply(raw);
-  // The one error by which polkit refuses what it has understood.
-  const bool isRefused =
-      sd_bus_error_has_name(&error, "org.freedesktop.PolicyKit1.Error.Failed") != 0;
+  const bool isRefused = sd_bus_error_has_name(&error, polkitFailure) != 0;
   sd_bus_error_free(&error);
   if (result >= 0) return Answer::Yes;
   return isRefused ? Answer::No : Answer::None;
 }
 
 bool isPolkitThere(sd_bus* bus) {
-  sd_bus_message* raw = nullptr;
-  sd_bus_message_new_method_call(bus, &raw, service, authorityPath,
-                                 "org.freedesktop.DBus.Properties", "Get");
-  const BusMessage message(raw);
-  return message != nullptr &&
-         sd_bus_message_append(raw, "ss", authorityInterface, "BackendVersion") >= 0 &&
-         call(bus, message) == Answer::Yes;
+  const BusMessage question = newPolkitSignOfLife(bus);
+  return question != nullptr && call(bus, question) == Answer::Yes;
 }
 
 }  // namespace

@@ -50,6 +50,9 @@ class Authority {
 /// beginning with a letter or a digit.
 bool isRightName(std::string_view text);
 
+/// The status of a right whose definition cannot be read, or not be removed, because of `error`.
+OSStatus statusOfDefinition(const Error& error);
+
 }  // namespace corvane
 
 #endif

@@ -14,7 +14,6 @@ namespace corvane {
 namespace {
 
 constexpr const char* fileName = "key";
-constexpr mode_t rootAlone = S_IRUSR | S_IWUSR;
 
 std::variant<AuthorizationKey, Error> readKey(const RootFolder& folder) {
   std::variant<Data, Error> bytes = folder.read(fileName, rootAlone);

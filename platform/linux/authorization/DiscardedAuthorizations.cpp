@@ -16,8 +16,6 @@ namespace corvane {
 
 namespace {
 
-constexpr mode_t rootAlone = S_IRUSR | S_IWUSR;
-
 std::string fileNameFor(const ProcessIdentity& subject) {
   return std::to_string(subject.pid) + "-" + std::to_string(subject.startTime);
 }

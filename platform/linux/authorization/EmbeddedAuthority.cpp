@@ -17,15 +17,8 @@ constexpr std::string_view ruleKey = "rule";
 constexpr std::string_view descriptionKey = "description";
 constexpr std::string_view stringsTableKey = "table";
 // What rights there are is no secret; only root may say so.
-constexpr mode_t everyoneElseReads = S_IRUSR | S_IWUSR | S_IRGRP | S_IROTH;
-
 std::string fileNameFor(const std::string& rightName) {
   return rightName + ".plist";
-}
-
-OSStatus statusOf(const Error& error) {
-  return isPOSIXError(error, POSIXErrorCode::NoEntry) ? errAuthorizationDenied
-                                                      : errAuthorizationInternal;
 }
 
 std::string textOf(const Dictionary& dictionary, std::string_view key) {
@@ -75,10 +68,10 @@ bool EmbeddedAuthority::isAllowedToAll(const std::string& rightName) {
 
 OSStatus EmbeddedAuthority::rightGet(const std::string& rightName, RightDefinition* definition) {
   const std::variant<RootFolder, Error> folder = RootFolder::open(_directory);
-  if (const Error* error = std::get_if<Error>(&folder)) return statusOf(*error);
+  if (const Error* error = std::get_if<Error>(&folder)) return statusOfDefinition(*error);
   const std::variant<Data, Error> bytes =
       std::get<RootFolder>(folder).read(fileNameFor(rightName), everyoneElseReads);
-  if (const Error* error = std::get_if<Error>(&bytes)) return statusOf(*error);
+  if (const Error* error = std::get_if<Error>(&bytes)) return statusOfDefinition(*error);
 
   std::optional<RightDefinition> found = definitionFromBytes(std::get<Data>(bytes));
   if (!found) return errAuthorizationInternal;
@@ -107,9 +100,9 @@ OSStatus EmbeddedAuthority::rightSet(const std::string& rightName,
 
 OSStatus EmbeddedAuthority::rightRemove(const std::string& rightName) {
   const std::variant<RootFolder, Error> folder = RootFolder::open(_directory);
-  if (const Error* error = std::get_if<Error>(&folder)) return statusOf(*error);
+  if (const Error* error = std::get_if<Error>(&folder)) return statusOfDefinition(*error);
   const std::optional<Error> error = std::get<RootFolder>(folder).remove(fileNameFor(rightName));
-  return error ? statusOf(*error) : errAuthorizationSuccess;
+  return error ? statusOfDefinition(*error) : errAuthorizationSuccess;
 }
 
 }  // namespace corvane

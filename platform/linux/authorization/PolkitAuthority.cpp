@@ -12,8 +12,6 @@ namespace corvane {
 
 namespace {
 
-constexpr mode_t everyoneElseReads = S_IRUSR | S_IWUSR | S_IRGRP | S_IROTH;
-
 std::string fileNameFor(const std::string& rightName) {
   return rightName + ".policy";
 }
@@ -28,11 +26,6 @@ OSStatus statusOf(const PolkitAnswer& answer) {
   // Whoever would have to be asked is not there or must not be asked.
   if (answer.isChallenge) return errAuthorizationInteractionNotAllowed;
   return answer.isAuthorized ? errAuthorizationSuccess : errAuthorizationDenied;
-}
-
-OSStatus statusOf(const Error& error) {
-  return isPOSIXError(error, POSIXErrorCode::NoEntry) ? errAuthorizationDenied
-                                                      : errAuthorizationInternal;
 }
 
 }  // namespace
@@ -111,10 +104,10 @@ bool PolkitAuthority::hasActions() const {
 OSStatus PolkitAuthority::rightGet(const std::string& rightName, RightDefinition* definition) {
   if (!hasActions()) return _withoutPolkit.rightGet(rightName, definition);
   const std::variant<RootFolder, Error> folder = RootFolder::open(_actionsDirectory);
-  if (const Error* error = std::get_if<Error>(&folder)) return statusOf(*error);
+  if (const Error* error = std::get_if<Error>(&folder)) return statusOfDefinition(*error);
   const std::variant<Data, Error> bytes =
       std::get<RootFolder>(folder).read(fileNameFor(rightName), everyoneElseReads);
-  if (const Error* error = std::get_if<Error>(&bytes)) return statusOf(*error);
+  if (const Error* error = std::get_if<Error>(&bytes)) return statusOfDefinition(*error);
 
   std::optional<RightDefinition> found =
       readActionFile(stringFromData(std::get<Data>(bytes)), rightName);
@@ -145,7 +138,7 @@ OSStatus PolkitAuthority::rightRemove(const std::string& rightName) {
     const auto* opened = std::get_if<RootFolder>(&folder);
     if (opened == nullptr) return errAuthorizationInternal;
     const std::optional<Error> error = opened->remove(fileNameFor(rightName));
-    removed = error ? statusOf(*error) : errAuthorizationSuccess;
+    removed = error ? statusOfDefinition(*error) : errAuthorizationSuccess;
     if (removed == errAuthorizationInternal) return removed;
   }
   const OSStatus alsoRemoved = _withoutPolkit.rightRemove(rightName);

@@ -8,15 +8,14 @@
 
 #include <poll.h>
 
+#include "platform/linux/authorization/PolkitBus.h"
+
 namespace corvane {
 
 namespace {
 
 using Clock = std::chrono::steady_clock;
 
-constexpr const char* service = "org.freedesktop.PolicyKit1";
-constexpr const char* authorityPath = "/org/freedesktop/PolicyKit1/Authority";
-constexpr const char* authorityInterface = "org.freedesktop.PolicyKit1.Authority";
 constexpr std::uint32_t allowUserInteraction = 1;
 
 // For how long it is taken for granted that polkit is still not there. A failed attempt costs more
@@ -73,12 +72,6 @@ class PendingCall {
   BusMessage _reply;
 };
 
-BusMessage newCall(sd_bus* bus, const char* interface, const char* member) {
-  sd_bus_message* message = nullptr;
-  sd_bus_message_new_method_call(bus, &message, service, authorityPath, interface, member);
-  return BusMessage(message);
-}
-
 std::string newCancellationId() {
   static std::atomic<std::uint64_t> count{0};
   return "request-" + std::to_string(++count);
@@ -90,7 +83,7 @@ int appendDetail(sd_bus_message* message, const char* key, const std::string& va
 
 BusMessage newCheck(sd_bus* bus, const PolkitQuestion& question,
                     const std::string& cancellationId) {
-  BusMessage message = newCall(bus, authorityInterface, "CheckAuthorization");
+  BusMessage message = newPolkitCall(bus, "CheckAuthorization");
   if (message == nullptr) return nullptr;
   sd_bus_message* raw = message.get();
   int result = sd_bus_message_append(raw, "(sa{sv})s", "unix-process", 3, "pid", "u",
@@ -113,7 +106,7 @@ BusMessage newCheck(sd_bus* bus, const PolkitQuestion& question,
 /// Closes the dialog, if one is open. Neither the answer nor a bus that is slow is waited for.
 void cancelCheck(sd_bus* bus, const std::string& cancellationId) {
   if (sd_bus_is_ready(bus) <= 0) return;
-  const BusMessage message = newCall(bus, authorityInterface, "CancelCheckAuthorization");
+  const BusMessage message = newPolkitCall(bus, "CancelCheckAuthorization");
   if (message != nullptr &&
       sd_bus_message_append(message.get(), "s", cancellationId.c_str()) >= 0) {
     sd_bus_send(bus, message.get(), nullptr);
@@ -122,10 +115,8 @@ void cancelCheck(sd_bus* bus, const std::string& cancellationId) {
 
 /// Asks for something that polkit answers whatever else it is doing. An error is an answer too.
 bool askForSignOfLife(sd_bus* bus, PendingCall& sign) {
-  const BusMessage message = newCall(bus, "org.freedesktop.DBus.Properties", "Get");
-  return message != nullptr &&
-         sd_bus_message_append(message.get(), "ss", authorityInterface, "BackendVersion") >= 0 &&
-         sign.send(bus, message.get());
+  const BusMessage message = newPolkitSignOfLife(bus);
+  return message != nullptr && sign.send(bus, message.get());
 }
 
 /// Waits for something to happen on `bus`, at most until `deadline`; true if the asker hung up.

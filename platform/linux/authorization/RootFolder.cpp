@@ -16,13 +16,6 @@ namespace {
 
 constexpr off_t largestFile = off_t{1} << 20;
 
-Error fileError(const std::string& path, int hostErrno) {
-  const std::int32_t code = posixCodeFromHost(hostErrno);
-  return Error(NSPOSIXErrorDomain, code,
-               {{std::string(NSFilePathErrorKey), path},
-                {std::string(NSLocalizedDescriptionKey), path + ": " + posixDescription(code)}});
-}
-
 // A name that no two writers share, and that nothing takes for a file of the folder's kind.
 std::string temporaryNameFor(const std::string& name) {
   std::array<unsigned char, 8> random{};
@@ -50,9 +43,9 @@ void makeFolder(const std::string& path) {
 std::variant<RootFolder, Error> RootFolder::open(const std::string& path) {
   FileDescriptor descriptor(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
   struct stat status = {};
-  if (!descriptor || ::fstat(descriptor.get(), &status) != 0) return fileError(path, errno);
-  constexpr mode_t everyoneElseReads = 07755;
-  if (!isRootsAlone(status, everyoneElseReads)) return fileError(path, EPERM);
+  if (!descriptor || ::fstat(descriptor.get(), &status) != 0) return posixErrorAbout(path, errno);
+  constexpr mode_t nobodyElseWrites = 07755;
+  if (!isRootsAlone(status, nobodyElseWrites)) return posixErrorAbout(path, EPERM);
   return RootFolder(path, std::move(descriptor));
 }
 
@@ -137,7 +130,7 @@ std::optional<Error> RootFolder::remove(const std::string& name) const {
 }
 
 Error RootFolder::errorOf(const std::string& name, int hostErrno) const {
-  return fileError(_path + "/" + name, hostErrno);
+  return posixErrorAbout(_path + "/" + name, hostErrno);
 }
 
 }  // namespace corvane

@@ -6,13 +6,17 @@
 #include <string>
 #include <variant>
 
-#include <sys/types.h>
+#include <sys/stat.h>
 
 #include "foundation/Error.h"
 #include "foundation/FileDescriptor.h"
 #include "foundation/Value.h"
 
 namespace corvane {
+
+/// Permissions of files in such a folder.
+inline constexpr mode_t rootAlone = S_IRUSR | S_IWUSR;
+inline constexpr mode_t everyoneElseReads = S_IRUSR | S_IWUSR | S_IRGRP | S_IROTH;
 
 /// A folder that only root can change, and the small files in it: what it holds can be relied on.
 /// Files appear in it complete or not at all. Errors are POSIX errors that name the path.

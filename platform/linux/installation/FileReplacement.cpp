@@ -20,24 +20,17 @@ namespace corvane {
 
 namespace {
 
-Error fileError(const std::string& path) {
-  const std::int32_t code = posixCodeFromHost(errno);
-  return Error(NSPOSIXErrorDomain, code,
-               {{std::string(NSFilePathErrorKey), path},
-                {std::string(NSLocalizedDescriptionKey), path + ": " + posixDescription(code)}});
-}
-
 // Hidden, and with an ending that nothing takes for a file of the folder's kind.
-std::string besides(const std::string& place, const char* ending) {
+std::string siblingOf(const std::string& place, const char* ending) {
   return deletingLastPathComponent(place) + "/." + lastPathComponent(place) + ending;
 }
 
 std::string newNameFor(const std::string& place) {
-  return besides(place, ".corvane-new");
+  return siblingOf(place, ".corvane-new");
 }
 
 std::string oldNameFor(const std::string& place) {
-  return besides(place, ".corvane-old");
+  return siblingOf(place, ".corvane-old");
 }
 
 bool exists(const std::string& path) {
@@ -79,17 +72,18 @@ std::vector<std::string> FileReplacement::remainsOf(const std::string& place) {
 std::optional<Error> FileReplacement::makeFolder(const std::string& path) {
   if (path.empty() || ::access(path.c_str(), F_OK) == 0) return std::nullopt;
   if (auto error = makeFolder(deletingLastPathComponent(path))) return error;
-  if (::mkdir(path.c_str(), 0755) != 0) return fileError(path);
+  if (::mkdir(path.c_str(), 0755) != 0) return posixErrorAbout(path, errno);
   _folders.push_back(path);
   // Whatever the mask of the process takes away.
-  return ::chmod(path.c_str(), 0755) == 0 ? std::nullopt : std::optional(fileError(path));
+  return ::chmod(path.c_str(), 0755) == 0 ? std::nullopt
+                                          : std::optional(posixErrorAbout(path, errno));
 }
 
 std::optional<Error> FileReplacement::stage(const std::string& source, const std::string& place,
                                             mode_t permissions) {
   if (auto error = makeFolder(deletingLastPathComponent(place))) return error;
   const FileDescriptor from(::open(source.c_str(), O_RDONLY | O_CLOEXEC));
-  if (!from) return fileError(source);
+  if (!from) return posixErrorAbout(source, errno);
 
   const std::string name = newNameFor(place);
   ::unlink(name.c_str());
@@ -98,7 +92,7 @@ std::optional<Error> FileReplacement::stage(const std::string& source, const std
       ::open(name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
   if (!to || !copyContents(from.get(), to.get()) || ::fchown(to.get(), 0, 0) != 0 ||
       ::fchmod(to.get(), permissions) != 0 || ::fsync(to.get()) != 0) {
-    return fileError(name);
+    return posixErrorAbout(name, errno);
   }
   return std::nullopt;
 }
@@ -111,11 +105,11 @@ std::optional<Error> FileReplacement::beginJournal() {
   }
   const FileDescriptor journal(
       ::open(_journal.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0600));
-  if (!journal) return fileError(_journal);
+  if (!journal) return posixErrorAbout(_journal, errno);
   _isJournalBegun = true;
   if (::write(journal.get(), text.data(), text.size()) != static_cast<ssize_t>(text.size()) ||
       ::fsync(journal.get()) != 0) {
-    return fileError(_journal);
+    return posixErrorAbout(_journal, errno);
   }
   syncFolderOf(_journal);
   return std::nullopt;
@@ -157,9 +151,9 @@ std::optional<Error> FileReplacement::apply() {
     ::unlink(old.c_str());
     // A second name for what is there: the place itself is never empty.
     file.isOldKept = ::linkat(AT_FDCWD, file.place.c_str(), AT_FDCWD, old.c_str(), 0) == 0;
-    if (!file.isOldKept && errno != ENOENT) return fileError(file.place);
+    if (!file.isOldKept && errno != ENOENT) return posixErrorAbout(file.place, errno);
     if (::rename(newNameFor(file.place).c_str(), file.place.c_str()) != 0) {
-      return fileError(file.place);
+      return posixErrorAbout(file.place, errno);
     }
     file.isInPlace = true;
   }

@@ -10,8 +10,6 @@ namespace {
 
 constexpr std::string_view serviceSuffix = ".service";
 constexpr std::string_view socketSuffix = ".socket";
-constexpr const char* unitInterface = "org.freedesktop.systemd1.Unit";
-constexpr const char* serviceInterface = "org.freedesktop.systemd1.Service";
 
 }  // namespace
 

@@ -17,8 +17,6 @@ constexpr const char* busName = "org.freedesktop.systemd1";
 constexpr const char* managerPath = "/org/freedesktop/systemd1";
 constexpr const char* managerInterface = "org.freedesktop.systemd1.Manager";
 constexpr const char* propertiesInterface = "org.freedesktop.DBus.Properties";
-constexpr const char* serviceInterface = "org.freedesktop.systemd1.Service";
-constexpr const char* unitInterface = "org.freedesktop.systemd1.Unit";
 constexpr const char* privateAddress = "unix:path=/run/systemd/private";
 
 [[noreturn]] void raise(const char* name, const std::string& reason) {

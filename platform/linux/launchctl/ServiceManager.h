@@ -18,6 +18,10 @@ inline constexpr const char* ServiceManagerJobFailure = "ServiceManagerJobFailur
 /// The error on the bus for a unit that is not loaded or has no file.
 inline constexpr const char* NoSuchUnit = "org.freedesktop.systemd1.NoSuchUnit";
 
+/// The interfaces that properties of units belong to.
+inline constexpr const char* unitInterface = "org.freedesktop.systemd1.Unit";
+inline constexpr const char* serviceInterface = "org.freedesktop.systemd1.Service";
+
 /// systemd, over its interface on the bus. One thread. Every method raises an exception whose
 /// reason is a text for a person: one of these two or, when the manager refuses what it is asked
 /// for, one with the name of the error on the bus.

@@ -1,4 +1,4 @@
-#include "platform/linux/PrintfText.h"
+#include "platform/linux/LogText.h"
 
 #include <algorithm>
 #include <cerrno>
