@@ -56,7 +56,8 @@ constexpr Advice advices[] = {
 constexpr const char* adviceWhenRefused =
     "You are not authorized to do this. Ask an administrator of this machine.";
 constexpr const char* adviceWhenProtected =
-    "Something there is protected from deletion in a way that is not lifted by itself.";
+    "An object there has a protection that the helper does not lift: append-only in a tree, or a "
+    "system flag.";
 
 struct CommunicationAdvice {
   Kind kind;

@@ -54,7 +54,8 @@ int deleteObjects(const Context& context, const std::vector<std::string>& paths,
   for (const std::string& path : paths) {
     absolute.push_back(helperPath(path));
     if (absolute.back().empty()) {
-      return reportUsage(context, "Refusing to delete " + quoted(path) + ".");
+      return reportUsage(context,
+                         "Refusing to delete " + quoted(path) + ": that does not name an object.");
     }
     if (!isUTF8(absolute.back())) {
       return reportUsage(context, "The name " + quoted(path) +

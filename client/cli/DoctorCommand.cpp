@@ -72,7 +72,8 @@ Finding examineDialogs() {
       return {subject, State::Bad, "polkit does not answer: only root is authorized",
               "Install polkit and see whether it runs, or work as root."};
     case AuthorizationDialogs::Nobody:
-      return {subject, State::Bad, "no agent shows dialogs to you, and this is no terminal",
+      return {subject, State::Bad,
+              "no agent shows dialogs to you, and standard input is not a terminal",
               "Work on a terminal, or start an agent of polkit in your session."};
   }
   return {subject, State::Unknown, {}, {}};

@@ -92,8 +92,8 @@ std::optional<int> requireRoot(const Context& context, const char* command) {
   std::string advice = "Run the command as root.";
   if (::isatty(STDERR_FILENO) != 0) {
     const std::string line = std::string("privilegerequestor-vnt ") + command;
-    advice = ::access("/usr/bin/sudo", X_OK) == 0 ? "Become root for it: sudo " + line
-                                                  : "Become root for it: su -c '" + line + "'";
+    advice = ::access("/usr/bin/sudo", X_OK) == 0 ? "Run it as root: sudo " + line
+                                                  : "Run it as root: su -c '" + line + "'";
   }
   const Error error(NSPOSIXErrorDomain, static_cast<std::int64_t>(POSIXErrorCode::NotPermitted),
                     {{std::string(NSLocalizedDescriptionKey), "this needs root"},

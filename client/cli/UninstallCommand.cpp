@@ -49,7 +49,7 @@ Error explained(const Error& error, const PrivilegedHelperClient& client) {
   const Value* path = error.userInfo().find(NSFilePathErrorKey);
   if (isPOSIXError(error, POSIXErrorCode::Access) && path != nullptr && path->string() != nullptr) {
     return explained(error, *path->string() + " is not safe to run: others than root can change it",
-                     "Put it right, which 'install' does, and try again. Nothing was removed.");
+                     "Run 'install' to repair it, and try again. Nothing was removed.");
   }
   if (isPOSIXError(error, POSIXErrorCode::InputOutput)) {
     return explained(error, "a file of the helper is protected by a flag of the system",

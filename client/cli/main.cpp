@@ -69,7 +69,8 @@ int runCommandLine(int argc, char** argv) {
   execute->positionals_at_end();
   execute->set_help_flag();
 
-  command("delete-files", "Delete single files of the helper's own",
+  command("delete-files",
+          "Delete single objects; meant for the helper's own files, which it does not check",
           [&] { return deleteFiles(context, paths); })
       ->add_option("PATH", paths, "What to delete")
       ->required();

@@ -104,7 +104,8 @@ class PrivilegedHelperClient {
   Outcome deleteFileObjects(const std::vector<std::string>& paths, bool recursive,
                             bool stopOnFirstError,
                             const std::optional<Feedback>& feedback = std::nullopt);
-  /// Deletes single objects of the helper's own; never folders with contents.
+  /// Deletes single objects; never folders with contents. Meant for the helper's own files, which
+  /// it does not check: it deletes whatever is named.
   Outcome deleteFiles(const std::vector<std::string>& paths);
   /// Sets a preference of any user: `value` is the text of a property list, and empty to remove the
   /// key. `application` may be the text of NSGlobalDomain, `user` and `host` those of the
