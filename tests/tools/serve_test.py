@@ -1,7 +1,8 @@
-"""tools/serve, and the example of docs/PROTOCOL.md against what it serves."""
+"""tools/serve, and the examples of README.md and docs/PROTOCOL.md against what it serves."""
 
 import os
 import re
+import shlex
 import shutil
 import signal
 import subprocess
@@ -48,11 +49,11 @@ class ServedTest(unittest.TestCase):
     def left(self):
         return [line for line in command_lines() if self.folder in line]
 
-    def client(self, *arguments):
+    def client(self, *arguments, program=f"{PROGRAMS}/privilegerequestor-vnt", **options):
         return subprocess.run(
-            [f"{PROGRAMS}/privilegerequestor-vnt", "--socket", f"{self.folder}/helper.socket",
+            [program, "--socket", f"{self.folder}/helper.socket",
              "--authorization-socket", f"{self.folder}/authorization.socket", *arguments],
-            timeout=PATIENCE, check=False)
+            timeout=PATIENCE, check=False, **options)
 
 
 class ServeTest(ServedTest):
@@ -69,6 +70,39 @@ class ServeTest(ServedTest):
         self.end(signal.SIGINT)
         wait_until(lambda: not self.left(), "its processes have ended")
         self.assertEqual(os.listdir(self.folder), ["root"])
+
+
+class ReadmeExampleTest(ServedTest):
+    """A command of the document prints what the document says."""
+
+    def setUp(self):
+        super().setUp()
+        # Where every user finds it.
+        self.program = shutil.copy(f"{PROGRAMS}/privilegerequestor-vnt", f"{self.folder}/client")
+
+    def assertPrints(self, command, user=None):
+        """`command` is a line that the document shows after "$ ./run "."""
+        with open(f"{SOURCES}/README.md", encoding="utf-8") as file:
+            shown = re.search(rf"^\$ \./run {re.escape(command)}\n(.*?)\n(?=\n|```$)", file.read(),
+                              re.DOTALL | re.MULTILINE)
+        self.assertIsNotNone(shown, command)
+        printed = self.client(*shlex.split(command, comments=True), program=self.program, user=user,
+                              stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
+                              stderr=subprocess.STDOUT, text=True,
+                              env={"CORVANE_AUTHORIZATION_DIRECTORY": f"{self.folder}/root"}).stdout
+        self.assertEqual(printed.splitlines(), shown[1].splitlines())
+
+    def test_the_doctor_finds_nothing_wrong(self):
+        if os.path.exists("/usr/libexec/com.corvane.system.privilegedhelper-vnt"):
+            self.skipTest("a helper is installed here, of which the doctor would tell")
+        self.assertPrints("doctor")
+
+    def test_an_error_as_json(self):
+        self.assertPrints("--json delete /nonexistent")
+
+    def test_a_refusal(self):
+        self.assertPrints("delete /etc/hostname                       # as an ordinary user",
+                          user=NOBODY)
 
 
 class ProtocolExampleTest(ServedTest):
