@@ -36,7 +36,7 @@ void CFPreferencesSetValue(const std::string& key, std::optional<Value> value,
 /// success, which is also when there was nothing to change. False, with the file as it was, for a
 /// domain that does not exist, a file that is not a property list or not the user's, a key or value
 /// that no file can hold, and whatever the file system refuses. Keys are names, not paths: one with
-/// a slash is refused. Waits ten seconds at most.
+/// a slash is refused. Waits eleven seconds at most.
 ///
 /// Run by root it has in a user's folder the rights of that user, no more.
 bool CFPreferencesSynchronize(const std::string& application, const std::string& user,

@@ -17,15 +17,17 @@ inline constexpr std::size_t maximumMessageSize = std::size_t{16} << 20;
 inline constexpr std::size_t uncountedMessageSize = std::size_t{64} << 10;
 /// Descriptors that may travel with one message; the protocol needs one.
 inline constexpr int maximumMessageDescriptors = 4;
-/// What all connections of one user may hold together, and those of all users but root. Root is
-/// not limited, and is served whatever others do.
+/// What all connections of one user may hold together. Root is not limited, and is served whatever
+/// others do.
 inline constexpr int maximumConnectionsPerUser = 128;
 inline constexpr std::size_t maximumMessageBytesPerUser = std::size_t{32} << 20;
+/// What those of all users but root may hold together.
 inline constexpr int maximumConnections = 2048;
 inline constexpr std::size_t maximumMessageBytes = std::size_t{256} << 20;
 
-/// Keeps what the connections of each user hold, so that one user's connections cannot use up what
-/// others need. Any thread.
+/// Keeps what the connections of each user hold, and those of all users but root, so that one
+/// user's connections cannot use up what others need, nor those of many users the helper. Any
+/// thread.
 class PeerLimits {
  public:
   /// One connection's part of its user's share; gives it back at the end.
@@ -37,10 +39,11 @@ class PeerLimits {
     Share& operator=(const Share&) = delete;
     ~Share();
 
-    /// False if the user already has all the connections it may have; then nothing is taken.
+    /// False if the user, or all together, have all the connections they may have; then nothing is
+    /// taken.
     bool takeConnection();
     /// Takes `size` bytes for a message on its way, in the place of what was taken before; false,
-    /// with nothing taken, if the user would hold too many.
+    /// with nothing taken, if the user, or all together, would hold too many.
     bool takeMessage(std::size_t size);
 
    private:

@@ -15,7 +15,9 @@ namespace corvane {
 /// system calls, and is ended when it takes too long: a folder of a hostile user can at most waste
 /// that time. What is in a file is only ever looked at here, in the calling process.
 
-/// How long one of the functions below takes at most.
+/// How long one of the functions below waits for the work of its child; the end of one that it
+/// kills then is waited for a second more. With as many killed children left as there may be, the
+/// functions fail at once with ETIMEDOUT.
 inline constexpr std::chrono::seconds preferencesFileTimeout{10};
 
 /// The content of the file, or nothing if there is none; else a number of `errno`.
