@@ -67,10 +67,12 @@ class UnitsTest(unittest.TestCase):
             self.assertIn("Overall exposure level", analysis.stdout)
             self.assertEqual(analysis.returncode, 0, analysis.stdout)
 
-    def test_every_service_has_limits_and_keeps_routine_messages_out(self):
+    def test_every_service_has_limits_and_keeps_only_routine_messages_out(self):
         for name in (f"{self.label}.service", "com.corvane.authorization@.service"):
             service = unit(name)["Service"]
             self.assertEqual(service["LogLevelMax"], "notice")
+            # What goes to standard error has this level, and would be dropped with the usual one.
+            self.assertEqual(service["SyslogLevel"], service["LogLevelMax"])
             for limit in ("MemoryMax", "TasksMax", "LimitNOFILE"):
                 self.assertIn(limit, service)
 
