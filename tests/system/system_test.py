@@ -160,6 +160,16 @@ class Scenario:
         assert fields == {"SENDER": LABEL, "SYSLOG_IDENTIFIER": LABEL, "SYSLOG_FACILITY": "3",
                           "_SYSTEMD_UNIT": f"{LABEL}.service", "_UID": "0"}, fields
 
+    def what_the_helper_writes_to_standard_error_is_in_the_journal(self):
+        mark = int(time.time()) - 1
+        self.client("preferences set --app .hidden key value", status=1)
+        self.run("journalctl --sync")
+        reasons = [entry["MESSAGE"] for entry in self.journal(mark)
+                   if entry["_TRANSPORT"] == "stdout"]
+        assert reasons == ["Preferences of '.hidden' for user 'kCFPreferencesCurrentUser' and host "
+                           "'kCFPreferencesCurrentHost' were not written: There is no such domain."
+                           ], reasons
+
     def clients_that_come_and_go_see_no_helper_end(self):
         shutil.copy(f"{self.programs}/daemon/hammer", self.machine.path("/usr/local/bin/hammer"))
         self.run(f"hammer /run/{LABEL}/socket /run/com.corvane.authorization/socket 12 10", "alice")
