@@ -56,8 +56,8 @@ constexpr Advice advices[] = {
 constexpr const char* adviceWhenRefused =
     "You are not authorized to do this. Ask an administrator of this machine.";
 constexpr const char* adviceWhenProtected =
-    "An object there has a protection that the helper does not lift: append-only in a tree, or a "
-    "system flag.";
+    "An object there has a protection that the helper does not lift: append-only in a tree, a "
+    "system flag, or a flag of the folder that it is in.";
 
 struct CommunicationAdvice {
   Kind kind;
