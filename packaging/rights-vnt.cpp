@@ -1,5 +1,5 @@
-// Puts the rights of the operation catalogue into the authorization database, for whoever installs
-// the helper: com.corvane.rights-vnt register|remove|list.
+// Puts the rights of the operation catalogue into the authorization database where the helper is
+// served without being installed: com.corvane.rights-vnt register|remove|list.
 
 #include <cstdio>
 #include <string_view>

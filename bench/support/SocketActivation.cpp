@@ -33,11 +33,12 @@ namespace {
   ::_exit(127);
 }
 
-}  // namespace
-
+// The path of a program that was built beside this one.
 std::string programBeside(const std::string& name) {
   return std::filesystem::read_symlink("/proc/self/exe").parent_path() / name;
 }
+
+}  // namespace
 
 long memoryOf(pid_t process, const std::string& figure) {
   std::ifstream status("/proc/" + std::to_string(process) + "/status");
@@ -50,13 +51,14 @@ long memoryOf(pid_t process, const std::string& figure) {
 
 SocketActivation::SocketActivation(const std::string& program)
     : _program(program.find('/') == std::string::npos ? programBeside(program) : program),
-      _socketPath(_folder.path() + "/socket"),
-      _authorizationFolder(_folder.path() + "/root") {
-  std::filesystem::create_directory(_authorizationFolder);
-  std::filesystem::permissions(_authorizationFolder, std::filesystem::perms::owner_all);
+      _socketPath(_folder.path() + "/socket") {
+  // Where the program keeps keys and rights.
+  const std::string authorizationFolder = _folder.path() + "/root";
+  std::filesystem::create_directory(authorizationFolder);
+  std::filesystem::permissions(authorizationFolder, std::filesystem::perms::owner_all);
   // Only the embedded authority: the figures must not depend on what runs on this machine.
   ::setenv("DBUS_SYSTEM_BUS_ADDRESS", "unix:path=/nonexistent", 1);
-  ::setenv("CORVANE_AUTHORIZATION_DIRECTORY", _authorizationFolder.c_str(), 1);
+  ::setenv("CORVANE_AUTHORIZATION_DIRECTORY", authorizationFolder.c_str(), 1);
 
   sockaddr_un address{};
   address.sun_family = AF_UNIX;

@@ -22,8 +22,6 @@ class SocketActivation {
   ~SocketActivation();
 
   const std::string& socketPath() const { return _socketPath; }
-  /// Where the program keeps keys and rights.
-  const std::string& authorizationFolder() const { return _authorizationFolder; }
 
   /// Starts the program now.
   void start();
@@ -39,13 +37,10 @@ class SocketActivation {
   std::string _program;
   TemporaryFolder _folder;
   std::string _socketPath;
-  std::string _authorizationFolder;
   FileDescriptor _listening;
   pid_t _process = -1;
 };
 
-/// The path of a program that was built beside this one.
-std::string programBeside(const std::string& name);
 /// A figure of /proc/PID/status in KiB.
 long memoryOf(pid_t process, const std::string& figure);
 

@@ -1,6 +1,7 @@
 #include <cstdio>
 
 #include "client/cli/Commands.h"
+#include "client/cli/Rights.h"
 #include "operationset-vnt/ZELPrivilegedOperationSetVNT.h"
 
 namespace corvane::cli {
@@ -19,16 +20,16 @@ std::string ruleOf(const ZELPrivilegedOperation& operation) {
   return rule != nullptr && rule->string() != nullptr ? *rule->string() : "?";
 }
 
-// Not everybody may look into the database.
-const char* registrationOf(const std::string& right) {
-  switch (AuthorizationRightGet(right.c_str(), nullptr)) {
-    case errAuthorizationSuccess:
+const char* textFor(Registration registration) {
+  switch (registration) {
+    case Registration::Yes:
       return "yes";
-    case errAuthorizationDenied:
+    case Registration::No:
       return "no";
-    default:
-      return "unknown";
+    case Registration::Unknown:
+      break;
   }
+  return "unknown";
 }
 
 }  // namespace
@@ -46,7 +47,7 @@ int listOperations(const Context& context) {
         set.authorizationRightNameForOperationWithIdentifier(identifier).value_or("");
     const std::string arguments = argumentsOf(operation);
     const std::string rule = ruleOf(operation);
-    const char* registered = registrationOf(right);
+    const char* registered = textFor(registrationOf(right));
     if (context.isJSON) {
       rows.push_back({{"code", code},
                       {"identifier", identifier},

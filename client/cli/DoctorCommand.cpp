@@ -3,6 +3,7 @@
 
 #include "client/cli/Commands.h"
 #include "client/cli/Installation.h"
+#include "client/cli/Rights.h"
 #include "operationset-vnt/ZELPrivilegedOperationSetVNT.h"
 #include "platform/AuthenticationAgent.h"
 
