@@ -13,8 +13,10 @@
 #include "platform/AuthorizationIssuer.h"
 #include "platform/linux/authorization/AuthorizationKey.h"
 #include "platform/linux/authorization/ExternalForm.h"
+#include "tests/authorization/AuthorizationFolder.h"
 #include "tests/authorization/ChildProcess.h"
-#include "tests/authorization/TemporaryFolder.h"
+#include "tests/support/Files.h"
+#include "tests/support/TemporaryFolder.h"
 
 namespace corvane {
 namespace {
@@ -48,7 +50,7 @@ class AuthorizationIssuerTest : public ::testing::Test {
   }
 
   const TemporaryFolder folder;
-  const std::string path = folder / "socket";
+  const std::string path = folder.path("socket");
 };
 
 TEST_F(AuthorizationIssuerTest, AMissingSocketIsTold) {
@@ -170,7 +172,7 @@ TEST_F(IssuerProgramTest, SaysWhatIsWrong) {
 }
 
 TEST_F(IssuerProgramTest, AnUnsafeKeyIssuesNothing) {
-  writeFile(folder / "key", std::string(32, 'k'), 0644);
+  writeFile(folder.path("key"), std::string(32, 'k'), 0644);
   const ChildProcess child = ChildProcess::connectedOfUser(someUser);
   auto [messages, messagesEnd] = makePipe();
   ChildProcess issuer = ChildProcess::program(
@@ -178,7 +180,7 @@ TEST_F(IssuerProgramTest, AnUnsafeKeyIssuesNothing) {
       {.input = child.socket(), .errors = messagesEnd.get()});
   messagesEnd.reset();
   EXPECT_EQ(readToEnd(messages),
-            "com.corvane.authorization: " + (folder / "key") + ": Operation not permitted\n");
+            "com.corvane.authorization: " + folder.path("key") + ": Operation not permitted\n");
   EXPECT_EQ(issuer.reap(), 1);
 }
 

@@ -10,7 +10,8 @@
 #include "foundation/FileDescriptor.h"
 #include "foundation/POSIXError.h"
 #include "platform/linux/authorization/AuthorizationKey.h"
-#include "tests/authorization/TemporaryFolder.h"
+#include "tests/support/Files.h"
+#include "tests/support/TemporaryFolder.h"
 
 namespace corvane {
 namespace {
@@ -30,7 +31,7 @@ class AuthorizationKeyTest : public ::testing::Test {
         << std::get<Error>(key).localizedDescription();
   }
 
-  std::string keyPath() const { return folder / "key"; }
+  std::string keyPath() const { return folder.path("key"); }
 
   const TemporaryFolder folder;
   const std::string someKey = std::string(32, 'k');
@@ -51,11 +52,11 @@ TEST_F(AuthorizationKeyTest, IsMadeOnceForRootAlone) {
 
 TEST_F(AuthorizationKeyTest, FoldersOnTheWayAreMadeWhateverTheMask) {
   const mode_t mask = ::umask(0);
-  const auto key = AuthorizationKeyFile(folder / "a/b").key();
+  const auto key = AuthorizationKeyFile(folder.path("a/b")).key();
   ::umask(mask);
   EXPECT_TRUE(std::holds_alternative<AuthorizationKey>(key));
   struct stat status = {};
-  ASSERT_EQ(::stat((folder / "a/b").c_str(), &status), 0);
+  ASSERT_EQ(::stat(folder.path("a/b").c_str(), &status), 0);
   EXPECT_EQ(status.st_mode, S_IFDIR | 0755U);
 }
 
@@ -65,8 +66,8 @@ TEST_F(AuthorizationKeyTest, AReplacedFileIsNoticed) {
   while (!FileStamp::of(keyPath())->isSettled()) std::this_thread::yield();
   first = file.key();
   ASSERT_EQ(std::get<AuthorizationKey>(file.key()), std::get<AuthorizationKey>(first));
-  writeFile(folder / "new", someKey);
-  std::filesystem::rename(folder / "new", keyPath());
+  writeFile(folder.path("new"), someKey, 0600);
+  std::filesystem::rename(folder.path("new"), keyPath());
   const auto second = file.key();
   ASSERT_TRUE(std::holds_alternative<AuthorizationKey>(second));
   EXPECT_NE(std::get<AuthorizationKey>(first), std::get<AuthorizationKey>(second));
@@ -76,7 +77,7 @@ TEST_F(AuthorizationKeyTest, CreatorsAtTheSameTimeAgree) {
   constexpr int rounds = 20;
   constexpr int creators = 8;
   for (int round = 0; round < rounds; ++round) {
-    const std::string directory = folder / std::to_string(round);
+    const std::string directory = folder.path(std::to_string(round));
     std::array<int, 2> start{};
     std::array<int, 2> result{};
     ASSERT_EQ(::pipe(start.data()), 0);
@@ -122,27 +123,27 @@ TEST_F(AuthorizationKeyTest, ThreadsShareOneFile) {
 }
 
 TEST_F(AuthorizationKeyTest, ALinkIsNotFollowed) {
-  writeFile(folder / "elsewhere", someKey);
-  std::filesystem::create_symlink(folder / "elsewhere", keyPath());
+  writeFile(folder.path("elsewhere"), someKey, 0600);
+  std::filesystem::create_symlink(folder.path("elsewhere"), keyPath());
   const auto key = AuthorizationKeyFile(folder.path()).key();
   EXPECT_TRUE(std::holds_alternative<Error>(key));
   EXPECT_TRUE(std::filesystem::is_symlink(keyPath())) << "left as it is";
 }
 
 TEST_F(AuthorizationKeyTest, ADanglingLinkIsNotFilled) {
-  std::filesystem::create_symlink(folder / "nowhere", keyPath());
+  std::filesystem::create_symlink(folder.path("nowhere"), keyPath());
   EXPECT_TRUE(std::holds_alternative<Error>(AuthorizationKeyFile(folder.path()).key()));
-  EXPECT_FALSE(std::filesystem::exists(folder / "nowhere"));
+  EXPECT_FALSE(std::filesystem::exists(folder.path("nowhere")));
 }
 
 TEST_F(AuthorizationKeyTest, AFileOfAnotherUserIsRefused) {
-  writeFile(keyPath(), someKey);
+  writeFile(keyPath(), someKey, 0600);
   ASSERT_EQ(::chown(keyPath().c_str(), someUser, 0), 0);
   expectRefused(POSIXErrorCode::NotPermitted);
 }
 
 TEST_F(AuthorizationKeyTest, AFileThatOthersCanReadIsRefused) {
-  for (const unsigned permissions : {0604U, 0640U, 0644U, 0622U, 0700U, 04600U}) {
+  for (const mode_t permissions : {0604U, 0640U, 0644U, 0622U, 0700U, 04600U}) {
     writeFile(keyPath(), someKey, permissions);
     expectRefused(POSIXErrorCode::NotPermitted);
   }
@@ -158,13 +159,13 @@ TEST_F(AuthorizationKeyTest, WhatIsNoFileIsRefused) {
 
 TEST_F(AuthorizationKeyTest, AKeyOfAnotherLengthIsRefused) {
   for (const std::size_t length : {0U, 31U, 33U}) {
-    writeFile(keyPath(), std::string(length, 'k'));
+    writeFile(keyPath(), std::string(length, 'k'), 0600);
     expectRefused(POSIXErrorCode::BadMessage);
   }
 }
 
 TEST_F(AuthorizationKeyTest, AFolderThatOthersCanChangeIsRefused) {
-  writeFile(keyPath(), someKey);
+  writeFile(keyPath(), someKey, 0600);
   ASSERT_EQ(::chmod(folder.path().c_str(), 0775), 0);
   expectRefused(POSIXErrorCode::NotPermitted);
   ASSERT_EQ(::chmod(folder.path().c_str(), 0755), 0);
@@ -173,10 +174,10 @@ TEST_F(AuthorizationKeyTest, AFolderThatOthersCanChangeIsRefused) {
 }
 
 TEST_F(AuthorizationKeyTest, ALinkedFolderIsRefused) {
-  writeFile(keyPath(), someKey);
+  writeFile(keyPath(), someKey, 0600);
   const TemporaryFolder other;
-  std::filesystem::create_directory_symlink(folder.path(), other / "link");
-  EXPECT_TRUE(std::holds_alternative<Error>(AuthorizationKeyFile(other / "link").key()));
+  std::filesystem::create_directory_symlink(folder.path(), other.path("link"));
+  EXPECT_TRUE(std::holds_alternative<Error>(AuthorizationKeyFile(other.path("link")).key()));
 }
 
 }  // namespace

@@ -7,8 +7,8 @@
 #include "platform/linux/CurrentPeer.h"
 #include "platform/linux/authorization/AuthorizationKey.h"
 #include "platform/linux/authorization/ExternalForm.h"
+#include "tests/authorization/AuthorizationFolder.h"
 #include "tests/authorization/ChildProcess.h"
-#include "tests/authorization/TemporaryFolder.h"
 
 namespace corvane {
 namespace {

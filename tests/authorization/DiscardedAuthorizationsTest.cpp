@@ -5,7 +5,8 @@
 
 #include "platform/linux/authorization/DiscardedAuthorizations.h"
 #include "tests/authorization/ChildProcess.h"
-#include "tests/authorization/TemporaryFolder.h"
+#include "tests/support/Files.h"
+#include "tests/support/TemporaryFolder.h"
 
 namespace corvane {
 namespace {
@@ -19,7 +20,7 @@ class DiscardedAuthorizationsTest : public ::testing::Test {
   }
 
   const TemporaryFolder folder;
-  const std::string directory = folder / "discarded";
+  const std::string directory = folder.path("discarded");
   DiscardedAuthorizations discarded{directory};
   const ProcessIdentity self = ProcessIdentity::ofThisProcess();
 };

@@ -6,7 +6,8 @@
 
 #include "platform/linux/authorization/EmbeddedAuthority.h"
 #include "tests/authorization/ChildProcess.h"
-#include "tests/authorization/TemporaryFolder.h"
+#include "tests/support/Files.h"
+#include "tests/support/TemporaryFolder.h"
 
 namespace corvane {
 namespace {
@@ -29,8 +30,8 @@ class EmbeddedAuthorityTest : public ::testing::Test {
   }
 
   const TemporaryFolder folder;
-  const std::string file = folder / ("rights/" + rightName + ".plist");
-  EmbeddedAuthority authority{folder / "rights"};
+  const std::string file = folder.path("rights/" + rightName + ".plist");
+  EmbeddedAuthority authority{folder.path("rights")};
 };
 
 TEST_F(EmbeddedAuthorityTest, AllowIsYesForEveryone) {
@@ -53,7 +54,7 @@ TEST_F(EmbeddedAuthorityTest, AnUndefinedRightIsRootsAlone) {
 }
 
 TEST_F(EmbeddedAuthorityTest, AChangedRuleCountsAtOnce) {
-  EmbeddedAuthority other(folder / "rights");
+  EmbeddedAuthority other(folder.path("rights"));
   for (int round = 0; round < 50; ++round) {
     define("allow");
     ASSERT_EQ(decide(ordinary), errAuthorizationSuccess);
@@ -105,9 +106,9 @@ TEST_F(EmbeddedAuthorityTest, WhatIsNotDefinedIsDenied) {
 TEST_F(EmbeddedAuthorityTest, LooksLeaveNothingBehind) {
   EXPECT_EQ(authority.rightGet(rightName, nullptr), errAuthorizationDenied);
   EXPECT_EQ(decide(ordinary), errAuthorizationInteractionNotAllowed);
-  EXPECT_FALSE(std::filesystem::exists(folder / "rights"));
+  EXPECT_FALSE(std::filesystem::exists(folder.path("rights")));
   define("allow");
-  EXPECT_EQ(std::distance(std::filesystem::directory_iterator(folder / "rights"), {}), 1);
+  EXPECT_EQ(std::distance(std::filesystem::directory_iterator(folder.path("rights")), {}), 1);
 }
 
 TEST_F(EmbeddedAuthorityTest, ADamagedDefinitionIsNeverAYes) {
@@ -116,7 +117,7 @@ TEST_F(EmbeddedAuthorityTest, ADamagedDefinitionIsNeverAYes) {
         "<plist version=\"1.0\"><dict><key>rule</key><true/></dict></plist>",
         "<plist version=\"1.0\"><dict><key>rul</key><string>allow</string></dict></plist>"}) {
     define("allow");
-    writeFile(file, content, 0644);
+    writeFile(file, content);
     EXPECT_EQ(decide(ordinary), errAuthorizationInteractionNotAllowed) << content;
     EXPECT_EQ(authority.rightGet(rightName, nullptr), errAuthorizationInternal) << content;
   }
@@ -128,13 +129,13 @@ TEST_F(EmbeddedAuthorityTest, ADefinitionThatOthersCanChangeIsNeverAYes) {
   EXPECT_EQ(decide(ordinary), errAuthorizationInteractionNotAllowed);
 
   define("allow");
-  std::filesystem::rename(file, folder / "elsewhere");
-  std::filesystem::create_symlink(folder / "elsewhere", file);
+  std::filesystem::rename(file, folder.path("elsewhere"));
+  std::filesystem::create_symlink(folder.path("elsewhere"), file);
   EXPECT_EQ(decide(ordinary), errAuthorizationInteractionNotAllowed);
 
   define("allow");
   EXPECT_EQ(decide(ordinary), errAuthorizationSuccess) << "defined anew, it counts again";
-  ASSERT_EQ(::chmod((folder / "rights").c_str(), 0777), 0);
+  ASSERT_EQ(::chmod(folder.path("rights").c_str(), 0777), 0);
   EXPECT_EQ(authority.rightGet(rightName, nullptr), errAuthorizationInternal);
 }
 

@@ -12,7 +12,7 @@
 #include "platform/linux/authorization/PolkitAuthority.h"
 #include "tests/authorization/ChildProcess.h"
 #include "tests/authorization/PolkitService.h"
-#include "tests/authorization/TemporaryFolder.h"
+#include "tests/support/TemporaryFolder.h"
 
 namespace corvane {
 namespace {
@@ -59,9 +59,9 @@ class PolkitAuthorityTest : public ::testing::Test {
 
   PolkitService service;
   const TemporaryFolder folder;
-  EmbeddedAuthority embedded{folder / "rights"};
+  EmbeddedAuthority embedded{folder.path("rights")};
   const PolkitAuthority::Places places{service.busAddress(), service.actionsDirectory(),
-                                       folder / "discarded"};
+                                       folder.path("discarded")};
   const PolkitAuthority::Translate translate = [](const std::string&, const std::string&) {
     return Translations();
   };
@@ -394,12 +394,12 @@ TEST_F(PolkitAuthorityTest, WhereActionsAreKeptTheySayWhetherARightExists) {
 }
 
 TEST_F(PolkitAuthorityTest, ASystemWithoutActionsHasTheEmbeddedAuthoritysRights) {
-  PolkitAuthority without({service.busAddress(), folder / "none", folder / "discarded"}, translate,
-                          embedded);
+  PolkitAuthority without({service.busAddress(), folder.path("none"), folder.path("discarded")},
+                          translate, embedded);
   const std::string name = "com.corvane.test.without";
   ASSERT_EQ(without.rightSet(name, {"allow", "", ""}), 0);
   EXPECT_EQ(without.rightGet(name, nullptr), 0);
-  EXPECT_FALSE(std::filesystem::exists(folder / "none"));
+  EXPECT_FALSE(std::filesystem::exists(folder.path("none")));
   EXPECT_EQ(without.rightRemove(name), 0);
 }
 

@@ -5,6 +5,8 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
+#include "tests/support/Files.h"
+
 namespace corvane {
 
 namespace {
@@ -31,8 +33,8 @@ void killProcessIn(const std::string& file) {
 }  // namespace
 
 PolkitService::PolkitService() : _commands(makePipe()), _answers(makePipe()) {
-  for (const char* name : {"actions", "rules"}) ::mkdir((_folder / name).c_str(), 0755);
-  const std::string output = _folder / "polkit.output";
+  for (const char* name : {"actions", "rules"}) ::mkdir(_folder.path(name).c_str(), 0755);
+  const std::string output = _folder.path("polkit.output");
   ::mkfifo(output.c_str(), 0600);
   // Without waiting for the writer, which is there once it is said to be ready.
   _output.reset(::open(output.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
@@ -46,8 +48,8 @@ PolkitService::~PolkitService() {
 }
 
 void PolkitService::addRule(const std::string& rule) {
-  writeFile(_folder / ("rules/" + std::to_string(++_rules) + ".rules"),
-            "polkit.addRule(function(action, subject) {" + rule + "});\n", 0644);
+  writeFile(_folder.path("rules/" + std::to_string(++_rules) + ".rules"),
+            "polkit.addRule(function(action, subject) {" + rule + "});\n");
 }
 
 bool PolkitService::start(const std::string& authority) {
@@ -71,11 +73,11 @@ bool PolkitService::isReady() const {
 }
 
 void PolkitService::killPolkit() const {
-  killProcessIn(_folder / "polkit.pid");
+  killProcessIn(_folder.path("polkit.pid"));
 }
 
 void PolkitService::killBus() const {
-  killProcessIn(_folder / "bus.pid");
+  killProcessIn(_folder.path("bus.pid"));
 }
 
 PolkitAgent::PolkitAgent(const PolkitService& service, const ProcessIdentity& subject,

@@ -6,7 +6,7 @@
 
 #include "platform/linux/authorization/ProcessIdentity.h"
 #include "tests/authorization/ChildProcess.h"
-#include "tests/authorization/TemporaryFolder.h"
+#include "tests/support/TemporaryFolder.h"
 
 namespace corvane {
 
@@ -18,8 +18,8 @@ class PolkitService {
   PolkitService& operator=(const PolkitService&) = delete;
   ~PolkitService();
 
-  std::string busAddress() const { return "unix:path=" + _folder / "bus"; }
-  std::string actionsDirectory() const { return _folder / "actions"; }
+  std::string busAddress() const { return "unix:path=" + _folder.path("bus"); }
+  std::string actionsDirectory() const { return _folder.path("actions"); }
   const TemporaryFolder& folder() const { return _folder; }
 
   /// A rule in polkit's own language, for a polkit that is started later.

@@ -9,8 +9,9 @@
 #include "operationset-vnt/ZELPrivilegedOperationSetVNT.h"
 #include "platform/linux/authorization/AuthorizationKey.h"
 #include "platform/linux/authorization/ExternalForm.h"
+#include "tests/authorization/AuthorizationFolder.h"
 #include "tests/authorization/ChildProcess.h"
-#include "tests/authorization/TemporaryFolder.h"
+#include "tests/support/Files.h"
 
 namespace corvane {
 namespace {
@@ -102,7 +103,7 @@ TEST_F(RightsRegistrationTest, LeavesAnExistingRightUntouched) {
 }
 
 TEST_F(RightsRegistrationTest, ActionsSpeakTheLanguagesOfTheProgram) {
-  const std::string actions = authorizationFolder() / "actions";
+  const std::string actions = authorizationFolder().path("actions");
   ASSERT_EQ(::mkdir(actions.c_str(), 0755), 0);
   set.setAuthorizationRightsForImplementedOperationsUsingAuthorization(root);
   const std::string content = contentOf(actions + "/com.corvane.vnt.delete-files.policy");

@@ -3,7 +3,7 @@
 
 #include <string>
 
-#include "tests/process/TemporaryFolder.h"
+#include "tests/support/TemporaryFolder.h"
 
 namespace corvane::tests {
 
@@ -12,7 +12,7 @@ class ApplicationBundle {
  public:
   ApplicationBundle() {
     setExecutableName("<string>Application</string>");
-    _folder.addScript("Application.app/Contents/MacOS/Application", "");
+    _folder.makeScript("Application.app/Contents/MacOS/Application", "");
   }
 
   std::string path() const { return _folder.path("Application.app"); }
@@ -22,13 +22,13 @@ class ApplicationBundle {
 
   /// The element that the information property list has under CFBundleExecutable.
   void setExecutableName(const std::string& element) const {
-    _folder.addFile(
+    _folder.makeFile(
         "Application.app/Contents/Info.plist",
         "<plist version=\"1.0\"><dict><key>CFBundleExecutable</key>" + element + "</dict></plist>");
   }
   /// Adds the utility, a shell script.
   void addUtility(const std::string& script) const {
-    _folder.addScript("Application.app/Contents/MacOS/lipo", script);
+    _folder.makeScript("Application.app/Contents/MacOS/lipo", script);
   }
 
  private:

@@ -1,3 +1,5 @@
+#include <filesystem>
+
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -43,10 +45,10 @@ TEST(BundleTest, InformationPropertyListMustBeAFileThatHoldsADictionary) {
   const ApplicationBundle application;
   const std::string info = application.path("Info.plist");
   const auto isBundle = [&] { return Bundle::bundleWithPath(application.path()).has_value(); };
-  application.folder().addFile("Application.app/Contents/Info.plist", "damaged");
+  application.folder().makeFile("Application.app/Contents/Info.plist", "damaged");
   EXPECT_FALSE(isBundle());
-  application.folder().addFile("Application.app/Contents/Info.plist",
-                               "<plist version=\"1.0\"><array/></plist>");
+  application.folder().makeFile("Application.app/Contents/Info.plist",
+                                "<plist version=\"1.0\"><array/></plist>");
   EXPECT_FALSE(isBundle());
   application.setExecutableName("<string>" + std::string(2 << 20, 'x') + "</string>");
   EXPECT_FALSE(isBundle());
@@ -64,7 +66,7 @@ TEST(BundleTest, InformationPropertyListMustBeAFileThatHoldsADictionary) {
 
 TEST(BundleTest, ExecutableMustBeNamedByAFileName) {
   const ApplicationBundle application;
-  application.folder().addFile("Application.app/Contents/outside", "");
+  application.folder().makeFile("Application.app/Contents/outside");
   for (const char* element :
        {"<string></string>", "<string>.</string>", "<string>..</string>", "<integer>1</integer>",
         "<string>../outside</string>", "<string>/bin/sh</string>", "<string>missing</string>",
@@ -72,14 +74,14 @@ TEST(BundleTest, ExecutableMustBeNamedByAFileName) {
     application.setExecutableName(element);
     EXPECT_EQ(executableOf(application.path()), std::nullopt) << element;
   }
-  application.folder().addFile("Application.app/Contents/Info.plist",
-                               "<plist version=\"1.0\"><dict/></plist>");
+  application.folder().makeFile("Application.app/Contents/Info.plist",
+                                "<plist version=\"1.0\"><dict/></plist>");
   EXPECT_EQ(executableOf(application.path()), std::nullopt);
 }
 
 TEST(BundleTest, ExecutableMustBeAFile) {
   const ApplicationBundle application;
-  application.folder().addFile("Application.app/Contents/MacOS/folder/file", "");
+  application.folder().makeFile("Application.app/Contents/MacOS/folder/file");
   application.setExecutableName("<string>folder</string>");
   EXPECT_EQ(executableOf(application.path()), std::nullopt);
 }
@@ -104,7 +106,7 @@ TEST(BundleTest, ExecutableMayBeALinkInsideTheBundleAndNotOutOfIt) {
 TEST(BundleTest, FolderOfTheExecutableMustNotLeadOutOfTheBundle) {
   const ApplicationBundle application;
   // A name that begins like the bundle's is not inside it.
-  application.folder().addScript("Application.app2/Application", "");
+  application.folder().makeScript("Application.app2/Application", "");
   std::filesystem::remove_all(application.path("MacOS"));
   ASSERT_EQ(symlink("../../Application.app2", application.path("MacOS").c_str()), 0);
   EXPECT_EQ(executableOf(application.path()), std::nullopt);

@@ -1,3 +1,4 @@
+#include <filesystem>
 #include <fstream>
 #include <thread>
 
@@ -11,8 +12,8 @@
 #include "operationset-vnt/ZELPrivilegedOperationSetVNT.h"
 #include "platform/Environment.h"
 #include "tests/execute/ApplicationBundle.h"
-#include "tests/execute/RecordingConnection.h"
 #include "tests/process/ProcessResources.h"
+#include "tests/support/RecordingConnection.h"
 
 namespace corvane {
 namespace {
@@ -21,7 +22,6 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::Not;
 using tests::ApplicationBundle;
-using tests::RecordingConnection;
 
 constexpr const char* selector = "performOperationExecuteUtilityWithArguments:feedbackConnection:";
 
@@ -227,7 +227,7 @@ TEST_F(ExecuteUtilityTest, RefusedStartIsTheResultMinusOne) {
 }
 
 TEST_F(ExecuteUtilityTest, LaunchFailureIsRaised) {
-  application.folder().addFile("Application.app/Contents/MacOS/lipo", "not executable");
+  application.folder().makeFile("Application.app/Contents/MacOS/lipo", "not executable");
   try {
     lipo();
     FAIL() << "nothing was raised";

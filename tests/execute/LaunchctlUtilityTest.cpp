@@ -1,6 +1,8 @@
 // The utility of the trusted table, at its own path: in a view of the file system that only the
 // test's process has, in which /bin holds what the test puts there.
 
+#include <filesystem>
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sched.h>
@@ -10,14 +12,11 @@
 
 #include "operationset-vnt/ZELPrivilegedOperationSetVNT.h"
 #include "platform/Environment.h"
-#include "tests/execute/RecordingConnection.h"
-#include "tests/process/TemporaryFolder.h"
+#include "tests/support/RecordingConnection.h"
+#include "tests/support/TemporaryFolder.h"
 
 namespace corvane {
 namespace {
-
-using tests::RecordingConnection;
-using tests::TemporaryFolder;
 
 constexpr const char* launchctl = "/bin/launchctl";
 
@@ -55,7 +54,7 @@ class LaunchctlUtilityTest : public testing::Test {
     return _set.performOperationExecuteUtilityWithArguments(all, _connection);
   }
   void install(const std::string& script) {
-    const std::string made = _folder.addScript("launchctl", script);
+    const std::string made = _folder.makeScript("launchctl", script);
     std::filesystem::copy_file(made, launchctl, std::filesystem::copy_options::overwrite_existing);
     chmod(launchctl, 0755);
   }

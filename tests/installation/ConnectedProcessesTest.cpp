@@ -9,7 +9,7 @@
 
 #include "foundation/FileDescriptor.h"
 #include "platform/ConnectedProcesses.h"
-#include "tests/removal/TemporaryFolder.h"
+#include "tests/support/TemporaryFolder.h"
 
 namespace corvane {
 namespace {

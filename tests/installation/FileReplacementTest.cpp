@@ -1,3 +1,6 @@
+#include <filesystem>
+#include <fstream>
+
 #include <gtest/gtest.h>
 #include <linux/fs.h>
 #include <sys/stat.h>
@@ -5,8 +8,9 @@
 #include "foundation/POSIXError.h"
 #include "foundation/Value.h"
 #include "platform/linux/installation/FileReplacement.h"
-#include "tests/installation/Files.h"
-#include "tests/removal/TemporaryFolder.h"
+#include "tests/support/Files.h"
+#include "tests/support/Protection.h"
+#include "tests/support/TemporaryFolder.h"
 
 namespace corvane {
 namespace {
@@ -15,8 +19,8 @@ class FileReplacementTest : public ProtectionTest {
  protected:
   void SetUp() override {
     ProtectionTest::SetUp();
-    write(folder.path("payload/one"), "new one");
-    write(folder.path("payload/two"), "new two");
+    writeFile(folder.path("payload/one"), "new one");
+    writeFile(folder.path("payload/two"), "new two");
     one = folder.path("places/a/one");
     two = folder.path("places/b/two");
   }
@@ -52,13 +56,13 @@ TEST_F(FileReplacementTest, WhatIsNotKeptIsUndone) {
   {
     FileReplacement replacement(folder.path("journal"));
     ASSERT_EQ(replaceBoth(replacement), std::nullopt);
-    EXPECT_EQ(read(one), "new one");
+    EXPECT_EQ(contentOf(one), "new one");
   }
   EXPECT_EQ(contentsOf(folder.path()), before);
 }
 
 TEST_F(FileReplacementTest, WhatWasThereComesBackWithItsIdentity) {
-  write(one, "old one");
+  writeFile(one, "old one");
   std::filesystem::create_directories(folder.path("places/b"));
   std::filesystem::create_symlink("somewhere", two);
   struct stat old {};
@@ -66,28 +70,28 @@ TEST_F(FileReplacementTest, WhatWasThereComesBackWithItsIdentity) {
   {
     FileReplacement replacement(folder.path("journal"));
     ASSERT_EQ(replaceBoth(replacement), std::nullopt);
-    EXPECT_EQ(read(two), "new two");
+    EXPECT_EQ(contentOf(two), "new two");
   }
   struct stat now {};
   ASSERT_EQ(::stat(one.c_str(), &now), 0);
   EXPECT_EQ(now.st_ino, old.st_ino);
-  EXPECT_EQ(read(one), "old one");
+  EXPECT_EQ(contentOf(one), "old one");
   EXPECT_EQ(std::filesystem::read_symlink(two), "somewhere");
 }
 
 TEST_F(FileReplacementTest, WhoHasTheOldFileOpenKeepsIt) {
-  write(one, "old one");
+  writeFile(one, "old one");
   std::ifstream open(one);
   FileReplacement replacement(folder.path("journal"));
   ASSERT_EQ(replaceBoth(replacement), std::nullopt);
   replacement.keep();
   EXPECT_EQ((std::string{std::istreambuf_iterator<char>(open), {}}), "old one");
-  EXPECT_EQ(read(one), "new one");
+  EXPECT_EQ(contentOf(one), "new one");
 }
 
 TEST_F(FileReplacementTest, AFileThatCannotBeReplacedLeavesAllAsTheyWere) {
-  write(one, "old one");
-  write(two, "old two");
+  writeFile(one, "old one");
+  writeFile(two, "old two");
   setKernelFlags(two, FS_IMMUTABLE_FL);
   const auto before = contentsOf(folder.path());
   {
@@ -101,7 +105,7 @@ TEST_F(FileReplacementTest, AFileThatCannotBeReplacedLeavesAllAsTheyWere) {
 }
 
 TEST_F(FileReplacementTest, AFolderIsNotReplaced) {
-  write(two + "/file", "contents");
+  writeFile(two + "/file", "contents");
   const auto before = contentsOf(folder.path());
   {
     FileReplacement replacement(folder.path("journal"));
@@ -111,11 +115,11 @@ TEST_F(FileReplacementTest, AFolderIsNotReplaced) {
 }
 
 TEST_F(FileReplacementTest, WhatAKilledReplacementLeftIsNotInTheWay) {
-  for (const std::string& remains : FileReplacement::remainsOf(one)) write(remains, "half of");
+  for (const std::string& remains : FileReplacement::remainsOf(one)) writeFile(remains, "half of");
   FileReplacement replacement(folder.path("journal"));
   ASSERT_EQ(replaceBoth(replacement), std::nullopt);
   replacement.keep();
-  EXPECT_EQ(read(one), "new one");
+  EXPECT_EQ(contentOf(one), "new one");
   for (const std::string& remains : FileReplacement::remainsOf(one)) EXPECT_FALSE(exists(remains));
 }
 

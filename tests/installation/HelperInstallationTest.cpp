@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <filesystem>
 
 #include <gtest/gtest.h>
 #include <linux/fs.h>
@@ -8,8 +9,9 @@
 #include "foundation/POSIXError.h"
 #include "foundation/Value.h"
 #include "platform/HelperInstallation.h"
-#include "tests/installation/Files.h"
-#include "tests/removal/TemporaryFolder.h"
+#include "tests/support/Files.h"
+#include "tests/support/Protection.h"
+#include "tests/support/TemporaryFolder.h"
 
 namespace corvane {
 namespace {
@@ -26,14 +28,14 @@ class HelperInstallationTest : public ProtectionTest {
     ProtectionTest::SetUp();
     if (::access("/bin/systemctl", X_OK) != 0) GTEST_SKIP() << "there is no systemctl";
     for (const char* name : {"com.corvane.test", "com.corvane.authorization", "launchctl"}) {
-      write(payload(name), std::string(name) + mark);
+      writeFile(payload(name), std::string(name) + mark);
     }
     const std::string socket =
         "[Socket]\nListenStream=/run/x\n[Install]\nWantedBy=sockets.target\n";
-    write(payload("com.corvane.test.socket"), socket);
-    write(payload("com.corvane.authorization.socket"), socket);
-    write(payload("com.corvane.test.service"), "[Service]\nExecStart=/bin/true\n");
-    write(payload("com.corvane.authorization@.service"), "[Service]\nExecStart=/bin/true\n");
+    writeFile(payload("com.corvane.test.socket"), socket);
+    writeFile(payload("com.corvane.authorization.socket"), socket);
+    writeFile(payload("com.corvane.test.service"), "[Service]\nExecStart=/bin/true\n");
+    writeFile(payload("com.corvane.authorization@.service"), "[Service]\nExecStart=/bin/true\n");
     for (const char* name : {"bin", "etc", "usr/lib", "run"}) {
       std::filesystem::create_directories(inRoot(name));
     }
@@ -76,7 +78,7 @@ TEST_F(HelperInstallationTest, EveryPartIsPutInPlace) {
   EXPECT_EQ(countOf(State::Missing), 9);
   install();
   EXPECT_EQ(countOf(State::Current), 9);
-  EXPECT_EQ(read(program()), read(payload("com.corvane.test")));
+  EXPECT_EQ(contentOf(program()), contentOf(payload("com.corvane.test")));
   EXPECT_TRUE(exists(inRoot("etc/systemd/system/sockets.target.wants/com.corvane.test.socket")));
 }
 
@@ -104,10 +106,10 @@ TEST_F(HelperInstallationTest, WhatIsNotKeptIsUndone) {
 
 TEST_F(HelperInstallationTest, AnotherVersionIsReplaced) {
   install();
-  write(payload("com.corvane.test"), "the next version");
+  writeFile(payload("com.corvane.test"), "the next version");
   EXPECT_EQ(countOf(State::Different), 1);
   install();
-  EXPECT_EQ(read(program()), "the next version");
+  EXPECT_EQ(contentOf(program()), "the next version");
   EXPECT_EQ(countOf(State::Current), 9);
 }
 
@@ -129,7 +131,7 @@ TEST_F(HelperInstallationTest, APayloadThatIsNotWholeChangesNothing) {
 }
 
 TEST_F(HelperInstallationTest, AnotherProgramOfTheSameNameIsLeftAlone) {
-  write(inRoot("bin/launchctl"), "#!/bin/sh\n");
+  writeFile(inRoot("bin/launchctl"), "#!/bin/sh\n");
   EXPECT_TRUE(isPOSIXError(failToInstall(), POSIXErrorCode::Exists));
   installation()->remove();
   EXPECT_TRUE(exists(inRoot("bin/launchctl")));
@@ -137,7 +139,7 @@ TEST_F(HelperInstallationTest, AnotherProgramOfTheSameNameIsLeftAlone) {
 }
 
 TEST_F(HelperInstallationTest, AnImmutableFileInTheWayLeavesTheSystemAsItWas) {
-  write(inRoot("usr/lib/systemd/system/com.corvane.authorization.socket"), "old");
+  writeFile(inRoot("usr/lib/systemd/system/com.corvane.authorization.socket"), "old");
   setKernelFlags(inRoot("usr/lib/systemd/system/com.corvane.authorization.socket"),
                  FS_IMMUTABLE_FL);
   EXPECT_TRUE(isPOSIXError(failToInstall(), POSIXErrorCode::NotPermitted));
@@ -154,8 +156,8 @@ TEST_F(HelperInstallationTest, ASocketThatMayNotBeEnabledLeavesTheSystemAsItWas)
 
 TEST_F(HelperInstallationTest, NothingIsLeftAfterRemoval) {
   install();
-  write(inRoot("run/com.corvane.authorization/key"), "key");
-  write(inRoot("usr/libexec/.com.corvane.test.corvane-old"), "what a killed one left");
+  writeFile(inRoot("run/com.corvane.authorization/key"), "key");
+  writeFile(inRoot("usr/libexec/.com.corvane.test.corvane-old"), "what a killed one left");
   EXPECT_EQ(installation()->leftovers().size(), 11U);
   installation()->remove();
   EXPECT_TRUE(installation()->leftovers().empty());

@@ -11,7 +11,7 @@
 #include <unistd.h>
 
 #include "platform/HelperInstallation.h"
-#include "tests/process/TemporaryFolder.h"
+#include "tests/support/TemporaryFolder.h"
 
 namespace corvane {
 namespace {
@@ -41,7 +41,7 @@ class InstallationRecoveryTest : public testing::Test {
 
   void makePayload(const std::string& version) {
     const auto add = [&](const std::string& name, const std::string& text) {
-      _folder.addFile("payload/" + name, text + "\n# " + version + "\n");
+      _folder.makeFile("payload/" + name, text + "\n# " + version + "\n");
     };
     const std::string service = "[Service]\nExecStart=/bin/true";
     const std::string socket =
@@ -102,7 +102,7 @@ class InstallationRecoveryTest : public testing::Test {
     return inRoot("/usr/lib/systemd/system/com.corvane.authorization.socket");
   }
 
-  tests::TemporaryFolder _folder;
+  TemporaryFolder _folder;
 };
 
 TEST_F(InstallationRecoveryTest, MakesEveryPartCurrentAndASecondTimeChangesNothing) {
@@ -154,7 +154,7 @@ TEST_F(InstallationRecoveryTest, AFailureInTheMiddleRestoresWhatWasThere) {
 }
 
 TEST_F(InstallationRecoveryTest, AnothersLaunchControlIsNeitherReplacedNorRemoved) {
-  _folder.addFile("root/bin/launchctl", "another's");
+  _folder.makeFile("root/bin/launchctl", "another's");
   const auto before = system();
   const auto error = install();
   ASSERT_TRUE(error);
@@ -227,8 +227,8 @@ TEST_F(InstallationRecoveryTest, WhatAKilledOneLeftIsRemoved) {
 TEST_F(InstallationRecoveryTest, OldFilesOfOneThatWasKeptDoNotComeBack) {
   ASSERT_EQ(install(), std::nullopt);
   const auto before = system();
-  _folder.addFile(std::string("root/usr/libexec/.") + label + ".corvane-old", "old");
-  _folder.addFile(std::string("root/usr/libexec/.") + label + ".corvane-new", "new");
+  _folder.makeFile(std::string("root/usr/libexec/.") + label + ".corvane-old", "old");
+  _folder.makeFile(std::string("root/usr/libexec/.") + label + ".corvane-new", "new");
   ASSERT_EQ(install(), std::nullopt);
   EXPECT_EQ(system(), before);
 }

@@ -11,6 +11,7 @@
 #include "foundation/PropertyList.h"
 #include "platform/Preferences.h"
 #include "tests/preferences/PreferencesTree.h"
+#include "tests/support/Files.h"
 
 namespace corvane {
 namespace {

@@ -2,8 +2,6 @@
 
 #include <cstdio>
 #include <cstdlib>
-#include <fstream>
-#include <memory>
 #include <sstream>
 
 #include <pwd.h>
@@ -12,6 +10,8 @@
 
 #include "foundation/PropertyList.h"
 #include "platform/Preferences.h"
+#include "tests/support/Files.h"
+#include "tests/support/TemporaryFolder.h"
 
 namespace corvane {
 
@@ -19,24 +19,13 @@ namespace {
 
 namespace fs = std::filesystem;
 
-/// Set before anything can have read it.
-const fs::path treeRoot = [] {
-  std::string path = fs::temp_directory_path() / "corvane-preferences-XXXXXX";
-  if (::mkdtemp(path.data()) == nullptr) std::abort();
-  ::chmod(path.c_str(), 0755);
-  ::setenv("CORVANE_PREFERENCES_ROOT", path.c_str(), 1);
-  return path;
-}();
+const TemporaryFolder treeFolder;
 
-const struct Remover {
-  Remover() = default;
-  Remover(const Remover&) = delete;
-  Remover& operator=(const Remover&) = delete;
-  ~Remover() {
-    std::error_code ignored;
-    fs::remove_all(treeRoot, ignored);
-  }
-} remover;
+// Named in the environment before anything can have looked.
+const fs::path treeRoot = [] {
+  ::setenv("CORVANE_PREFERENCES_ROOT", treeFolder.path().c_str(), 1);
+  return treeFolder.path();
+}();
 
 fs::path inTree(const char* absolute) {
   return treeRoot / fs::path(absolute).relative_path();
@@ -82,17 +71,6 @@ void PreferencesTree::makeFolder(const Path& path, uid_t owner) {
   makeFolder(path.parent_path(), owner);
   fs::create_directory(path);
   ASSERT_EQ(::chown(path.c_str(), owner, static_cast<gid_t>(-1)), 0) << path;
-}
-
-void PreferencesTree::writeFile(const Path& path, std::string_view content) {
-  fs::create_directories(path.parent_path());
-  std::ofstream(path, std::ios::binary) << content;
-}
-
-std::string PreferencesTree::contentOf(const Path& path) {
-  std::ostringstream content;
-  content << std::ifstream(path, std::ios::binary).rdbuf();
-  return content.str();
 }
 
 Dictionary PreferencesTree::preferencesIn(const Path& path) {

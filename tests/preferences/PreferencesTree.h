@@ -37,8 +37,6 @@ class PreferencesTree : public testing::Test {
 
   /// Makes the folder, with those above it that are missing.
   static void makeFolder(const Path& path, uid_t owner);
-  static void writeFile(const Path& path, std::string_view content);
-  static std::string contentOf(const Path& path);
   /// The preferences in a file, which has to be a property list with a dictionary.
   static Dictionary preferencesIn(const Path& path);
   /// What the shell command prints; the test fails if it does not end with status 0.

@@ -1,15 +1,14 @@
 #include <string>
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include "process/ZELTaskExecutor.h"
-#include "tests/process/TemporaryFolder.h"
+#include "tests/support/TemporaryFolder.h"
 
 namespace corvane {
 namespace {
-
-using tests::TemporaryFolder;
 
 bool isSafe(const std::string& path) {
   return ZELTaskExecutor::hasExecutableSafePermissionsAtPath(path);
@@ -22,7 +21,7 @@ TEST(PermissionTest, PathsWithoutAFileAreUnsafe) {
   EXPECT_FALSE(isSafe("/"));
   EXPECT_FALSE(isSafe("/bin"));
   EXPECT_FALSE(isSafe(folder.path("missing")));
-  EXPECT_FALSE(isSafe(folder.addFile("file", "") + "/below"));
+  EXPECT_FALSE(isSafe(folder.makeFile("file") + "/below"));
   EXPECT_FALSE(isSafe("/bin/sh\0x"s));
   ASSERT_EQ(symlink("missing", folder.path("dangling").c_str()), 0);
   ASSERT_EQ(symlink("loop", folder.path("loop").c_str()), 0);
@@ -55,7 +54,7 @@ TEST(PermissionTest, FileAndFolderBothCount) {
   }
   const TemporaryFolder folder;
   const std::string parent = folder.path("parent");
-  const std::string file = folder.addFile("parent/program", "");
+  const std::string file = folder.makeFile("parent/program");
   for (const auto& [ofParent, parentIsSafe] : cases) {
     apply(parent, ofParent);
     for (const auto& [ofFile, fileIsSafe] : cases) {
@@ -70,7 +69,7 @@ TEST(PermissionTest, FileAndFolderBothCount) {
 TEST(PermissionTest, FoldersFurtherUpDoNotCount) {
   if (geteuid() != 0) GTEST_SKIP() << "needs root to change owners";
   const TemporaryFolder folder;
-  const std::string file = folder.addFile("a/b/program", "");
+  const std::string file = folder.makeFile("a/b/program");
   apply(folder.path("a"), {1, 1, 0777});
   EXPECT_TRUE(isSafe(file));
 }
@@ -78,8 +77,8 @@ TEST(PermissionTest, FoldersFurtherUpDoNotCount) {
 TEST(PermissionTest, SymbolicLinkIsJudgedByItsTargetAndTheTargetsFolder) {
   if (geteuid() != 0) GTEST_SKIP() << "needs root to change owners";
   const TemporaryFolder folder;
-  const std::string safe = folder.addFile("safe/program", "");
-  const std::string unsafe = folder.addFile("unsafe/program", "");
+  const std::string safe = folder.makeFile("safe/program");
+  const std::string unsafe = folder.makeFile("unsafe/program");
   apply(folder.path("unsafe"), {0, 0, 0777});
 
   // A link in an unsafe folder to a safe program, through a link to its folder.

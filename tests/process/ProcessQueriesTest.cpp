@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <atomic>
 #include <csignal>
+#include <filesystem>
 #include <string>
 #include <thread>
 #include <vector>
@@ -14,7 +15,7 @@
 
 #include "platform/ProcessTable.h"
 #include "process/NSProcessInfoZELAdditions.h"
-#include "tests/process/TemporaryFolder.h"
+#include "tests/support/TemporaryFolder.h"
 
 namespace corvane {
 namespace {
@@ -22,7 +23,6 @@ namespace {
 using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::Optional;
-using tests::TemporaryFolder;
 
 // A child that runs `program` until it is told to end by the closing of its standard input.
 class RunningProgram {
@@ -109,7 +109,7 @@ TEST(ProcessTableTest, LeavesANameOfFifteenAsItIs) {
   const TemporaryFolder folder;
   const std::string path = copyOfCat(folder, "rbcdefghijklmno");
   // The argument looks like a longer form of the name.
-  const RunningProgram program({path, "-", folder.addFile("rbcdefghijklmnopq", "")});
+  const RunningProgram program({path, "-", folder.makeFile("rbcdefghijklmnopq")});
   std::filesystem::remove(path);
   EXPECT_THAT(processNameForProcessID(program.pid(), nullptr),
               Optional(std::string("rbcdefghijklmno")));
@@ -117,7 +117,7 @@ TEST(ProcessTableTest, LeavesANameOfFifteenAsItIs) {
 
 TEST(ProcessTableTest, CompletesTheNameOfAScript) {
   const TemporaryFolder folder;
-  const RunningProgram program({folder.addScript("sbcdefghijklmnopqrs", "read line")});
+  const RunningProgram program({folder.makeScript("sbcdefghijklmnopqrs", "read line")});
   EXPECT_THAT(processNameForProcessID(program.pid(), nullptr),
               Optional(std::string("sbcdefghijklmnop")));
 }

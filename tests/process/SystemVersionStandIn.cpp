@@ -2,7 +2,7 @@
 
 #include "platform/SystemVersion.h"
 #include "process/NSProcessInfoZELAdditions.h"
-#include "tests/process/TemporaryFolder.h"
+#include "tests/support/TemporaryFolder.h"
 
 namespace corvane {
 
@@ -28,10 +28,10 @@ void useSystemVersionFile(const std::string& file) {
 
 void useSystemVersion(const std::string& productVersion) {
   const TemporaryFolder folder;
-  useSystemVersionFile(folder.addFile("SystemVersion.plist",
-                                      "<plist version=\"1.0\"><dict><key>ProductVersion</key>"
-                                      "<string>" +
-                                          productVersion + "</string></dict></plist>"));
+  useSystemVersionFile(folder.makeFile("SystemVersion.plist",
+                                       "<plist version=\"1.0\"><dict><key>ProductVersion</key>"
+                                       "<string>" +
+                                           productVersion + "</string></dict></plist>"));
 }
 
 }  // namespace tests

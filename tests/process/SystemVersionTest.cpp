@@ -5,12 +5,10 @@
 #include "process/NSProcessInfoZELAdditions.h"
 #include "process/ZELOSVersionInfoCache.h"
 #include "tests/process/SystemVersionStandIn.h"
-#include "tests/process/TemporaryFolder.h"
+#include "tests/support/TemporaryFolder.h"
 
 namespace corvane {
 namespace {
-
-using tests::TemporaryFolder;
 
 struct VersionCase {
   const char* name;
@@ -60,8 +58,8 @@ TEST(SystemVersionFileTest, HugeNumbersWrap) {
 TEST(SystemVersionFileTest, GivesNameVersionAndBuild) {
   const TemporaryFolder folder;
   tests::useSystemVersionFile(
-      folder.addFile("v.plist",
-                     R"(<plist version="1.0"><dict><key>ProductName</key><string>Mac OS X</string>
+      folder.makeFile("v.plist",
+                      R"(<plist version="1.0"><dict><key>ProductName</key><string>Mac OS X</string>
          <key>ProductVersion</key><string>10.13.6</string>
          <key>ProductBuildVersion</key><string>17G65</string></dict></plist>)"));
   EXPECT_EQ(operatingSystemProductName(), "Mac OS X");
@@ -72,7 +70,7 @@ TEST(SystemVersionFileTest, GivesNameVersionAndBuild) {
 
 TEST(SystemVersionFileTest, MissingKeysAreAbsentTexts) {
   const TemporaryFolder folder;
-  tests::useSystemVersionFile(folder.addFile(
+  tests::useSystemVersionFile(folder.makeFile(
       "v.plist",
       R"(<plist version="1.0"><dict><key>Other</key><string>x</string></dict></plist>)"));
   EXPECT_EQ(operatingSystemProductName(), std::nullopt);
@@ -94,7 +92,7 @@ class UnusableSystemVersionFileTest : public testing::TestWithParam<const char*>
 
 TEST_P(UnusableSystemVersionFileTest, GivesEmptyTextsAndPoliteForms) {
   const TemporaryFolder folder;
-  tests::useSystemVersionFile(folder.addFile("v.plist", GetParam()));
+  tests::useSystemVersionFile(folder.makeFile("v.plist", GetParam()));
   EXPECT_EQ(operatingSystemProductName(), "");
   EXPECT_EQ(operatingSystemMarketingName(), "");
   EXPECT_EQ(operatingSystemVersionNumberString(), "");
@@ -119,7 +117,7 @@ TEST(SystemVersionFileTest, MissingFileGivesEmptyTexts) {
 TEST(SystemVersionFileTest, IsReadOnceUntilUpdated) {
   const TemporaryFolder folder;
   const auto file = [&](const std::string& build) {
-    return folder.addFile(
+    return folder.makeFile(
         "v.plist", "<plist version=\"1.0\"><dict><key>ProductBuildVersion</key><string>" + build +
                        "</string></dict></plist>");
   };

@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <atomic>
 #include <csignal>
+#include <filesystem>
 #include <fstream>
 #include <future>
 #include <numeric>
@@ -14,6 +15,7 @@
 #include <linux/seccomp.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
+#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -22,7 +24,7 @@
 #include "process/ZELTaskExecutor.h"
 #include "tests/process/ProcessResources.h"
 #include "tests/process/RecordingDelegate.h"
-#include "tests/process/TemporaryFolder.h"
+#include "tests/support/TemporaryFolder.h"
 
 namespace corvane {
 namespace {
@@ -30,7 +32,6 @@ namespace {
 using testing::ElementsAre;
 using testing::HasSubstr;
 using tests::RecordingDelegate;
-using tests::TemporaryFolder;
 
 using Arguments = ZELTaskExecutor::Arguments;
 
@@ -220,7 +221,7 @@ TEST(TaskExecutorTest, AbsentArgumentsAreRefused) {
 
 TEST(TaskExecutorTest, EmptyArgumentListStartsTheProgramWithNone) {
   const TemporaryFolder folder;
-  const std::string program = folder.addScript("count", "echo $0 $#");
+  const std::string program = folder.makeScript("count", "echo $0 $#");
   const Runner run;
   EXPECT_EQ(run.executor->executeProgramAtPath(program, Arguments{}), 0);
   EXPECT_EQ(run.delegate->output(), program + " 0\n");
@@ -257,10 +258,10 @@ TEST(TaskExecutorTest, LaunchFailuresSayWhatIsWrong) {
   EXPECT_EQ(exceptionReason(*Runner().executor, "/nonexistent/program"),
             "The program '/nonexistent/program' could not be launched: No such file or directory");
   EXPECT_THAT(exceptionReason(*Runner().executor, folder.path()), HasSubstr("Permission denied"));
-  EXPECT_THAT(exceptionReason(*Runner().executor, folder.addFile("plain", "x")),
+  EXPECT_THAT(exceptionReason(*Runner().executor, folder.makeFile("plain", "x")),
               HasSubstr("Permission denied"));
   EXPECT_THAT(exceptionReason(*Runner().executor, ""), HasSubstr("No such file or directory"));
-  const std::string garbage = folder.addFile("garbage", "not a program");
+  const std::string garbage = folder.makeFile("garbage", "not a program");
   chmod(garbage.c_str(), 0755);
   EXPECT_THAT(exceptionReason(*Runner().executor, garbage), HasSubstr("Exec format error"));
 }
@@ -268,7 +269,7 @@ TEST(TaskExecutorTest, LaunchFailuresSayWhatIsWrong) {
 TEST(TaskExecutorTest, ProgramDeletedAfterItsTestIsALaunchFailure) {
   if (geteuid() != 0) GTEST_SKIP() << "needs root to own the program";
   const TemporaryFolder folder;
-  const std::string program = folder.addScript("program", "exit 0");
+  const std::string program = folder.makeScript("program", "exit 0");
   EXPECT_TRUE(ZELTaskExecutor::hasExecutableSafePermissionsAtPath(program));
   std::filesystem::remove(program);
   EXPECT_THAT(exceptionReason(*Runner().executor, program), HasSubstr("No such file or directory"));

@@ -7,7 +7,8 @@
 #include <unistd.h>
 
 #include "client/cli/AppendOnlyObjects.h"
-#include "tests/removal/TemporaryFolder.h"
+#include "tests/support/Protection.h"
+#include "tests/support/TemporaryFolder.h"
 
 namespace corvane {
 namespace {

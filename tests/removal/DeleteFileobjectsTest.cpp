@@ -7,8 +7,9 @@
 
 #include "foundation/POSIXError.h"
 #include "operationset-vnt/ZELPrivilegedOperationSetVNT.h"
-#include "tests/removal/RecordingConnection.h"
-#include "tests/removal/TemporaryFolder.h"
+#include "tests/support/Files.h"
+#include "tests/support/RecordingConnection.h"
+#include "tests/support/TemporaryFolder.h"
 
 namespace corvane {
 namespace {

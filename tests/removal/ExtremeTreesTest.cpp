@@ -11,7 +11,9 @@
 #include <unistd.h>
 
 #include "operationset-vnt/ZELPrivilegedOperationSetVNT.h"
-#include "tests/removal/TemporaryFolder.h"
+#include "tests/support/Files.h"
+#include "tests/support/Protection.h"
+#include "tests/support/TemporaryFolder.h"
 
 namespace corvane {
 namespace {

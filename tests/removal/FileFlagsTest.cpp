@@ -9,7 +9,8 @@
 #include <sys/xattr.h>
 
 #include "foundation/POSIXError.h"
-#include "tests/removal/TemporaryFolder.h"
+#include "tests/support/Protection.h"
+#include "tests/support/TemporaryFolder.h"
 
 namespace corvane {
 namespace {

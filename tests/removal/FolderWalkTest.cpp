@@ -14,7 +14,8 @@
 
 #include "foundation/POSIXError.h"
 #include "operationset-vnt/FolderWalk.h"
-#include "tests/removal/TemporaryFolder.h"
+#include "tests/support/Protection.h"
+#include "tests/support/TemporaryFolder.h"
 
 namespace corvane {
 namespace {

@@ -8,7 +8,9 @@
 
 #include "foundation/POSIXError.h"
 #include "operationset-vnt/ZELPrivilegedOperationSetVNT.h"
-#include "tests/removal/TemporaryFolder.h"
+#include "tests/support/Files.h"
+#include "tests/support/Protection.h"
+#include "tests/support/TemporaryFolder.h"
 
 namespace corvane {
 namespace {

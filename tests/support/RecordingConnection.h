@@ -1,5 +1,5 @@
-#ifndef CORVANE_TESTS_EXECUTE_RECORDINGCONNECTION_H
-#define CORVANE_TESTS_EXECUTE_RECORDINGCONNECTION_H
+#ifndef CORVANE_TESTS_SUPPORT_RECORDINGCONNECTION_H
+#define CORVANE_TESTS_SUPPORT_RECORDINGCONNECTION_H
 
 #include <condition_variable>
 #include <memory>
@@ -9,7 +9,7 @@
 
 #include "platform/XPCConnection.h"
 
-namespace corvane::tests {
+namespace corvane {
 
 /// A connection whose client is the test: keeps every message in its order.
 class RecordingConnection : public XPCConnection, private ZELPrivilegedOperationFeedbackProtocol {
@@ -60,6 +60,6 @@ class RecordingConnection : public XPCConnection, private ZELPrivilegedOperation
   std::vector<Dictionary> _messages;
 };
 
-}  // namespace corvane::tests
+}  // namespace corvane
 
 #endif
