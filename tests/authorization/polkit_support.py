@@ -3,25 +3,21 @@
 import contextlib
 import crypt
 import os
-import pty
 import pwd
-import select
 import shutil
 import subprocess
 import sys
-import termios
 import threading
-import time
 
 HERE = os.path.dirname(os.path.abspath(__file__))
-sys.path.insert(0, f"{HERE}/../daemon")
+sys.path[:0] = [f"{HERE}/../daemon", f"{HERE}/../support"]
 
 from bus import Client  # noqa: E402
 from support import PATIENCE, PROGRAMS, DaemonTest, environment_for, wait_until  # noqa: E402
+from terminal import Terminal  # noqa: E402
 
 USER, ADMINISTRATOR = 60001, 60002
 PASSWORD = "correct horse"
-LOCAL_MODES = 3  # their place in what tcgetattr gives
 
 PASSWD = f"""root:x:0:0::/:/bin/sh
 polkitd:x:{{polkitd}}:{{polkitd}}::/:/bin/sh
@@ -58,55 +54,6 @@ class Agent:
         self.process.kill()
         self.process.wait()
         self.process.stdout.close()
-
-
-class Terminal:
-    """A program that an ordinary user runs on a terminal, and what a person sees and types there."""
-
-    def __init__(self, command, environment, files_of, uid=USER):
-        self.seen = ""
-        self.pid, self._terminal = pty.fork()
-        if self.pid == 0:
-            with contextlib.suppress(Exception):
-                os.execvpe("nsenter",
-                           ["nsenter", f"--target={files_of}", "--mount", "--root", "--wd",
-                            "setpriv", f"--reuid={uid}", f"--regid={uid}", "--clear-groups",
-                            *command], environment)
-            os._exit(127)
-
-    def _read(self, deadline):
-        """What comes next; nothing at the end."""
-        if not select.select([self._terminal], [], [], max(0, deadline - time.monotonic()))[0]:
-            raise AssertionError(f"nothing more is shown after:\n{self.seen}")
-        try:
-            return os.read(self._terminal, 4096).decode(errors="replace")
-        except OSError:
-            return ""
-
-    def wait_for(self, text):
-        deadline = time.monotonic() + PATIENCE
-        while text not in self.seen:
-            shown = self._read(deadline)
-            if not shown:
-                raise AssertionError(f"'{text}' is not shown in:\n{self.seen}")
-            self.seen += shown
-
-    def wait_for_password_prompt(self):
-        """The agent shows its prompt, then drops what has been typed and no longer echoes."""
-        self.wait_for("Password: ")
-        wait_until(lambda: not termios.tcgetattr(self._terminal)[LOCAL_MODES] & termios.ECHO,
-                   "what is typed is unseen")
-
-    def type(self, text):
-        os.write(self._terminal, text.encode())
-
-    def wait(self):
-        """The exit status, with all that was shown in `seen`."""
-        deadline = time.monotonic() + PATIENCE
-        while shown := self._read(deadline):
-            self.seen += shown
-        os.close(self._terminal)
-        return os.waitstatus_to_exitcode(os.waitpid(self.pid, 0)[1])
 
 
 class PolkitTest(DaemonTest):
@@ -160,8 +107,17 @@ class PolkitTest(DaemonTest):
         if not os.path.exists(program):
             # Where every user may run it.
             shutil.copy2(f"{PROGRAMS}/privilegerequestor-vnt", program)
-        return Terminal([program, "--socket", f"{self.folder}/helper.socket",
+        # Where polkit and its agent find the test's own users.
+        enter = ["nsenter", f"--target={self.polkit.pid}", "--mount", "--root", "--wd",
+                 "setpriv", f"--reuid={USER}", f"--regid={USER}", "--clear-groups"]
+        return Terminal([*enter, program, "--socket", f"{self.folder}/helper.socket",
                          "--authorization-socket", f"{self.folder}/authorization.socket",
                          *arguments],
                         {"PATH": os.environ["PATH"], "LANG": "C.UTF-8",
-                         **environment_for(self.folder)}, self.polkit.pid)
+                         **environment_for(self.folder)})
+
+    @staticmethod
+    def expect_password_prompt(terminal):
+        """The agent shows its prompt, then drops what has been typed and no longer echoes."""
+        terminal.expect("Password: ")
+        wait_until(lambda: not terminal.echoes(), "what is typed is unseen")

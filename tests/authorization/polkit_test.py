@@ -117,8 +117,8 @@ class TerminalTest(PolkitTest):
 
     def test_the_right_password_has_it_done(self):
         terminal = self.delete()
-        terminal.wait_for("Really ‹delete› it?")
-        terminal.wait_for_password_prompt()
+        terminal.expect("Really ‹delete› it[?]")
+        self.expect_password_prompt(terminal)
         terminal.type(PASSWORD + "\n")
         self.assertEqual(terminal.wait(), 0, terminal.seen)
         self.assertFalse(os.path.exists(self.path))
@@ -126,14 +126,14 @@ class TerminalTest(PolkitTest):
 
     def test_a_wrong_password_has_nothing_done(self):
         terminal = self.delete()
-        terminal.wait_for_password_prompt()
+        self.expect_password_prompt(terminal)
         terminal.type("wrong\n")
         self.assertEqual(terminal.wait(), 3, terminal.seen)
         self.assertTrue(os.path.exists(self.path))
 
     def test_an_interrupted_dialog_has_nothing_done(self):
         terminal = self.delete()
-        terminal.wait_for_password_prompt()
+        self.expect_password_prompt(terminal)
         terminal.type("\x03")
         self.assertNotEqual(terminal.wait(), 0, terminal.seen)
         self.assertTrue(os.path.exists(self.path))

@@ -5,6 +5,8 @@ import plistlib
 import shutil
 import socket
 import subprocess
+import tempfile
+import unittest
 
 from bus import Client
 from support import (DAEMON, ERROR, IDENTIFIER, INFORMATIONAL, SOURCES, TEST_PROGRAMS, FolderTest,
@@ -159,13 +161,12 @@ class SocketActivationTest(FolderTest):
                 self.assertEqual(daemon.wait(), 0)
 
 
-class PropertyListsTest(FolderTest):
+class PropertyListsTest(unittest.TestCase):
     def section(self, program, name):
-        path = f"{self.folder}/section"
-        subprocess.run(["objcopy", "--dump-section", f"{name}={path}", program, "/dev/null"],
-                       check=True)
-        with open(path, "rb") as section:
-            return section.read()
+        with tempfile.NamedTemporaryFile() as dumped:
+            subprocess.run(["objcopy", "--dump-section", f"{name}={dumped.name}", program,
+                            "/dev/null"], check=True)
+            return dumped.read()
 
     def source(self, name):
         with open(f"{SOURCES}/resources/{name}", "rb") as file:

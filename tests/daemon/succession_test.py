@@ -8,10 +8,8 @@ import threading
 import time
 
 import bus
-from support import PATIENCE, PROGRAMS, SANITIZER_REPORT, FolderTest, Log, main, wait_until
-
-SOURCES = os.environ["CORVANE_SOURCES"]
-TEST_PROGRAMS = os.environ["CORVANE_TEST_PROGRAMS"]
+from support import (PATIENCE, PROGRAMS, SANITIZER_REPORT, SOURCES, TEST_PROGRAMS, FolderTest, Log,
+                     main, wait_until)
 
 # After each of which a daemon has ended, and in which others may have.
 WAVES = 5

@@ -6,17 +6,18 @@ import hashlib
 import os
 import pty
 import re
-import select
 import shlex
 import shutil
 import signal
 import subprocess
+import sys
 import tempfile
 import threading
 import time
 
-# How long something that must happen may take on a slow machine. Nothing is measured with it.
-PATIENCE = 90
+sys.path.insert(0, f"{os.path.dirname(os.path.abspath(__file__))}/../support")
+
+from terminal import PATIENCE, Terminal  # noqa: E402
 
 PACKAGES = ["systemd", "systemd-sysv", "libpam-systemd", "dbus", "polkitd", "e2fsprogs", "attr",
             "procps", "libexpat1", "libsodium23"]
@@ -78,46 +79,6 @@ def prepared_root():
         os.chmod(making, 0o755)
         os.rename(making, root)
     return root
-
-
-class Terminal:
-    """A program that a user runs on a terminal."""
-
-    def __init__(self, argv):
-        self.text = ""
-        self.pid, self._descriptor = pty.fork()
-        if self.pid == 0:
-            os.execvp(argv[0], argv)
-
-    def _read(self, timeout):
-        """False at the end."""
-        if not select.select([self._descriptor], [], [], timeout)[0]:
-            return True
-        try:
-            data = os.read(self._descriptor, 65536)
-        except OSError:
-            return False
-        self.text += data.decode(errors="replace")
-        return bool(data)
-
-    def expect(self, pattern):
-        """Waits until `pattern` is shown."""
-        deadline = time.monotonic() + PATIENCE
-        while not (found := re.search(pattern, self.text)):
-            assert time.monotonic() < deadline and self._read(1), \
-                f"{pattern} is not shown, but:\n{self.text}"
-        return found
-
-    def type(self, line):
-        os.write(self._descriptor, line.encode() + b"\n")
-
-    def end(self):
-        """The exit status, after the program has ended by itself."""
-        deadline = time.monotonic() + PATIENCE
-        while self._read(1):
-            assert time.monotonic() < deadline, f"it does not end:\n{self.text}"
-        os.close(self._descriptor)
-        return os.waitstatus_to_exitcode(os.waitpid(self.pid, 0)[1])
 
 
 class Machine:
