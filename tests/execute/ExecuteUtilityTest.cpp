@@ -281,6 +281,13 @@ TEST_F(ExecuteUtilityTest, ConnectionIsClearedAfterASuccessAndKeptAfterAFailure)
   EXPECT_EQ(set.outputConnection(), nullptr);
 }
 
+TEST_F(ExecuteUtilityTest, ConnectionIsKeptAfterARunThatRaises) {
+  EXPECT_EQ(run("exit 0"), std::nullopt);
+  EXPECT_EQ(set.outputConnection(), nullptr);
+  EXPECT_THROW(run("echo never", {std::string("a\0b", 3)}), Exception);
+  EXPECT_EQ(set.outputConnection(), connection);
+}
+
 TEST_F(ExecuteUtilityTest, ConnectionIsThatOfTheRunWhileItRuns) {
   const std::string fifo = application.folder().path("fifo");
   ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);

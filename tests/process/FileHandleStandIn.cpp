@@ -3,6 +3,8 @@
 
 #include "tests/process/FileHandleStandIn.h"
 
+#include <filesystem>
+
 #include <unistd.h>
 
 #include "platform/FileHandle.h"
@@ -18,17 +20,27 @@ HandleLog& handleLog() {
 
 }  // namespace tests
 
+namespace {
+
+void record(const char* operation, const FileDescriptor& descriptor) {
+  tests::handleLog().operations.emplace_back(operation);
+  tests::handleLog().pipes.push_back(
+      std::filesystem::read_symlink("/proc/self/fd/" + std::to_string(descriptor.get())));
+}
+
+}  // namespace
+
 FileHandle::FileHandle(FileDescriptor descriptor) : _descriptor(std::move(descriptor)) {}
 FileHandle::~FileHandle() = default;
 
 FileDescriptor FileHandle::releaseFileDescriptor() {
-  tests::handleLog().operations.emplace_back("releaseFileDescriptor");
+  record("releaseFileDescriptor", _descriptor);
   if (tests::handleLog().beforeRelease) tests::handleLog().beforeRelease();
   return std::move(_descriptor);
 }
 
 void FileHandle::closeFile() {
-  tests::handleLog().operations.emplace_back("closeFile");
+  record("closeFile", _descriptor);
   _descriptor.reset();
 }
 

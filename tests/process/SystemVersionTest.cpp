@@ -108,8 +108,10 @@ INSTANTIATE_TEST_SUITE_P(Files, UnusableSystemVersionFileTest,
 
 TEST(SystemVersionFileTest, MissingFileGivesEmptyTexts) {
   tests::useSystemVersionFile("/nonexistent/SystemVersion.plist");
-  EXPECT_EQ(operatingSystemMarketingName(), "");
   EXPECT_EQ(operatingSystemProductName(), "");
+  EXPECT_EQ(operatingSystemMarketingName(), "");
+  EXPECT_EQ(operatingSystemVersionNumberString(), "");
+  EXPECT_EQ(operatingSystemBuildCode(), "");
   EXPECT_EQ(operatingSystemVersionCode(), 4096);
   EXPECT_TRUE(shouldUIUsePoliteForms());
 }

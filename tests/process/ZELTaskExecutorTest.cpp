@@ -24,6 +24,7 @@
 #include "process/ZELTaskExecutor.h"
 #include "tests/process/ProcessResources.h"
 #include "tests/process/RecordingDelegate.h"
+#include "tests/support/Files.h"
 #include "tests/support/TemporaryFolder.h"
 
 namespace corvane {
@@ -465,13 +466,31 @@ TEST(TaskExecutorTest, ChildInheritsTheEnvironmentWithItsChanges) {
   EXPECT_THAT(next.delegate->output(), Not(HasSubstr("CORVANE_TEST=")));
 }
 
-TEST(TaskExecutorTest, StandardInputNeverDeliversAndEndsWithTheRun) {
+TEST(TaskExecutorTest, StandardInputNeverDelivers) {
   const Runner run;
   auto outcome = start(*run.executor, "echo ready; exec cat");
   run.delegate->waitForOutput("ready\n");
   run.executor->interruptProgramUsingTerminationRequest(true);
   EXPECT_EQ(outcome.get().status, SIGTERM);
   EXPECT_EQ(run.delegate->output(), "ready\n");
+}
+
+TEST(TaskExecutorTest, DescendantSeesTheEndOfStandardInputWhenTheRunIsOver) {
+  const TemporaryFolder folder;
+  const std::string go = folder.makeFifo("go");
+  const std::string seen = folder.makeFifo("seen");
+  const Runner run;
+  // Behind a descriptor: what a shell runs in the background gets another standard input.
+  auto outcome = start(
+      *run.executor, "cd " + folder.path() +
+                         "; exec 3<&0; (cat <&3; echo input >> ends; echo > seen) >/dev/null 2>&1 &"
+                         "echo ready; read line < go; echo program >> ends; exit 5");
+  run.delegate->waitForOutput("ready\n");
+  std::ofstream(go) << "go\n";
+  EXPECT_EQ(outcome.get().status, 5);
+  std::string line;
+  std::getline(std::ifstream(seen), line);
+  EXPECT_EQ(contentOf(folder.path("ends")), "program\ninput\n");
 }
 
 // Tests that need a process of their own, begun afresh: threads of earlier runs may still be
@@ -606,26 +625,31 @@ TEST(TaskExecutorTest, SlowDelegateHoldsUpItsOwnProgramAndNoOther) {
 TEST(TaskExecutorTest, DelegateSlowerThanTheLingerTimeLosesNothing) {
   struct Slow : RecordingDelegate {
     void receiveTaskOutput(std::optional<Data> chunk, std::optional<Number> isError) override {
-      // Until well after the end of the program, whose remaining output fills the pipes.
-      if (chunks().empty()) {
-        while (tests::hasChildren() && !ended()) sched_yield();
-        std::this_thread::sleep_for(ZELTaskExecutor::lingerTime + std::chrono::milliseconds(100));
-      }
       RecordingDelegate::receiveTaskOutput(std::move(chunk), isError);
-    }
-    static bool ended() {
-      siginfo_t info{};
-      return waitid(P_ALL, 0, &info, WEXITED | WNOHANG | WNOWAIT) == 0 && info.si_pid != 0;
+      const std::size_t count = chunks().size();
+      if (count == 1) {
+        // Until the program has ended, which leaves the rest of its output in the pipes.
+        siginfo_t info{};
+        waitid(P_ALL, 0, &info, WEXITED | WNOWAIT);
+      } else if (count == 3) {
+        // One chunk more at the most, of the other stream, came before the end was noticed. That
+        // the linger time is over is no event: it is after that much time.
+        std::this_thread::sleep_for(ZELTaskExecutor::lingerTime);
+      }
     }
   };
   const auto delegate = std::make_shared<Slow>();
   const auto executor = ZELTaskExecutor::init();
   executor->setDelegate(delegate);
-  EXPECT_EQ(executor->executeProgramAtPath(
-                shell, Arguments{"-c", "head -c 65536 /dev/zero; head -c 65536 /dev/zero >&2"}),
-            0);
-  EXPECT_EQ(delegate->output().size(), 65536U);
-  EXPECT_EQ(delegate->errorOutput().size(), 65536U);
+  // More on each stream than three reads give, in pipes that hold as much.
+  const char* const script =
+      "import fcntl, os\n"
+      "for stream in (1, 2):\n"
+      "  fcntl.fcntl(stream, fcntl.F_SETPIPE_SZ, 1 << 18)\n"
+      "  os.write(stream, bytes(1 << 18))\n";
+  EXPECT_EQ(executor->executeProgramAtPath("/usr/bin/python3", Arguments{"-I", "-c", script}), 0);
+  EXPECT_EQ(delegate->output().size(), 1U << 18U);
+  EXPECT_EQ(delegate->errorOutput().size(), 1U << 18U);
 }
 
 TEST(TaskExecutorTest, DescendantThatKeepsTheStreamsOpenDoesNotHoldUpTheResult) {
