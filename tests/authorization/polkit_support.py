@@ -1,13 +1,11 @@
 """A polkit of a test's own, with users of its own, and people at terminals."""
 
-import contextlib
 import crypt
 import os
 import pwd
 import shutil
 import subprocess
 import sys
-import threading
 
 HERE = os.path.dirname(os.path.abspath(__file__))
 sys.path[:0] = [f"{HERE}/../daemon", f"{HERE}/../support"]

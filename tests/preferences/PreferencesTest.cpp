@@ -229,10 +229,7 @@ TEST_F(PreferencesTest, WhatNoFileCanHoldFails) {
 
 TEST_F(PreferencesTest, AFileThatIsNoPropertyListIsLeftAsItIs) {
   const Path file = ownFolder() / (application + ".plist");
-  for (const char* content : {"",
-                              "\x7F"
-                              "ELF",
-                              "<plist><dict><key>a</key></dict></plist>", "bplist00",
+  for (const char* content : {"", "\177ELF", "<plist><dict><key>a</key></dict></plist>", "bplist00",
                               "[section]\nkey=value\n", "<plist><array/></plist>", "word"}) {
     writeFile(file, content);
     const std::string before = inventory();
@@ -291,10 +288,13 @@ TEST_F(PreferencesTest, WhatOtherToolsWroteIsKept) {
       "\"date\":datetime.datetime(1900,1,2,3,4,5),\"far\":datetime.datetime(4001,1,1),"
       "\"data\":bytes(range(256)),\"text\":\"\\u00e4\\U0001f600\\n\\t<&>\","
       "\"k/e y \\u65e5\":[1.5,[],{}],\"empty\":\"\"}\n";
-  for (const std::string format : {"FMT_XML", "FMT_BINARY"}) {
+  const auto run = [&](const std::string& script, const std::string& path) {
+    return outputOf("/usr/bin/python3 -c '" + make + script + "' " + path);
+  };
+  for (const char* format : {"FMT_XML", "FMT_BINARY"}) {
     const std::string write =
-        "plistlib.dump(d,open(sys.argv[1],\"wb\"),fmt=plistlib." + format + ",sort_keys=False)\n";
-    outputOf("/usr/bin/python3 -c '" + make + write + "' " + file.string());
+        "plistlib.dump(d,open(sys.argv[1],\"wb\"),sort_keys=False,fmt=plistlib.";
+    run(write + format + ")\n", file);
     ASSERT_TRUE(set("added", "value", currentUser));
     const std::string compare =
         "p=plistlib.load(open(sys.argv[1],\"rb\"))\n"
@@ -303,12 +303,11 @@ TEST_F(PreferencesTest, WhatOtherToolsWroteIsKept) {
         "assert [type(v) for v in p.values()]==[type(v) for v in d.values()]\n"
         "assert list(p)==list(d)\n"
         "print(\"kept\")\n";
-    EXPECT_EQ(outputOf("/usr/bin/python3 -c '" + make + compare + "' " + file.string()), "kept\n");
+    EXPECT_EQ(run(compare, file), "kept\n");
   }
   for (const char* format : {"xml", "bin"}) {
     const std::string source = root() / "source.plist";
-    outputOf("/usr/bin/python3 -c '" + make +
-             "plistlib.dump(d,open(sys.argv[1],\"wb\"),sort_keys=False)' " + source);
+    run("plistlib.dump(d,open(sys.argv[1],\"wb\"),sort_keys=False)", source);
     outputOf(std::string("plistutil -f ") + format + " -i " + source + " -o " + file.string());
     Dictionary expected = preferencesIn(source);
     ASSERT_TRUE(set("added", "value", currentUser));

@@ -46,7 +46,7 @@ uid_t PreferencesTree::otherUser() {
 }
 
 fs::path PreferencesTree::otherHome() {
-  const fs::path home = inTree(::getpwnam("nobody")->pw_dir);
+  fs::path home = inTree(::getpwnam("nobody")->pw_dir);
   if (!fs::exists(home)) makeFolder(home, otherUser());
   return home;
 }
