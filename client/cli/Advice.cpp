@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "client/cli/Action.h"
 #include "foundation/POSIXError.h"
 #include "operationset-vnt/ZELPrivilegedOperationSetVNT.h"
 #include "platform/Authorization.h"
@@ -93,6 +94,11 @@ std::string translated(const std::string& text) {
       text, text, clientStringsTable);
 }
 
+std::string translated(const std::string& text, const std::string& parameter) {
+  return ZELPrivilegedOperationSetVNT::localizedStringForTemplate(text, {parameter},
+                                                                  clientStringsTable);
+}
+
 std::string suggestionFor(const Error& error, bool wasAuthorized) {
   const auto localized =
       ZELPrivilegedOperationSetVNT::localizedErrorForPrivilegedOperationError(error);
@@ -121,7 +127,9 @@ std::string suggestionFor(const CommunicationFailure& failure) {
 }
 
 std::set<std::string> clientTexts() {
-  std::set<std::string> texts = {adviceWhenRefused, adviceWhenProtected};
+  std::set<std::string> texts = {adviceWhenRefused, adviceWhenProtected, causeText,
+                                 needsRootText,     runAsRootText,       runLineAsRootText};
+  texts.insert(actionTexts().begin(), actionTexts().end());
   for (const Advice& advice : advices) {
     texts.insert(advice.text);
     if (advice.description != nullptr) texts.insert(advice.description);

@@ -22,8 +22,16 @@ std::string suggestionFor(const Error& error, bool wasAuthorized);
 std::string descriptionOf(const Error& error);
 std::string suggestionFor(const CommunicationFailure& failure);
 
-/// `text`, which is one of the client's, in the user's language.
+/// `text`, which is one of the client's, in the user's language, and with what $1$ in it stands
+/// for.
 std::string translated(const std::string& text);
+std::string translated(const std::string& text, const std::string& parameter);
+
+/// Texts beside those of errors, actions and advice.
+inline constexpr const char* causeText = "because: $1$";
+inline constexpr const char* needsRootText = "Only root may do this.";
+inline constexpr const char* runAsRootText = "Run the command as root.";
+inline constexpr const char* runLineAsRootText = "Run it as root: $1$";
 
 /// The strings table of the client's texts, and all that has to be in it.
 inline constexpr const char* clientStringsTable = "PrivilegedHelperClient";

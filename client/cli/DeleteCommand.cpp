@@ -28,17 +28,14 @@ std::string quoted(const std::string& path) {
   return "'" + path + "'";
 }
 
-// What the command was about, for its error: what is left of it, by name while that is short.
-std::string actionFor(const std::vector<std::string>& paths) {
+// What the line about a failure is about: what is left of the paths, or all if nothing is.
+std::vector<std::string> namedInFailure(const std::vector<std::string>& paths) {
   std::vector<std::string> left;
   for (const std::string& path : paths) {
     std::error_code error;
     if (fs::symlink_status(path, error).type() != fs::file_type::not_found) left.push_back(path);
   }
-  const std::vector<std::string>& named = left.empty() ? paths : left;
-  std::string action = "delete " + quoted(named.front());
-  if (named.size() > 1) action += " and " + std::to_string(named.size() - 1) + " more";
-  return action;
+  return left.empty() ? paths : left;
 }
 
 // Whether append-only objects may be what was in the way of a recursive deletion.
@@ -87,7 +84,9 @@ int deleteObjects(const Context& context, const std::vector<std::string>& paths,
       }
     }
   }
-  return report(context, actionFor(absolute), outcome, wasAuthorized);
+  const std::vector<std::string> named = namedInFailure(absolute);
+  return report(context, named.size() > 1 ? Action::DeleteSeveral : Action::Delete, named.front(),
+                outcome, wasAuthorized);
 }
 
 }  // namespace corvane::cli

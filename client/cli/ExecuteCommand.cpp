@@ -42,11 +42,10 @@ int executeUtility(const Context& context, const std::string& application,
   const std::optional<Error> loss = lossOf(outcome, writer.finish());
   // With --json there is one object, about what is worse.
   if (loss && (outcome.isSuccess() || !context.isJSON)) {
-    const int status =
-        report(context, "pass on all output of '" + utility + "'", {std::nullopt, loss}, true);
+    const int status = report(context, Action::PassOnOutput, utility, {std::nullopt, loss}, true);
     if (outcome.isSuccess()) return status;
   }
-  return report(context, "run '" + utility + "'", outcome, wasAuthorized);
+  return report(context, Action::Run, utility, outcome, wasAuthorized);
 }
 
 }  // namespace corvane::cli

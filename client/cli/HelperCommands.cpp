@@ -6,7 +6,7 @@
 namespace corvane::cli {
 
 int nop(const Context& context) {
-  return report(context, "contact the helper", PrivilegedHelperClient(context.client).nop());
+  return report(context, Action::ContactHelper, "", PrivilegedHelperClient(context.client).nop());
 }
 
 int deleteFiles(const Context& context, const std::vector<std::string>& paths) {
@@ -15,19 +15,19 @@ int deleteFiles(const Context& context, const std::vector<std::string>& paths) {
   for (const std::string& path : paths) {
     absolute.push_back(path.empty() ? path : std::filesystem::absolute(path).string());
   }
-  return report(context, "delete '" + paths.front() + (paths.size() > 1 ? "' and others" : "'"),
+  return report(context, paths.size() > 1 ? Action::DeleteSeveral : Action::Delete, paths.front(),
                 PrivilegedHelperClient(context.client).deleteFiles(absolute));
 }
 
 int discardAuthorization(const Context& context) {
-  return report(context, "discard the authorization",
+  return report(context, Action::DiscardAuthorization, "",
                 PrivilegedHelperClient(context.client).discardAuthorization());
 }
 
 int showVersion(const Context& context) {
   const auto answer = PrivilegedHelperClient(context.client).helperVersion();
   if (const auto* failure = std::get_if<CommunicationFailure>(&answer)) {
-    return report(context, "ask the helper for its version", *failure);
+    return report(context, Action::AskForVersion, "", *failure);
   }
   const auto& version = std::get<std::string>(answer);
   if (context.isJSON) {
@@ -40,7 +40,7 @@ int showVersion(const Context& context) {
 
 int setDebugMode(const Context& context, bool flag) {
   const auto failure = PrivilegedHelperClient(context.client).enableDebugMode(flag);
-  return report(context, "switch the helper's debug messages", {failure, std::nullopt});
+  return report(context, Action::SwitchDebugMessages, "", {failure, std::nullopt});
 }
 
 }  // namespace corvane::cli

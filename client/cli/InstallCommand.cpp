@@ -39,7 +39,7 @@ std::optional<Error> registerAllRights(const Rights& before) {
 }  // namespace
 
 int install(const Context& context) {
-  if (const auto status = requireRoot(context, "install")) return *status;
+  if (const auto status = requireRoot(context, Action::Install, "install")) return *status;
   const auto installation = ownInstallation();
   const Rights rights = examineRights();
   const auto changes = changesThatInstallMakes(installation->parts(), rights);
@@ -51,7 +51,7 @@ int install(const Context& context) {
   const SignalsHeldBack heldBack;
   auto error = installation->putInPlace();
   if (!error) error = registerAllRights(rights);
-  if (error) return report(context, "install the helper", {std::nullopt, error});
+  if (error) return report(context, Action::Install, "", {std::nullopt, error});
   installation->keep();
   tellChanges(context, changes, "The helper is installed.");
   return ExitDone;

@@ -4,6 +4,7 @@
 
 #include <unistd.h>
 
+#include "client/cli/Advice.h"
 #include "foundation/POSIXError.h"
 #include "operationset-vnt/ZELPrivilegedOperationSetVNT.h"
 
@@ -33,18 +34,18 @@ void tellChanges(const Context& context, const std::vector<Change>& changes,
   }
 }
 
-std::optional<int> requireRoot(const Context& context, const char* command) {
+std::optional<int> requireRoot(const Context& context, Action action, const char* command) {
   if (::geteuid() == 0) return std::nullopt;
-  std::string advice = "Run the command as root.";
+  std::string advice = translated(runAsRootText);
   if (::isatty(STDERR_FILENO) != 0) {
     const std::string line = std::string("privilegerequestor-vnt ") + command;
-    advice = ::access("/usr/bin/sudo", X_OK) == 0 ? "Run it as root: sudo " + line
-                                                  : "Run it as root: su -c '" + line + "'";
+    const bool hasSudo = ::access("/usr/bin/sudo", X_OK) == 0;
+    advice = translated(runLineAsRootText, hasSudo ? "sudo " + line : "su -c '" + line + "'");
   }
   const Error error(NSPOSIXErrorDomain, static_cast<std::int64_t>(POSIXErrorCode::NotPermitted),
-                    {{std::string(NSLocalizedDescriptionKey), "this needs root"},
+                    {{std::string(NSLocalizedDescriptionKey), translated(needsRootText)},
                      {std::string(NSLocalizedRecoverySuggestionErrorKey), advice}});
-  return report(context, command, {std::nullopt, error});
+  return report(context, action, "", {std::nullopt, error});
 }
 
 }  // namespace corvane::cli

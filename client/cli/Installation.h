@@ -25,7 +25,7 @@ void tellChanges(const Context& context, const std::vector<Change>& changes,
                  std::string_view conclusion);
 
 /// Nothing for root; for anybody else the status to exit with, after telling how to become root.
-std::optional<int> requireRoot(const Context& context, const char* command);
+std::optional<int> requireRoot(const Context& context, Action action, const char* command);
 
 }  // namespace corvane::cli
 

@@ -29,7 +29,7 @@ std::string textOf(const Value& value) {
 int setPreference(const Context& context, const PreferenceDomain& domain, const std::string& key,
                   const std::string& value) {
   // To the helper an empty value means that the key goes; here it was to be set to an empty text.
-  return report(context, "set the preference '" + key + "'",
+  return report(context, Action::SetPreference, key,
                 PrivilegedHelperClient(context.client)
                     .modifyPreferences(key, domain.application, domain.user, domain.host,
                                        value.empty() ? "\"\"" : value));
@@ -37,7 +37,7 @@ int setPreference(const Context& context, const PreferenceDomain& domain, const 
 
 int removePreference(const Context& context, const PreferenceDomain& domain,
                      const std::string& key) {
-  return report(context, "remove the preference '" + key + "'",
+  return report(context, Action::RemovePreference, key,
                 PrivilegedHelperClient(context.client)
                     .modifyPreferences(key, domain.application, domain.user, domain.host, ""));
 }
@@ -48,7 +48,7 @@ int getPreference(const Context& context, const PreferenceDomain& domain, const 
       key, isGlobal ? std::string(kCFPreferencesAnyApplication) : domain.application, domain.user,
       domain.host);
   if (!value) {
-    return report(context, "read the preference '" + key + "'",
+    return report(context, Action::ReadPreference, key,
                   {std::nullopt, Error(clientErrorDomain, noSuchPreference)});
   }
   if (context.isJSON) {

@@ -56,10 +56,9 @@ Json successObject() {
           {"userInfo", Json::object()}};
 }
 
-void printProblem(std::string_view action, std::string_view description,
+void printProblem(const std::string& failure, std::string_view description,
                   std::string_view suggestion) {
-  std::fprintf(stderr, "Cannot %s: %s\n", printable(action).c_str(),
-               printable(description).c_str());
+  std::fprintf(stderr, "%s: %s\n", printable(failure).c_str(), printable(description).c_str());
   if (!suggestion.empty()) std::fprintf(stderr, "%s\n", printable(suggestion).c_str());
 }
 
@@ -107,9 +106,9 @@ std::string printable(std::string_view text, std::string_view kept) {
   return shown;
 }
 
-int report(const Context& context, std::string_view action,
+int report(const Context& context, Action action, const std::string& subject,
            const PrivilegedHelperClient::Outcome& outcome, bool wasAuthorized) {
-  if (outcome.failure) return report(context, action, *outcome.failure);
+  if (outcome.failure) return report(context, action, subject, *outcome.failure);
   if (!outcome.error) {
     if (context.isJSON) printJson(successObject());
     return ExitDone;
@@ -121,16 +120,18 @@ int report(const Context& context, std::string_view action,
     object["recoverySuggestion"] = suggestion.empty() ? Json() : Json(suggestion);
     printJson(object);
   } else {
-    printProblem(action, descriptionOf(error), suggestion);
+    printProblem(failureOf(action, subject), descriptionOf(error), suggestion);
     for (const Error* cause = underlyingError(error); cause != nullptr;
          cause = underlyingError(*cause)) {
-      std::fprintf(stderr, "  because: %s\n", printable(descriptionOf(*cause)).c_str());
+      std::fprintf(stderr, "  %s\n",
+                   printable(translated(causeText, descriptionOf(*cause))).c_str());
     }
   }
   return statusFor(error, wasAuthorized);
 }
 
-int report(const Context& context, std::string_view action, const CommunicationFailure& failure) {
+int report(const Context& context, Action action, const std::string& subject,
+           const CommunicationFailure& failure) {
   if (context.isJSON) {
     Json object = successObject();
     object["domain"] = communicationDomain;
@@ -139,7 +140,7 @@ int report(const Context& context, std::string_view action, const CommunicationF
     object["recoverySuggestion"] = suggestionFor(failure);
     printJson(object);
   } else {
-    printProblem(action, failure.description, suggestionFor(failure));
+    printProblem(failureOf(action, subject), failure.description, suggestionFor(failure));
   }
   const bool wasReached = failure.kind == Kind::BadMessage || failure.kind == Kind::TooLarge;
   return wasReached ? ExitFailed : ExitOutOfReach;

@@ -8,6 +8,7 @@
 #include <nlohmann/json.hpp>
 
 #include "PrivilegedHelperClient.h"
+#include "client/cli/Action.h"
 
 namespace corvane::cli {
 
@@ -28,15 +29,16 @@ struct Context {
   bool isWithoutFeedback = false;
 };
 
-/// Tells how a command ended and returns the status to exit with. `action` says what was to be
-/// done, as in "delete '/tmp/x'". `wasAuthorized` tells a refused authorization from an operation
-/// that was itself not permitted: both are EPERM. With --json one object goes to standard output;
+/// Tells how a command ended and returns the status to exit with. `action` and `subject` say what
+/// was to be done. `wasAuthorized` tells a refused authorization from an operation that was itself
+/// not permitted: both are EPERM. With --json one object goes to standard output;
 /// otherwise a failure goes to standard error and success says nothing.
-int report(const Context& context, std::string_view action,
+int report(const Context& context, Action action, const std::string& subject,
            const PrivilegedHelperClient::Outcome& outcome, bool wasAuthorized = false);
 
 /// The same for a call that brought no answer.
-int report(const Context& context, std::string_view action, const CommunicationFailure& failure);
+int report(const Context& context, Action action, const std::string& subject,
+           const CommunicationFailure& failure);
 
 /// A command that was called wrongly.
 int reportUsage(const Context& context, const std::string& description);

@@ -15,8 +15,6 @@ namespace {
 
 using Names = std::vector<std::string>;
 
-constexpr const char* action = "uninstall the helper";
-
 Names whatIsThere(const HelperInstallation& installation) {
   Names names = installation.leftovers();
   const Names rights = examineRights().registered;
@@ -89,7 +87,7 @@ int tellWhatIsLeft(const Context& context, const Names& before, const Names& aft
 }  // namespace
 
 int uninstall(const Context& context) {
-  if (const auto status = requireRoot(context, "uninstall")) return *status;
+  if (const auto status = requireRoot(context, Action::Uninstall, "uninstall")) return *status;
   const auto installation = ownInstallation();
   const Names before = whatIsThere(*installation);
   if (before.empty()) {
@@ -99,7 +97,7 @@ int uninstall(const Context& context) {
 
   const SignalsHeldBack heldBack;
   const auto outcome = haveHelperRemoveItself(context, *installation);
-  if (outcome && !outcome->isSuccess()) return report(context, action, *outcome);
+  if (outcome && !outcome->isSuccess()) return report(context, Action::Uninstall, "", *outcome);
   if (!context.isJSON && !context.isQuiet) {
     std::puts(outcome ? "The helper ended the connection: it has removed itself."
                       : "The helper cannot be reached. It is removed without its help.");

@@ -95,7 +95,8 @@ TEST_P(EveryLanguage, HasEveryTextAndNoOther) {
 }
 
 TEST_P(EveryLanguage, KeepsThePlaceholders) {
-  for (const std::string& table : {errorTable, errorTable + "-Polite"}) {
+  for (const std::string& table :
+       {errorTable, errorTable + "-Polite", clientTable, clientTable + "-Polite"}) {
     const auto texts = tableAt(path(table));
     if (!texts) continue;
     for (const auto& [key, text] : *texts) {

@@ -71,6 +71,17 @@ TEST_F(PreferencesCommandTest, WhatIsNotThereFails) {
             "read.\nCheck its name, and whose it is: application, user and host.\n1\n");
 }
 
+TEST_F(PreferencesCommandTest, AFailureIsToldInTheUsersLanguage) {
+  const std::string german = "unset LC_ALL LANGUAGE; LC_MESSAGES=de_DE.UTF-8 " CLIENT_PROGRAM
+                             " preferences get --any-host --app " +
+                             application + " key 2>&1; echo $?";
+  EXPECT_EQ(
+      outputOf(german),
+      "Die Einstellung „key“ kann nicht gelesen werden: Diese Einstellung gibt es nicht, oder "
+      "sie kann nicht gelesen werden.\nBitte prüfen Sie ihren Namen und zu wem sie gehört: "
+      "Programm, Benutzer und Rechner.\n1\n");
+}
+
 TEST_F(PreferencesCommandTest, OptionsThatExcludeEachOtherAreAnUsageError) {
   const std::string output =
       outputOf(command + " preferences get --app x --global key 2>&1 >/dev/null; echo $?");
