@@ -28,6 +28,7 @@ bool shouldUIUsePoliteForms();
 std::optional<std::vector<std::int32_t>> identifiersForRunningProcessesNamed(std::string_view name);
 bool isProcessRunningWithName(std::string_view name);
 /// The short name of the process; nothing if there is no such process or the table cannot be read.
+/// What of a name is not UTF-8 is replaced by U+FFFD, one for each byte.
 /// `effectiveUserID`, if not null, is written only with a name returned.
 std::optional<std::string> processNameForProcessID(std::int32_t pid,
                                                    std::uint32_t* effectiveUserID);

@@ -25,12 +25,13 @@ namespace corvane {
 /// input; it ends with the run. Output is read as fast as the delegate takes it and not kept: a
 /// delegate that is slow slows its own program down and nothing else.
 ///
-/// When the program has ended, the rest of its output is read, then that of its error output, so
-/// that the delegate is called at least once more for each, with an empty chunk if nothing is left.
-/// A descendant of the program that lives on may still hold a stream open. The end of the streams
-/// is waited for no longer than `lingerTime` after the program's own end; everything that was
-/// written by then is delivered, and the run is over. What descendants write later finds a closed
-/// pipe. They are not ended.
+/// A stream that the program closes before it ends is told by one empty chunk. When the program has
+/// ended, the rest of its output is read, then that of its error output, so that the delegate is
+/// called at least once more for each, with an empty chunk if nothing is left. A descendant of the
+/// program that lives on may still hold a stream open. The end of the streams is waited for no
+/// longer than `lingerTime` after the program's own end; everything that was written by then is
+/// delivered, and the run is over. What descendants write later finds a closed pipe. They are not
+/// ended.
 ///
 /// Any thread may call any method.
 class ZELTaskExecutor : public std::enable_shared_from_this<ZELTaskExecutor> {
