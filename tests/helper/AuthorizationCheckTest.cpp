@@ -1,15 +1,13 @@
 #include <gtest/gtest.h>
 
 #include "foundation/POSIXError.h"
+#include "operations/OperationCodes.h"
 #include "operationset-vnt/ZELPrivilegedOperationSetVNT.h"
 #include "privilegedhelper-vnt/ZELPrivilegedHelper.h"
 #include "tests/helper/AuthorizationStandIn.h"
 
 namespace corvane {
 namespace {
-
-constexpr std::uint64_t codeDelete = 0;
-constexpr std::uint64_t codeDiscardAuth = 9997;
 
 class AuthorizationCheckTest : public testing::Test {
  protected:
@@ -19,9 +17,9 @@ class AuthorizationCheckTest : public testing::Test {
         &ZELPrivilegedOperationSetVNT::privilegedOperationSet(), nullptr, nullptr);
   }
 
-  std::optional<Error> check(std::size_t length = 32, std::uint64_t code = codeDelete,
-                             std::optional<std::string> prompt = {},
-                             std::optional<std::string> icon = {}) {
+  std::optional<Error> check(std::size_t length = 32, std::uint64_t code = codeDeleteFileobjects,
+                             const std::optional<std::string>& prompt = {},
+                             const std::optional<std::string>& icon = {}) {
     return helper->checkAuthorization(Data(length), code, prompt, icon, code == codeDiscardAuth);
   }
 
@@ -30,7 +28,7 @@ class AuthorizationCheckTest : public testing::Test {
 };
 
 TEST_F(AuthorizationCheckTest, FormsOfAnotherLengthAreInvalidWithoutACall) {
-  for (const std::size_t length : {0, 31, 33, 1000000}) {
+  for (const std::size_t length : {0U, 31U, 33U, 1000000U}) {
     EXPECT_EQ(check(length), posixError(POSIXErrorCode::Invalid)) << length;
   }
   EXPECT_EQ(services.forms, 0);
@@ -82,14 +80,14 @@ TEST_F(AuthorizationCheckTest, ARefusedRightOfAnotherOperationIsFreedWithDefault
 }
 
 TEST_F(AuthorizationCheckTest, AnEmptyEnvironmentIsPassedAllTheSame) {
-  check(32, codeDelete, "", "");
+  check(32, codeDeleteFileobjects, "", "");
   EXPECT_TRUE(services.hadEnvironment);
   EXPECT_FALSE(services.hadItems);
   EXPECT_TRUE(services.environment.empty());
 }
 
 TEST_F(AuthorizationCheckTest, PromptAndIconReachTheServicesInThisOrder) {
-  check(32, codeDelete, "Please", "/icon.png");
+  check(32, codeDeleteFileobjects, "Please", "/icon.png");
   EXPECT_EQ(services.environment,
             (std::vector<std::pair<std::string, std::size_t>>{{"prompt", 7}, {"icon", 10}}));
 }

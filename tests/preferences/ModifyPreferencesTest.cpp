@@ -1,3 +1,4 @@
+#include <array>
 #include <thread>
 #include <vector>
 
@@ -157,9 +158,9 @@ TEST_F(ModifyPreferencesTest, AFailedSynchronisationIsTheWriteError) {
 
 TEST_F(ModifyPreferencesTest, RequestsAtTheSameTimeEndEachWithItsOwnOutcome) {
   ZELPrivilegedOperationSetVNT::privilegedOperationSet();
-  std::vector<std::thread> threads;
-  for (int thread = 0; thread < 4; ++thread) {
-    threads.emplace_back([thread] {
+  std::array<std::thread, 4> threads;
+  for (std::size_t thread = 0; thread < threads.size(); ++thread) {
+    threads[thread] = std::thread([thread] {
       for (int i = 0; i < 10; ++i) {
         const std::string name = std::to_string(thread) + "." + std::to_string(i);
         EXPECT_EQ(modify("good " + name, "value"), std::nullopt);
