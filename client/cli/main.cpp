@@ -67,7 +67,6 @@ int runCommandLine(int argc, char** argv) {
       ->expected(-1);
   // From the utility on nothing is an option or a command of this program.
   execute->positionals_at_end();
-  execute->set_help_flag();
 
   command("delete-files",
           "Delete single objects; meant for the helper's own files, which it does not check",
