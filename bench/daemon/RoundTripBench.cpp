@@ -1,10 +1,15 @@
 // The round trip of a request that does nothing, authorization by the embedded authority included,
 // against a bare echo over the same library between two processes. Needs root.
 
+#include <cerrno>
 #include <cstdint>
+#include <cstdio>
 #include <stdexcept>
+#include <system_error>
 #include <utility>
+#include <vector>
 
+#include <sched.h>
 #include <systemd/sd-bus.h>
 #include <unistd.h>
 
@@ -63,16 +68,53 @@ class EchoServer {
   Bus _bus;
 };
 
-void measure() {
-  bench::SocketActivation daemon(bench::helperProgram);
-  daemon.start();
+// The processors that this process may use.
+std::vector<int> processors() {
+  cpu_set_t set;
+  CPU_ZERO(&set);
+  std::vector<int> result;
+  if (::sched_getaffinity(0, sizeof(set), &set) != 0) return result;
+  for (int processor = 0; processor < CPU_SETSIZE; ++processor) {
+    if (CPU_ISSET(processor, &set)) result.push_back(processor);
+  }
+  return result;
+}
+
+// Has a process, and what it starts from now on, run on one processor.
+void runOn(int processor, pid_t process) {
+  cpu_set_t set;
+  CPU_ZERO(&set);
+  CPU_SET(processor, &set);
+  if (::sched_setaffinity(process, sizeof(set), &set) != 0) {
+    throw std::system_error(errno, std::generic_category(), "sched_setaffinity");
+  }
+}
+
+void measureOn(const char* place, int clientProcessor, int serverProcessor,
+               const bench::SocketActivation& daemon) {
+  runOn(serverProcessor, daemon.process());
+  runOn(serverProcessor, ::getpid());
+  EchoServer echoServer;
+  runOn(clientProcessor, ::getpid());
   const auto connection = bench::connectToHelper(daemon.socketPath());
   const Data form = bench::formOf(ProcessIdentity::ofThisProcess());
-  EchoServer echoServer;
+  std::printf("%s\n", place);
   bench::compare(bench::perCall("nop through the daemon", calls,
                                 [&] { bench::performNop(*connection, form); }),
                  bench::perCall("bare echo", calls, [&] { echoServer.call(); }), rounds,
                  "us a call", 2);
+}
+
+// Left alone, the scheduler has each pair of ends share a processor or not as it likes, and that
+// makes more of a difference than what they do.
+void measure() {
+  const std::vector<int> usable = processors();
+  bench::SocketActivation daemon(bench::helperProgram);
+  daemon.start();
+  measureOn("Both ends on one processor:", usable.at(0), usable.at(0), daemon);
+  if (usable.size() > 1) {
+    measureOn("Each end on a processor of its own:", usable[0], usable[1], daemon);
+  }
 }
 
 }  // namespace

@@ -30,6 +30,8 @@ class SocketActivation {
   /// Ends the program and waits for it.
   void stop();
 
+  /// The program that runs.
+  pid_t process() const { return _process; }
   /// A figure of /proc/PID/status of the program in KiB, such as "VmRSS".
   long memory(const std::string& figure) const;
 
