@@ -4,6 +4,7 @@
 #include <exception>
 #include <map>
 #include <mutex>
+#include <string_view>
 #include <thread>
 #include <utility>
 
@@ -83,27 +84,33 @@ class FeedbackReceiver : public ZELPrivilegedOperationFeedbackProtocol {
   explicit FeedbackReceiver(const PrivilegedHelperClient::Feedback& feedback)
       : _feedback(feedback) {}
 
-  /// Whether the operation's messages began to come and the final one did not.
-  bool hasBrokenOff() const { return _hasBegun && !_hasEnded; }
+  /// Whether some of the operation's messages, which had begun to come, did not come or not
+  /// through.
+  bool hasLost() const { return _hasBegun && !(_hasEnded && _isComplete); }
 
   void processPrivilegedOperationFeedback(const Dictionary& message) override {
     _hasBegun = true;
     _hasEnded = _hasEnded || message.find(FinalFeedbackMessageKey) != nullptr;
-    for (const auto& [key, value] : message) {
-      if (key == ProgressFractionKey && value.number() != nullptr && _feedback.progress) {
-        _feedback.progress(value.number()->doubleValue());
-      } else if (key == OutputDataKey && value.data() != nullptr && _feedback.output) {
-        _feedback.output(*value.data());
-      } else if (key == ErrorDataKey && value.data() != nullptr && _feedback.errorOutput) {
-        _feedback.errorOutput(*value.data());
-      }
-    }
+    const bool wasComplete = std::exchange(_isComplete, false);
+    for (const auto& [key, value] : message) tell(key, value);
+    _isComplete = wasComplete;
   }
 
  private:
+  void tell(std::string_view key, const Value& value) const {
+    if (key == ProgressFractionKey && value.number() != nullptr && _feedback.progress) {
+      _feedback.progress(value.number()->doubleValue());
+    } else if (key == OutputDataKey && value.data() != nullptr && _feedback.output) {
+      _feedback.output(*value.data());
+    } else if (key == ErrorDataKey && value.data() != nullptr && _feedback.errorOutput) {
+      _feedback.errorOutput(*value.data());
+    }
+  }
+
   const PrivilegedHelperClient::Feedback& _feedback;
   bool _hasBegun = false;
   bool _hasEnded = false;
+  bool _isComplete = true;  ///< no callback has raised anything
 };
 
 }  // namespace
@@ -176,10 +183,8 @@ class PrivilegedHelperClient::Session {
     if (feedback) {
       try {
         listener = FeedbackListener::serve(receiver.emplace(*feedback));
-      } catch (const std::exception& exception) {
-        return {CommunicationFailure{
-                    Kind::Lost, std::string("No feedback can be received: ") + exception.what()},
-                std::nullopt};
+      } catch (const std::exception&) {
+        return {std::nullopt, posixError(POSIXErrorCode::TooManyOpenFiles)};
       }
       endpoint = listener->takeEndpoint();
     }
@@ -191,8 +196,7 @@ class PrivilegedHelperClient::Session {
     }
     // The helper closes its end before it answers, so what it sent has arrived or is about to.
     if (listener != nullptr) listener->waitUntilClosed();
-    return {std::nullopt, std::get<std::optional<Error>>(answer),
-            receiver && receiver->hasBrokenOff()};
+    return {std::nullopt, std::get<std::optional<Error>>(answer), receiver && receiver->hasLost()};
   }
 
   std::optional<CommunicationFailure> connect() {

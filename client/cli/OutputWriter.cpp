@@ -39,8 +39,9 @@ void OutputWriter::write(int descriptor, Data chunk) {
   std::unique_lock lock(_mutex);
   _changed.wait(lock, [this] { return _pendingSize < maximumPending; });
   if (_failures.contains(descriptor)) return;
-  _pendingSize += chunk.size();
+  const std::size_t size = chunk.size();
   _pending.push_back({descriptor, std::move(chunk)});
+  _pendingSize += size;
   _changed.notify_all();
 }
 

@@ -1,6 +1,7 @@
 #include "client/cli/Rights.h"
 
 #include "operationset-vnt/ZELPrivilegedOperationSetVNT.h"
+#include "platform/Authorization.h"
 
 namespace corvane::cli {
 

@@ -1,8 +1,13 @@
+#include <algorithm>
+#include <cerrno>
 #include <csignal>
 #include <cstdio>
 #include <functional>
+#include <iterator>
 
 #include <CLI/CLI.hpp>
+#include <fcntl.h>
+#include <unistd.h>
 
 #include "client/cli/Commands.h"
 #include "platform/Preferences.h"
@@ -13,11 +18,43 @@ namespace {
 
 constexpr const char* helpHint = "Run with --help for more information.\n";
 
+// The arguments as the parser takes them, the last one first. Where several values may come it
+// would take "[a,b]" for two, so brackets are hidden by a zero byte, which no argument has.
+std::vector<std::string> hidingBrackets(int argc, char** argv) {
+  std::vector<std::string> arguments(std::reverse_iterator(argv + argc),
+                                     std::reverse_iterator(argv + std::min(argc, 1)));
+  for (std::string& argument : arguments) {
+    if (argument.starts_with('[') && argument.ends_with(']')) argument += '\0';
+  }
+  return arguments;
+}
+
+// Has all options of `app` and its commands take the zero byte off again.
+void showBrackets(CLI::App& app) {
+  const auto withoutZero = [](std::string value) {
+    if (value.ends_with('\0')) value.pop_back();
+    return value;
+  };
+  for (CLI::Option* option : app.get_options()) option->transform(withoutZero);
+  for (CLI::App* command : app.get_subcommands(nullptr)) showBrackets(*command);
+}
+
+// A stream that is closed would give its number to the next descriptor, and what is printed would
+// go there.
+void openClosedStreams() {
+  for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+    // The lowest number that is free is the stream's.
+    if (::fcntl(stream, F_GETFD) < 0) ::open("/dev/null", O_RDWR);
+  }
+}
+
 // Runs the command named on the command line; the status to exit with.
 int runCommandLine(int argc, char** argv) {
   CLI::App app("Has the privileged helper do what an ordinary process may not.",
                "privilegerequestor-vnt");
   app.failure_message(CLI::FailureMessage::simple);
+  // What follows a command is never another one, whatever it is called.
+  app.require_subcommand(0, 1);
 
   Context context;
   context.client.asksOnTerminal = true;
@@ -132,8 +169,9 @@ int runCommandLine(int argc, char** argv) {
           [&] { return uninstall(context); });
   command("doctor", "Look for what stands in the way", [&] { return examine(context); });
 
+  showBrackets(app);
   try {
-    app.parse(argc, argv);
+    app.parse(hidingBrackets(argc, argv));
   } catch (const CLI::RequiredError& error) {
     if (app.remaining().empty()) {
       app.exit(error);
@@ -156,10 +194,14 @@ int runCommandLine(int argc, char** argv) {
 }  // namespace
 
 int main(int argc, char** argv) {
+  openClosedStreams();
   // Whoever reads the output may leave before the helper's work is done and told.
   std::signal(SIGPIPE, SIG_IGN);
   try {
-    return runCommandLine(argc, argv);
+    const int status = runCommandLine(argc, argv);
+    if (std::fflush(stdout) == 0 || errno == EPIPE) return status;
+    std::perror("privilegerequestor-vnt: standard output");
+    return status == ExitDone ? ExitFailed : status;
   } catch (const std::exception& exception) {
     std::fprintf(stderr, "Something unexpected went wrong: %s\n", exception.what());
     return ExitFailed;

@@ -59,7 +59,8 @@ class PrivilegedHelperClient {
     /// What the helper answered: in NSPOSIXErrorDomain EPERM (1) for a refused authorization and
     /// ECANCELED (89) for a dialog that was dismissed, or the operation's own error. EILSEQ (92)
     /// if nothing was asked because an argument cannot be sent: texts are UTF-8, without zero
-    /// bytes.
+    /// bytes. EMFILE (24) if nothing was asked because this process has no descriptor or thread
+    /// left to receive feedback with.
     std::optional<Error> error;
     /// Feedback that had begun did not come to its end: the last of it is missing. The helper
     /// gives up a receiver that takes nothing for ten seconds.

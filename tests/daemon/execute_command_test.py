@@ -28,6 +28,7 @@ esac
 COMMANDS = ("delete", "delete-files", "execute", "preferences", "nop", "discard-auth", "version",
             "debug", "operations", "install", "uninstall", "doctor", "set", "get", "remove")
 OPTIONS = ("--json", "--application", "--socket", "--help", "-h", "-r", "--", "-", "")
+BRACKETS = ("[]", "[a,b]", "[[x]]", "[a", "b]")
 
 
 class ExecuteCommandTest(DaemonTest):
@@ -41,10 +42,11 @@ class ExecuteCommandTest(DaemonTest):
         self.expects_end = True  # with its last client
         self.serve_forms()
 
-    def command(self, *arguments, options=(), application=None):
+    def command(self, *arguments, options=(), application=None, utility="lipo"):
         return [f"{PROGRAMS}/privilegerequestor-vnt", "--socket", f"{self.folder}/helper.socket",
                 "--authorization-socket", f"{self.folder}/authorization.socket", *options,
-                "execute", "--application", application or self.application, "lipo", *arguments]
+                "execute", "--application", application or self.application, utility,
+                *arguments]
 
     def start_client(self, *arguments, **options):
         client = subprocess.Popen(self.command(*arguments), stderr=subprocess.PIPE,
@@ -82,10 +84,54 @@ class ExecuteCommandTest(DaemonTest):
         self.assertEndsWith(0)
 
     def test_what_follows_the_utility_is_for_the_utility(self):
-        for argument in COMMANDS + OPTIONS:
+        for argument in COMMANDS + OPTIONS + BRACKETS:
             with self.subTest(argument=argument):
                 result = self.run_client("show", argument, "x", argument)
                 self.assertOutput(result, f"<{argument}><x><{argument}>\n".encode())
+
+    def test_a_utility_may_be_called_like_a_command(self):
+        for utility in COMMANDS + BRACKETS:
+            with self.subTest(utility=utility):
+                result = self.run_client("nop", "--json", utility=utility)
+                self.assertOutput(result, b"", f"Cannot run '{utility}': Invalid argument\n"
+                                  "The helper refused the arguments. Check them.\n".encode(), 1)
+
+    def test_objects_may_be_called_like_commands_and_lists(self):
+        Client(self.daemon.connect()).register(1)
+        names = [name for name in COMMANDS + BRACKETS + ("a", "b", "x")]
+        for name in names:
+            with open(f"{self.folder}/{name}", "w", encoding="ascii"):
+                pass
+        client = self.command()
+        client = client[:client.index("execute")]
+        for command in ("delete", "delete-files"):
+            for number, name in enumerate(names[:-3]):
+                with self.subTest(command=command, name=name):
+                    before = set(os.listdir(self.folder))
+                    result = subprocess.run([*client, command, f"missing-{number}", name],
+                                            cwd=self.folder, timeout=PATIENCE, check=False,
+                                            stdout=subprocess.PIPE, stderr=subprocess.PIPE,
+                                            env={**os.environ, **environment_for(self.folder)})
+                    self.assertEqual((result.returncode, result.stdout), (1, b""))
+                    self.assertEqual(before - set(os.listdir(self.folder)), {name})
+                    with open(f"{self.folder}/{name}", "w", encoding="ascii"):
+                        pass
+
+    def test_without_standard_output_nothing_goes_elsewhere(self):
+        client = self.start_client("both", "100000", stdout=subprocess.PIPE,
+                                   preexec_fn=lambda: os.close(1))
+        self.assertEqual(client.communicate(timeout=PATIENCE), (b"", b"error\n" * 100000))
+        self.assertEqual(client.returncode, 0)
+        self.assertEndsWith(0)
+
+    def test_what_cannot_be_printed_fails_the_command(self):
+        with open("/dev/full", "wb") as full:
+            result = subprocess.run([f"{PROGRAMS}/privilegerequestor-vnt", "operations"],
+                                    stdout=full, stderr=subprocess.PIPE, timeout=PATIENCE,
+                                    check=False, env={**os.environ, **environment_for(self.folder)})
+        self.assertEqual((result.stderr, result.returncode),
+                         (b"privilegerequestor-vnt: standard output: No space left on device\n", 1))
+        self.expects_end = False
 
     def test_large_output_arrives_complete_and_in_order(self):
         result = self.run_client("count", "200000", "x" * 20)
