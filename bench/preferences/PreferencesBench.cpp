@@ -3,6 +3,7 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <exception>
 #include <filesystem>
 #include <fstream>
 #include <stdexcept>
@@ -79,8 +80,13 @@ void setFromFourProcesses() {
   const double seconds = bench::secondsFor([] {
     for (int process = 0; process < processes; ++process) {
       if (::fork() != 0) continue;
-      for (int i = 0; i < setsEach; ++i) {
-        set(std::to_string(process) + "." + std::to_string(i), i);
+      try {
+        for (int i = 0; i < setsEach; ++i) {
+          set(std::to_string(process) + "." + std::to_string(i), i);
+        }
+      } catch (const std::exception& exception) {
+        std::fprintf(stderr, "%s\n", exception.what());
+        ::_exit(EXIT_FAILURE);
       }
       ::_exit(EXIT_SUCCESS);
     }

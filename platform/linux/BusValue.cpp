@@ -249,8 +249,8 @@ int readOptionalError(sd_bus_message* message, std::optional<Error>& error) {
 }
 
 std::size_t leastMessageSize(const Value& value) {
-  // The type, the length and a zero byte of a text; every other value has no less.
-  constexpr std::size_t leastSize = 8;
+  // The length and a zero byte of a text in a list; everything else has no less.
+  constexpr std::size_t leastSize = 5;
   if (const std::string* string = value.string()) return leastSize + string->size();
   if (const Data* data = value.data()) return leastSize + data->size();
   std::size_t size = leastSize;

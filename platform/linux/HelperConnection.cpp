@@ -159,8 +159,8 @@ class LinuxHelperConnection : public HelperConnection {
     result = sd_bus_call(_bus.get(), raw, microseconds, &error, &answer);
     BusMessage reply(answer);
     if (result >= 0) return reply;
-    const bool isAnswered = sd_bus_error_is_set(&error) != 0 && !isLoss(result) &&
-                            sd_bus_error_has_name(&error, SD_BUS_ERROR_NO_REPLY) == 0;
+    const bool isAnswered =
+        sd_bus_error_is_set(&error) != 0 && !isLoss(result) && result != -ETIMEDOUT;
     const Kind refusal = sd_bus_error_has_name(&error, SD_BUS_ERROR_LIMITS_EXCEEDED) != 0
                              ? Kind::TooLarge
                              : Kind::BadMessage;

@@ -6,7 +6,9 @@
 #include <optional>
 #include <utility>
 
+#include <linux/sockios.h>
 #include <poll.h>
+#include <sys/ioctl.h>
 #include <sys/socket.h>
 
 #include "foundation/FileDescriptor.h"
@@ -21,7 +23,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-// How long the receiver may take no byte at all before it is given up.
+// How long the receiver may take nothing before it is given up.
 constexpr std::chrono::seconds stallTimeout{10};
 
 // A client may send any descriptor; only a connected local stream socket is an endpoint.
@@ -36,6 +38,12 @@ bool isConnectedStreamSocket(int descriptor) {
   if (::getpeername(descriptor, reinterpret_cast<sockaddr*>(&peer), &size) != 0) return false;
   if (type != SOCK_STREAM || domain != AF_UNIX) errno = EPROTOTYPE;
   return type == SOCK_STREAM && domain == AF_UNIX;
+}
+
+// How much of what was sent the receiver has not taken yet, as the kernel counts it.
+int untakenBytes(int socket) {
+  int count = 0;
+  return ::ioctl(socket, SIOCOUTQ, &count) == 0 ? count : 0;
 }
 
 class FeedbackSender : public XPCConnection, public ZELPrivilegedOperationFeedbackProtocol {
@@ -115,8 +123,12 @@ class FeedbackSender : public XPCConnection, public ZELPrivilegedOperationFeedba
       int result = sd_bus_get_n_queued_write(_bus.get(), &queued);
       if (result < 0) return fail(-result);
       if (queued <= remaining) return;
-      // The wait ends with every part that the receiver takes, so a slow one is not a stuck one.
-      if (!waitFor(sd_bus_get_fd(_bus.get()), POLLOUT, Clock::now() + stallTimeout)) {
+      // The wait ends when most of what the kernel keeps has been taken. A receiver that has not
+      // got as far, but has taken something, is slow and not stuck.
+      const int socket = sd_bus_get_fd(_bus.get());
+      const int untaken = untakenBytes(socket);
+      if (!waitFor(socket, POLLOUT, Clock::now() + stallTimeout)) {
+        if (untakenBytes(socket) < untaken) continue;
         return fail(ETIMEDOUT);
       }
       result = sd_bus_process(_bus.get(), nullptr);

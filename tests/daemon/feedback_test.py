@@ -22,6 +22,8 @@ SUSPENDING = (DEBUG, "Suspending feedback connection %p.")
 FINAL = {"FinalFeedbackMessage": True}
 
 PAUSE = 0.25
+# How long a receiver may take nothing before it is given up.
+STALL_TIMEOUT = 10
 
 
 def opening(option):
@@ -114,6 +116,24 @@ class FeedbackTest(DaemonTest):
         # The connection was closed before the reply came.
         slow.peer.socket.setblocking(False)
         self.assertEqual(slow.peer.socket.recv(1), b"")
+
+    def test_a_receiver_that_is_slow_for_longer_than_a_stuck_one_is_waited_for_gets_everything(self):
+        """It takes as long."""
+        slow = SlowFeedback()
+        caller = RawPeer(self.daemon.connect()).handshake()
+        count = slow.COUNT
+        slow.request(caller, self.form(), ["0", "0"] + [f"{self.folder}/none"] * count)
+        slow.wait_for_opening()
+        end = time.monotonic() + STALL_TIMEOUT + 2
+        while time.monotonic() < end:
+            for _ in range(32):
+                slow.take()
+            # Not for something to happen: the pace is what the test is about.
+            time.sleep(1)
+        slow.drain()
+        self.assertEqual(caller.receive().get_body().unpack()[0][0][1], 2)
+        self.assertEqual([body["ProgressFraction"] for body in slow.bodies[:-1]],
+                         [number / count for number in range(count + 1)] + [1.0])
 
     def test_requests_keep_their_feedback_apart(self):
         servers = [FeedbackServer() for _ in range(4)]

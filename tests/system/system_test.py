@@ -117,7 +117,7 @@ class Scenario:
     def an_ordinary_user_can_neither_install_nor_uninstall(self):
         for command in ("install", "uninstall"):
             refused = self.client(command, "alice", status=3)
-            assert "needs root" in refused.stderr and "as root" in refused.stderr
+            assert "Only root may" in refused.stderr and "as root" in refused.stderr
             terminal = self.machine.terminal(f"{CLIENT} {command}", "alice", False)
             terminal.expect(f"su -c '{CLIENT} {command}'")
             assert terminal.wait() == 3

@@ -69,6 +69,7 @@ std::unique_ptr<AuthenticationAgent> AuthenticationAgent::startOnTerminal() {
     ::prctl(PR_SET_PDEATHSIG, SIGTERM);
     if (::getppid() != self.pid) ::_exit(1);
     ::fcntl(starting.get(), F_SETFD, 0);
+    std::signal(SIGPIPE, SIG_DFL);
     // Not as a fallback: there is nobody it would be in the way of, and outside of sessions polkit
     // does not turn to fallbacks.
     ::execl(program, program, "--process", subject.c_str(), "--notify-fd", notified.c_str(),

@@ -4,7 +4,6 @@
 #include <cerrno>
 
 #include <sodium.h>
-#include <sys/stat.h>
 
 #include "foundation/POSIXError.h"
 #include "platform/linux/authorization/RootFolder.h"

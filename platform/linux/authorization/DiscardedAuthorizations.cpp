@@ -5,8 +5,6 @@
 #include <sstream>
 #include <variant>
 
-#include <sys/stat.h>
-
 #include "foundation/POSIXError.h"
 #include "foundation/Value.h"
 #include "platform/linux/authorization/FileStamp.h"

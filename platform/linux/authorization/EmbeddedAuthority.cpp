@@ -3,9 +3,6 @@
 #include <optional>
 #include <variant>
 
-#include <sys/stat.h>
-
-#include "foundation/POSIXError.h"
 #include "foundation/PropertyList.h"
 #include "platform/linux/authorization/RootFolder.h"
 
@@ -16,7 +13,7 @@ namespace {
 constexpr std::string_view ruleKey = "rule";
 constexpr std::string_view descriptionKey = "description";
 constexpr std::string_view stringsTableKey = "table";
-// What rights there are is no secret; only root may say so.
+
 std::string fileNameFor(const std::string& rightName) {
   return rightName + ".plist";
 }

@@ -2,7 +2,6 @@
 
 #include <sys/stat.h>
 
-#include "foundation/POSIXError.h"
 #include "platform/StandardLog.h"
 #include "platform/linux/CurrentPeer.h"
 #include "platform/linux/authorization/DialogText.h"

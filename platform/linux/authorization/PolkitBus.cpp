@@ -1,5 +1,7 @@
 #include "platform/linux/authorization/PolkitBus.h"
 
+#include <utility>
+
 namespace corvane {
 
 namespace {

@@ -14,7 +14,7 @@
 
 namespace corvane {
 
-/// Permissions of files in such a folder.
+/// Permissions of files in such a folder: of keys, and of rights, which are no secret.
 inline constexpr mode_t rootAlone = S_IRUSR | S_IWUSR;
 inline constexpr mode_t everyoneElseReads = S_IRUSR | S_IWUSR | S_IRGRP | S_IROTH;
 
