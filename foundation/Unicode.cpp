@@ -60,6 +60,12 @@ bool isUTF8(std::string_view text) {
   }
 }
 
+bool endsControlCharacter(char previous, char byte) {
+  const auto value = static_cast<unsigned char>(byte);
+  return value < 0x20 || value == 0x7f ||
+         (static_cast<unsigned char>(previous) == 0xc2 && value >= 0x80 && value <= 0x9f);
+}
+
 void appendUTF8(std::string& text, char32_t character) {
   const auto append = [&text](char32_t byte) { text += static_cast<char>(byte); };
   const auto continuation = [&](unsigned shift) { append(0x80U | (character >> shift & 0x3FU)); };

@@ -12,6 +12,9 @@ namespace corvane {
 /// with well-formed UTF-8 (no overlong form, no surrogate, nothing above U+10FFFF).
 std::optional<char32_t> takeUTF8Character(std::string_view& text);
 bool isUTF8(std::string_view text);
+/// Whether `byte`, which follows `previous`, is or ends a control character of UTF-8: U+0000 to
+/// U+001F, U+007F, and U+0080 to U+009F, which are two bytes long.
+bool endsControlCharacter(char previous, char byte);
 /// Appends a character that is not a surrogate.
 void appendUTF8(std::string& text, char32_t character);
 

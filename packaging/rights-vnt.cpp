@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <string_view>
 
+#include "client/cli/Rights.h"
 #include "operationset-vnt/ZELPrivilegedOperationSetVNT.h"
 #include "platform/Authorization.h"
 
@@ -13,31 +14,16 @@ namespace {
 
 enum ExitStatus : int { Done = 0, Failed = 1, Usage = 2 };
 
-int countRegistered(const ZELPrivilegedOperationSet& set) {
-  int count = 0;
-  set.enumerateRightDefinitionsUsingBlock(
-      [&](const std::optional<std::string>& rightName, const Value&, const std::string&) {
-        count += AuthorizationRightGet(rightName->c_str(), nullptr) == errAuthorizationSuccess;
-      });
-  return count;
-}
-
 // The set's own functions report failures to the standard log alone, so the result is looked at.
-ExitStatus change(const ZELPrivilegedOperationSet& set, bool isRegistering) {
-  AuthorizationRef authorization = nullptr;
-  if (AuthorizationCreate(nullptr, nullptr, kAuthorizationFlagDefaults, &authorization) !=
-      errAuthorizationSuccess) {
+ExitStatus change(bool isRegistering) {
+  if (isRegistering ? cli::registerRights() : cli::removeRights()) {
     std::fputs("com.corvane.rights-vnt: no authorization could be made.\n", stderr);
     return Failed;
   }
-  if (isRegistering) {
-    set.setAuthorizationRightsForImplementedOperationsUsingAuthorization(authorization);
-  } else {
-    set.removeAuthorizationRightsForImplementedOperationsUsingAuthorization(authorization);
-  }
-  AuthorizationFree(authorization, kAuthorizationFlagDefaults);
-  const int wanted = isRegistering ? static_cast<int>(set.implementedOperations()->size()) : 0;
-  return countRegistered(set) == wanted ? Done : Failed;
+  const cli::Rights rights = cli::examineRights();
+  const bool isDone =
+      isRegistering ? rights.missing.empty() && rights.unknown.empty() : rights.registered.empty();
+  return isDone ? Done : Failed;
 }
 
 // A line a right: name, rule and sentence, separated by tabulators; "-" for one that is missing.
@@ -63,7 +49,7 @@ ExitStatus list(const ZELPrivilegedOperationSet& set) {
 int main(int argc, char* argv[]) {
   const std::string_view command = argc == 2 ? argv[1] : "";
   const auto& set = ZELPrivilegedOperationSetVNT::privilegedOperationSet();
-  if (command == "register" || command == "remove") return change(set, command == "register");
+  if (command == "register" || command == "remove") return change(command == "register");
   if (command == "list") return list(set);
   std::fputs("usage: com.corvane.rights-vnt register|remove|list\n", stderr);
   return Usage;

@@ -3,9 +3,11 @@
 #include <algorithm>
 #include <cstdio>
 #include <string>
+#include <utility>
 
 #include "client/cli/Advice.h"
 #include "foundation/POSIXError.h"
+#include "foundation/Unicode.h"
 #include "platform/Authorization.h"
 
 namespace corvane::cli {
@@ -93,15 +95,12 @@ Json toJson(const Value& value) {
 
 std::string printable(std::string_view text, std::string_view kept) {
   std::string shown;
-  unsigned char previous = 0;
+  char previous = 0;
   for (const char character : text) {
-    const auto byte = static_cast<unsigned char>(character);
-    // U+0080 to U+009F are control characters too, two bytes long in UTF-8.
-    const bool isSecond = previous == 0xc2 && byte >= 0x80 && byte <= 0x9f;
-    if (isSecond) shown.pop_back();
-    const bool isControl = byte < 0x20 || byte == 0x7f || isSecond;
+    const bool isControl = endsControlCharacter(std::exchange(previous, character), character);
+    // Its first byte, if it has two, looked like another character's.
+    if (isControl && static_cast<unsigned char>(character) >= 0x80) shown.pop_back();
     shown += isControl && kept.find(character) == std::string_view::npos ? '?' : character;
-    previous = byte;
   }
   return shown;
 }

@@ -14,8 +14,7 @@ namespace corvane {
 /// `ay` data; `a{sv}` a dictionary; every other array an array; `(sxa{sv})` an error. Anything
 /// else is -EBADMSG, and so are containers nested deeper than 32 and dictionaries with a key twice;
 /// more than 16384 values without at least 8 bytes of text or data of their own are -E2BIG. All
-/// functions return 0 or more on success and a
-/// negative errno on failure.
+/// functions return 0 or more on success and a negative errno on failure.
 
 /// The next element of the message, of type `av`.
 int readArray(sd_bus_message* message, Array& array);

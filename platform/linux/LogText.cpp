@@ -3,8 +3,11 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
+#include <utility>
 
 #include <unistd.h>
+
+#include "foundation/Unicode.h"
 
 namespace corvane {
 
@@ -24,16 +27,12 @@ std::string singleLine(std::string_view text) {
   static constexpr std::string_view digits = "0123456789abcdef";
   std::string line;
   line.reserve(text.size());
-  unsigned char previous = 0;
+  char previous = 0;
   for (const char character : text) {
-    const auto byte = static_cast<unsigned char>(character);
-    // U+0080 to U+009F are control characters too, two bytes long in UTF-8.
-    const bool isControl =
-        byte < 0x20 || byte == 0x7f || (previous == 0xc2 && byte >= 0x80 && byte <= 0x9f);
-    previous = byte;
-    if (!isControl) {
+    if (!endsControlCharacter(std::exchange(previous, character), character)) {
       line += character;
     } else {
+      const auto byte = static_cast<unsigned char>(character);
       line += "\\x";
       line += digits[byte >> 4];
       line += digits[byte & 0xf];

@@ -99,31 +99,35 @@ class FeedbackTest(DaemonTest):
                           executed("delete-fileobjects", "disabled"),
                           completed("delete-fileobjects", 0))
 
-    def test_a_slow_receiver_gets_everything_and_the_reply_comes_a_quarter_second_later(self):
+    def start_slow_deletion(self):
+        """A receiver that has got the first message, and the peer that waits for the reply."""
         slow = SlowFeedback()
         caller = RawPeer(self.daemon.connect()).handshake()
-        count = slow.COUNT
-        slow.request(caller, self.form(), ["0", "0"] + [f"{self.folder}/none"] * count)
+        slow.request(caller, self.form(), ["0", "0"] + [f"{self.folder}/none"] * slow.COUNT)
         slow.wait_for_opening()
+        return slow, caller
+
+    def assertGotEverything(self, slow):
+        count = slow.COUNT
+        self.assertEqual([body["ProgressFraction"] for body in slow.bodies[:-1]],
+                         [number / count for number in range(count + 1)] + [1.0])
+
+    def test_a_slow_receiver_gets_everything_and_the_reply_comes_a_quarter_second_later(self):
+        slow, caller = self.start_slow_deletion()
         # The final message is still to be sent.
         before_final = time.monotonic()
         slow.drain()
         self.assertEqual(caller.receive().get_body().unpack()[0][0][1], 2)
         self.assertGreaterEqual(time.monotonic() - before_final, PAUSE)
         self.assertGreater(slow.size, slow.LEAST_SIZE)
-        self.assertEqual([body["ProgressFraction"] for body in slow.bodies[:-1]],
-                         [number / count for number in range(count + 1)] + [1.0])
+        self.assertGotEverything(slow)
         # The connection was closed before the reply came.
         slow.peer.socket.setblocking(False)
         self.assertEqual(slow.peer.socket.recv(1), b"")
 
     def test_a_receiver_that_is_slow_for_longer_than_a_stuck_one_is_waited_for_gets_everything(self):
         """It takes as long."""
-        slow = SlowFeedback()
-        caller = RawPeer(self.daemon.connect()).handshake()
-        count = slow.COUNT
-        slow.request(caller, self.form(), ["0", "0"] + [f"{self.folder}/none"] * count)
-        slow.wait_for_opening()
+        slow, caller = self.start_slow_deletion()
         end = time.monotonic() + STALL_TIMEOUT + 2
         while time.monotonic() < end:
             for _ in range(32):
@@ -132,8 +136,7 @@ class FeedbackTest(DaemonTest):
             time.sleep(1)
         slow.drain()
         self.assertEqual(caller.receive().get_body().unpack()[0][0][1], 2)
-        self.assertEqual([body["ProgressFraction"] for body in slow.bodies[:-1]],
-                         [number / count for number in range(count + 1)] + [1.0])
+        self.assertGotEverything(slow)
 
     def test_requests_keep_their_feedback_apart(self):
         servers = [FeedbackServer() for _ in range(4)]
