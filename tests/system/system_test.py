@@ -58,9 +58,16 @@ class Scenario:
         self.run(f"echo contents > {path} && chattr +i {path}")
         return path
 
-    def request_that_waits_for_a_password(self, path, is_login=True):
-        """A request in progress: an ordinary user is asked for the administrator's password."""
-        terminal = self.machine.terminal(f"{CLIENT} delete {path}", "alice", is_login)
+    def protected_tree(self, path="/srv/tree"):
+        """A folder in a folder, with what a deletion may meet in it. Both folders are immutable."""
+        self.run(f"mkdir -p {path}/inner && cd {path}/inner && echo contents > file && "
+                 "mkfifo fifo && mknod device c 1 3 && ln -s file link && "
+                 f"chattr +i {path}/inner/file && chattr +i {path}/inner {path}")
+        return path
+
+    def request_that_waits_for_a_password(self, what, is_login=True):
+        """A deletion in progress: an ordinary user is asked for the administrator's password."""
+        terminal = self.machine.terminal(f"{CLIENT} delete {what}", "alice", is_login)
         terminal.expect("Password: ")
         # The agent shows its prompt, then drops what has been typed and no longer echoes.
         self.machine.wait_until(
@@ -141,6 +148,13 @@ class Scenario:
             assert "Vantor" in terminal.seen, terminal.seen
             self.answer(terminal)
             self.run(f"test ! -e {path}")
+
+    def a_protected_tree_is_deleted(self):
+        path = self.protected_tree()
+        self.client(f"delete -r {path}")
+        self.run(f"test ! -e {path}")
+        self.answer(self.request_that_waits_for_a_password(f"-r {self.protected_tree()}"))
+        self.run(f"test ! -e {path}")
 
     def root_runs_a_utility(self):
         listed = self.client(f"execute launchctl list {LABEL}").stdout
