@@ -184,6 +184,23 @@ class Scenario:
                            "'kCFPreferencesCurrentHost' were not written: There is no such domain."
                            ], reasons
 
+    def the_line_about_the_shutdown_is_in_the_journal(self):
+        drop_in = f"/run/systemd/system/{LABEL}.service.d"
+        self.run(f"mkdir -p {drop_in} && "
+                 f"printf '[Service]\nUser=nobody\nRestart=no\n' > {drop_in}/user.conf && "
+                 "systemctl daemon-reload")
+        mark = int(time.time()) - 1
+        self.run(f"systemctl start {LABEL}.service", check=False)
+        self.machine.wait_until(f"systemctl is-failed {LABEL}.service", "the helper has ended")
+        self.run("journalctl --sync")
+        entries = [(entry["PRIORITY"], entry["MESSAGE"]) for entry in self.journal(mark)]
+        assert entries == [("3", "This program needs root privileges."),
+                           ("6", "Privileged helper is shutting down.")], entries
+        told = self.run(f"journalctl -o cat _PID=1 UNIT={LABEL}.service --since=@{mark}").stdout
+        assert f"Started {LABEL}.service" in told, told
+        self.run(f"rm -r {drop_in} && systemctl daemon-reload && "
+                 f"systemctl reset-failed {LABEL}.service")
+
     def clients_that_come_and_go_see_no_helper_end(self):
         shutil.copy(f"{self.programs}/daemon/hammer", self.machine.path("/usr/local/bin/hammer"))
         self.run(f"hammer /run/{LABEL}/socket /run/com.corvane.authorization/socket 12 10", "alice")
