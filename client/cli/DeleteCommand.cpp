@@ -28,13 +28,19 @@ std::string quoted(const std::string& path) {
   return "'" + path + "'";
 }
 
-// What the line about a failure is about: what is left of the paths, or all if nothing is.
-std::vector<std::string> namedInFailure(const std::vector<std::string>& paths) {
+// Those of the paths where something is, or may be: this user does not see everything.
+std::vector<std::string> leftOf(const std::vector<std::string>& paths) {
   std::vector<std::string> left;
   for (const std::string& path : paths) {
     std::error_code error;
     if (fs::symlink_status(path, error).type() != fs::file_type::not_found) left.push_back(path);
   }
+  return left;
+}
+
+// What the line about a failure is about: what is left of the paths, or all if nothing is.
+std::vector<std::string> namedInFailure(const std::vector<std::string>& paths) {
+  std::vector<std::string> left = leftOf(paths);
   return left.empty() ? paths : left;
 }
 
@@ -75,13 +81,19 @@ int deleteObjects(const Context& context, const std::vector<std::string>& paths,
 
     // The recursive deletion takes immutability off, but not this; the single one does, be it that
     // a folder then stays because it is not empty. What this user cannot see, the helper finds in
-    // its way again.
-    if (recursive && mayBeAppendOnly(outcome) && (wasAuthorized || context.isWithoutFeedback)) {
-      const std::vector<std::string> inTheWay = appendOnlyObjects(absolute);
-      if (!inTheWay.empty()) {
-        client.deleteFileObjects(inTheWay, false, false, feedback);
-        outcome = client.deleteFileObjects(absolute, recursive, stopOnFirstError, feedback);
-      }
+    // its way again. A deletion that stops has done so at the first object that is left: what is
+    // behind that is not touched before the helper gets there.
+    std::vector<std::string> left = absolute;
+    std::string obstacle;
+    while (recursive && mayBeAppendOnly(outcome) && (wasAuthorized || context.isWithoutFeedback)) {
+      left = leftOf(left);
+      if (left.empty() || left.front() == obstacle) break;
+      const std::vector<std::string> inTheWay =
+          appendOnlyObjects(stopOnFirstError ? std::vector{left.front()} : left);
+      if (inTheWay.empty()) break;
+      obstacle = left.front();
+      client.deleteFileObjects(inTheWay, false, false, feedback);
+      outcome = client.deleteFileObjects(left, recursive, stopOnFirstError, feedback);
     }
   }
   const std::vector<std::string> named = namedInFailure(absolute);
