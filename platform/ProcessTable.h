@@ -20,9 +20,14 @@ struct ProcessRecord {
   std::uint32_t effectiveUserID;
 };
 
-/// The processes of the system, read afresh, in the table's order; nothing if the table cannot be
-/// read. A process that ends while the table is read may be in it or not.
+/// The running processes of the system, read afresh, in the table's order; nothing if the table
+/// cannot be read, or not wholly. A process that ends while the table is read may be in it or not;
+/// one that has ended and that nobody has collected yet is not.
 std::optional<std::vector<ProcessRecord>> readProcessTable();
+
+/// Whether it is certain that no process of this number runs: there is none, or it has ended and
+/// only waits to be collected. False where that cannot be told, as when descriptors have run out.
+bool hasProcessEnded(std::int32_t pid);
 
 }  // namespace corvane
 

@@ -5,6 +5,7 @@
 #include "operations/ObjectLocation.h"
 #include "operations/SingleRemoval.h"
 #include "platform/Authorization.h"
+#include "platform/ProcessTable.h"
 #include "privilegedhelper-vnt/ZELPrivilegedHelper.h"
 #include "process/NSProcessInfoZELAdditions.h"
 #include "process/ZELTaskExecutor.h"
@@ -79,11 +80,13 @@ std::optional<Error> ZELPrivilegedHelper::performUninstallForClientWithPID(
   }
   others.erase(pid);
   for (const std::int32_t other : others) {
+    if (hasProcessEnded(other)) continue;
     const auto name = processNameForProcessID(other, nullptr);
-    if (!name) continue;
+    // It may have ended by now; a name that cannot be had does not say so.
+    if (!name && hasProcessEnded(other)) continue;
     log("Uninstall request from PID %d was rejected because client '%s' with PID %d is still "
         "working with us.",
-        pid, name->c_str(), other);
+        pid, name.value_or("?").c_str(), other);
     return posixError(POSIXErrorCode::Busy);
   }
 

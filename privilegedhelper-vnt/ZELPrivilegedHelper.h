@@ -2,6 +2,7 @@
 #define CORVANE_PRIVILEGEDHELPER_VNT_ZELPRIVILEGEDHELPER_H
 
 #include <atomic>
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <mutex>
@@ -91,6 +92,11 @@ class ZELPrivilegedHelper : public XPCListenerDelegate, public ZELPrivilegedHelp
   void logAt(int priority, const char* format, ...) const __attribute__((format(printf, 3, 4)));
   void log(const char* format, ...) const __attribute__((format(printf, 2, 3)));
 
+  /// Drops the clients that have ended, once there are `_clientsToLookAt` of them: nothing waits
+  /// for these, and the numbers, which are whatever clients send, must not take up memory without
+  /// bounds. As the set has to double before it is done again, it costs each registration little.
+  void dropEndedClients();
+
   /// One request on its way through the dispatcher.
   struct Request;
   std::optional<Error> checkArguments(const Request& request) const;
@@ -105,7 +111,11 @@ class ZELPrivilegedHelper : public XPCListenerDelegate, public ZELPrivilegedHelp
   aslmsg _aslMessage = nullptr;
   std::atomic<int> _logLevel = LogPriorityDebug;
   std::unique_ptr<XPCListener> _listener;
+  /// Far more than there are programs that use the daemon.
+  static constexpr std::size_t clientsToLookAtFirst = 4096;
+
   ClientSet _clientSet;
+  std::size_t _clientsToLookAt = clientsToLookAtFirst;  ///< under the lock of the set
   std::mutex _clientSetLock;
   ZELPrivilegedOperationSet* _operationSet = nullptr;
 };

@@ -1,7 +1,9 @@
 #include "platform/ProcessTable.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <charconv>
+#include <csignal>
 #include <cstdio>
 #include <memory>
 #include <string_view>
@@ -64,21 +66,51 @@ std::string completedName(const FileDescriptor& process, std::string name) {
   return name;
 }
 
-std::optional<std::uint32_t> effectiveUserID(const FileDescriptor& process) {
-  const auto status = beginningOfFile(process, "status", 4096);
-  if (!status) return std::nullopt;
+// The beginning of what "status" of the process says, its user, state and thread group included.
+std::optional<std::string> statusOfProcess(const FileDescriptor& process) {
+  return beginningOfFile(process, "status", 4096);
+}
+
+// What stands after `key` in the process's status; empty if it is not there.
+std::string_view valueInStatus(std::string_view status, std::string_view key) {
   // The name in the first line has its line feeds escaped, so this is the beginning of a line.
-  const auto line = status->find("\nUid:\t");
+  const auto line = status.find("\n" + std::string(key) + ":\t");
+  return line == std::string_view::npos ? "" : status.substr(line + key.size() + 3);
+}
+
+std::optional<std::uint32_t> effectiveUserID(const std::string& status) {
   std::uint32_t real = 0;
   std::uint32_t effective = 0;
-  if (line == std::string::npos ||
-      std::sscanf(status->c_str() + line, "\nUid:\t%u\t%u", &real, &effective) != 2) {
-    return std::nullopt;
-  }
+  const std::string users(valueInStatus(status, "Uid"));
+  if (std::sscanf(users.c_str(), "%u\t%u", &real, &effective) != 2) return std::nullopt;
   return effective;
 }
 
-std::optional<ProcessRecord> recordOfProcess(int processes, const char* directory) {
+// The first thread of a process may end before the others: then only their number tells.
+bool hasOtherThreads(const FileDescriptor& process) {
+  const std::string stat = beginningOfFile(process, "stat", 4096).value_or("");
+  const auto endOfName = stat.rfind(')');
+  if (endOfName == std::string::npos) return true;
+  long threads = 0;
+  // The state is the third field, the number of threads the twentieth.
+  std::sscanf(stat.c_str() + endOfName + 1,
+              " %*c %*s %*s %*s %*s %*s %*s %*s %*s %*s %*s %*s %*s %*s %*s %*s %*s %ld", &threads);
+  return threads > 1;
+}
+
+// Whether the process only waits for its parent to collect it.
+bool waitsToBeCollected(const FileDescriptor& process, const std::string& status) {
+  const std::string_view state = valueInStatus(status, "State");
+  return (state.starts_with('Z') || state.starts_with('X')) && !hasOtherThreads(process);
+}
+
+// Whether a process of which something could not be read is gone, or hidden from this one.
+bool isGone(int error) {
+  return error == ENOENT || error == ESRCH || error == EACCES || error == EPERM;
+}
+
+// Nothing for what is no running process; `isKnown` becomes false where that cannot be told.
+std::optional<ProcessRecord> recordOfProcess(int processes, const char* directory, bool& isKnown) {
   const std::string_view digits = directory;
   std::int32_t pid = 0;
   const auto parsed = std::from_chars(digits.data(), digits.data() + digits.size(), pid);
@@ -86,10 +118,14 @@ std::optional<ProcessRecord> recordOfProcess(int processes, const char* director
 
   // Everything is read through the one descriptor: it never comes to mean another process.
   const FileDescriptor process(openat(processes, directory, O_PATH | O_DIRECTORY | O_CLOEXEC));
-  if (!process) return std::nullopt;
-  auto name = beginningOfFile(process, "comm", 256);
-  const auto userID = effectiveUserID(process);
-  if (!name || !userID) return std::nullopt;
+  auto name = process ? beginningOfFile(process, "comm", 256) : std::nullopt;
+  const auto status = name ? statusOfProcess(process) : std::nullopt;
+  if (!status) {
+    isKnown = isGone(errno);
+    return std::nullopt;
+  }
+  const auto userID = effectiveUserID(*status);
+  if (!userID || waitsToBeCollected(process, *status)) return std::nullopt;
   if (name->ends_with('\n')) name->pop_back();
   return ProcessRecord{pid, completedName(process, *std::move(name)), *userID};
 }
@@ -100,11 +136,24 @@ std::optional<std::vector<ProcessRecord>> readProcessTable() {
   const std::unique_ptr<DIR, int (*)(DIR*)> processes(opendir("/proc"), closedir);
   if (!processes) return std::nullopt;
   std::vector<ProcessRecord> records;
+  bool isKnown = true;
   while (const dirent* entry = readdir(processes.get())) {
-    auto record = recordOfProcess(dirfd(processes.get()), entry->d_name);
+    auto record = recordOfProcess(dirfd(processes.get()), entry->d_name, isKnown);
+    if (!isKnown) return std::nullopt;
     if (record) records.push_back(*std::move(record));
   }
   return records;
+}
+
+bool hasProcessEnded(std::int32_t pid) {
+  if (pid <= 0 || (kill(pid, 0) != 0 && errno == ESRCH)) return true;
+  const std::string path = "/proc/" + std::to_string(pid);
+  const FileDescriptor process(open(path.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+  const auto status = process ? statusOfProcess(process) : std::nullopt;
+  if (!status) return false;
+  // The number of a thread that is not its process's first is the number of no process.
+  const bool isProcess = valueInStatus(*status, "Tgid").starts_with(std::to_string(pid) + "\n");
+  return !isProcess || waitsToBeCollected(process, *status);
 }
 
 }  // namespace corvane

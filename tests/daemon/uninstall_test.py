@@ -111,6 +111,13 @@ class SuccessfulUninstallTest(UninstallTest):
         self.client.register(ended.pid)
         self.assertUninstalls(self.log.mark())
 
+    def test_a_client_that_has_ended_and_was_not_collected_is_not_in_the_way(self):
+        ended = subprocess.Popen(["true"])
+        self.addCleanup(ended.wait)
+        os.waitid(os.P_PID, ended.pid, os.WEXITED | os.WNOWAIT)
+        self.client.register(ended.pid)
+        self.assertUninstalls(self.log.mark())
+
     def test_registrations_wait_from_the_point_of_no_return_on(self):
         self.make("waits")
         outcomes = []

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 #include <sched.h>
 #include <sys/mount.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 
 #include "foundation/POSIXError.h"
@@ -126,6 +127,19 @@ TEST_F(SelfUninstallTest, AnEmptyPathStopsTheUninstallBeforeAnythingElse) {
             posixError(POSIXErrorCode::Invalid));
   EXPECT_TRUE(exists(file));
   EXPECT_TRUE(SystemLogStandIn::messages.empty());
+}
+
+TEST_F(SelfUninstallTest, AClientOfWhichNobodyCanSayThatItHasEndedIsInTheWay) {
+  const std::string file = folder.makeFile("file");
+  helper->clientSet() = {1, 5000000};
+  rlimit before{};
+  ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &before), 0);
+  const rlimit none{0, before.rlim_max};
+  ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &none), 0);
+  const auto error = helper->performUninstallForClientWithPID(5000001, file, file);
+  ::setrlimit(RLIMIT_NOFILE, &before);
+  EXPECT_EQ(error, posixError(POSIXErrorCode::Busy));
+  EXPECT_TRUE(exists(file));
 }
 
 TEST_F(SelfUninstallTest, WithoutAnAuthorizationNothingIsDeleted) {

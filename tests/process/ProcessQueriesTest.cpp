@@ -10,11 +10,14 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/prctl.h>
+#include <sys/resource.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include "platform/ProcessTable.h"
 #include "process/NSProcessInfoZELAdditions.h"
+#include "tests/support/Files.h"
 #include "tests/support/TemporaryFolder.h"
 
 namespace corvane {
@@ -164,6 +167,110 @@ TEST(ProcessQueriesTest, UnknownIdentifierLeavesTheUserUntouched) {
   std::uint32_t user = 12345;
   EXPECT_EQ(processNameForProcessID(0x7fffffff, &user), std::nullopt);
   EXPECT_EQ(user, 12345U);
+}
+
+// A child that has ended and waits to be collected, until the end of the scope.
+class UncollectedChild {
+ public:
+  UncollectedChild() : _pid(fork()) {
+    if (_pid == 0) _exit(0);
+    siginfo_t info;
+    waitid(P_PID, static_cast<id_t>(_pid), &info, WEXITED | WNOWAIT);
+  }
+  UncollectedChild(const UncollectedChild&) = delete;
+  UncollectedChild& operator=(const UncollectedChild&) = delete;
+  ~UncollectedChild() { waitpid(_pid, nullptr, 0); }
+  pid_t pid() const { return _pid; }
+
+ private:
+  pid_t _pid;
+};
+
+// A child whose first thread has ended while another one runs, until the end of the scope.
+class ChildWithoutFirstThread {
+ public:
+  ChildWithoutFirstThread() : _pid(fork()) {
+    if (_pid != 0) return;
+    std::thread([] {
+      for (;;) pause();
+    }).detach();
+    syscall(SYS_exit, 0);
+  }
+  ChildWithoutFirstThread(const ChildWithoutFirstThread&) = delete;
+  ChildWithoutFirstThread& operator=(const ChildWithoutFirstThread&) = delete;
+  ~ChildWithoutFirstThread() {
+    kill(_pid, SIGKILL);
+    waitpid(_pid, nullptr, 0);
+  }
+  pid_t pid() const { return _pid; }
+  void waitForEndOfFirstThread() const {
+    for (;;) {
+      const std::string stat = contentOf("/proc/" + std::to_string(_pid) + "/stat");
+      if (stat.find(") Z ") != std::string::npos) return;
+      usleep(1000);
+    }
+  }
+
+ private:
+  pid_t _pid;
+};
+
+// No descriptor can be had until the end of the scope.
+class DescriptorsUsedUp {
+ public:
+  DescriptorsUsedUp() {
+    getrlimit(RLIMIT_NOFILE, &_before);
+    const rlimit none{0, _before.rlim_max};
+    setrlimit(RLIMIT_NOFILE, &none);
+  }
+  DescriptorsUsedUp(const DescriptorsUsedUp&) = delete;
+  DescriptorsUsedUp& operator=(const DescriptorsUsedUp&) = delete;
+  ~DescriptorsUsedUp() { setrlimit(RLIMIT_NOFILE, &_before); }
+
+ private:
+  rlimit _before{};
+};
+
+TEST(ProcessTableTest, AProcessThatWaitsToBeCollectedHasEnded) {
+  const UncollectedChild child;
+  ASSERT_EQ(kill(child.pid(), 0), 0);
+  EXPECT_TRUE(hasProcessEnded(child.pid()));
+  EXPECT_EQ(processNameForProcessID(child.pid(), nullptr), std::nullopt);
+}
+
+TEST(ProcessTableTest, AProcessWhoseFirstThreadHasEndedStillRuns) {
+  const ChildWithoutFirstThread child;
+  child.waitForEndOfFirstThread();
+  EXPECT_FALSE(hasProcessEnded(child.pid()));
+  EXPECT_TRUE(processNameForProcessID(child.pid(), nullptr));
+}
+
+TEST(ProcessTableTest, WhatRunsHasNotEndedAndNumbersOfNoProcessHave) {
+  EXPECT_FALSE(hasProcessEnded(getpid()));
+  for (const std::int32_t pid : {0, -1, -getpid(), 0x7fffffff}) {
+    EXPECT_TRUE(hasProcessEnded(pid)) << pid;
+  }
+  std::thread([] { EXPECT_TRUE(hasProcessEnded(gettid())); }).join();
+}
+
+TEST(ProcessTableTest, WithoutDescriptorsNobodyHasEndedWhoMayRun) {
+  const DescriptorsUsedUp none;
+  EXPECT_FALSE(hasProcessEnded(getpid()));
+  EXPECT_TRUE(hasProcessEnded(0x7fffffff));
+  EXPECT_EQ(readProcessTable(), std::nullopt);
+}
+
+TEST(ProcessTableTest, ATableThatCannotBeReadToItsEndIsNone) {
+  // Descriptors for the table itself, for the folder of a process, and none for what is in there.
+  const int next = dup(STDIN_FILENO);
+  close(next);
+  rlimit before{};
+  getrlimit(RLIMIT_NOFILE, &before);
+  const rlimit few{static_cast<rlim_t>(next) + 2, before.rlim_max};
+  setrlimit(RLIMIT_NOFILE, &few);
+  const auto records = readProcessTable();
+  setrlimit(RLIMIT_NOFILE, &before);
+  EXPECT_FALSE(records);
 }
 
 TEST(ProcessTableTest, SurvivesProcessesThatComeAndGo) {
