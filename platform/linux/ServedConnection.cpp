@@ -140,7 +140,9 @@ struct ServedConnection::Handlers {
     if (result < 0) return result;
     OneWayMessage oneWay(message);
     const auto registering = connection._arrivals->registering();
-    connection._object->registerClientWithPID(pid);
+    if (connection._registrations->add(connection._peer.uid, pid)) {
+      connection._object->registerClientWithPID(pid);
+    }
     oneWay.acknowledge();
     return 1;
   }
@@ -153,7 +155,9 @@ struct ServedConnection::Handlers {
     // Who comes only to leave is not waited for.
     connection._arrival.reset();
     const Arrivals::Leaving leaving(*connection._arrivals);
-    connection._object->unregisterClientWithPID(pid);
+    if (connection._registrations->remove(connection._peer.uid, pid)) {
+      connection._object->unregisterClientWithPID(pid);
+    }
     oneWay.acknowledge();
     return 1;
   }
@@ -207,13 +211,15 @@ struct ServedConnection::Handlers {
 
 ServedConnection::ServedConnection(FileDescriptor socket, const std::optional<Peer>& peer,
                                    std::shared_ptr<PeerLimits> limits,
-                                   std::shared_ptr<Arrivals> arrivals)
+                                   std::shared_ptr<Arrivals> arrivals,
+                                   std::shared_ptr<Registrations> registrations)
     : _socket(std::move(socket)),
       _process(peer ? std::nullopt : connectedProcess(_socket.get())),
       _peer(peer ? *peer : peerOfSocket(_socket.get())),
       _share(std::move(limits), _peer.uid),
       _isWithinLimits(_share.takeConnection()),
-      _arrivals(std::move(arrivals)) {
+      _arrivals(std::move(arrivals)),
+      _registrations(std::move(registrations)) {
   _peer.connection = _socket.get();
   _peer.process = _process ? &*_process : nullptr;
 }

@@ -12,6 +12,7 @@
 #include "platform/linux/Arrivals.h"
 #include "platform/linux/CurrentPeer.h"
 #include "platform/linux/PeerLimits.h"
+#include "platform/linux/Registrations.h"
 #include "platform/linux/authorization/ProcessIdentity.h"
 
 namespace corvane {
@@ -22,7 +23,8 @@ class ServedConnection : public XPCIncomingConnection {
  public:
   /// `peer` is who connected `socket`; absent, the kernel says who it is.
   ServedConnection(FileDescriptor socket, const std::optional<Peer>& peer,
-                   std::shared_ptr<PeerLimits> limits, std::shared_ptr<Arrivals> arrivals);
+                   std::shared_ptr<PeerLimits> limits, std::shared_ptr<Arrivals> arrivals,
+                   std::shared_ptr<Registrations> registrations);
 
   /// False if the peer's user already has as many connections as it may have.
   bool isWithinLimits() const { return _isWithinLimits; }
@@ -49,6 +51,7 @@ class ServedConnection : public XPCIncomingConnection {
   bool _isResumed = false;
   std::shared_ptr<Arrivals> _arrivals;
   std::optional<Arrivals::Arrival> _arrival;
+  std::shared_ptr<Registrations> _registrations;
   std::string _interface;
   ZELPrivilegedHelperProtocol* _object = nullptr;
   /// Set by an exception that nobody caught: its request stays unanswered.

@@ -20,6 +20,7 @@
 #include "platform/linux/CurrentPeer.h"
 #include "platform/linux/EndpointTransport.h"
 #include "platform/linux/PeerLimits.h"
+#include "platform/linux/Registrations.h"
 #include "platform/linux/ServedConnection.h"
 
 namespace corvane {
@@ -157,8 +158,8 @@ class LinuxListener : public XPCListener {
   // takes it. What goes wrong with one connection ends that one alone.
   void offer(FileDescriptor socket, const std::optional<Peer>& peer, bool isArriving) {
     reportingExceptions([&] {
-      auto connection =
-          std::make_unique<ServedConnection>(std::move(socket), peer, _limits, _arrivals);
+      auto connection = std::make_unique<ServedConnection>(std::move(socket), peer, _limits,
+                                                           _arrivals, _registrations);
       if (!connection->isWithinLimits() || _delegate == nullptr ||
           !_delegate->listenerShouldAcceptNewConnection(this, connection.get()) ||
           !connection->isResumed()) {
@@ -177,6 +178,7 @@ class LinuxListener : public XPCListener {
   FileDescriptor _wake{::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)};
   std::shared_ptr<PeerLimits> _limits = std::make_shared<PeerLimits>();
   std::shared_ptr<Arrivals> _arrivals = std::make_shared<Arrivals>();
+  std::shared_ptr<Registrations> _registrations = std::make_shared<Registrations>();
 };
 
 }  // namespace

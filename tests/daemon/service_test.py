@@ -1,5 +1,7 @@
 """The small requests of the service: version, endpoints, the registry of clients, debug mode."""
 
+import os
+import subprocess
 import threading
 
 from gi.repository import Gio, GLib
@@ -7,7 +9,7 @@ from gi.repository import Gio, GLib
 from bus import (DELETE_FILEOBJECTS, HELPER_INTERFACE, HELPER_PATH, NOP, Client, RawPeer, data,
                  message, request_body)
 from slow_feedback import SlowFeedback
-from support import DEBUG, ERROR, NOTICE, DaemonTest, main
+from support import DEBUG, ERROR, NOTICE, DaemonTest, logged, main
 
 
 def beginning(pid, level=DEBUG):
@@ -67,7 +69,7 @@ class RegistryTest(DaemonTest):
 
     def test_all_connections_share_the_registry(self):
         self.client.register(100)
-        other = Client(self.user().connect(self.daemon.socket_path))
+        other = Client(self.daemon.connect())
         other.register(200)
         other.unregister(100)
         self.assertLogged(self.mark, beginning(100), beginning(200), finishing(100), remaining(1))
@@ -113,6 +115,148 @@ class RegistryTest(DaemonTest):
         self.assertEndsWith(0)
         self.assertRaises((EOFError, ConnectionResetError), busy.receive)
         self.assertNotIn("was completed", "\n".join(self.log.after(0)))
+
+
+class RegistryOfUsersTest(DaemonTest):
+    """What users may do to what others registered."""
+
+    def setUp(self):
+        super().setUp()
+        self.root = Client(self.daemon.connect())
+        self.users = [self.client_of(uid) for uid in (65532, 65533)]
+        self.mark = self.log.mark()
+
+    def client_of(self, uid):
+        return Client(self.user(uid).connect(self.daemon.socket_path))
+
+    def ignored(self, uid, pid):
+        return (f"User {uid} asked to unregister client {pid}, which only other users "
+                "registered. This and what follows of the kind from this user is ignored.")
+
+    def assertLines(self, *lines):
+        expected = [line if isinstance(line, str) else logged(*line) for line in lines]
+        self.log.wait_for(lambda line: line == expected[-1], self.mark)
+        self.assertEqual(self.log.after(self.mark), expected)
+
+    def test_edge_cases_hold_for_one_ordinary_user(self):
+        one = self.users[0]
+        one.register(100)
+        one.register(100)
+        one.register(200)
+        one.unregister(100)
+        one.unregister(300)
+        self.assertLogged(self.mark, beginning(100), beginning(100), beginning(200), finishing(100),
+                          remaining(1), finishing(300), remaining(1))
+        one.unregister(200)
+        self.assertEndsWith(0)
+
+    def test_an_unknown_number_of_a_user_ends_the_helper_without_clients(self):
+        self.assertEqual(self.users[0].unregister(300), ())
+        self.assertEndsWith(0)
+        self.assertLogged(self.mark, finishing(300), remaining(0), TERMINATING)
+
+    def test_who_unregisters_what_only_others_registered_is_acknowledged_and_ignored(self):
+        one, other = self.users
+        one.register(100)
+        self.root.register(200)
+        for _ in range(3):
+            self.assertEqual(other.unregister(100), ())
+            self.assertEqual(other.unregister(200), ())
+        one.unregister(100)
+        self.assertLines(beginning(100), beginning(200), self.ignored(65533, 100), finishing(100),
+                         remaining(1))
+
+    def test_a_number_of_others_that_one_registers_oneself_cannot_be_taken_out_either(self):
+        one, other = self.users
+        one.register(100)
+        other.register(100)
+        other.unregister(100)
+        self.assertEqual(one.version(), "1.3")
+        one.unregister(100)
+        self.assertEndsWith(0)
+        self.assertLogged(self.mark, beginning(100), beginning(100), finishing(100), remaining(0),
+                          TERMINATING)
+
+    def test_a_number_is_forgotten_with_its_registration(self):
+        one, other = self.users
+        self.root.register(1)
+        one.register(100)
+        one.unregister(100)
+        other.unregister(100)
+        self.assertLogged(self.mark, beginning(1), beginning(100), finishing(100), remaining(1),
+                          finishing(100), remaining(1))
+
+    def test_root_unregisters_whatever_there_is(self):
+        for client in self.users:
+            client.register(100)
+        self.root.unregister(100)
+        self.assertEndsWith(0)
+
+    def test_a_connection_of_an_endpoint_counts_for_its_user(self):
+        one, other = self.users
+        one.register(100)
+        Client(other.endpoint()).unregister(100)
+        Client(one.endpoint()).unregister(100)
+        self.assertEndsWith(0)
+        self.assertLines(beginning(100), self.ignored(65533, 100), finishing(100), remaining(0),
+                         TERMINATING)
+
+    def test_a_user_has_at_most_128_numbers_registered(self):
+        one, other = self.users
+        other.register(100)
+        for pid in range(1000, 1000 + 128):
+            one.register(pid)
+        mark = self.log.mark()
+        self.assertEqual(one.register(2000), ())
+        one.register(1000)  # it is one of them
+        other.register(3000)
+        one.unregister(1000)
+        one.register(2001)
+        self.assertLogged(mark, beginning(1000), beginning(3000), finishing(1000), remaining(129),
+                          beginning(2001))
+
+    def test_root_has_any_number_registered(self):
+        for pid in range(1000, 1000 + 200):
+            self.root.register(pid)
+        self.root.unregister(1)
+        self.assertEqual(self.log.after(self.mark)[-1], logged(*remaining(200)))
+
+
+class CleanUpTest(DaemonTest):
+    """The registry of a helper that most clients left without a word."""
+
+    MANY = 4096
+
+    def setUp(self):
+        super().setUp()
+        self.client = Client(self.daemon.connect())
+
+    def register_many(self, *running):
+        """Those, and numbers of no process until there are as many as start the clean-up."""
+        for pid in (*running, *range(-self.MANY, -len(running))):
+            self.client.send("RegisterClientWithPID", GLib.Variant("(i)", (pid,)))
+        self.assertEqual(self.client.version(), "1.3")
+
+    def assertRemain(self, count):
+        mark = self.log.mark()
+        self.client.unregister(-100000)
+        self.assertLogged(mark, finishing(-100000), remaining(count))
+
+    def test_clients_that_have_ended_make_room_collected_or_not(self):
+        uncollected = subprocess.Popen(["true"])
+        self.addCleanup(uncollected.wait)
+        os.waitid(os.P_PID, uncollected.pid, os.WEXITED | os.WNOWAIT)
+        self.register_many(os.getpid(), uncollected.pid)
+        self.assertRemain(self.MANY)
+        self.client.register(-200000)
+        self.assertRemain(2)
+
+    def test_clients_of_which_it_cannot_be_told_stay(self):
+        self.register_many(os.getpid())
+        self.daemon.use_up_descriptors()
+        self.client.register(-200000)
+        # What no process has needs no look, what one has does.
+        self.assertRemain(2)
 
 
 class ServiceTest(DaemonTest):

@@ -3,6 +3,7 @@
 import contextlib
 import os
 import re
+import resource
 import select
 import shutil
 import socket
@@ -159,6 +160,11 @@ class Daemon:
         """Waits until it has given back what it had taken since it had `holdings`."""
         wait_until(lambda: all(now <= before for now, before in zip(self.holdings(), holdings)),
                    f"the daemon holds {holdings} descriptors and threads again")
+
+    def use_up_descriptors(self):
+        """From now on it gets no more descriptors."""
+        _, hard = resource.prlimit(self.process.pid, resource.RLIMIT_NOFILE)
+        resource.prlimit(self.process.pid, resource.RLIMIT_NOFILE, (3, hard))
 
     def is_sanitized(self):
         with open(f"/proc/{self.process.pid}/maps", encoding="utf-8") as maps:
