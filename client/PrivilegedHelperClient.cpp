@@ -132,6 +132,18 @@ class PrivilegedHelperClient::Session {
     }
   }
 
+  static void leaveHelpersBeforeEnd(std::chrono::milliseconds patience) {
+    // Never given back: who waits for it has nothing more to do in this process.
+    registrations().mutex.lock();
+    for (const auto& [path, count] : registrations().sessions) {
+      if (count == 0) continue;
+      const auto connection = HelperConnection::connect(path, patience);
+      if (failureOf(connection)) continue;
+      std::get<std::unique_ptr<HelperConnection>>(connection)
+          ->unregisterClientWithPID(::getpid(), patience);
+    }
+  }
+
   const std::string& helperSocketPath() const { return _options.helperSocketPath; }
 
   // A helper may end between the connection and the first message, when its last client leaves:
@@ -143,14 +155,14 @@ class PrivilegedHelperClient::Session {
   Answer<std::string> helperVersion() {
     if (const auto failure = connectAndRegister()) return *failure;
     auto version = _connection->getVersionString(_options.patience);
-    if (failureOf(version)) _connection.reset();
+    if (failureOf(version)) dropConnection();
     return version;
   }
 
   std::optional<CommunicationFailure> enableDebugMode(bool flag) {
     if (auto failure = connect()) return failure;
     auto failure = failureOf(_connection->enableDebugMode(flag, _options.patience));
-    if (failure) _connection.reset();
+    if (failure) dropConnection();
     return failure;
   }
 
@@ -191,7 +203,7 @@ class PrivilegedHelperClient::Session {
     const auto answer = _connection->performPrivilegedOperation(
         code, _authorization, std::move(endpoint), all, _options.operationTimeout);
     if (const auto failure = failureOf(answer)) {
-      _connection.reset();
+      dropConnection();
       return {failure, std::nullopt};
     }
     // The helper closes its end before it answers, so what it sent has arrived or is about to.
@@ -207,11 +219,18 @@ class PrivilegedHelperClient::Session {
     return std::nullopt;
   }
 
+  // Where the connection was lost because this process leaves its helpers, this does not return.
+  void dropConnection() {
+    _connection.reset();
+    const std::lock_guard lock(registrations().mutex);
+  }
+
   std::optional<CommunicationFailure> connectAndRegisterOnce() {
     if (_isRegistered && _connection != nullptr) return std::nullopt;
+    // A process that leaves its helpers does so before this connection, or after its registration.
+    const std::lock_guard lock(registrations().mutex);
     if (auto failure = connect()) return failure;
     // Also once more: a helper that ended has forgotten it, and to one that did not it is the same.
-    const std::lock_guard lock(registrations().mutex);
     auto failure = failureOf(_connection->registerClientWithPID(::getpid(), _options.patience));
     if (failure) {
       _connection.reset();
@@ -262,6 +281,10 @@ PrivilegedHelperClient::PrivilegedHelperClient(Options options)
     : _session(std::make_unique<Session>(std::move(options))) {}
 
 PrivilegedHelperClient::~PrivilegedHelperClient() = default;
+
+void PrivilegedHelperClient::leaveHelpersBeforeEnd(std::chrono::milliseconds patience) {
+  Session::leaveHelpersBeforeEnd(patience);
+}
 
 const std::string& PrivilegedHelperClient::helperSocketPath() const {
   return _session->helperSocketPath();

@@ -1,7 +1,7 @@
 #include "client/cli/Commands.h"
+#include "client/cli/EndingSignals.h"
 #include "client/cli/Installation.h"
 #include "client/cli/Rights.h"
-#include "client/cli/SignalsHeldBack.h"
 #include "foundation/POSIXError.h"
 #include "foundation/Value.h"
 

@@ -10,6 +10,7 @@
 #include <unistd.h>
 
 #include "client/cli/Commands.h"
+#include "client/cli/EndingSignals.h"
 #include "platform/Preferences.h"
 
 using namespace corvane::cli;
@@ -198,6 +199,7 @@ int main(int argc, char** argv) {
   // Whoever reads the output may leave before the helper's work is done and told.
   std::signal(SIGPIPE, SIG_IGN);
   try {
+    leaveHelpersOnEndingSignals();
     const int status = runCommandLine(argc, argv);
     if (std::fflush(stdout) == 0 || errno == EPIPE) return status;
     std::perror("privilegerequestor-vnt: standard output");

@@ -77,6 +77,14 @@ class PrivilegedHelperClient {
   PrivilegedHelperClient& operator=(const PrivilegedHelperClient&) = delete;
   ~PrivilegedHelperClient();
 
+  /// Unregisters this process wherever objects have registered it, as their destructors would, for
+  /// a process that is about to be ended without them, as by a signal; waits for each helper as
+  /// long as `patience`. Any thread may call it while others wait for answers. The process must end
+  /// after it: a helper that ends with its last client leaves requests unanswered, and who waits
+  /// for one, or begins with a helper, does not return any more.
+  static void leaveHelpersBeforeEnd(std::chrono::milliseconds patience = std::chrono::milliseconds{
+                                        10000});
+
   /// Where the helper listens.
   const std::string& helperSocketPath() const;
 

@@ -231,6 +231,7 @@ class ExecuteCommandTest(DaemonTest):
         self.assertEqual(client.returncode, 1)
 
     def test_an_interrupted_client_leaves_the_utility_to_the_daemon(self):
+        Client(self.daemon.connect()).register(1)
         client = self.start_client("wait")
         wait_until(lambda: os.path.exists(f"{self.folder}/pid"), "the utility runs")
         with open(f"{self.folder}/pid", encoding="ascii") as file:

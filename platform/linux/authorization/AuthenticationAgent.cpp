@@ -70,6 +70,9 @@ std::unique_ptr<AuthenticationAgent> AuthenticationAgent::startOnTerminal() {
     if (::getppid() != self.pid) ::_exit(1);
     ::fcntl(starting.get(), F_SETFD, 0);
     std::signal(SIGPIPE, SIG_DFL);
+    sigset_t none;
+    sigemptyset(&none);
+    ::sigprocmask(SIG_SETMASK, &none, nullptr);
     // Not as a fallback: there is nobody it would be in the way of, and outside of sessions polkit
     // does not turn to fallbacks.
     ::execl(program, program, "--process", subject.c_str(), "--notify-fd", notified.c_str(),

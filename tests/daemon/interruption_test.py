@@ -1,0 +1,118 @@
+"""Clients of the command line that are ended by a signal in the middle of their work."""
+
+import os
+import signal
+import subprocess
+
+from bus import Client
+from support import (PATIENCE, PROGRAMS, DaemonTest, environment_for, logged, main,
+                     make_application, wait_until)
+
+ENDING = (signal.SIGINT, signal.SIGTERM, signal.SIGHUP, signal.SIGQUIT)
+
+
+class InterruptionTest(DaemonTest):
+    def prepare(self):
+        os.mkfifo(f"{self.folder}/go-on")
+        self.application = make_application(
+            self.folder, f"#!/bin/sh\ntouch '{self.folder}/runs'\nread -r _ <'{self.folder}/go-on'\n")
+
+    def setUp(self):
+        super().setUp()
+        self.serve_forms()
+        # What it runs is the daemon's child, and goes on when both have ended.
+        self.addCleanup(self.go_on)
+
+    def go_on(self):
+        # For reading too: nobody may be there to read.
+        with open(os.open(f"{self.folder}/go-on", os.O_RDWR), "w", encoding="ascii") as go_on:
+            go_on.write("\n")
+            go_on.flush()
+            wait_until(lambda: not self.is_utility_running(), "the utility has ended")
+
+    def is_utility_running(self):
+        return subprocess.run(["pgrep", "-f", f"{self.folder}/Test.app"], check=False,
+                              stdout=subprocess.DEVNULL).returncode == 0
+
+    def start_client(self, ignored=()):
+        """A client whose utility runs."""
+        def ignore():
+            for number in ignored:
+                signal.signal(number, signal.SIG_IGN)
+        client = subprocess.Popen(
+            [f"{PROGRAMS}/privilegerequestor-vnt", "--socket", f"{self.folder}/helper.socket",
+             "--authorization-socket", f"{self.folder}/authorization.socket", "execute",
+             "--application", self.application, "lipo"],
+            stdout=subprocess.PIPE, stderr=subprocess.PIPE, preexec_fn=ignore,
+            env={**os.environ, **environment_for(self.folder), "LC_ALL": "C"})
+        self.addCleanup(client.wait)
+        self.addCleanup(client.kill)
+        wait_until(lambda: os.path.exists(f"{self.folder}/runs"), "the utility runs")
+        return client
+
+    def assertEndedBy(self, client, number):
+        self.assertEqual(client.communicate(timeout=PATIENCE), (b"", b""))
+        self.assertEqual(client.returncode, -number)
+
+    def interrupt_only_client(self, number):
+        client = self.start_client()
+        client.send_signal(number)
+        self.assertEndedBy(client, number)
+        self.assertEndsWith(0)
+        self.assertIn(logged(7, f"Finishing work for client {client.pid}."), self.log.after(0))
+
+    def test_the_helper_ends_with_its_only_client_on_an_interrupt(self):
+        self.interrupt_only_client(signal.SIGINT)
+
+    def test_the_helper_ends_with_its_only_client_on_a_termination(self):
+        self.interrupt_only_client(signal.SIGTERM)
+
+    def test_the_helper_ends_with_its_only_client_on_a_hangup(self):
+        self.interrupt_only_client(signal.SIGHUP)
+
+    def test_the_helper_ends_with_its_only_client_on_a_quit(self):
+        self.interrupt_only_client(signal.SIGQUIT)
+
+    def test_the_helper_stays_for_its_other_clients(self):
+        other = Client(self.daemon.connect())
+        other.register(1)
+        client = self.start_client()
+        client.send_signal(signal.SIGINT)
+        self.assertEndedBy(client, signal.SIGINT)
+        self.log.wait_for(lambda line: line == logged(7, "1 clients remaining."), 0)
+        self.assertEqual(other.version(), "1.3")
+
+    def test_what_the_client_was_started_to_ignore_does_not_end_it(self):
+        client = self.start_client(ignored=ENDING)
+        for number in ENDING:
+            client.send_signal(number)
+        self.go_on()
+        self.assertEqual(client.communicate(timeout=PATIENCE), (b"", b""))
+        self.assertEqual(client.returncode, 0)
+        self.assertEndsWith(0)
+
+    def test_a_helper_that_does_not_answer_is_left_at_the_second_signal(self):
+        """At the first one it waits ten seconds for the helper."""
+        client = self.start_client()
+        self.daemon.process.send_signal(signal.SIGSTOP)
+        self.addCleanup(self.daemon.process.send_signal, signal.SIGCONT)
+
+        def has_ended():
+            client.send_signal(signal.SIGINT)
+            return client.poll() is not None
+        wait_until(has_ended, "the client has ended", patience=8)
+        self.assertEndedBy(client, signal.SIGINT)
+
+    def test_a_client_that_is_killed_stays_registered(self):
+        client = self.start_client()
+        client.kill()
+        client.wait()
+        other = Client(self.daemon.connect())
+        mark = self.log.mark()
+        other.register(1)
+        other.unregister(1)
+        self.assertIn(logged(7, "1 clients remaining."), self.log.after(mark))
+
+
+if __name__ == "__main__":
+    main()
