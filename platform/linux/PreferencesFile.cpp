@@ -3,14 +3,11 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <csignal>
 #include <cstdint>
 
 #include <poll.h>
 #include <sys/mman.h>
 #include <sys/socket.h>
-#include <sys/syscall.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include "foundation/FileDescriptor.h"
@@ -23,11 +20,11 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-/// How long a killed child, in milliseconds, is waited for.
-constexpr int killTimeout = 1000;
+/// How many children may be left behind, whoever's preferences they were to change.
+constexpr std::size_t maximumStuckWorkers = 16;
 
 AbandonedChildren& abandonedChildren() {
-  static AbandonedChildren children;
+  static AbandonedChildren children(maximumStuckWorkers, maximumStuckWorkers);
   return children;
 }
 
@@ -35,8 +32,8 @@ AbandonedChildren& abandonedChildren() {
 class Child {
  public:
   Child(const PreferencesPlace& place, PreferencesAccess access)
-      : _memory(::memfd_create("preferences", MFD_CLOEXEC)) {
-    if (!abandonedChildren().collect()) {
+      : _user(place.owner), _memory(::memfd_create("preferences", MFD_CLOEXEC)) {
+    if (!abandonedChildren().mayStart(_user)) {
       errno = ETIMEDOUT;
       return;
     }
@@ -50,13 +47,7 @@ class Child {
   Child(const Child&) = delete;
   Child& operator=(const Child&) = delete;
   ~Child() {
-    if (_process <= 0) return;
-    ::kill(_process, SIGKILL);
-    // It cannot end while it waits for a file system that does not answer.
-    const FileDescriptor child(static_cast<int>(::syscall(SYS_pidfd_open, _process, 0)));
-    pollfd descriptor{child.get(), POLLIN, 0};
-    ::poll(&descriptor, 1, killTimeout);
-    if (::waitpid(_process, nullptr, WNOHANG) == 0) abandonedChildren().add(_process);
+    if (_process > 0) abandonedChildren().end(_process, _user);
   }
 
   explicit operator bool() const { return _process > 0; }
@@ -107,6 +98,7 @@ class Child {
   }
 
   const Clock::time_point _deadline = Clock::now() + preferencesFileTimeout;
+  const uid_t _user;
   const FileDescriptor _memory;
   FileDescriptor _socket;
   pid_t _process = -1;

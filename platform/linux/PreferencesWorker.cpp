@@ -3,11 +3,9 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <csignal>
 
 #include <fcntl.h>
 #include <sys/file.h>
-#include <sys/prctl.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
@@ -15,6 +13,7 @@
 
 #include "foundation/FileDescriptor.h"
 #include "foundation/PropertyList.h"
+#include "platform/linux/ForkedChild.h"
 
 namespace corvane {
 
@@ -26,27 +25,6 @@ constexpr const char* lockName = ".lock";
 constexpr const char* newName = ".new";
 
 constexpr int safely = O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
-
-/// Leaves nothing of the parent behind that a signal or a second holder of a descriptor could use.
-void detach(int socket, int memory) {
-  struct sigaction standard {};
-  standard.sa_handler = SIG_DFL;
-  for (int signal = 1; signal < NSIG; ++signal) ::sigaction(signal, &standard, nullptr);
-  sigset_t none;
-  sigemptyset(&none);
-  ::sigprocmask(SIG_SETMASK, &none, nullptr);
-  const auto closeFrom = [](unsigned first, unsigned end) {
-    if (first < end) ::syscall(SYS_close_range, first, end - 1, 0U);
-  };
-  const auto low = static_cast<unsigned>(std::min(socket, memory));
-  const auto high = static_cast<unsigned>(std::max(socket, memory));
-  closeFrom(0, low);
-  closeFrom(low + 1, high);
-  closeFrom(high + 1, ~0U);
-  // With the rights of a user it is still not that user's to look into.
-  ::prctl(PR_SET_DUMPABLE, 0);
-  ::umask(0);
-}
 
 /// The library's functions would also tell threads that the child does not have.
 bool takeOn(const User& user) {
@@ -192,7 +170,7 @@ class Worker {
 
 void runPreferencesWorker(const PreferencesPlace& place, PreferencesAccess access, int socket,
                           int memory) {
-  detach(socket, memory);
+  leaveParentBehind(socket, memory);
   if (place.rights && !takeOn(*place.rights)) ::_exit(1);
   Worker worker(place, access, socket, memory);
   worker.run();
