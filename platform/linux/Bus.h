@@ -29,6 +29,7 @@ inline constexpr const char* versionMember = "GetVersionString";
 inline constexpr const char* registerMember = "RegisterClientWithPID";
 inline constexpr const char* unregisterMember = "UnregisterClientWithPID";
 inline constexpr const char* performMember = "PerformPrivilegedOperation";
+inline constexpr const char* performSignature = "tayahaav";
 inline constexpr const char* debugMember = "EnableDebugMode";
 inline constexpr const char* feedbackObjectPath = "/com/corvane/PrivilegedOperationFeedback";
 inline constexpr const char* feedbackInterface =

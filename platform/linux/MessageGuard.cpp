@@ -3,29 +3,32 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <span>
 #include <string_view>
 
 #include <sys/socket.h>
 
 #include "platform/linux/Bus.h"
+#include "platform/linux/DescriptorReceiver.h"
+#include "platform/linux/RequestHeader.h"
 
 namespace corvane {
 
 namespace {
 
-constexpr std::size_t headerSize = 16;
 constexpr std::size_t maximumHandshakeSize = 4096;
 constexpr std::chrono::seconds messageTimeout{30};
 
-// A D-Bus message starts with its byte order ('l' or 'B'), type, flags and version, followed by
-// the length of its body, its serial and the length of its header fields, 4 bytes each.
-std::uint32_t numberAt(const std::byte* bytes, bool isLittleEndian) {
-  std::uint32_t number = 0;
-  for (int i = 0; i < 4; ++i) {
-    const int shift = isLittleEndian ? 8 * i : 8 * (3 - i);
-    number |= std::to_integer<std::uint32_t>(bytes[i]) << shift;
-  }
-  return number;
+// Receives without room for descriptors. The kernel drops those that are there, and sets
+// `hasDescriptors`; a byte that is only looked at keeps its own.
+ssize_t receiveBytes(int socket, void* bytes, std::size_t size, int flags, bool& hasDescriptors) {
+  iovec portion{bytes, size};
+  msghdr message{};
+  message.msg_iov = &portion;
+  message.msg_iovlen = 1;
+  const ssize_t received = ::recvmsg(socket, &message, MSG_DONTWAIT | flags);
+  hasDescriptors = received >= 0 && (message.msg_flags & MSG_CTRUNC) != 0;
+  return received;
 }
 
 MessageGuard::Result resultOfFailedRead() {
@@ -87,10 +90,10 @@ MessageGuard::Result MessageGuard::pumpHandshake() {
 // of another message than its own.
 MessageGuard::Result MessageGuard::pumpMessage() {
   if (_phase == Phase::Header) {
-    const Result result = receive(headerSize - _filled);
+    const Result result = _filled == 0 ? beginMessage() : receive(fixedHeaderSize - _filled);
     if (result != Result::Passed) return result;
     if (!_deadline) _deadline = Clock::now() + messageTimeout;
-    if (_filled < headerSize) return Result::Passed;
+    if (_filled < fixedHeaderSize) return Result::Passed;
     if (!acceptHeader()) return Result::Refused;
     _phase = Phase::Body;
   }
@@ -103,49 +106,59 @@ MessageGuard::Result MessageGuard::pumpMessage() {
   }
   if (_bodyLeft == 0) {
     _phase = Phase::Header;
-    _descriptorsOfMessage = 0;
     _deadline.reset();
   }
   return flush();
 }
 
-bool MessageGuard::acceptHeader() {
-  const auto order = std::to_integer<char>(_buffer[0]);
-  if (order != 'l' && order != 'B') return false;
-  const std::size_t bodySize = numberAt(&_buffer[4], order == 'l');
-  const std::size_t fieldsSize = numberAt(&_buffer[12], order == 'l');
-  if (bodySize > maximumMessageSize || fieldsSize > maximumMessageSize) return false;
-  _bodyLeft = (fieldsSize + 7) / 8 * 8 + bodySize;
-  return headerSize + _bodyLeft <= maximumMessageSize &&
-         _share->takeMessage(headerSize + _bodyLeft);
+// Looks before it takes: with the first byte its descriptors would be gone.
+MessageGuard::Result MessageGuard::beginMessage() {
+  bool hasDescriptors = false;
+  const ssize_t peeked =
+      receiveBytes(_socket, _buffer.data(), fixedHeaderSize, MSG_PEEK, hasDescriptors);
+  if (peeked < 0) return resultOfFailedRead();
+  return hasDescriptors ? takeDescriptors() : receive(fixedHeaderSize);
 }
 
-// Appends up to `size` bytes to the buffer, and the descriptors that come with them to the list.
+// Takes the first byte of a message, which may bring descriptors only if the whole header is there.
+// Whoever sends a message at once sends them so.
+MessageGuard::Result MessageGuard::takeDescriptors() {
+  std::array<std::byte, maximumRequestHeaderSize> bytes{};
+  bool hasDescriptors = false;
+  const ssize_t peeked =
+      receiveBytes(_socket, bytes.data(), bytes.size(), MSG_PEEK, hasDescriptors);
+  if (peeked < static_cast<ssize_t>(fixedHeaderSize)) return Result::Refused;
+  const std::span there(bytes.data(), static_cast<std::size_t>(peeked));
+  const auto sizes = messageSizes(there.first<fixedHeaderSize>());
+  if (!sizes || sizes->fields > there.size()) return Result::Refused;
+  const std::size_t size = fixedHeaderSize + sizes->rest() - sizes->body;
+  if (size > there.size()) return Result::Refused;
+  const auto count = announcedDescriptors(there.first(size));
+  if (!count) return Result::Refused;
+  auto descriptors = corvane::takeDescriptors(_socket, *count, _share->user());
+  if (!descriptors) return Result::Refused;
+  _descriptors = *std::move(descriptors);
+  _buffer[0] = bytes[0];
+  _filled = 1;
+  return Result::Passed;
+}
+
+bool MessageGuard::acceptHeader() {
+  const auto sizes = messageSizes(std::span(_buffer).first<fixedHeaderSize>());
+  if (!sizes || sizes->body > maximumMessageSize || sizes->fields > maximumMessageSize)
+    return false;
+  _bodyLeft = sizes->rest();
+  return fixedHeaderSize + _bodyLeft <= maximumMessageSize &&
+         _share->takeMessage(fixedHeaderSize + _bodyLeft);
+}
+
+// Appends up to `size` bytes to the buffer.
 MessageGuard::Result MessageGuard::receive(std::size_t size) {
-  iovec portion{&_buffer[_filled], size};
-  // The most that the kernel attaches to one portion (SCM_MAX_FD).
-  constexpr std::size_t kernelMaximum = 253;
-  alignas(cmsghdr) std::array<std::byte, CMSG_SPACE(sizeof(int) * kernelMaximum)> control;
-  msghdr message{};
-  message.msg_iov = &portion;
-  message.msg_iovlen = 1;
-  message.msg_control = control.data();
-  message.msg_controllen = control.size();
-  const ssize_t received = ::recvmsg(_socket, &message, MSG_DONTWAIT | MSG_CMSG_CLOEXEC);
+  bool hasDescriptors = false;
+  const ssize_t received = receiveBytes(_socket, &_buffer[_filled], size, 0, hasDescriptors);
   if (received < 0) return resultOfFailedRead();
-  for (cmsghdr* header = CMSG_FIRSTHDR(&message); header != nullptr;
-       header = CMSG_NXTHDR(&message, header)) {
-    if (header->cmsg_level != SOL_SOCKET || header->cmsg_type != SCM_RIGHTS) continue;
-    const std::size_t count = (header->cmsg_len - CMSG_LEN(0)) / sizeof(int);
-    for (std::size_t i = 0; i < count; ++i) {
-      int descriptor = -1;
-      std::memcpy(&descriptor, CMSG_DATA(header) + i * sizeof(int), sizeof(int));
-      _descriptors.emplace_back(descriptor);
-      ++_descriptorsOfMessage;
-    }
-  }
+  if (hasDescriptors) return Result::Refused;
   if (received == 0) return Result::Closed;
-  if (_descriptorsOfMessage > maximumMessageDescriptors) return Result::Refused;
   _filled += static_cast<std::size_t>(received);
   return Result::Passed;
 }

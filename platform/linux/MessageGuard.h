@@ -13,9 +13,24 @@
 
 namespace corvane {
 
-/// Stands between a peer's socket and the bus library, which would buffer whatever size a message
-/// claims to have. It passes the bytes on unchanged, in portions that end where the handshake or a
-/// message ends, and refuses a peer that exceeds a limit.
+/// Stands between a peer's socket and the bus library. It passes the bytes on unchanged, in
+/// portions that end where the handshake or a message ends, and refuses a peer that exceeds a
+/// limit. It is for what a peer without any authorization could do to everybody:
+///
+///     attacker  announces a message of 100 MiB, or begins one and stops
+///     library   would make room for it, and wait; here it is refused, or given up after a while
+///
+///     attacker  sends descriptors with a message that the library finds fault with: four with one
+///               that announces two, or with the serial 0; then the next
+///     library   drops such a message and forgets its descriptors, which stay open; here nobody
+///     gets
+///               a descriptor that does not come with a header in which nothing is wrong
+///
+///     attacker  sends a descriptor that cannot be closed; see DescriptorReceiver.h
+///
+/// So everything is received without room for descriptors, which makes the kernel drop them, and
+/// say so: who sends them with anything but the first byte of a request that may bring them is
+/// refused.
 class MessageGuard {
  public:
   using Clock = std::chrono::steady_clock;
@@ -43,6 +58,8 @@ class MessageGuard {
 
   Result pumpHandshake();
   Result pumpMessage();
+  Result beginMessage();
+  Result takeDescriptors();
   Result receive(std::size_t size);
   Result flush();
   bool acceptHeader();
@@ -59,8 +76,8 @@ class MessageGuard {
   std::array<char, 16> _line{};
 
   std::size_t _bodyLeft = 0;
+  /// Of the message that is being passed on, until its first portion has been.
   std::vector<FileDescriptor> _descriptors;
-  int _descriptorsOfMessage = 0;
   std::size_t _filled = 0;
   std::array<std::byte, 16384> _buffer;
 };

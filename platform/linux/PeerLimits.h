@@ -16,7 +16,7 @@ inline constexpr std::size_t maximumMessageSize = std::size_t{16} << 20;
 /// Messages up to this size are not counted: a connection holds one at a time.
 inline constexpr std::size_t uncountedMessageSize = std::size_t{64} << 10;
 /// Descriptors that may travel with one message; the protocol needs one.
-inline constexpr int maximumMessageDescriptors = 4;
+inline constexpr std::size_t maximumMessageDescriptors = 4;
 /// What all connections of one user may hold together. Root is not limited, and is served whatever
 /// others do.
 inline constexpr int maximumConnectionsPerUser = 128;
@@ -38,6 +38,8 @@ class PeerLimits {
     Share(const Share&) = delete;
     Share& operator=(const Share&) = delete;
     ~Share();
+
+    uid_t user() const { return _user; }
 
     /// False if the user, or all together, have all the connections they may have; then nothing is
     /// taken.

@@ -240,7 +240,7 @@ void ServedConnection::serve() {
       SD_BUS_METHOD(unregisterMember, "i", "",
                     &Handlers::guarded<&Handlers::unregisterClientWithPID>,
                     SD_BUS_VTABLE_UNPRIVILEGED),
-      SD_BUS_METHOD(performMember, "tayahaav", "a(sxa{sv})",
+      SD_BUS_METHOD(performMember, performSignature, "a(sxa{sv})",
                     &Handlers::guarded<&Handlers::performPrivilegedOperation>,
                     SD_BUS_VTABLE_UNPRIVILEGED),
       SD_BUS_METHOD(debugMember, "b", "", &Handlers::guarded<&Handlers::enableDebugMode>,
