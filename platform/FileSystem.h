@@ -1,6 +1,7 @@
 #ifndef CORVANE_PLATFORM_FILESYSTEM_H
 #define CORVANE_PLATFORM_FILESYSTEM_H
 
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 
@@ -51,6 +52,8 @@ std::optional<Error> openObject(int folder, const char* name, FinalLink link,
 /// Opens a subfolder (or "..") for reading and as the folder of other calls. A symbolic link fails
 /// with ENOTDIR, a mount point with EBUSY.
 std::optional<Error> openFolder(int folder, const char* name, FileDescriptor& subfolder);
+/// Which folder is, at this moment, so many levels above an open one. 0 is the folder itself.
+std::optional<Error> ancestorOf(int folder, std::size_t levels, FileIdentity& ancestor);
 
 /// The status of an object; a final symbolic link is not followed. EBUSY for a mount point that
 /// does not let its status be read.

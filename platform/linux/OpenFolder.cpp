@@ -1,7 +1,12 @@
 #include <cerrno>
+#include <cstdint>
+#include <fstream>
+#include <string>
+#include <utility>
 
 #include <fcntl.h>
 #include <linux/openat2.h>
+#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -10,26 +15,78 @@
 
 namespace corvane {
 
-std::optional<Error> openFolder(int folder, const char* name, FileDescriptor& subfolder) {
-  open_how how{};
-  how.flags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
-  how.resolve = RESOLVE_NO_SYMLINKS | RESOLVE_NO_XDEV;
-  long descriptor = -1;
-  do {
-    descriptor = ::syscall(SYS_openat2, folder, name, &how, sizeof how);
-  } while (descriptor < 0 && errno == EINTR);
-  if (descriptor < 0) {
-    switch (errno) {
-      case EXDEV:
-        return posixError(POSIXErrorCode::Busy);
-      case ELOOP:
-        return posixError(POSIXErrorCode::NotDirectory);
-      default:
-        return posixErrorFromHost(errno);
-    }
+namespace {
+
+constexpr int openFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
+
+// The mount that an open folder was reached through, as the kernel has told it for longer than
+// statx does. 0 if it does not.
+std::uint64_t mountInDescriptorInformation(int folder) {
+  std::ifstream file("/proc/self/fdinfo/" + std::to_string(folder));
+  std::string key;
+  std::uint64_t value = 0;
+  while (file >> key) {
+    if (key == "mnt_id:") return file >> value ? value : 0;
+    std::getline(file, key);
   }
-  subfolder.reset(static_cast<int>(descriptor));
-  return std::nullopt;
+  return 0;
+}
+
+std::uint64_t mountOf(int folder) {
+  struct statx attributes {};
+  const bool isKnown =
+      ::statx(folder, "", AT_EMPTY_PATH | AT_STATX_DONT_SYNC, STATX_MNT_ID, &attributes) == 0 &&
+      (attributes.stx_mask & STATX_MNT_ID) != 0;
+  return isKnown ? attributes.stx_mnt_id : mountInDescriptorInformation(folder);
+}
+
+// The two ways to open; each gives the host's error, or 0.
+
+int openAtOnce(int folder, const char* name, FileDescriptor& subfolder) {
+  open_how how{};
+  how.flags = openFlags;
+  how.resolve = RESOLVE_NO_SYMLINKS | RESOLVE_NO_XDEV;
+  subfolder.reset(static_cast<int>(::syscall(SYS_openat2, folder, name, &how, sizeof how)));
+  return subfolder ? 0 : errno;
+}
+
+// A single name leads through no link that O_NOFOLLOW does not see, and a mount keeps its number
+// while a folder of it is open.
+int openInSteps(int folder, const char* name, FileDescriptor& subfolder) {
+  FileDescriptor opened(::openat(folder, name, openFlags));
+  if (!opened) return errno;
+  const std::uint64_t mount = mountOf(folder);
+  if (mount == 0) return ENOTSUP;
+  if (mountOf(opened.get()) != mount) return EXDEV;
+  subfolder = std::move(opened);
+  return 0;
+}
+
+// An older kernel does not have openat2, and filters of system calls, which cannot look into its
+// argument, keep it from whole services; they say so in one way or the other.
+int open(int folder, const char* name, FileDescriptor& subfolder) {
+  const int failure = openAtOnce(folder, name, subfolder);
+  const bool isMissing = failure == ENOSYS || failure == EPERM;
+  return isMissing ? openInSteps(folder, name, subfolder) : failure;
+}
+
+}  // namespace
+
+std::optional<Error> openFolder(int folder, const char* name, FileDescriptor& subfolder) {
+  int failure = 0;
+  do {
+    failure = open(folder, name, subfolder);
+  } while (failure == EINTR);
+  switch (failure) {
+    case 0:
+      return std::nullopt;
+    case EXDEV:
+      return posixError(POSIXErrorCode::Busy);
+    case ELOOP:
+      return posixError(POSIXErrorCode::NotDirectory);
+    default:
+      return posixErrorFromHost(failure);
+  }
 }
 
 }  // namespace corvane
