@@ -3,6 +3,8 @@
 #include <atomic>
 #include <condition_variable>
 #include <deque>
+#include <exception>
+#include <memory>
 #include <mutex>
 #include <string>
 #include <system_error>
@@ -16,33 +18,47 @@ namespace corvane {
 
 namespace {
 
+// An open folder, and how many levels it is below the top.
+struct Place {
+  std::shared_ptr<FolderReader> reader;
+  std::size_t depth = 0;
+};
+
 // A subfolder whose walk is left to whichever thread has nothing else to do.
 struct Subtree {
-  std::shared_ptr<FolderReader> parent;
+  Place parent;
   std::string name;
 };
 
 // The threads of one walk, and what they share.
 class WalkPool {
  public:
-  WalkPool(FolderVisitor& visitor, unsigned threads) : _visitor(visitor), _threads(threads) {}
+  WalkPool(FolderVisitor& visitor, unsigned threads, const FileIdentity& top,
+           const FileIdentity& parentOfTop)
+      : _visitor(visitor), _threads(threads), _top(top), _parentOfTop(parentOfTop) {}
 
   std::optional<Error> run(std::shared_ptr<FolderReader> top);
 
   FolderVisitor& visitor() { return _visitor; }
   bool isStopped() const { return _stopped.load(std::memory_order_relaxed); }
+  // Fails if a folder is not, or no longer, where it was met.
+  std::optional<Error> check(const Place& place) const;
   // True if the subtree was taken; false if the caller should see to it itself.
-  bool offer(const std::shared_ptr<FolderReader>& parent, const std::string& name);
+  bool offer(const Place& parent, const std::string& name);
 
  private:
   static constexpr std::size_t queueLimit = 8;
 
   void work();
   std::optional<Error> perform(const Subtree& subtree);
-  void finish(std::optional<Error> error);
+  template <typename Part>
+  void attempt(const Part& part) noexcept;
+  void finish(std::optional<Error> error, std::exception_ptr exception);
 
   FolderVisitor& _visitor;
   const unsigned _threads;
+  const FileIdentity _top;
+  const FileIdentity _parentOfTop;
   std::atomic<bool> _stopped = false;
   std::atomic<bool> _hasRoom = true;
 
@@ -52,6 +68,7 @@ class WalkPool {
   unsigned _busy = 1;
   unsigned _idle = 0;
   std::optional<Error> _error;
+  std::exception_ptr _exception;
   std::vector<std::jthread> _helpers;
 };
 
@@ -60,7 +77,7 @@ class Walker {
  public:
   explicit Walker(WalkPool& pool) : _pool(pool) {}
 
-  std::optional<Error> walk(std::shared_ptr<FolderReader> top);
+  std::optional<Error> walk(Place top);
 
  private:
   // A folder between the top and where the walk is. Of those far above only what it takes to come
@@ -77,6 +94,10 @@ class Walker {
   static constexpr std::size_t openLevels = 8;
   // Before this many entries, another thread would cost more than it could help.
   static constexpr std::size_t entriesBeforeSharing = 256;
+  // How much is done, at the most, between two looks at where the folder is.
+  static constexpr std::size_t entriesBetweenChecks = 64;
+  // A look takes longer the deeper the folder is, and is taken less often in return.
+  static constexpr std::size_t levelsPerEntry = 16;
 
   std::optional<Error> step();
   std::optional<Error> meetSubfolder(std::string name);
@@ -84,16 +105,22 @@ class Walker {
   std::optional<Error> ascend();
   std::optional<Error> open(int folder, const char* name, FileDescriptor& subfolder);
   std::optional<Error> closeTopmost();
+  std::optional<Error> checkPlace(bool isTurningPoint);
   std::size_t openCount() const { return _levels.size() - _closed; }
+  std::size_t depth() const { return _depthOfTop + _levels.size() - 1; }
+  Place place() const { return {_levels.back().reader, depth()}; }
 
   WalkPool& _pool;
   std::deque<Level> _levels;
+  std::size_t _depthOfTop = 0;
   std::size_t _closed = 0;  // how many levels, from the top, are not open
   std::size_t _entries = 0;
+  std::size_t _unchecked = 0;
 };
 
-std::optional<Error> Walker::walk(std::shared_ptr<FolderReader> top) {
-  _levels.push_back({{}, std::move(top), {}, {}, 0});
+std::optional<Error> Walker::walk(Place top) {
+  _depthOfTop = top.depth;
+  _levels.push_back({{}, std::move(top.reader), {}, {}, 0});
   while (!_levels.empty() && !_pool.isStopped()) {
     if (auto error = step()) return error;
   }
@@ -105,6 +132,7 @@ std::optional<Error> Walker::step() {
   std::optional<Error> error;
   if (const FolderEntry* entry = level.reader->next(error)) {
     ++_entries;
+    if ((error = checkPlace(level.reader->hasJustRead()))) return error;
     bool hasContents = false;
     error = _pool.visitor().visit(level.reader->folder(), *entry, hasContents);
     if (error || !hasContents) return error;
@@ -119,11 +147,12 @@ std::optional<Error> Walker::meetSubfolder(std::string name) {
   Level& level = _levels.back();
   name.swap(level.heldBack);
   if (name.empty()) return std::nullopt;
-  if (_entries >= entriesBeforeSharing && _pool.offer(level.reader, name)) return std::nullopt;
+  if (_entries >= entriesBeforeSharing && _pool.offer(place(), name)) return std::nullopt;
   return descend(std::move(name));
 }
 
 std::optional<Error> Walker::descend(std::string name) {
+  if (depth() + 1 == maximumWalkDepth) return posixError(POSIXErrorCode::NameTooLong);
   FileDescriptor folder;
   if (auto error = open(_levels.back().reader->folder(), name.c_str(), folder)) {
     return isPOSIXError(*error, POSIXErrorCode::NoEntry) ? std::nullopt : error;
@@ -147,6 +176,7 @@ std::optional<Error> Walker::ascend() {
     level.reader = std::make_shared<FolderReader>(std::move(folder), level.position);
     --_closed;
   }
+  if (auto error = checkPlace(true)) return error;
   return _pool.visitor().leave(level.reader->folder(), child.name.c_str());
 }
 
@@ -171,11 +201,29 @@ std::optional<Error> Walker::closeTopmost() {
   return std::nullopt;
 }
 
-bool WalkPool::offer(const std::shared_ptr<FolderReader>& parent, const std::string& name) {
+// At a turning point, or when much has been done since the last time.
+std::optional<Error> Walker::checkPlace(bool isTurningPoint) {
+  ++_unchecked;
+  const bool isDue = isTurningPoint || _unchecked >= entriesBetweenChecks;
+  if (!isDue || _unchecked < depth() / levelsPerEntry) return std::nullopt;
+  _unchecked = 0;
+  return _pool.check(place());
+}
+
+std::optional<Error> WalkPool::check(const Place& place) const {
+  const int folder = place.reader->folder();
+  FileIdentity top;
+  if (auto error = ancestorOf(folder, place.depth, top)) return error;
+  FileIdentity parentOfTop;
+  if (auto error = ancestorOf(folder, place.depth + 1, parentOfTop)) return error;
+  const bool isInPlace = top == _top && parentOfTop == _parentOfTop;
+  return isInPlace ? std::nullopt : std::optional(posixError(POSIXErrorCode::Stale));
+}
+
+bool WalkPool::offer(const Place& parent, const std::string& name) {
   if (_threads < 2 || !_hasRoom.load(std::memory_order_relaxed)) return false;
   const std::lock_guard lock(_mutex);
-  // No thread may be added to those that `run` waits for once it has begun to.
-  if (isStopped() || _queue.size() >= queueLimit) return false;
+  if (_queue.size() >= queueLimit) return false;
   _queue.push_back({parent, name});
   _hasRoom.store(_queue.size() < queueLimit, std::memory_order_relaxed);
   if (_idle > 0) {
@@ -191,58 +239,81 @@ bool WalkPool::offer(const std::shared_ptr<FolderReader>& parent, const std::str
 }
 
 std::optional<Error> WalkPool::run(std::shared_ptr<FolderReader> top) {
-  finish(Walker(*this).walk(std::move(top)));
+  attempt([&] { return Walker(*this).walk({std::move(top), 0}); });
   work();
+  // Nobody is at work any more who could add to them.
   _helpers.clear();
+  if (_exception) std::rethrow_exception(_exception);
   return _error;
 }
 
+// Takes subtrees until there are none and nobody is busy who could offer one. After a failure, each
+// of them ends before its first entry.
 void WalkPool::work() {
   std::unique_lock lock(_mutex);
   for (;;) {
     ++_idle;
-    _changed.wait(lock, [this] { return !_queue.empty() || _busy == 0 || isStopped(); });
+    _changed.wait(lock, [this] { return !_queue.empty() || _busy == 0; });
     --_idle;
-    if (_queue.empty() || isStopped()) return;
+    if (_queue.empty()) return;
     const Subtree subtree = std::move(_queue.front());
     _queue.pop_front();
     _hasRoom.store(true, std::memory_order_relaxed);
     ++_busy;
     lock.unlock();
-    auto error = perform(subtree);
-    finish(std::move(error));
+    attempt([&] { return perform(subtree); });
     lock.lock();
   }
 }
 
 std::optional<Error> WalkPool::perform(const Subtree& subtree) {
+  const Place& parent = subtree.parent;
+  if (parent.depth + 1 == maximumWalkDepth) return posixError(POSIXErrorCode::NameTooLong);
   FileDescriptor folder;
-  if (auto error = openFolder(subtree.parent->folder(), subtree.name.c_str(), folder)) {
+  if (auto error = openFolder(parent.reader->folder(), subtree.name.c_str(), folder)) {
     return isPOSIXError(*error, POSIXErrorCode::NoEntry) ? std::nullopt : error;
   }
-  if (auto error = Walker(*this).walk(std::make_shared<FolderReader>(std::move(folder)))) {
-    return error;
-  }
-  return isStopped() ? std::nullopt
-                     : _visitor.leave(subtree.parent->folder(), subtree.name.c_str());
+  auto reader = std::make_shared<FolderReader>(std::move(folder));
+  if (auto error = Walker(*this).walk({std::move(reader), parent.depth + 1})) return error;
+  if (isStopped()) return std::nullopt;
+  if (auto error = check(parent)) return error;
+  return _visitor.leave(parent.reader->folder(), subtree.name.c_str());
 }
 
-// One thread has come to the end of what it was at.
-void WalkPool::finish(std::optional<Error> error) {
+// One thread's part of the work. What it raises must not end the thread, and with it the process,
+// nor leave the others waiting for it.
+template <typename Part>
+void WalkPool::attempt(const Part& part) noexcept {
+  try {
+    finish(part(), nullptr);
+  } catch (...) {
+    finish(std::nullopt, std::current_exception());
+  }
+}
+
+void WalkPool::finish(std::optional<Error> error, std::exception_ptr exception) {
   const std::lock_guard lock(_mutex);
   --_busy;
-  if (error && !_error) {
+  if ((error || exception) && !isStopped()) {
     _error = std::move(error);
+    _exception = std::move(exception);
     _stopped.store(true, std::memory_order_relaxed);
   }
-  if (_busy == 0 || _error) _changed.notify_all();
+  if (_busy == 0) _changed.notify_all();
 }
 
 }  // namespace
 
-std::optional<Error> walkFolder(std::shared_ptr<FolderReader> folder, FolderVisitor& visitor,
+std::optional<Error> walkFolder(int parent, const char* name, FolderVisitor& visitor,
                                 unsigned threads) {
-  return WalkPool(visitor, threads).run(std::move(folder));
+  FileDescriptor folder;
+  if (auto error = openFolder(parent, name, folder)) return error;
+  FileIdentity top;
+  if (auto error = ancestorOf(folder.get(), 0, top)) return error;
+  FileIdentity parentOfTop;
+  if (auto error = ancestorOf(parent, 0, parentOfTop)) return error;
+  auto reader = std::make_shared<FolderReader>(std::move(folder));
+  return WalkPool(visitor, threads, top, parentOfTop).run(std::move(reader));
 }
 
 }  // namespace corvane

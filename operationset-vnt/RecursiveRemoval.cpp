@@ -1,7 +1,6 @@
 #include "operationset-vnt/RecursiveRemoval.h"
 
 #include <algorithm>
-#include <memory>
 #include <thread>
 #include <utility>
 
@@ -23,8 +22,6 @@ std::optional<Error> clearImmutableFlag(int folder, const char* name) {
 // The first walk: takes the protection off every entry and makes sure that all of the tree can go.
 class Unprotection : public FolderVisitor {
  public:
-  explicit Unprotection(std::uint64_t device) : _device(device) {}
-
   std::optional<Error> visit(int folder, const FolderEntry& entry, bool& descend) override {
     if (entry.type == FileType::SymbolicLink) return std::nullopt;
     auto error = unprotect(folder, entry.name, descend);
@@ -34,19 +31,14 @@ class Unprotection : public FolderVisitor {
   std::optional<Error> leave(int, const char*) override { return std::nullopt; }
 
  private:
-  std::optional<Error> unprotect(int folder, const char* name, bool& descend) const {
+  static std::optional<Error> unprotect(int folder, const char* name, bool& descend) {
     FileStatus status;
     if (auto error = lstat(folder, name, status)) return error;
     descend = status.type == FileType::Directory;
-    // In an overlay, files report the device of the layer that they are in.
-    if (status.isMountPoint || (descend && status.identity.device != _device)) {
-      return posixError(POSIXErrorCode::Busy);
-    }
-    if (status.flags == 0 || status.type == FileType::SymbolicLink) return std::nullopt;
-    return clearImmutableFlag(folder, name);
+    // The device does not tell: a subvolume has one of its own, and so have files in an overlay.
+    if (status.isMountPoint) return posixError(POSIXErrorCode::Busy);
+    return status.flags == 0 ? std::nullopt : clearImmutableFlag(folder, name);
   }
-
-  const std::uint64_t _device;
 };
 
 // The second walk: removes files at once, folders once they are empty.
@@ -74,30 +66,25 @@ class Deletion : public FolderVisitor {
   }
 };
 
-std::optional<Error> walkSubfolder(const ObjectLocation& location, FolderVisitor& visitor,
-                                   unsigned threads) {
-  FileDescriptor folder;
-  if (auto error = openFolder(location.folder.get(), location.name.c_str(), folder)) return error;
-  return walkFolder(std::make_shared<FolderReader>(std::move(folder)), visitor, threads);
-}
-
 std::optional<Error> removeFolder(const ObjectLocation& location, const FileStatus& status) {
   // Neither could go in the end, when all that is in it were gone.
   if (status.isMountPoint) return posixError(POSIXErrorCode::Busy);
   if (location.name == "." || location.name == "..") return posixError(POSIXErrorCode::Invalid);
 
   const unsigned threads = std::clamp(std::thread::hardware_concurrency(), 1U, maximumThreads);
-  if (auto error = clearImmutableFlag(location.folder.get(), location.name.c_str())) return error;
-  Unprotection unprotection(status.identity.device);
-  if (auto error = walkSubfolder(location, unprotection, threads)) return error;
+  const int folder = location.folder.get();
+  const char* name = location.name.c_str();
+  if (auto error = clearImmutableFlag(folder, name)) return error;
+  Unprotection unprotection;
+  if (auto error = walkFolder(folder, name, unprotection, threads)) return error;
 
   // The first round leaves the few folders of which another thread had a part. Alone, the second
   // leaves none, unless entries are added, or file systems skip some, while it removes others.
   Deletion deletion;
   std::optional<Error> error;
   for (const unsigned crew : {threads, 1U, 1U}) {
-    if ((error = walkSubfolder(location, deletion, crew))) return error;
-    error = rmdir(location.folder.get(), location.name.c_str());
+    if ((error = walkFolder(folder, name, deletion, crew))) return error;
+    error = rmdir(folder, name);
     if (!error || !isPOSIXError(*error, POSIXErrorCode::NotEmpty)) return error;
   }
   return error;

@@ -31,6 +31,9 @@ class FolderReader {
 
   /// The next entry; null at the end, and on a failure, which `error` receives.
   const FolderEntry* next(std::optional<Error>& error);
+  /// True if the last entry returned is the first of those that were read at once: all of them were
+  /// in the folder a moment ago.
+  bool hasJustRead() const { return _hasJustRead; }
   /// Where the entry after the last one returned stands.
   std::uint64_t position() const { return _position; }
 
@@ -42,6 +45,7 @@ class FolderReader {
   std::unique_ptr<std::byte[]> _buffer;
   std::size_t _filled = 0;
   std::size_t _consumed = 0;
+  bool _hasJustRead = false;
   FolderEntry _entry{};
 };
 

@@ -37,6 +37,7 @@ FolderReader::FolderReader(FileDescriptor folder, std::uint64_t position)
 }
 
 const FolderEntry* FolderReader::next(std::optional<Error>& error) {
+  _hasJustRead = false;
   for (;;) {
     if (_consumed == _filled) {
       const ssize_t length = ::getdents64(_folder.get(), _buffer.get(), bufferSize);
@@ -45,6 +46,7 @@ const FolderEntry* FolderReader::next(std::optional<Error>& error) {
       if (length <= 0) return nullptr;
       _filled = static_cast<std::size_t>(length);
       _consumed = 0;
+      _hasJustRead = true;
     }
     const auto* record = reinterpret_cast<const dirent64*>(_buffer.get() + _consumed);
     _consumed += record->d_reclen;

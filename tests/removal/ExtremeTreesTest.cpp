@@ -10,6 +10,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "operationset-vnt/FolderWalk.h"
 #include "operationset-vnt/ZELPrivilegedOperationSetVNT.h"
 #include "tests/support/Files.h"
 #include "tests/support/Protection.h"
@@ -82,6 +83,25 @@ TEST_F(ExtremeTreesTest, ATreeDeeperThanAnyPathIsRemovedWithFewDescriptors) {
   makeChain(tree, depth);
   const DescriptorLimit limit(24);
   EXPECT_TRUE(remove(tree));
+}
+
+TEST_F(ExtremeTreesTest, ATreeThatIsTooDeepFailsBeforeAnythingIsDeleted) {
+  const std::string tree = folder.makeFolder("tree");
+  // The top is one of them.
+  FileDescriptor deepest(::open(tree.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  const std::string name(4, 'd');
+  for (std::size_t depth = 1; depth <= maximumWalkDepth; ++depth) {
+    deepest = makeSubfolder(deepest.get(), name);
+  }
+  makeFileIn(deepest.get(), "file");
+  std::optional<Error> error;
+  EXPECT_FALSE(set.enforceRecursiveRemovalOfFileSystemObjectAtPath(tree, &error));
+  EXPECT_EQ(error, Error(NSPOSIXErrorDomain, 63));
+  EXPECT_EQ(::faccessat(deepest.get(), "file", F_OK, 0), 0);
+  deepest.reset();
+  // One less is not too many, and what is in the way can be moved.
+  ASSERT_EQ(::rename((tree + "/" + name).c_str(), folder.path("rest").c_str()), 0);
+  EXPECT_TRUE(remove(folder.path("rest")));
 }
 
 TEST_F(ExtremeTreesTest, ManyDeepTreesAreRemovedWithFewDescriptorsOnSeveralThreads) {

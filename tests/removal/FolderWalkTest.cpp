@@ -1,20 +1,33 @@
 #include <algorithm>
 #include <atomic>
+#include <cerrno>
+#include <cstddef>
 #include <functional>
 #include <map>
 #include <mutex>
+#include <new>
+#include <set>
+#include <stdexcept>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sched.h>
 #include <stdlib.h>
+#include <sys/mount.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include "foundation/POSIXError.h"
+#include "operations/ObjectLocation.h"
 #include "operationset-vnt/FolderWalk.h"
 #include "tests/support/Protection.h"
+#include "tests/support/SystemCallFilter.h"
 #include "tests/support/TemporaryFolder.h"
 
 namespace corvane {
@@ -47,9 +60,9 @@ class RecordingVisitor : public FolderVisitor {
 
 class FolderWalkTest : public testing::Test {
  protected:
-  std::optional<Error> walk(unsigned threads) {
-    FileDescriptor top(::open(folder.path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    return walkFolder(std::make_shared<FolderReader>(std::move(top)), visitor, threads);
+  std::optional<Error> walk(unsigned threads) { return walk(threads, visitor); }
+  std::optional<Error> walk(unsigned threads, FolderVisitor& by) const {
+    return walkFolder(top.folder.get(), top.name.c_str(), by, threads);
   }
 
   // A chain of folders called 0, 1, 2, ...
@@ -61,7 +74,10 @@ class FolderWalkTest : public testing::Test {
     }
   }
 
+  void SetUp() override { ASSERT_EQ(locateObject(folder.path(), top), std::nullopt); }
+
   TemporaryFolder folder{parentForManyFiles()};
+  ObjectLocation top;
   RecordingVisitor visitor;
 };
 
@@ -151,9 +167,7 @@ TEST_F(FolderWalkTest, AThreadWithWorkToShareDoesNotDisturbTheEndAfterAFailure) 
   for (int i = 0; i < 1000; ++i) folder.makeFile("file" + std::to_string(i));
   for (int round = 0; round < 20; ++round) {
     Failing failing;
-    FileDescriptor top(::open(folder.path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    EXPECT_EQ(walkFolder(std::make_shared<FolderReader>(std::move(top)), failing, 16),
-              posixError(POSIXErrorCode::Busy));
+    EXPECT_EQ(walk(16, failing), posixError(POSIXErrorCode::Busy));
   }
 }
 
@@ -205,6 +219,252 @@ TEST_F(FolderWalkTest, AFolderThatIsMovedAwayMeanwhileIsNotLeftForAnotherOne) {
   };
   EXPECT_EQ(walk(1), posixError(POSIXErrorCode::Stale));
   EXPECT_EQ(std::count(visitor.left.begin(), visitor.left.end(), "10"), 0);
+}
+
+// What an owner of a folder may do with it while the walk is in it.
+class MovedFolderTest : public FolderWalkTest {
+ protected:
+  static constexpr int fileCount = 3000;  // more than are read at once
+
+  // Has `moved` moved out of the tree at the first file that is visited, and others put files into
+  // the folder `filled`, wherever that is now.
+  void moveAtFirstFile(const std::string& moved, const std::string& filled) {
+    visitor.onVisit = [this, moved, filled](const std::string& name) -> std::optional<Error> {
+      if (hasMoved || !name.starts_with("file")) return std::nullopt;
+      hasMoved = true;
+      EXPECT_EQ(::rename(moved.c_str(), outside.path("moved").c_str()), 0);
+      for (int i = 0; i < fileCount; ++i) outside.makeFile(filled + "/new" + std::to_string(i));
+      return std::nullopt;
+    };
+  }
+  void fill(const std::string& name) const {
+    for (int i = 0; i < fileCount; ++i) folder.makeFile(name + "/file" + std::to_string(i));
+  }
+  std::ptrdiff_t visitsOf(const std::string& prefix) const {
+    return std::count_if(visitor.visited.begin(), visitor.visited.end(),
+                         [&](const std::string& name) { return name.starts_with(prefix); });
+  }
+  void expectStopped(unsigned threads) {
+    EXPECT_EQ(walk(threads), posixError(POSIXErrorCode::Stale));
+    EXPECT_EQ(visitsOf("new"), 0);
+    EXPECT_LE(visitsOf("file"), 65);
+    EXPECT_TRUE(visitor.left.empty());
+  }
+
+  TemporaryFolder outside{parentForManyFiles()};
+  bool hasMoved = false;
+};
+
+TEST_F(MovedFolderTest, IsNotGoneOnWith) {
+  fill("folder");
+  moveAtFirstFile(folder.path("folder"), "moved");
+  expectStopped(1);
+}
+
+TEST_F(MovedFolderTest, NorIsAFolderFarBelowIt) {
+  fill("a/b/c/d/e/f/g/h/i/j/k/l");
+  moveAtFirstFile(folder.path("a"), "moved/b/c/d/e/f/g/h/i/j/k/l");
+  expectStopped(1);
+}
+
+TEST_F(MovedFolderTest, NorIsTheTop) {
+  fill("folder");
+  moveAtFirstFile(folder.path(), "moved/folder");
+  expectStopped(1);
+  EXPECT_EQ(::rename(outside.path("moved").c_str(), folder.path().c_str()), 0);
+}
+
+TEST_F(MovedFolderTest, NorIsOneThatAnotherThreadIsIn) {
+  // So many folders that every thread has some, and only the last that is visited is moved.
+  for (int i = 0; i < 600; ++i) folder.makeFolder(std::to_string(i));
+  fill("600/folder");
+  moveAtFirstFile(folder.path("600"), "moved/folder");
+  EXPECT_EQ(walk(4), posixError(POSIXErrorCode::Stale));
+  EXPECT_EQ(visitsOf("new"), 0);
+  EXPECT_LE(visitsOf("file"), 65);
+}
+
+TEST_F(MovedFolderTest, IsNotLeftByANameThatIsNoLongerItsOwn) {
+  folder.makeFile("outer/inner/file");
+  moveAtFirstFile(folder.path("outer"), "moved/inner");
+  EXPECT_EQ(walk(1), posixError(POSIXErrorCode::Stale));
+  EXPECT_TRUE(visitor.left.empty());
+}
+
+TEST_F(MovedFolderTest, IsGoneOnWithWhereItStaysInTheTree) {
+  fill("folder");
+  folder.makeFolder("other");
+  visitor.onVisit = [this](const std::string& name) -> std::optional<Error> {
+    if (!hasMoved && name.starts_with("file")) {
+      hasMoved = ::rename(folder.path("folder").c_str(), folder.path("moved").c_str()) == 0;
+    }
+    return std::nullopt;
+  };
+  EXPECT_EQ(walk(1), std::nullopt);
+  EXPECT_TRUE(hasMoved);
+  EXPECT_GE(visitsOf("file"), fileCount);
+}
+
+TEST_F(MovedFolderTest, IsNoticedHoweverDeepItIs) {
+  FileDescriptor deepest(::open(folder.path().c_str(), O_PATH | O_CLOEXEC));
+  constexpr int depth = 2500;
+  for (int i = 0; i < depth; ++i) {
+    ASSERT_EQ(::mkdirat(deepest.get(), "d", 0755), 0);
+    deepest.reset(::openat(deepest.get(), "d", O_PATH | O_CLOEXEC));
+  }
+  for (int i = 0; i < fileCount; ++i) {
+    ASSERT_EQ(::mknodat(deepest.get(), ("file" + std::to_string(i)).c_str(), S_IFREG, 0), 0);
+  }
+  moveAtFirstFile(folder.path("d"), "moved");
+  EXPECT_EQ(walk(1), posixError(POSIXErrorCode::Stale));
+  // One for every 16 levels.
+  EXPECT_LE(visitsOf("file"), depth / 16 + 2);
+}
+
+TEST_F(FolderWalkTest, AFileSystemMountedOnAFolderOnceItWasSeenIsNotEntered) {
+  if (::unshare(CLONE_NEWNS) != 0 ||
+      ::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0) {
+    GTEST_SKIP() << "needs a mount namespace of its own";
+  }
+  ASSERT_EQ(locateObject(folder.path(), top), std::nullopt);
+  const TemporaryFolder outside{parentForManyFiles()};
+  outside.makeFile("outside");
+  const std::string inner = folder.makeFolder("inner");
+  visitor.onVisit = [&](const std::string&) -> std::optional<Error> {
+    EXPECT_EQ(::mount(outside.path().c_str(), inner.c_str(), nullptr, MS_BIND, nullptr), 0);
+    return std::nullopt;
+  };
+  EXPECT_EQ(walk(1), posixError(POSIXErrorCode::Busy));
+  EXPECT_EQ(visitor.visited, std::vector<std::string>{"inner"});
+  EXPECT_EQ(::umount2(inner.c_str(), MNT_DETACH), 0);
+}
+
+TEST_F(FolderWalkTest, FoldersThatDisappearAreNoFailureOnAnyThread) {
+  for (int i = 0; i < 2000; ++i) folder.makeFolder(std::to_string(i));
+  visitor.onVisit = [this](const std::string& name) -> std::optional<Error> {
+    EXPECT_EQ(::rmdir(folder.path(name).c_str()), 0);
+    return std::nullopt;
+  };
+  EXPECT_EQ(walk(4), std::nullopt);
+  EXPECT_EQ(visitor.visited.size(), 2000U);
+}
+
+TEST_F(FolderWalkTest, WhereDescriptorsAreScarceFewerFoldersAreHeldOpen) {
+  makeChain(40);
+  rlimit before{};
+  ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &before), 0);
+  const FileDescriptor next(::open("/", O_PATH | O_CLOEXEC));
+  const rlimit scarce = {static_cast<rlim_t>(next.get()) + 4, before.rlim_max};
+  ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &scarce), 0);
+  const auto error = walk(1);
+  ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &before), 0);
+  EXPECT_EQ(error, std::nullopt);
+  EXPECT_EQ(visitor.left.size(), 40U);
+}
+
+// Visits whose thread and whose number on it matter.
+class ThreadedVisitor : public FolderVisitor {
+ public:
+  std::optional<Error> visit(int folder, const FolderEntry& entry, bool& descend) override {
+    descend = entry.type == FileType::Directory;
+    const bool isCaller = std::this_thread::get_id() == caller;
+    {
+      const std::lock_guard lock(mutex);
+      threads.insert(std::this_thread::get_id());
+    }
+    return isCaller ? onCaller() : onHelper(folder, entry);
+  }
+  std::optional<Error> leave(int, const char* name) override {
+    const std::lock_guard lock(mutex);
+    left.insert(name);
+    return std::nullopt;
+  }
+
+  const std::thread::id caller = std::this_thread::get_id();
+  std::function<std::optional<Error>()> onCaller = [] { return std::nullopt; };
+  std::function<std::optional<Error>(int, const FolderEntry&)> onHelper =
+      [](int, const FolderEntry&) { return std::nullopt; };
+  std::mutex mutex;
+  std::set<std::thread::id> threads;
+  std::set<std::string> left;
+};
+
+class ThreadedWalkTest : public FolderWalkTest {
+ protected:
+  void makeFolders(int count) const {
+    for (int i = 0; i < count; ++i) {
+      folder.makeFolder(std::to_string(i));
+      folder.makeFolder(std::to_string(i) + "/inner");
+    }
+  }
+  ThreadedVisitor threaded;
+};
+
+TEST_F(ThreadedWalkTest, NoMoreThreadsTakePartThanAreAllowed) {
+  makeFolders(1000);
+  // While the only helper there may be is busy, the caller has the more to offer.
+  std::atomic<int> visits = 0;
+  threaded.onHelper = [&](int, const FolderEntry&) -> std::optional<Error> {
+    for (int now = visits; now < 1500; now = visits) visits.wait(now);
+    return std::nullopt;
+  };
+  threaded.onCaller = [&]() -> std::optional<Error> {
+    ++visits;
+    visits.notify_all();
+    return std::nullopt;
+  };
+  EXPECT_EQ(walk(2, threaded), std::nullopt);
+  EXPECT_EQ(threaded.threads.size(), 2U);
+}
+
+TEST_F(ThreadedWalkTest, AFolderIsNotLeftWhereAFailureElsewhereCutItShort) {
+  makeFolders(600);
+  // A helper goes ever deeper, until the failure of the caller stops it.
+  std::atomic<bool> isBelow = false;
+  threaded.onHelper = [&](int parent, const FolderEntry& entry) -> std::optional<Error> {
+    isBelow = true;
+    isBelow.notify_all();
+    EXPECT_EQ(::mkdirat(parent, (std::string(entry.name) + "/z").c_str(), 0755), 0);
+    return std::nullopt;
+  };
+  threaded.onCaller = [&]() -> std::optional<Error> {
+    if (threaded.threads.size() < 2) return std::nullopt;
+    isBelow.wait(false);
+    return posixError(POSIXErrorCode::Busy);
+  };
+  EXPECT_EQ(walk(2, threaded), posixError(POSIXErrorCode::Busy));
+}
+
+TEST_F(ThreadedWalkTest, WhatAVisitorRaisesOnTheCallingThreadEndsTheWalk) {
+  makeFolders(1000);
+  int visits = 0;
+  threaded.onCaller = [&]() -> std::optional<Error> {
+    if (++visits == 500) throw std::bad_alloc();
+    return std::nullopt;
+  };
+  EXPECT_THROW(walk(4, threaded), std::bad_alloc);
+}
+
+TEST_F(ThreadedWalkTest, SoDoesWhatItRaisesOnAnotherThread) {
+  makeFolders(1000);
+  threaded.onHelper = [](int, const FolderEntry&) -> std::optional<Error> {
+    throw std::runtime_error("as a test wants it");
+  };
+  EXPECT_THROW(walk(4, threaded), std::runtime_error);
+}
+
+TEST_F(ThreadedWalkTest, WithoutFurtherThreadsTheCallingOneDoesEverything) {
+  makeFolders(1000);
+  const pid_t child = ::fork();
+  if (child == 0) {
+    refuseSystemCalls({SYS_clone, SYS_clone3}, EAGAIN);
+    const bool isDone = walk(4, threaded) == std::nullopt && threaded.threads.size() == 1 &&
+                        threaded.left.size() == 1001;
+    ::_exit(isDone ? 0 : 1);
+  }
+  int status = -1;
+  EXPECT_EQ(::waitpid(child, &status, 0), child);
+  EXPECT_EQ(status, 0);
 }
 
 }  // namespace
