@@ -1,19 +1,23 @@
 #include <array>
+#include <atomic>
+#include <csignal>
 #include <filesystem>
 #include <thread>
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <poll.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include "foundation/FileDescriptor.h"
 #include "foundation/POSIXError.h"
 #include "platform/AuthorizationIssuer.h"
 #include "platform/linux/authorization/AuthorizationKey.h"
 #include "platform/linux/authorization/ExternalForm.h"
-#include "tests/authorization/AuthorizationFolder.h"
 #include "tests/authorization/ChildProcess.h"
 #include "tests/support/Files.h"
 #include "tests/support/TemporaryFolder.h"
@@ -108,80 +112,190 @@ class IssuerProgramTest : public AuthorizationIssuerTest {
     if (::geteuid() != 0) GTEST_SKIP() << "the issuer is root's";
   }
 
-  static std::optional<ProcessIdentity> identityIn(const AuthorizationExternalForm& form) {
-    AuthorizationKeyFile file(authorizationFolder().path());
+  /// The issuer of `listener`, with its files in this test's own folder.
+  ChildProcess issuerOf(const FileDescriptor& listener, const ChildProcess::Streams& streams = {},
+                        const std::vector<std::string>& arguments = {}) const {
+    std::vector<std::string> command = {
+        "env", "CORVANE_AUTHORIZATION_DIRECTORY=" + folder.path("files"), ISSUER_PROGRAM};
+    command.insert(command.end(), arguments.begin(), arguments.end());
+    ChildProcess::Streams ofIssuer = streams;
+    ofIssuer.input = listener.get();
+    return ChildProcess::program(command, ofIssuer);
+  }
+
+  std::optional<ProcessIdentity> identityIn(const AuthorizationExternalForm& form) const {
+    AuthorizationKeyFile file(folder.path("files"));
     return readExternalForm(form, std::get<AuthorizationKey>(file.key()));
   }
-};
 
-TEST_F(IssuerProgramTest, TheFormIsThatOfTheConnectingProcess) {
-  const FileDescriptor listener = listenAt(path, 1);
-  std::thread service([&] {
-    const FileDescriptor connection = accept(listener);
-    ChildProcess issuer = ChildProcess::program({ISSUER_PROGRAM}, {.input = connection.get()});
-    EXPECT_EQ(issuer.reap(), 0);
-  });
-  const auto form = requestAuthorizationExternalForm(path, 60s);
-  service.join();
-  ASSERT_TRUE(std::holds_alternative<AuthorizationExternalForm>(form));
-  EXPECT_EQ(identityIn(std::get<AuthorizationExternalForm>(form)),
-            ProcessIdentity::ofThisProcess());
-}
-
-TEST_F(IssuerProgramTest, ServesWithoutServiceManager) {
-  auto [messages, messagesEnd] = makePipe();
-  ChildProcess service = ChildProcess::program(
-      {"systemd-socket-activate", "--listen=" + path, "--accept", "--inetd",
-       "--setenv=CORVANE_AUTHORIZATION_DIRECTORY=" + authorizationFolder().path(), ISSUER_PROGRAM},
-      {.errors = messagesEnd.get()});
-  messagesEnd.reset();
-  std::array<char, 256> ready{};
-  if (::read(messages.get(), ready.data(), ready.size()) <= 0) {
-    GTEST_SKIP() << "systemd-socket-activate is not installed";
-  }
-  for (int round = 0; round < 3; ++round) {
+  void expectAForm() const {
     const auto form = requestAuthorizationExternalForm(path, 60s);
     ASSERT_TRUE(std::holds_alternative<AuthorizationExternalForm>(form))
         << std::get<Error>(form).localizedDescription();
     EXPECT_EQ(identityIn(std::get<AuthorizationExternalForm>(form)),
               ProcessIdentity::ofThisProcess());
   }
+
+  void writeKey(const std::string& text, mode_t permissions) const {
+    std::filesystem::create_directories(folder.path("files"));
+    writeFile(keyPath, text, permissions);
+  }
+
+  const std::string keyPath = folder.path("files/key");
+};
+
+TEST_F(IssuerProgramTest, OneProcessServesOneClientAfterTheOther) {
+  const FileDescriptor listener = listenAt(path, 8);
+  const ChildProcess issuer = issuerOf(listener);
+  for (int round = 0; round < 3; ++round) expectAForm();
 }
 
-TEST_F(IssuerProgramTest, SaysWhatIsWrong) {
-  struct Case {
-    FileDescriptor input;
-    const char* message;
-  };
-  ChildProcess ended = ChildProcess::connectedOfUser(someUser);
-  ended.kill();
-  const Case cases[] = {
-      {FileDescriptor(::open("/dev/null", O_RDWR | O_CLOEXEC)),
-       "com.corvane.authorization: There is no connected socket.\n"},
-      {FileDescriptor(::dup(ended.socket())),
-       "com.corvane.authorization: The process at the other end of the socket has ended.\n"},
-  };
-  for (const auto& [input, message] : cases) {
-    auto [messages, messagesEnd] = makePipe();
-    ChildProcess issuer = ChildProcess::program(
-        {ISSUER_PROGRAM}, {.input = input.get(), .errors = messagesEnd.get()});
-    messagesEnd.reset();
-    EXPECT_EQ(readToEnd(messages), message);
-    EXPECT_EQ(issuer.reap(), 1);
+TEST_F(IssuerProgramTest, ServesWithoutServiceManager) {
+  auto [messages, messagesEnd] = makePipe();
+  ChildProcess service = ChildProcess::program(
+      {"systemd-socket-activate", "--listen=" + path, "--inetd",
+       "--setenv=CORVANE_AUTHORIZATION_DIRECTORY=" + folder.path("files"), ISSUER_PROGRAM},
+      {.errors = messagesEnd.get()});
+  messagesEnd.reset();
+  std::array<char, 256> ready{};
+  if (::read(messages.get(), ready.data(), ready.size()) <= 0) {
+    GTEST_SKIP() << "systemd-socket-activate is not installed";
+  }
+  for (int round = 0; round < 3; ++round) expectAForm();
+}
+
+TEST_F(IssuerProgramTest, ConnectionsThatAreKeptHoldNobodyUp) {
+  const FileDescriptor listener = listenAt(path, 4096);
+  // They have come before it started, and take nothing of what they get.
+  constexpr int many = 500;
+  std::vector<FileDescriptor> kept;
+  for (int count = 0; count < many; ++count) kept.push_back(connectionTo(listener));
+  const ChildProcess issuer = issuerOf(listener);
+  for (int round = 0; round < 20; ++round) expectAForm();
+  for (const FileDescriptor& connection : kept) {
+    std::array<char, 64> bytes{};
+    EXPECT_EQ(::recv(connection.get(), bytes.data(), bytes.size(), 0),
+              sizeof(AuthorizationExternalForm));
+    EXPECT_EQ(::recv(connection.get(), bytes.data(), bytes.size(), 0), 0);
   }
 }
 
-TEST_F(IssuerProgramTest, AnUnsafeKeyIssuesNothing) {
-  writeFile(folder.path("key"), std::string(32, 'k'), 0644);
-  const ChildProcess child = ChildProcess::connectedOfUser(someUser);
+TEST_F(IssuerProgramTest, WhoHasEndedOrHungUpHoldsNobodyUp) {
+  const FileDescriptor listener = listenAt(path, 4096);
+  for (int count = 0; count < 100; ++count) connectionTo(listener);
+  const pid_t child = ::fork();
+  if (child == 0) {
+    for (int count = 0; count < 100; ++count) connectionTo(listener);
+    ::_exit(0);
+  }
+  int status = -1;
+  ASSERT_EQ(::waitpid(child, &status, 0), child);
   auto [messages, messagesEnd] = makePipe();
-  ChildProcess issuer = ChildProcess::program(
-      {"env", "CORVANE_AUTHORIZATION_DIRECTORY=" + folder.path(), ISSUER_PROGRAM},
-      {.input = child.socket(), .errors = messagesEnd.get()});
+  ChildProcess issuer = issuerOf(listener, {.errors = messagesEnd.get()}, {"0"});
   messagesEnd.reset();
+  expectAForm();
+  EXPECT_EQ(issuer.reap(), 0);
   EXPECT_EQ(readToEnd(messages),
-            "com.corvane.authorization: " + folder.path("key") + ": Operation not permitted\n");
-  EXPECT_EQ(issuer.reap(), 1);
+            "com.corvane.authorization: The process at the other end of the socket has ended.\n")
+      << "told once";
+}
+
+TEST_F(IssuerProgramTest, NobodyIsLostWhileItEnds) {
+  const FileDescriptor listener = listenAt(path, 4096);
+  std::atomic<int> left = 8;
+  std::vector<std::thread> clients;
+  for (int client = left; client > 0; --client) {
+    clients.emplace_back([&] {
+      for (int round = 0; round < 25; ++round) expectAForm();
+      --left;
+    });
+  }
+  // As a service manager does: whenever somebody is in the queue and none runs, one is started.
+  while (left > 0) {
+    pollfd waiting = {listener.get(), POLLIN, 0};
+    if (::poll(&waiting, 1, 10) <= 0) continue;
+    EXPECT_EQ(issuerOf(listener, {}, {"0"}).reap(), 0);
+  }
+  for (std::thread& client : clients) client.join();
+}
+
+TEST_F(IssuerProgramTest, EndsBetweenClientsWhenItIsToldTo) {
+  const FileDescriptor listener = listenAt(path, 4096);
+  for (int round = 0; round < 20; ++round) {
+    ChildProcess issuer = issuerOf(listener);
+    std::atomic<bool> isEnding = false;
+    std::thread client([&] {
+      while (!isEnding) expectAForm();
+    });
+    expectAForm();
+    ::kill(issuer.pid(), SIGTERM);
+    EXPECT_EQ(issuer.reap(), -1) << "by the signal";
+    isEnding = true;
+    // Who has come meanwhile is the next one's.
+    const ChildProcess next = issuerOf(listener);
+    client.join();
+  }
+}
+
+TEST_F(IssuerProgramTest, SaysWhatIsWrongWithItsStart) {
+  struct Case {
+    std::vector<std::string> arguments;
+    int status;
+    const char* message;
+  };
+  const FileDescriptor nothing(::open("/dev/null", O_RDWR | O_CLOEXEC));
+  const char* usage = "com.corvane.authorization: usage: com.corvane.authorization [SECONDS]\n";
+  const Case cases[] = {
+      {{}, 1, "com.corvane.authorization: Standard input is no socket that clients connect to.\n"},
+      {{"x"}, 2, usage},
+      {{"-1"}, 2, usage},
+      {{"1", "2"}, 2, usage},
+  };
+  for (const auto& [arguments, status, message] : cases) {
+    auto [messages, messagesEnd] = makePipe();
+    ChildProcess issuer = issuerOf(nothing, {.errors = messagesEnd.get()}, arguments);
+    messagesEnd.reset();
+    EXPECT_EQ(readToEnd(messages), message);
+    EXPECT_EQ(issuer.reap(), status);
+  }
+}
+
+TEST_F(IssuerProgramTest, AKeyThatIsDamagedOrUnsafeIsReplaced) {
+  struct Case {
+    std::string text;
+    mode_t permissions;
+    const char* reason;
+  };
+  const Case cases[] = {{std::string(32, 'k'), 0644, "Operation not permitted"},
+                        {std::string(31, 'k'), 0600, "Bad message"},
+                        {"", 0600, "Bad message"}};
+  for (const auto& [text, permissions, reason] : cases) {
+    writeKey(text, permissions);
+    const FileDescriptor listener = listenAt(path, 8);
+    auto [messages, messagesEnd] = makePipe();
+    const ChildProcess issuer = issuerOf(listener, {.errors = messagesEnd.get()});
+    expectAForm();
+    EXPECT_NE(contentOf(keyPath), text);
+    EXPECT_EQ(readLine(messages), "com.corvane.authorization: " + keyPath + ": " + reason);
+    EXPECT_EQ(readLine(messages), "com.corvane.authorization: A new key was made.");
+    std::filesystem::remove(path);
+  }
+}
+
+TEST_F(IssuerProgramTest, WithoutAKeyItIssuesNothingUntilThereIsOne) {
+  std::filesystem::create_directories(keyPath);
+  const FileDescriptor listener = listenAt(path, 8);
+  auto [messages, messagesEnd] = makePipe();
+  const ChildProcess issuer = issuerOf(listener, {.errors = messagesEnd.get()});
+  for (int round = 0; round < 3; ++round) {
+    const auto form = requestAuthorizationExternalForm(path, 60s);
+    ASSERT_TRUE(std::holds_alternative<Error>(form));
+    EXPECT_TRUE(isPOSIXError(std::get<Error>(form), POSIXErrorCode::ConnectionReset));
+  }
+  EXPECT_EQ(readLine(messages),
+            "com.corvane.authorization: " + keyPath + ": Operation not permitted");
+  std::filesystem::remove(keyPath);
+  expectAForm();
 }
 
 }  // namespace

@@ -108,7 +108,6 @@ class TerminalTest(PolkitTest):
         if not os.path.exists("/usr/bin/pkttyagent"):
             self.skipTest("polkit's text agent is not installed")
         self.expects_end = True  # with its last client
-        self.serve_forms()
         self.path = f"{self.folder}/protected"
         write(self.path, "")
 

@@ -32,7 +32,6 @@ class DeleteCommandTest(DaemonTest):
 
     def setUp(self):
         super().setUp()
-        self.serve_forms()
         # Another client keeps the daemon from ending.
         Client(self.daemon.connect()).register(1)
 

@@ -40,7 +40,6 @@ class ExecuteCommandTest(DaemonTest):
     def setUp(self):
         super().setUp()
         self.expects_end = True  # with its last client
-        self.serve_forms()
 
     def command(self, *arguments, options=(), application=None, utility="lipo"):
         return [f"{PROGRAMS}/privilegerequestor-vnt", "--socket", f"{self.folder}/helper.socket",

@@ -19,7 +19,6 @@ class InterruptionTest(DaemonTest):
 
     def setUp(self):
         super().setUp()
-        self.serve_forms()
         # What it runs is the daemon's child, and goes on when both have ended.
         self.addCleanup(self.go_on)
 

@@ -214,9 +214,11 @@ class Issuer:
     """Where a process asks for its external form."""
 
     def __init__(self, folder):
-        self._environment = {**os.environ, **environment_for(folder)}
         self.socket_path = f"{folder}/authorization.socket"
-        self._listening = listening_socket(self.socket_path)
+        with listening_socket(self.socket_path) as listening:
+            self.process = subprocess.Popen([f"{PROGRAMS}/com.corvane.authorization"],
+                                            stdin=listening,
+                                            env={**os.environ, **environment_for(folder)})
 
     def form(self, user=None):
         """The external form of `user`, or of this process."""
@@ -226,18 +228,11 @@ class Issuer:
             asking = socket.socket(socket.AF_UNIX)
             asking.connect(self.socket_path)
         with asking:
-            self.issue()
             return asking.recv(64)
 
-    def issue(self):
-        """Issues a form to whoever connects next."""
-        accepted, _ = self._listening.accept()
-        with accepted:
-            subprocess.run([f"{PROGRAMS}/com.corvane.authorization"], stdin=accepted,
-                           env=self._environment, check=True)
-
     def close(self):
-        self._listening.close()
+        self.process.terminate()
+        self.process.wait(PATIENCE)
 
 
 def change_rights(folder, command):
@@ -314,16 +309,6 @@ class DaemonTest(FolderTest):
 
     def form(self, user=None):
         return self.issuer.form(user)
-
-    def serve_forms(self):
-        """Issues a form to whoever connects from now on."""
-        def serve():
-            with contextlib.suppress(OSError):
-                while True:
-                    # A client may leave without its form.
-                    with contextlib.suppress(subprocess.CalledProcessError):
-                        self.issuer.issue()
-        threading.Thread(target=serve, daemon=True).start()
 
     def assertLogged(self, mark, *messages):
         """The daemon has logged exactly `messages`, (priority, text) each, since `mark`."""

@@ -91,6 +91,21 @@ TEST_F(HelperInstallationTest, AnotherVersionIsReplaced) {
   EXPECT_THAT(system(), SizeIs(count)) << "nothing of the old versions is left";
 }
 
+TEST_F(HelperInstallationTest, TheIssuersUnitOfOlderVersionsGoes) {
+  const std::string old = inRoot("usr/lib/systemd/system/com.corvane.authorization@.service");
+  writeFile(old, "old");
+  ASSERT_EQ(installation()->putInPlace(), std::nullopt);
+  EXPECT_TRUE(exists(old)) << "until the new ones are kept";
+  ASSERT_EQ(install(), std::nullopt);
+  EXPECT_FALSE(exists(old));
+  EXPECT_EQ(countOf(State::Current), parts);
+
+  writeFile(old, "old");
+  EXPECT_THAT(installation()->leftovers(), testing::Contains(old));
+  installation()->remove();
+  EXPECT_FALSE(exists(old));
+}
+
 TEST_F(HelperInstallationTest, FilesThatOthersCouldChangeArePutRight) {
   ASSERT_EQ(install(), std::nullopt);
   ASSERT_EQ(::chmod(inRoot("bin/launchctl").c_str(), 0777), 0);
@@ -101,11 +116,11 @@ TEST_F(HelperInstallationTest, FilesThatOthersCouldChangeArePutRight) {
 }
 
 TEST_F(HelperInstallationTest, APayloadThatIsNotWholeChangesNothing) {
-  fs::remove(payload("com.corvane.authorization@.service"));
+  fs::remove(payload("com.corvane.authorization.service"));
   const Error error = failToInstall();
   EXPECT_TRUE(isPOSIXError(error, POSIXErrorCode::NoEntry));
   EXPECT_EQ(*error.userInfo().find(NSFilePathErrorKey),
-            Value(payload("com.corvane.authorization@.service")));
+            Value(payload("com.corvane.authorization.service")));
 }
 
 TEST_F(HelperInstallationTest, AFolderInThePayloadIsNoFileToInstall) {

@@ -28,7 +28,7 @@ void InstallationTest::makePayload(const std::string& version) const {
   make(std::string(label) + ".service", service);
   make(std::string(label) + ".socket", socket);
   make("com.corvane.authorization", "program");
-  make("com.corvane.authorization@.service", service);
+  make("com.corvane.authorization.service", service);
   make("com.corvane.authorization.socket", socket);
   make("launchctl", "launchctl for systemd, version");
 }

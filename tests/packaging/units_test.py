@@ -60,7 +60,7 @@ class UnitsTest(unittest.TestCase):
             self.assertEqual(found.returncode, 0, found.stdout)
 
     def test_every_service_has_limits_and_keeps_only_routine_messages_out(self):
-        for name in (f"{self.label}.service", "com.corvane.authorization@.service"):
+        for name in (f"{self.label}.service", "com.corvane.authorization.service"):
             service = unit(name)["Service"]
             # Either keeps out what has the level of debug messages, and what goes to standard error
             # has the second.

@@ -3,7 +3,7 @@
 # The most exposure of each, in tenths, that systemd-analyze may find.
 MOST_EXPOSURE = {
     "com.corvane.system.privilegedhelper-vnt.service": 40,
-    "com.corvane.authorization@.service": 15,
+    "com.corvane.authorization.service": 15,
 }
 
 

@@ -24,6 +24,12 @@ std::variant<AuthorizationKey, Error> readKey(const RootFolder& folder) {
   return key;
 }
 
+AuthorizationKey randomKey() {
+  AuthorizationKey key{};
+  randombytes_buf(key.data(), key.size());
+  return key;
+}
+
 }  // namespace
 
 AuthorizationKeyFile::AuthorizationKeyFile(std::string directory)
@@ -43,6 +49,16 @@ std::variant<AuthorizationKey, Error> AuthorizationKeyFile::key() {
   return key;
 }
 
+std::variant<AuthorizationKey, Error> AuthorizationKeyFile::renewedKey() {
+  std::variant<RootFolder, Error> folder = RootFolder::openOrMake(_directory);
+  if (const Error* error = std::get_if<Error>(&folder)) return *error;
+  if (const std::optional<Error> failure =
+          std::get<RootFolder>(folder).replace(fileName, randomKey(), rootAlone)) {
+    return *failure;
+  }
+  return key();
+}
+
 std::variant<AuthorizationKey, Error> AuthorizationKeyFile::readOrMake() const {
   std::variant<RootFolder, Error> opened = RootFolder::openOrMake(_directory);
   if (const Error* error = std::get_if<Error>(&opened)) return *error;
@@ -52,9 +68,7 @@ std::variant<AuthorizationKey, Error> AuthorizationKeyFile::readOrMake() const {
   const Error* error = std::get_if<Error>(&key);
   if (error == nullptr || !isPOSIXError(*error, POSIXErrorCode::NoEntry)) return key;
 
-  AuthorizationKey random{};
-  randombytes_buf(random.data(), random.size());
-  if (const std::optional<Error> failure = folder.create(fileName, random, rootAlone);
+  if (const std::optional<Error> failure = folder.create(fileName, randomKey(), rootAlone);
       failure && !isPOSIXError(*failure, POSIXErrorCode::Exists)) {
     return *failure;
   }

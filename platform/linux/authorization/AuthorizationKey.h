@@ -24,6 +24,9 @@ class AuthorizationKeyFile {
   /// What the file holds. If there is none it is made, from random bytes and safely against others
   /// that make it at the same time. A file or a folder that is not root's alone is an error.
   std::variant<AuthorizationKey, Error> key();
+  /// A new key, in the place of whatever the file is but a folder. What was made with the old one
+  /// is worth nothing from now on.
+  std::variant<AuthorizationKey, Error> renewedKey();
 
  private:
   std::variant<AuthorizationKey, Error> readOrMake() const;

@@ -25,6 +25,9 @@ namespace fs = std::filesystem;
 using State = HelperInstallation::Part::State;
 
 constexpr const char* issuer = "com.corvane.authorization";
+constexpr const char* issuerService = "com.corvane.authorization.service";
+// Of older versions, which had a process for each form.
+constexpr const char* issuerTemplate = "com.corvane.authorization@.service";
 constexpr const char* launchControl = "launchctl";
 // What tells our own program of that name from another's.
 constexpr std::string_view launchControlMark = "launchctl for systemd, version";
@@ -86,7 +89,7 @@ class LinuxInstallation : public HelperInstallation {
     add(launchControl, "/bin/", programPermissions);
     add(_label + ".service", unitFolder, unitPermissions);
     add(_label + ".socket", unitFolder, unitPermissions);
-    add(std::string(issuer) + "@.service", unitFolder, unitPermissions);
+    add(issuerService, unitFolder, unitPermissions);
     add(std::string(issuer) + ".socket", unitFolder, unitPermissions);
     _sockets = {std::string(issuer) + ".socket", _label + ".socket"};
   }
@@ -104,6 +107,7 @@ class LinuxInstallation : public HelperInstallation {
 
   void keep() override {
     _replacement.keep();
+    ::unlink(issuerTemplatePath().c_str());
     forget();
   }
 
@@ -115,6 +119,10 @@ class LinuxInstallation : public HelperInstallation {
 
  private:
   std::string inRoot(const std::string& path) const { return _root == "/" ? path : _root + path; }
+
+  std::string issuerTemplatePath() const {
+    return inRoot(std::string(unitFolder) + issuerTemplate);
+  }
 
   std::vector<std::string> places() const {
     std::vector<std::string> places;
@@ -144,6 +152,7 @@ class LinuxInstallation : public HelperInstallation {
   std::optional<Error> lock();
   std::optional<Error> checkSources() const;
   std::optional<Error> makeReady(const std::string& socket);
+  void endIssuer() const;
   std::vector<std::string> runtimeFolders() const;
   void undo();
   void forget();
@@ -160,6 +169,7 @@ class LinuxInstallation : public HelperInstallation {
   std::vector<std::string> _enabled;
   std::vector<std::string> _started;
   bool _isReloadNeeded = false;
+  bool _isIssuerReplaced = false;
 };
 
 // One at a time: whoever comes second waits, and finds the work done.
@@ -190,15 +200,26 @@ std::optional<Error> LinuxInstallation::putInPlace() {
     if (stateOf(file) == State::Current) continue;
     if (auto error = _replacement.stage(file.source, file.place, file.permissions)) return error;
     _isReloadNeeded |= file.permissions == unitPermissions;
+    _isIssuerReplaced |= lastPathComponent(file.place).starts_with(issuer);
   }
   if (auto error = _replacement.apply()) return error;
   if (_isReloadNeeded && _systemctl.isManagerRunning()) {
     if (auto error = _systemctl.run({"daemon-reload"})) return error;
   }
+  if (_isIssuerReplaced) endIssuer();
   for (const std::string& socket : _sockets) {
     if (auto error = makeReady(socket)) return error;
   }
   return std::nullopt;
+}
+
+// While others ask it does not end by itself, and so would stay what it was. It ends between two
+// clients, and the next one starts what is in place then.
+void LinuxInstallation::endIssuer() const {
+  if (!_systemctl.isManagerRunning()) return;
+  // The socket of the older versions does not start one for all.
+  if (exists(issuerTemplatePath())) _systemctl.run({"stop", std::string(issuer) + ".socket"});
+  _systemctl.run({"stop", issuerService});
 }
 
 std::optional<Error> LinuxInstallation::makeReady(const std::string& socket) {
@@ -219,6 +240,7 @@ void LinuxInstallation::undo() {
   for (const std::string& socket : _enabled) _systemctl.run({"--quiet", "disable", socket});
   _replacement.undo();
   if (_isReloadNeeded && _systemctl.isManagerRunning()) _systemctl.run({"daemon-reload"});
+  if (_isIssuerReplaced) endIssuer();
   forget();
 }
 
@@ -226,6 +248,7 @@ void LinuxInstallation::forget() {
   _enabled.clear();
   _started.clear();
   _isReloadNeeded = false;
+  _isIssuerReplaced = false;
   _lock.reset();
 }
 
@@ -242,7 +265,7 @@ void LinuxInstallation::remove() {
     _systemctl.run({"--quiet", "disable", socket});
   }
   if (_systemctl.isManagerRunning()) {
-    _systemctl.run({"stop", _label + ".service", std::string(issuer) + "@*.service"});
+    _systemctl.run({"stop", _label + ".service", issuerService});
   }
   // Before anything else: what is removed from here on is not to come back.
   ::unlink(_journal.c_str());
@@ -252,6 +275,7 @@ void LinuxInstallation::remove() {
       ::unlink(remains.c_str());
     }
   }
+  ::unlink(issuerTemplatePath().c_str());
   std::error_code ignored;
   for (const std::string& folder : runtimeFolders()) fs::remove_all(folder, ignored);
   if (_systemctl.isManagerRunning()) {
@@ -262,7 +286,7 @@ void LinuxInstallation::remove() {
 }
 
 std::vector<std::string> LinuxInstallation::leftovers() const {
-  std::vector<std::string> all = {_journal};
+  std::vector<std::string> all = {_journal, issuerTemplatePath()};
   for (const InstalledFile& file : _files) {
     if (isOurs(file.place)) all.push_back(file.place);
     const auto remains = FileReplacement::remainsOf(file.place);
