@@ -39,6 +39,37 @@ TEST(DialogTextTest, WhatReordersOrHidesTextIsRemoved) {
   EXPECT_EQ(dialogText("a\u202Eb\u2066c\u200B\uFEFF\u00ADd\U000E0041"), "abcd");
 }
 
+TEST(DialogTextTest, EveryFormattingCharacterIsRemoved) {
+  struct Range {
+    char32_t first;
+    char32_t last;
+  };
+  // Those of Unicode's category Cf, whose neighbours are none but where it says so.
+  constexpr Range ranges[] = {{0xAD, 0xAD},       {0x600, 0x605},     {0x61C, 0x61C},
+                              {0x6DD, 0x6DD},     {0x70F, 0x70F},     {0x890, 0x891},
+                              {0x8E2, 0x8E2},     {0x180E, 0x180E},   {0x200B, 0x200F},
+                              {0x202A, 0x202E},   {0x2060, 0x2064},   {0x2066, 0x206F},
+                              {0xFEFF, 0xFEFF},   {0xFFF9, 0xFFFB},   {0x110BD, 0x110BD},
+                              {0x110CD, 0x110CD}, {0x13430, 0x13438}, {0x1BCA0, 0x1BCA3},
+                              {0x1D173, 0x1D17A}, {0xE0001, 0xE0001}, {0xE0020, 0xE007F}};
+  for (const auto& [first, last] : ranges) {
+    for (char32_t character = first; character <= last; ++character) {
+      std::string text = "a";
+      appendUTF8(text, character);
+      EXPECT_EQ(dialogText(text + "b"), "ab") << std::hex << std::uint32_t{character};
+    }
+  }
+  for (const char32_t visible :
+       {0x5FFU,   0x606U,   0x6DCU,   0x6DEU,   0x70EU,   0x710U,   0x88FU,
+        0x892U,   0x8E1U,   0x8E3U,   0x110BCU, 0x110BEU, 0x110CCU, 0x110CEU,
+        0x1342FU, 0x13439U, 0x1BC9FU, 0x1BCA4U, 0x1D172U, 0x1D17BU}) {
+    std::string text;
+    appendUTF8(text, visible);
+    EXPECT_EQ(dialogText(text), text) << std::hex << std::uint32_t{visible};
+  }
+  EXPECT_EQ(dialogText("a\u1680b"), "a b");
+}
+
 TEST(DialogTextTest, NothingVisibleIsEmpty) {
   EXPECT_EQ(dialogText(""), "");
   EXPECT_EQ(dialogText(" \n\u200B\u3000"), "");
