@@ -61,8 +61,10 @@ bool isPolkitThere(sd_bus* bus) {
 }  // namespace
 
 AgentPresence findAgentOfThisProcess() {
-  const Bus bus = BusConnections(systemBusAddress()).take();
-  if (bus == nullptr || !isPolkitThere(bus.get())) return AgentPresence::NoPolkit;
+  const std::variant<Bus, int> connected = BusConnections(systemBusAddress()).take();
+  const Bus* found = std::get_if<Bus>(&connected);
+  if (found == nullptr || !isPolkitThere(found->get())) return AgentPresence::NoPolkit;
+  const Bus& bus = *found;
   const BusMessage registration = newCall(bus.get(), "RegisterAuthenticationAgent");
   const BusMessage end = newCall(bus.get(), "UnregisterAuthenticationAgent");
   if (registration == nullptr || end == nullptr ||

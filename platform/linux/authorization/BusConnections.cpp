@@ -17,21 +17,22 @@ bool isUsable(sd_bus* bus) {
   return progress == 0 && sd_bus_is_ready(bus) > 0;
 }
 
-Bus connect(const std::string& address) {
+std::variant<Bus, int> connect(const std::string& address) {
   sd_bus* raw = nullptr;
   int result = sd_bus_new(&raw);
   Bus bus(raw);
   if (result >= 0) result = sd_bus_set_address(raw, address.c_str());
   if (result >= 0) result = sd_bus_set_bus_client(raw, 1);
   if (result >= 0) result = sd_bus_start(raw);
-  return result >= 0 ? std::move(bus) : nullptr;
+  if (result < 0) return -result;
+  return bus;
 }
 
 }  // namespace
 
 BusConnections::BusConnections(std::string address) : _address(std::move(address)) {}
 
-Bus BusConnections::take() {
+std::variant<Bus, int> BusConnections::take() {
   for (;;) {
     Bus bus;
     {

@@ -3,6 +3,7 @@
 
 #include <mutex>
 #include <string>
+#include <variant>
 #include <vector>
 
 #include "platform/linux/Bus.h"
@@ -16,8 +17,9 @@ class BusConnections {
   /// `address` as D-Bus writes addresses.
   explicit BusConnections(std::string address);
 
-  /// A connection that may still be in its handshake; null if nobody listens at the address.
-  Bus take();
+  /// A connection that may still be in its handshake, or the errno value of what kept it from being
+  /// made: EAGAIN if the bus takes no more connections just now.
+  std::variant<Bus, int> take();
   /// Takes a connection back on which nothing is pending.
   void giveBack(Bus bus);
 

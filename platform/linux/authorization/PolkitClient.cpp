@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <cstdlib>
 #include <optional>
 #include <string_view>
@@ -22,18 +23,25 @@ constexpr std::uint32_t allowUserInteraction = 1;
 // than everything else that a request needs.
 constexpr std::chrono::seconds absence{1};
 
-// Errors by which the bus says that nobody is there who could answer.
+// Errors by which the bus says that it knows of nobody who could answer, whether it looks itself or
+// has systemd do it. One that knows polkit and cannot reach it is not among them.
 constexpr std::string_view absentErrors[] = {
     "org.freedesktop.DBus.Error.NameHasNoOwner",
     "org.freedesktop.DBus.Error.ServiceUnknown",
-    "org.freedesktop.DBus.Error.Spawn.",
-    "org.freedesktop.systemd1.",
+    "org.freedesktop.DBus.Error.Spawn.ServiceNotFound",
+    "org.freedesktop.systemd1.NoSuchUnit",
+    "org.freedesktop.systemd1.UnitMasked",
 };
 
 bool isAbsence(const sd_bus_error& error) {
   const std::string_view name(error.name == nullptr ? "" : error.name);
-  return std::any_of(std::begin(absentErrors), std::end(absentErrors),
-                     [name](std::string_view prefix) { return name.starts_with(prefix); });
+  return std::find(std::begin(absentErrors), std::end(absentErrors), name) !=
+         std::end(absentErrors);
+}
+
+// What tells that no bus listens; anything else is one that is not to be had just now.
+bool isAbsence(int connectErrno) {
+  return connectErrno == ENOENT || connectErrno == ECONNREFUSED;
 }
 
 struct BusSlotCloser {
@@ -119,6 +127,26 @@ bool askForSignOfLife(sd_bus* bus, PendingCall& sign) {
   return message != nullptr && sign.send(bus, message.get());
 }
 
+bool hasHungUp(int asker, std::chrono::milliseconds patience) {
+  pollfd waiting = {asker, POLLRDHUP, 0};
+  return ::poll(&waiting, 1, static_cast<int>(patience.count())) > 0;
+}
+
+/// A connection to the bus. One that takes no more for now is asked again.
+std::variant<Bus, PolkitFailure> connectTo(BusConnections& connections, int asker,
+                                           std::chrono::milliseconds patience) {
+  constexpr std::chrono::milliseconds pause{20};
+  const Clock::time_point deadline = Clock::now() + patience;
+  for (;;) {
+    std::variant<Bus, int> bus = connections.take();
+    if (Bus* connected = std::get_if<Bus>(&bus)) return std::move(*connected);
+    const int failure = std::get<int>(bus);
+    if (isAbsence(failure)) return PolkitFailure::Absent;
+    if (failure != EAGAIN || Clock::now() >= deadline) return PolkitFailure::Failed;
+    if (hasHungUp(asker, pause)) return PolkitFailure::Abandoned;
+  }
+}
+
 /// Waits for something to happen on `bus`, at most until `deadline`; true if the asker hung up.
 bool waitOn(sd_bus* bus, int asker, Clock::time_point deadline) {
   std::array<pollfd, 2> waiting = {
@@ -130,7 +158,8 @@ bool waitOn(sd_bus* bus, int asker, Clock::time_point deadline) {
   return ready > 0 && waiting[1].revents != 0;
 }
 
-/// Nothing once `call` has its reply, else why it has none.
+/// Nothing once `call` has its reply, else why it has none. A bus that is there and does not get to
+/// this connection is a failure like any other.
 std::optional<PolkitFailure> waitForReply(sd_bus* bus, const PendingCall& call, int asker,
                                           std::chrono::milliseconds patience) {
   PendingCall sign;
@@ -139,15 +168,20 @@ std::optional<PolkitFailure> waitForReply(sd_bus* bus, const PendingCall& call, 
   for (;;) {
     const int progress = sd_bus_process(bus, nullptr);
     isConnected = isConnected || sd_bus_is_ready(bus) > 0;
-    // A connection that breaks answers its calls itself.
-    const PolkitFailure failure = isConnected ? PolkitFailure::Failed : PolkitFailure::Absent;
-    if (call.hasReply()) return isConnected ? std::nullopt : std::optional(failure);
-    if (progress < 0) return failure;
+    if (call.hasReply()) {
+      // A connection that breaks answers its calls itself.
+      if (!isConnected) return PolkitFailure::Failed;
+      // Who is gone by now is not to have what was granted.
+      return hasHungUp(asker, {}) ? std::optional(PolkitFailure::Abandoned) : std::nullopt;
+    }
+    if (progress < 0) return PolkitFailure::Failed;
     if (progress > 0) continue;
 
     if (sign.takeReply() != nullptr) deadline = Clock::now() + patience;
     if (Clock::now() >= deadline) {
-      if (!isConnected || sign.isUnderWay() || !askForSignOfLife(bus, sign)) return failure;
+      if (!isConnected || sign.isUnderWay() || !askForSignOfLife(bus, sign)) {
+        return PolkitFailure::Failed;
+      }
       deadline = Clock::now() + patience;
     }
     if (waitOn(bus, asker, deadline)) return PolkitFailure::Abandoned;
@@ -195,8 +229,9 @@ std::variant<PolkitAnswer, PolkitFailure> PolkitClient::checkAuthorization(
 
 std::variant<PolkitAnswer, PolkitFailure> PolkitClient::ask(const PolkitQuestion& question,
                                                             int asker) {
-  Bus bus = _connections.take();
-  if (bus == nullptr) return PolkitFailure::Absent;
+  std::variant<Bus, PolkitFailure> connected = connectTo(_connections, asker, _patience);
+  if (const auto* failure = std::get_if<PolkitFailure>(&connected)) return *failure;
+  Bus& bus = std::get<Bus>(connected);
   const std::string cancellationId = newCancellationId();
   const BusMessage check = newCheck(bus.get(), question, cancellationId);
   std::variant<PolkitAnswer, PolkitFailure> answer = PolkitFailure::Failed;

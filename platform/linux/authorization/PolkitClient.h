@@ -30,8 +30,8 @@ struct PolkitAnswer {
 };
 
 enum class PolkitFailure {
-  Absent,     ///< there is no polkit on the bus, or no bus
-  Failed,     ///< it is there, and its answer is an error, or none, or not one of its answers
+  Absent,  ///< the bus knows of no polkit, or nobody listens where the bus would be
+  Failed,  ///< it is there, and cannot be reached, or its answer is an error or not one of its own
   Abandoned,  ///< whoever asked has gone away
 };
 
