@@ -46,8 +46,9 @@ Json objectFor(const Error& error) {
 }
 
 void printJson(const Json& json) {
-  // Texts from elsewhere may not be UTF-8; they are shown as well as they can be.
-  std::printf("%s\n", json.dump(2, ' ', false, Json::error_handler_t::replace).c_str());
+  // Texts from elsewhere may not be UTF-8; they are shown as well as they can be. What is not ASCII
+  // is escaped, so that nothing of it controls a terminal.
+  std::printf("%s\n", json.dump(2, ' ', true, Json::error_handler_t::replace).c_str());
 }
 
 Json successObject() {

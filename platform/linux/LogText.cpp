@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
-#include <utility>
+#include <optional>
 
 #include <unistd.h>
 
@@ -27,15 +27,20 @@ std::string singleLine(std::string_view text) {
   static constexpr std::string_view digits = "0123456789abcdef";
   std::string line;
   line.reserve(text.size());
-  char previous = 0;
-  for (const char character : text) {
-    if (!endsControlCharacter(std::exchange(previous, character), character)) {
-      line += character;
-    } else {
-      const auto byte = static_cast<unsigned char>(character);
+  while (!text.empty()) {
+    const std::string_view before = text;
+    const std::optional<char32_t> character = takeUTF8Character(text);
+    if (!character) text.remove_prefix(1);
+    const std::string_view taken = before.substr(0, before.size() - text.size());
+    if (character && !endsControlCharacter(taken.front(), taken.back())) {
+      line += taken;
+      continue;
+    }
+    for (const char byte : taken) {
+      const auto value = static_cast<unsigned char>(byte);
       line += "\\x";
-      line += digits[byte >> 4];
-      line += digits[byte & 0xf];
+      line += digits[value >> 4];
+      line += digits[value & 0xf];
     }
   }
   return line;

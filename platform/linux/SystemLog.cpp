@@ -86,7 +86,8 @@ int asl_log(aslclient client, aslmsg message, int priority, const char* format, 
 int asl_vlog(aslclient client, aslmsg message, int priority, const char* format,
              va_list arguments) {
   if (client == nullptr) return -1;
-  const std::string text = printfText(format, arguments);
+  // A text that cannot be shown would be hidden from whoever reads the log.
+  const std::string text = singleLine(printfText(format, arguments));
 
   switch (client->sink) {
     case Sink::Journal: {
@@ -107,14 +108,13 @@ int asl_vlog(aslclient client, aslmsg message, int priority, const char* format,
       break;
     }
     case Sink::Syslog:
-      ::syslog(client->facility | priority, "%s", singleLine(text).c_str());
+      ::syslog(client->facility | priority, "%s", text.c_str());
       return 0;
     case Sink::StandardError:
       break;
   }
   // Also where a journal was found that takes nothing.
-  writeToStandardError("<" + std::to_string(priority) + "> " + client->ident + ": " +
-                       singleLine(text) + "\n");
+  writeToStandardError("<" + std::to_string(priority) + "> " + client->ident + ": " + text + "\n");
   return 0;
 }
 
