@@ -2,7 +2,9 @@
 // served without being installed: com.corvane.rights-vnt register|remove|list.
 
 #include <cstdio>
+#include <string>
 #include <string_view>
+#include <vector>
 
 #include "client/cli/Rights.h"
 #include "operationset-vnt/ZELPrivilegedOperationSetVNT.h"
@@ -14,6 +16,12 @@ namespace {
 
 enum ExitStatus : int { Done = 0, Failed = 1, Usage = 2 };
 
+void tell(const std::vector<std::string>& rights, const char* what) {
+  for (const std::string& right : rights) {
+    std::fprintf(stderr, "com.corvane.rights-vnt: '%s' %s.\n", right.c_str(), what);
+  }
+}
+
 // The set's own functions report failures to the standard log alone, so the result is looked at.
 ExitStatus change(bool isRegistering) {
   if (isRegistering ? cli::registerRights() : cli::removeRights()) {
@@ -21,9 +29,10 @@ ExitStatus change(bool isRegistering) {
     return Failed;
   }
   const cli::Rights rights = cli::examineRights();
-  const bool isDone =
-      isRegistering ? rights.missing.empty() && rights.unknown.empty() : rights.registered.empty();
-  return isDone ? Done : Failed;
+  const auto& left = isRegistering ? rights.missing : rights.registered;
+  tell(left, isRegistering ? "could not be registered" : "could not be removed");
+  tell(rights.unknown, "is there and cannot be read; remove the rights first");
+  return left.empty() && rights.unknown.empty() ? Done : Failed;
 }
 
 // A line a right: name, rule and sentence, separated by tabulators; "-" for one that is missing.

@@ -62,6 +62,11 @@ std::optional<Error> removeRights() {
   return changeRights([](AuthorizationRef authorization) {
     operationSet().removeAuthorizationRightsForImplementedOperationsUsingAuthorization(
         authorization);
+    // What is damaged, or defined with one of two authorities alone, counts as no right there.
+    operationSet().enumerateRightDefinitionsUsingBlock(
+        [&](const std::optional<std::string>& name, const Value&, const std::string&) {
+          AuthorizationRightRemove(authorization, name.value_or("").c_str());
+        });
   });
 }
 

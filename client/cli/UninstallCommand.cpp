@@ -17,8 +17,10 @@ using Names = std::vector<std::string>;
 
 Names whatIsThere(const HelperInstallation& installation) {
   Names names = installation.leftovers();
-  const Names rights = examineRights().registered;
-  names.insert(names.end(), rights.begin(), rights.end());
+  const Rights rights = examineRights();
+  for (const Names& there : {rights.registered, rights.unknown}) {
+    names.insert(names.end(), there.begin(), there.end());
+  }
   return names;
 }
 

@@ -161,5 +161,46 @@ TEST_F(RightsRegistrationTest, TheProgramRegistersListsAndRemoves) {
   EXPECT_EQ(run("other"), 2);
 }
 
+TEST_F(RightsRegistrationTest, TheProgramTellsOfADamagedRightAndRemovesIt) {
+  const auto run = [&](const std::string& command, int status) {
+    auto [messages, messagesEnd] = makePipe();
+    ChildProcess program =
+        ChildProcess::program({RIGHTS_PROGRAM, command}, {.errors = messagesEnd.get()});
+    messagesEnd.reset();
+    const std::string text = readToEnd(messages);
+    EXPECT_EQ(program.reap(), status) << text;
+    return text;
+  };
+  const std::string rights = authorizationFolder().path("rights");
+  EXPECT_EQ(run("register", 0), "");
+  writeFile(rights + "/com.corvane.vnt.nop.plist", "damaged");
+  EXPECT_EQ(run("register", 1),
+            "com.corvane.rights-vnt: 'com.corvane.vnt.nop' is there and cannot be read; remove the "
+            "rights first.\n");
+  EXPECT_EQ(run("remove", 0), "");
+  EXPECT_TRUE(std::filesystem::is_empty(rights));
+}
+
+TEST_F(RightsRegistrationTest, TheProgramRemovesWhatOneAuthorityAloneHas) {
+  const FileDescriptor nothing(::open("/dev/null", O_RDWR | O_CLOEXEC));
+  const auto run = [&](const std::string& command) {
+    return ChildProcess::program({RIGHTS_PROGRAM, command}, {.output = nothing.get()}).reap();
+  };
+  const std::string actions = authorizationFolder().path("actions");
+  const std::string rights = authorizationFolder().path("rights");
+  ASSERT_EQ(run("register"), 0);
+  // Where polkit came later.
+  ASSERT_EQ(::mkdir(actions.c_str(), 0755), 0);
+  EXPECT_EQ(run("remove"), 0);
+  EXPECT_TRUE(std::filesystem::is_empty(rights));
+
+  ASSERT_EQ(run("register"), 0);
+  EXPECT_FALSE(std::filesystem::is_empty(actions));
+  std::filesystem::remove_all(rights);
+  EXPECT_EQ(run("remove"), 0);
+  EXPECT_TRUE(std::filesystem::is_empty(actions));
+  std::filesystem::remove_all(actions);
+}
+
 }  // namespace
 }  // namespace corvane
