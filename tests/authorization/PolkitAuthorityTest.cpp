@@ -6,6 +6,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
 
 #include "platform/linux/CurrentPeer.h"
 #include "platform/linux/authorization/EmbeddedAuthority.h"
@@ -35,6 +37,33 @@ std::string asked(const std::string& action) {
   return says("action", action) + ", " + says("event", "asked");
 }
 const std::string cancelled = "{" + says("event", "cancelled") + "}";
+
+FileDescriptor socketFor(const std::string& path, sockaddr_un& address) {
+  address = {};
+  address.sun_family = AF_UNIX;
+  path.copy(address.sun_path, sizeof address.sun_path - 1);
+  return FileDescriptor(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+}
+
+FileDescriptor listenAt(const std::string& path, int backlog) {
+  sockaddr_un address;
+  FileDescriptor listener = socketFor(path, address);
+  if (::bind(listener.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 ||
+      ::listen(listener.get(), backlog) != 0) {
+    std::abort();
+  }
+  return listener;
+}
+
+FileDescriptor connectionTo(const std::string& path) {
+  sockaddr_un address;
+  FileDescriptor connection = socketFor(path, address);
+  if (::connect(connection.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) !=
+      0) {
+    std::abort();
+  }
+  return connection;
+}
 
 /// An authority over a polkit of the test's own, and a process that asks for rights.
 class PolkitAuthorityTest : public ::testing::Test {
@@ -237,14 +266,16 @@ TEST_F(PolkitAuthorityTest, ADialogIsClosedWhenItsClientGoesAway) {
 
 TEST_F(PolkitAuthorityTest, ManyDialogsAreOpenAtOnceWhileOthersAreServed) {
   start();
-  constexpr int count = 20;
+  constexpr uid_t count = 20;
   std::vector<ChildProcess> children;
   std::vector<std::unique_ptr<PolkitAgent>> agents;
   std::vector<FileDescriptor> clients;
   std::vector<std::future<OSStatus>> statuses;
   // All of them before there are connections that they would inherit.
   children.reserve(count);
-  for (int i = 0; i < count; ++i) children.push_back(ChildProcess::connectedOfUser(someUser));
+  for (uid_t i = 0; i < count; ++i) {
+    children.push_back(ChildProcess::connectedOfUser(anotherUser - i / OpenDialogs::mostOfOneUser));
+  }
   agents.reserve(count);
   clients.reserve(count);
   statuses.reserve(count);
@@ -268,6 +299,46 @@ TEST_F(PolkitAuthorityTest, ManyDialogsAreOpenAtOnceWhileOthersAreServed) {
   for (auto& status : statuses) EXPECT_EQ(status.get(), errAuthorizationCanceled);
 }
 
+TEST_F(PolkitAuthorityTest, AYesAfterTheAskersEndGrantsNothing) {
+  start();
+  ChildProcess asker = ChildProcess::connectedOfUser(someUser);
+  const auto process = std::get<WatchedProcess>(WatchedProcess::ofPeer(asker.socket())).identity();
+  const PolkitAgent agent(service, process, "late");
+  auto status = std::async(std::launch::async, [&] {
+    return authority.decide(process, {guarded, "", "", true});
+  });
+  EXPECT_THAT(agent.nextEvent(), HasSubstr("asked"));
+  EXPECT_THAT(agent.nextEvent(), HasSubstr("open"));
+  asker.kill();
+  agent.answer();
+  EXPECT_EQ(status.get(), errAuthorizationInvalidRef);
+}
+
+TEST_F(PolkitAuthorityTest, AYesToAProcessThatRunsAnotherProgramByThenGrantsNothing) {
+  start();
+  auto [told, tell] = makePipe();
+  auto [input, go] = makePipe();
+  const std::string id = std::to_string(someUser);
+  const ChildProcess asker =
+      ChildProcess::program({"setpriv", "--reuid=" + id, "--regid=" + id, "--clear-groups", "sh",
+                             "-c", "echo ready; read go; exec sh -c 'echo changed; read end'"},
+                            {.input = input.get(), .output = tell.get()});
+  tell.reset();
+  ASSERT_EQ(readLine(told), "ready");
+  const ProcessIdentity process{asker.pid(), someUser, processStartTime(asker.pid()).value_or(0)};
+  const PolkitAgent agent(service, process, "late");
+  auto status = std::async(std::launch::async, [&] {
+    return authority.decide(process, {guarded, "", "", true});
+  });
+  EXPECT_THAT(agent.nextEvent(), HasSubstr("asked"));
+  EXPECT_THAT(agent.nextEvent(), HasSubstr("open"));
+  ASSERT_EQ(::write(go.get(), "\n", 1), 1);
+  ASSERT_EQ(readLine(told), "changed");
+  EXPECT_TRUE(process.isRunning());
+  agent.answer();
+  EXPECT_EQ(status.get(), errAuthorizationInvalidRef);
+}
+
 TEST_F(PolkitAuthorityTest, AnAuthorityThatEndsInTheMiddleIsAFailure) {
   start();
   std::optional<PolkitAgent> agent(std::in_place, service, subject, "wait");
@@ -288,7 +359,8 @@ TEST_F(PolkitAuthorityTest, ABusThatEndsInTheMiddleIsAFailure) {
   EXPECT_THAT(agent.nextEvent(), HasSubstr("asked"));
   service.killBus();
   EXPECT_EQ(status.get(), errAuthorizationInternal);
-  EXPECT_EQ(ask(allowed), errAuthorizationSuccess) << "the embedded authority's answer";
+  // Once it is wholly gone the embedded authority answers.
+  while (ask(allowed) != errAuthorizationSuccess) std::this_thread::yield();
   EXPECT_EQ(ask(guarded), errAuthorizationInteractionNotAllowed);
 }
 
@@ -296,6 +368,57 @@ TEST_F(PolkitAuthorityTest, WithoutBusTheEmbeddedAuthorityDecides) {
   EXPECT_EQ(ask(allowed), errAuthorizationSuccess);
   EXPECT_EQ(ask(guarded), errAuthorizationInteractionNotAllowed);
   EXPECT_EQ(authority.decide(root, {guarded, "", "", true}), errAuthorizationSuccess);
+}
+
+TEST_F(PolkitAuthorityTest, ABusThatAcceptsNobodyIsAFailure) {
+  const FileDescriptor bus = listenAt(service.folder().path("bus"), 1);
+  PolkitAuthority impatient(places, translate, embedded, 50ms);
+  for (int round = 0; round < 2; ++round) {
+    EXPECT_EQ(impatient.decide(subject, {allowed, "", "", true}), errAuthorizationInternal);
+  }
+  EXPECT_EQ(impatient.decide(root, {guarded, "", "", true}), errAuthorizationInternal);
+}
+
+TEST_F(PolkitAuthorityTest, ABusWhoseQueueIsFullIsAskedAgainAndThenAFailure) {
+  const std::string path = service.folder().path("bus");
+  FileDescriptor bus = listenAt(path, 0);
+  const FileDescriptor first = connectionTo(bus);
+  PolkitAuthority impatient(places, translate, embedded, 50ms);
+  EXPECT_EQ(impatient.decide(subject, {allowed, "", "", true}), errAuthorizationInternal);
+
+  PolkitAuthority patient(places, translate, embedded, 60s);
+  auto status = std::async(std::launch::async, [&] {
+    return patient.decide(subject, {allowed, "", "", true});
+  });
+  bus.reset();
+  EXPECT_EQ(status.get(), errAuthorizationSuccess) << "nobody listens any more";
+}
+
+TEST_F(PolkitAuthorityTest, ABusThatHangsUpIsAFailure) {
+  const FileDescriptor bus = listenAt(service.folder().path("bus"), 1);
+  std::thread server([&] { FileDescriptor(::accept(bus.get(), nullptr, nullptr)).reset(); });
+  EXPECT_EQ(ask(allowed), errAuthorizationInternal);
+  server.join();
+}
+
+TEST_F(PolkitAuthorityTest, ABusThatIsKeptBusyDoesNotHaveTheEmbeddedAuthorityDecide) {
+  service.addRule("if (action.id == '" + allowed + "') return polkit.Result.NO;");
+  start();
+  // More than the bus admits before they have said who they are.
+  std::vector<FileDescriptor> busy;
+  for (int count = 0; count < 80; ++count) {
+    busy.push_back(connectionTo(service.folder().path("bus")));
+  }
+  PolkitAuthority impatient(places, translate, embedded, 200ms);
+  EXPECT_EQ(impatient.decide(subject, {allowed, "", "", true}), errAuthorizationInternal);
+  busy.clear();
+  EXPECT_EQ(ask(allowed), errAuthorizationDenied);
+}
+
+TEST_F(PolkitAuthorityTest, APolkitThatCannotBeStartedIsAFailure) {
+  service.addActivatable("/bin/false");
+  start("none");
+  EXPECT_EQ(ask(allowed), errAuthorizationInternal);
 }
 
 TEST_F(PolkitAuthorityTest, WithoutPolkitOnTheBusTheEmbeddedAuthorityDecidesUntilItIsThere) {
@@ -384,13 +507,19 @@ TEST_F(PolkitAuthorityTest, RightsAreDefinedWithBothAuthorities) {
   EXPECT_EQ(authority.rightRemove(guarded), errAuthorizationDenied);
 }
 
-TEST_F(PolkitAuthorityTest, WhereActionsAreKeptTheySayWhetherARightExists) {
+TEST_F(PolkitAuthorityTest, ARightThatOneAuthorityLacksIsNoneAndCanBeRemoved) {
+  const RightDefinition definition{"default", "", ""};
   ASSERT_EQ(embedded.rightRemove(guarded), 0);
-  EXPECT_EQ(authority.rightGet(guarded, nullptr), 0);
-  EXPECT_EQ(authority.rightRemove(guarded), 0) << "of one authority alone";
-  ASSERT_EQ(embedded.rightSet(guarded, {"default", "", ""}), 0);
+  EXPECT_EQ(authority.rightGet(guarded, nullptr), errAuthorizationDenied);
+  ASSERT_EQ(authority.rightSet(guarded, definition), 0);
+  EXPECT_EQ(authority.rightGet(guarded, nullptr), 0) << "completed";
+
+  ASSERT_EQ(embedded.rightRemove(guarded), 0);
+  EXPECT_EQ(authority.rightRemove(guarded), 0);
+  ASSERT_EQ(embedded.rightSet(guarded, definition), 0);
   EXPECT_EQ(authority.rightGet(guarded, nullptr), errAuthorizationDenied);
   EXPECT_EQ(authority.rightRemove(guarded), 0);
+  EXPECT_EQ(embedded.rightGet(guarded, nullptr), errAuthorizationDenied);
 }
 
 TEST_F(PolkitAuthorityTest, ASystemWithoutActionsHasTheEmbeddedAuthoritysRights) {

@@ -52,6 +52,11 @@ void PolkitService::addRule(const std::string& rule) {
             "polkit.addRule(function(action, subject) {" + rule + "});\n");
 }
 
+void PolkitService::addActivatable(const std::string& program) {
+  writeFile(_folder.path("services/org.freedesktop.PolicyKit1.service"),
+            "[D-BUS Service]\nName=org.freedesktop.PolicyKit1\nUser=root\nExec=" + program + "\n");
+}
+
 bool PolkitService::start(const std::string& authority) {
   _process.emplace(
       ChildProcess::program({script("serve-polkit"), _folder.path(), authority},

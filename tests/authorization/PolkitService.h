@@ -1,6 +1,7 @@
 #ifndef CORVANE_TESTS_AUTHORIZATION_POLKITSERVICE_H
 #define CORVANE_TESTS_AUTHORIZATION_POLKITSERVICE_H
 
+#include <csignal>
 #include <optional>
 #include <string>
 
@@ -24,6 +25,9 @@ class PolkitService {
 
   /// A rule in polkit's own language, for a polkit that is started later.
   void addRule(const std::string& rule);
+
+  /// Has a bus that is started later start `program` when somebody asks for polkit.
+  void addActivatable(const std::string& program);
 
   /// Starts the bus, and on it "polkit" itself, "none", or a substitute that answers in a manner
   /// that the substitute's script tells. False if this cannot be done here.
@@ -55,6 +59,8 @@ class PolkitAgent {
 
   /// What happens to dialogs, each as an object of JSON; waits for the next.
   std::string nextEvent() const { return readLine(_events.output); }
+  /// Has one of the manner "late" answer.
+  void answer() const { ::kill(_process.pid(), SIGUSR1); }
 
  private:
   Pipe _events;

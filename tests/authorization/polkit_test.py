@@ -2,11 +2,12 @@
 
 import contextlib
 import os
+import signal
 import threading
 
 from gi.repository import GLib
 
-from polkit_support import PASSWORD, USER, PolkitTest, write
+from polkit_support import ADMINISTRATOR, PASSWORD, USER, PolkitTest, write
 from bus import DELETE_FILEOBJECTS, DISCARD_AUTH, NOP, OSSTATUS, POSIX
 from support import main, wait_until
 
@@ -28,9 +29,9 @@ class Requestor(PolkitTest):
         write(path, "")
         return path
 
-    def delete(self, path, form=None):
-        return self.client.perform(DELETE_FILEOBJECTS, form or self.form(self.requestor),
-                                   ["0", "0", path])
+    def delete(self, path, form=None, client=None):
+        return (client or self.client).perform(DELETE_FILEOBJECTS,
+                                               form or self.form(self.requestor), ["0", "0", path])
 
 
 class RequestTest(Requestor):
@@ -78,6 +79,49 @@ class RequestTest(Requestor):
         self.client.close()
         self.assertIn(b'"cancelled"', agent.process.stdout.readline())
         thread.join()
+
+
+    def test_a_yes_after_the_asking_process_has_ended_has_nothing_done(self):
+        path = self.protected_file()
+        agent = self.agent(self.requestor.process.pid, "late")
+        errors = []
+        form = self.form(self.requestor)
+        thread = threading.Thread(target=lambda: errors.append(self.delete(path, form=form)))
+        thread.start()
+        self.assertIn(b'"asked"', agent.process.stdout.readline())
+        self.assertIn(b'"open"', agent.process.stdout.readline())
+        # Its connection is still there: it is this process's as well.
+        self.requestor.end()
+        agent.process.send_signal(signal.SIGUSR1)
+        thread.join()
+        self.assertEqual(errors, [(OSSTATUS, -60002, {})])
+        self.assertTrue(os.path.exists(path))
+
+    def test_a_user_has_four_dialogs_at_a_time_and_others_have_theirs(self):
+        path = self.protected_file()
+        users = [self.user() for _ in range(5)]
+        clients = [self.client_of(user) for user in users]
+        agents = [self.agent(user.process.pid, "wait") for user in users]
+
+        def ask(client, form):
+            with contextlib.suppress(GLib.Error):
+                self.delete(path, form=form, client=client)
+        threads = []
+        for user, client, agent in list(zip(users, clients, agents))[:4]:
+            threads.append(threading.Thread(target=ask, args=(client, self.form(user))))
+            threads[-1].start()
+            self.assertIn(b'"asked"', agent.process.stdout.readline())
+        self.assertEqual(self.delete(path, form=self.form(users[4]), client=clients[4]),
+                         NOBODY_TO_ASK)
+        self.assertIsNone(clients[4].perform(NOP, self.form(users[4])), "it takes no dialog")
+        other = self.user(ADMINISTRATOR)
+        agent = self.agent(other.process.pid, "grant")
+        self.assertIsNone(self.delete(path, form=self.form(other), client=self.client_of(other)))
+        agent.end()
+        for client in clients[:4]:
+            client.close()
+        for thread in threads:
+            thread.join()
 
 
 class RuleTest(Requestor):

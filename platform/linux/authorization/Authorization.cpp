@@ -136,7 +136,8 @@ OSStatus AuthorizationCopyRights(AuthorizationRef authorization, const Authoriza
                                  (flags & kAuthorizationFlagInteractionAllowed) != 0});
     if (status != errAuthorizationSuccess) return status;
   }
-  return errAuthorizationSuccess;
+  // A person may have taken a while: nobody is left who could have what was granted.
+  return isRunning(authorization->subject) ? errAuthorizationSuccess : errAuthorizationInvalidRef;
 }
 
 OSStatus AuthorizationFree(AuthorizationRef authorization, AuthorizationFlags flags) {

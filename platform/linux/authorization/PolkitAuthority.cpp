@@ -1,6 +1,7 @@
 #include "platform/linux/authorization/PolkitAuthority.h"
 
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include "platform/StandardLog.h"
 #include "platform/linux/CurrentPeer.h"
@@ -38,10 +39,17 @@ PolkitAuthority::PolkitAuthority(const Places& places, Translate translate,
       _discarded(places.discardedDirectory) {}
 
 OSStatus PolkitAuthority::decide(const ProcessIdentity& subject, const RightRequest& request) {
+  const std::optional<RunningProgram> asking = RunningProgram::of(subject.pid);
   const auto grantedSince = _discarded.grantedSince(subject);
   const Answer answer =
       grantedSince ? askAfterDiscard(subject, request, *grantedSince) : ask(subject, request);
-  if (const auto* given = std::get_if<PolkitAnswer>(&answer)) return statusOf(*given);
+  if (const auto* given = std::get_if<PolkitAnswer>(&answer)) {
+    const OSStatus status = statusOf(*given);
+    // Whoever was asked has agreed to what asked then.
+    const bool isAnother =
+        status == errAuthorizationSuccess && asking && asking != RunningProgram::of(subject.pid);
+    return isAnother ? errAuthorizationInvalidRef : status;
+  }
   switch (std::get<PolkitFailure>(answer)) {
     case PolkitFailure::Absent:
       return _withoutPolkit.decide(subject, request);
@@ -55,22 +63,36 @@ OSStatus PolkitAuthority::decide(const ProcessIdentity& subject, const RightRequ
 
 PolkitAuthority::Answer PolkitAuthority::ask(const ProcessIdentity& subject,
                                              const RightRequest& request) {
-  return _polkit.checkAuthorization({subject, request.rightName, dialogText(request.prompt),
-                                     dialogIcon(request.iconPath), request.isInteractionAllowed},
-                                    askersConnection());
+  const Answer answer = askQuietly(subject, request.rightName);
+  const auto* given = std::get_if<PolkitAnswer>(&answer);
+  const bool isDialogNeeded = given != nullptr && !given->isAuthorized && given->isChallenge;
+  return isDialogNeeded && request.isInteractionAllowed ? askPerson(subject, request) : answer;
+}
+
+PolkitAuthority::Answer PolkitAuthority::askQuietly(const ProcessIdentity& subject,
+                                                    const std::string& rightName) {
+  return _polkit.checkAuthorization({subject, rightName, {}, {}, false}, askersConnection());
+}
+
+PolkitAuthority::Answer PolkitAuthority::askPerson(const ProcessIdentity& subject,
+                                                   const RightRequest& request) {
+  const OpenDialogs::Place place(_dialogs, subject.uid);
+  // As if nobody were there to ask: a person looks at few dialogs at a time.
+  if (!place.isTaken()) return PolkitAnswer{false, true, false, {}};
+  return _polkit.checkAuthorization(
+      {subject, request.rightName, dialogText(request.prompt), dialogIcon(request.iconPath), true},
+      askersConnection());
 }
 
 PolkitAuthority::Answer PolkitAuthority::askAfterDiscard(
     const ProcessIdentity& subject, const RightRequest& request,
     const std::set<std::string>& grantedSince) {
-  RightRequest quiet = request;
-  quiet.isInteractionAllowed = false;
-  Answer answer = ask(subject, quiet);
+  Answer answer = askQuietly(subject, request.rightName);
   const auto* given = std::get_if<PolkitAnswer>(&answer);
   if (given == nullptr) return answer;
   if (!given->isAuthorized) {
-    if (!given->isChallenge) return answer;
-    answer = ask(subject, request);
+    if (!given->isChallenge || !request.isInteractionAllowed) return answer;
+    answer = askPerson(subject, request);
     given = std::get_if<PolkitAnswer>(&answer);
     if (given != nullptr && !given->temporaryAuthorization.empty()) {
       _discarded.grant(subject, given->temporaryAuthorization);
@@ -111,8 +133,12 @@ OSStatus PolkitAuthority::rightGet(const std::string& rightName, RightDefinition
   std::optional<RightDefinition> found =
       readActionFile(stringFromData(std::get<Data>(bytes)), rightName);
   if (!found) return errAuthorizationInternal;
-  if (definition != nullptr) *definition = *std::move(found);
-  return errAuthorizationSuccess;
+  // One that either authority lacks is none, so that registering it completes it. Who is not root
+  // may not be let to look there.
+  const OSStatus other =
+      ::geteuid() == 0 ? _withoutPolkit.rightGet(rightName, nullptr) : errAuthorizationSuccess;
+  if (other == errAuthorizationSuccess && definition != nullptr) *definition = *std::move(found);
+  return other;
 }
 
 OSStatus PolkitAuthority::rightSet(const std::string& rightName,

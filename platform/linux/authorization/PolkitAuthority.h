@@ -7,6 +7,7 @@
 #include "platform/linux/authorization/ActionFile.h"
 #include "platform/linux/authorization/Authority.h"
 #include "platform/linux/authorization/DiscardedAuthorizations.h"
+#include "platform/linux/authorization/OpenDialogs.h"
 #include "platform/linux/authorization/PolkitClient.h"
 
 namespace corvane {
@@ -14,7 +15,7 @@ namespace corvane {
 /// The system's own authority, with another in its place while it is not there.
 ///
 /// A right is an action of its name, in an action file of its own. Rights are defined with both
-/// authorities, so that either can decide; where actions are kept, they say whether a right exists.
+/// authorities, so that either can decide, and exist only where both have them.
 class PolkitAuthority : public Authority {
  public:
   /// The sentence of a dialog in other languages, from its key and the name of its strings table.
@@ -41,7 +42,10 @@ class PolkitAuthority : public Authority {
  private:
   using Answer = std::variant<PolkitAnswer, PolkitFailure>;
 
+  /// With a dialog only where polkit says that it takes one, so that others do not count as such.
   Answer ask(const ProcessIdentity& subject, const RightRequest& request);
+  Answer askQuietly(const ProcessIdentity& subject, const std::string& rightName);
+  Answer askPerson(const ProcessIdentity& subject, const RightRequest& request);
   Answer askAfterDiscard(const ProcessIdentity& subject, const RightRequest& request,
                          const std::set<std::string>& grantedSince);
   bool hasActions() const;
@@ -51,6 +55,7 @@ class PolkitAuthority : public Authority {
   const Translate _translate;
   Authority& _withoutPolkit;
   DiscardedAuthorizations _discarded;
+  OpenDialogs _dialogs;
 };
 
 }  // namespace corvane

@@ -3,11 +3,13 @@
 #include <array>
 #include <cerrno>
 #include <charconv>
+#include <string>
 #include <string_view>
 
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/syscall.h>
 
 #include "foundation/FileDescriptor.h"
@@ -40,6 +42,52 @@ FileDescriptor processOfPeer(int socket, pid_t pid) {
   return FileDescriptor(errno == ENOPROTOOPT ? static_cast<int>(::syscall(SYS_pidfd_open, pid, 0))
                                              : -1);
 }
+
+/// What /proc/PID/stat tells of a process that runs.
+class ProcessFields {
+ public:
+  static std::optional<ProcessFields> of(pid_t pid) {
+    std::array<char, 32> path = {"/proc/"};
+    char* end = std::to_chars(path.data() + 6, path.data() + path.size(), pid).ptr;
+    std::string_view("/stat").copy(end, 5);
+    const FileDescriptor file(::open(path.data(), O_RDONLY | O_CLOEXEC));
+    if (!file) return std::nullopt;
+    ProcessFields fields;
+    const ssize_t length = ::read(file.get(), fields._buffer.data(), fields._buffer.size());
+    if (length <= 0) return std::nullopt;
+
+    // "pid (name) state ...": the name may hold anything, parentheses and spaces too; what follows
+    // its last parenthesis is numbers but for the state.
+    const std::string_view text(fields._buffer.data(), static_cast<std::size_t>(length));
+    const std::size_t name = text.rfind(") ");
+    if (name == std::string_view::npos) return std::nullopt;
+    fields._state = name + 2;
+    fields._length = text.size();
+    const bool hasEnded = fields.text().starts_with('Z') || fields.text().starts_with('X');
+    return hasEnded ? std::nullopt : std::optional(fields);
+  }
+
+  /// The number that is the field `field`, counted from 1; those up to the state, the third, are
+  /// none.
+  std::optional<std::uint64_t> number(int field) const {
+    std::string_view rest = text();
+    for (int index = 3; index < field; ++index) {
+      const std::size_t space = rest.find(' ');
+      if (space == std::string_view::npos) return std::nullopt;
+      rest.remove_prefix(space + 1);
+    }
+    std::uint64_t value = 0;
+    const auto result = std::from_chars(rest.data(), rest.data() + rest.size(), value);
+    return result.ec == std::errc() ? std::optional(value) : std::nullopt;
+  }
+
+ private:
+  std::string_view text() const { return {_buffer.data() + _state, _length - _state}; }
+
+  std::array<char, 1024> _buffer{};
+  std::size_t _state = 0;
+  std::size_t _length = 0;
+};
 
 }  // namespace
 
@@ -78,31 +126,16 @@ bool WatchedProcess::isRunning() const {
 }
 
 std::optional<std::uint64_t> processStartTime(pid_t pid) {
-  std::array<char, 32> path = {"/proc/"};
-  char* end = std::to_chars(path.data() + 6, path.data() + path.size(), pid).ptr;
-  std::string_view("/stat").copy(end, 5);
-  const FileDescriptor file(::open(path.data(), O_RDONLY | O_CLOEXEC));
-  if (!file) return std::nullopt;
-  std::array<char, 1024> buffer{};
-  const ssize_t length = ::read(file.get(), buffer.data(), buffer.size());
-  if (length <= 0) return std::nullopt;
+  const std::optional<ProcessFields> fields = ProcessFields::of(pid);
+  return fields ? fields->number(22) : std::nullopt;
+}
 
-  // "pid (name) state ...": the name may hold anything, parentheses and spaces too; what follows
-  // its last parenthesis is numbers but for the state. The start time is the 20th of these fields.
-  std::string_view text(buffer.data(), static_cast<std::size_t>(length));
-  const std::size_t name = text.rfind(") ");
-  if (name == std::string_view::npos) return std::nullopt;
-  text.remove_prefix(name + 2);
-  if (text.starts_with('Z') || text.starts_with('X')) return std::nullopt;
-  for (int field = 1; field < 20; ++field) {
-    const std::size_t space = text.find(' ');
-    if (space == std::string_view::npos) return std::nullopt;
-    text.remove_prefix(space + 1);
-  }
-  std::uint64_t startTime = 0;
-  const auto result = std::from_chars(text.data(), text.data() + text.size(), startTime);
-  if (result.ec != std::errc()) return std::nullopt;
-  return startTime;
+std::optional<RunningProgram> RunningProgram::of(pid_t pid) {
+  struct stat status = {};
+  if (::stat(("/proc/" + std::to_string(pid)).c_str(), &status) != 0) return std::nullopt;
+  const std::optional<ProcessFields> fields = ProcessFields::of(pid);
+  if (!fields) return std::nullopt;
+  return RunningProgram{status.st_uid, fields->number(28).value_or(0)};
 }
 
 }  // namespace corvane

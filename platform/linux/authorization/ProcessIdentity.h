@@ -48,6 +48,19 @@ class WatchedProcess {
   ProcessIdentity _identity;
 };
 
+/// What a process runs as: the same for as long as it neither runs another program nor takes on
+/// another user, as far as the kernel lets this process see it.
+struct RunningProgram {
+  uid_t owner;
+  /// Where its stack begins, which is by chance and anew with each program.
+  std::uint64_t stack;
+
+  /// Nothing if no such process runs.
+  static std::optional<RunningProgram> of(pid_t pid);
+
+  bool operator==(const RunningProgram&) const = default;
+};
+
 /// When the process that has the number `pid` now was started; nothing if there is none that runs.
 std::optional<std::uint64_t> processStartTime(pid_t pid);
 

@@ -1,13 +1,15 @@
 #!/usr/bin/python3
 """An authentication agent that answers every dialog in the same way.
 
-agent.py ADDRESS PID START-TIME grant|refuse|dismiss|wait
+agent.py ADDRESS PID START-TIME grant|refuse|dismiss|wait|late
 
-Serves one process, as root, so that it can grant without a password. Prints "ready", and then a line
+Serves one process, as root, so that it can grant without a password; "late" grants what is open when
+it is sent SIGUSR1. Prints "ready", and then a line
 of JSON for every dialog that opens or is closed by polkit.
 """
 
 import json
+import signal
 import sys
 
 from gi.repository import Gio, GLib
@@ -50,6 +52,12 @@ class Agent:
     def call(self, member, arguments):
         self.bus.call_sync(*AUTHORITY, member, arguments, None, Gio.DBusCallFlags.NONE, -1, None)
 
+    def grant(self, cookie, identity, invocation):
+        kind, details = identity
+        self.call("AuthenticationAgentResponse2", GLib.Variant(
+            "(us(sa{sv}))", (0, cookie, (kind, {"uid": GLib.Variant("u", details["uid"])}))))
+        invocation.return_value(None)
+
     def handle(self, _bus, _sender, _path, _interface, member, parameters, invocation):
         if member == "CancelAuthentication":
             (cookie,) = parameters.unpack()
@@ -62,11 +70,11 @@ class Agent:
         action, message, icon, _details, cookie, identities = parameters.unpack()
         tell(event="asked", action=action, message=message, icon=icon)
         if self.manner == "grant":
-            kind, details = identities[0]
-            self.call("AuthenticationAgentResponse2", GLib.Variant(
-                "(us(sa{sv}))",
-                (0, cookie, (kind, {"uid": GLib.Variant("u", details["uid"])}))))
-            invocation.return_value(None)
+            self.grant(cookie, identities[0], invocation)
+        elif self.manner == "late":
+            GLib.unix_signal_add(GLib.PRIORITY_DEFAULT, signal.SIGUSR1,
+                                 lambda: self.grant(cookie, identities[0], invocation))
+            tell(event="open")
         elif self.manner == "refuse":
             invocation.return_value(None)
         elif self.manner == "dismiss":
