@@ -115,6 +115,8 @@ class LinuxListener : public XPCListener {
             posixDescription(posixCodeFromHost(errno)).c_str());
       return;
     }
+    // Whoever started it learns that it serves, and its child programs nothing of whom to tell.
+    ::sd_notify(1, "READY=1");
     // An invalidated listener does not end the loop: whoever invalidates it is about to end the
     // process, and what the caller of this does afterwards must not happen at the same time.
     for (;;) {

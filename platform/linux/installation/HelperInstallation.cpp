@@ -229,6 +229,8 @@ std::optional<Error> LinuxInstallation::makeReady(const std::string& socket) {
   }
   if (_systemctl.isManagerRunning() && !_systemctl.isActive(socket)) {
     _started.push_back(socket);
+    // Where the helper could not be started so often that it was given up, it counts anew.
+    _systemctl.run({"reset-failed", socket.substr(0, socket.rfind('.')) + ".*"});
     if (auto error = _systemctl.run({"start", socket})) return error;
   }
   return std::nullopt;
