@@ -1,8 +1,12 @@
 #include <algorithm>
 #include <cstdio>
 
+#include <unistd.h>
+
+#include "client/cli/Advice.h"
 #include "client/cli/Commands.h"
 #include "client/cli/Installation.h"
+#include "client/cli/ProtectedTree.h"
 #include "client/cli/Rights.h"
 #include "operationset-vnt/ZELPrivilegedOperationSetVNT.h"
 #include "platform/AuthenticationAgent.h"
@@ -23,6 +27,11 @@ struct Finding {
 using State = Finding::State;
 
 using Version = PrivilegedHelperClient::Answer<std::string>;
+
+std::string serviceOfHelper() {
+  return ZELPrivilegedOperationSetVNT::privilegedOperationSet().serviceIdentifierForHelper() +
+         ".service";
+}
 
 Finding examineHelper(const Version& answer) {
   if (const auto* failure = std::get_if<CommunicationFailure>(&answer)) {
@@ -58,6 +67,39 @@ Finding examineAuthorization(PrivilegedHelperClient& client, const Version& answ
             "Even the empty operation is refused: are the rights registered?"};
   }
   return {"authorization", State::Good, "an empty operation is allowed", {}};
+}
+
+// What the helper is there for, on a tree made for it: much that can be wrong shows nowhere else.
+Finding examineDeletion(PrivilegedHelperClient& client, const Version& answer) {
+  constexpr const char* subject = "deletion";
+  if (::geteuid() != 0) return {subject, State::Unknown, "not tried: only root may have it", {}};
+  if (!std::holds_alternative<std::string>(answer)) {
+    return {subject, State::Unknown, "the helper does not answer", {}};
+  }
+  const ProtectedTree tree;
+  if (tree.error()) {
+    return {subject,
+            State::Unknown,
+            "no protected tree could be made to try it on: " + tree.error()->localizedDescription(),
+            {}};
+  }
+  const auto outcome = client.deleteFileObjects({tree.path()}, true, true);
+  if (outcome.failure) {
+    return {subject, State::Bad, outcome.failure->description, suggestionFor(*outcome.failure),
+            ExitOutOfReach};
+  }
+  const std::string advice =
+      "Has its service been changed? 'systemctl cat " + serviceOfHelper() + "' shows it.";
+  if (outcome.error) {
+    return {
+        subject, State::Bad,
+        "a protected tree in a folder of root's is not deleted: " + descriptionOf(*outcome.error),
+        advice};
+  }
+  if (tree.isThere()) {
+    return {subject, State::Bad, "the helper says that it has deleted what is still there", advice};
+  }
+  return {subject, State::Good, "a protected tree is deleted", {}};
 }
 
 Finding examineDialogs() {
@@ -130,9 +172,13 @@ const char* textFor(State state) {
 int examine(const Context& context) {
   PrivilegedHelperClient client(context.client);
   const Version version = client.helperVersion();
-  const std::vector<Finding> findings = {
-      examineHelper(version), examineVersion(version), examineAuthorization(client, version),
-      examineDialogs(),       examineRegistration(),   examineInstallation()};
+  const std::vector<Finding> findings = {examineHelper(version),
+                                         examineVersion(version),
+                                         examineAuthorization(client, version),
+                                         examineDeletion(client, version),
+                                         examineDialogs(),
+                                         examineRegistration(),
+                                         examineInstallation()};
   int status = ExitDone;
   nlohmann::ordered_json rows = nlohmann::json::array();
   for (const Finding& finding : findings) {

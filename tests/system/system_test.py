@@ -122,6 +122,11 @@ class Scenario:
             self.run(f"rm -r {drop_in} && systemctl daemon-reload && "
                      f"systemctl reset-failed {LABEL}.service")
 
+    def diagnosis(self, user="root", status=0):
+        """What the doctor finds, by subject."""
+        found = self.client("--json doctor", user, status)
+        return {row["subject"]: row for row in json.loads(found.stdout)["result"]}
+
     # The steps, in their order.
 
     def the_package_installs_and_nothing_runs(self):
@@ -214,6 +219,14 @@ class Scenario:
                            ("6", "Privileged helper is shutting down.")], entries
         told = self.run(f"journalctl -o cat _PID=1 UNIT={LABEL}.service --since=@{mark}").stdout
         assert f"{LABEL}.service: Failed with result 'exit-code'." in told, told
+
+    def the_doctor_finds_out_that_the_helper_cannot_do_its_work(self):
+        with self.changed_service("CapabilityBoundingSet=~CAP_LINUX_IMMUTABLE"):
+            assert self.diagnosis(status=1)["deletion"]["state"] == "PROBLEM"
+        assert self.diagnosis()["deletion"]["state"] == "ok"
+        assert self.run("find /var/tmp -name 'corvane*'").stdout == ""
+        # Who may not have it tried is told so.
+        assert self.diagnosis("alice", status=1)["deletion"]["state"] == "unknown"
 
     def each_operation_works_in_the_confinement(self):
         self.run("mkdir /srv/kinds && cd /srv/kinds && mkfifo fifo && mknod device c 1 3 && "
