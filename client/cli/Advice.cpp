@@ -29,7 +29,9 @@ struct Advice {
 };
 constexpr Advice advices[] = {
     {POSIXErrorCode::NoEntry, "Check the path."},
-    {POSIXErrorCode::Interrupted, "Its log says why.", "The helper could not carry it out."},
+    {POSIXErrorCode::Interrupted,
+     "Its log says why: journalctl -u com.corvane.system.privilegedhelper-vnt",
+     "The helper could not carry it out."},
     {POSIXErrorCode::Busy,
      "A file system is mounted there, or inside. Unmount it first: the helper never leaves the "
      "file system that it was asked to work on."},
@@ -66,8 +68,12 @@ struct CommunicationAdvice {
 };
 constexpr CommunicationAdvice communicationAdvices[] = {
     {Kind::Refused, "Is the helper installed and its socket enabled? 'doctor' tells more."},
-    {Kind::Lost, "The helper ended before it answered. Its log says why."},
-    {Kind::TimedOut, "It is there but busy or stuck. Try again; its log may say more."},
+    {Kind::Lost,
+     "The helper ended before it answered. Its log says why: "
+     "journalctl -u com.corvane.system.privilegedhelper-vnt"},
+    {Kind::TimedOut,
+     "It is there but busy or stuck. Try again; its log may say more: "
+     "journalctl -u com.corvane.system.privilegedhelper-vnt"},
     {Kind::TooLarge, "Ask for less at a time."},
     {Kind::BadMessage, "Do the versions of helper and client match? 'version' and 'doctor' tell."},
 };

@@ -168,7 +168,8 @@ class ExecuteCommandTest(DaemonTest):
         os.chmod(f"{self.application}/Contents/MacOS/lipo", 0o644)
         self.assertOutput(self.run_client("show"), b"",
                           b"Cannot run 'lipo': The helper could not carry it out.\n"
-                          b"Its log says why.\n", 1)
+                          b"Its log says why: journalctl -u com.corvane.system."
+                          b"privilegedhelper-vnt\n", 1)
         self.assertTrue([line for line in self.log.after(0) if "could not be launched" in line])
 
     def test_a_hundred_thousand_arguments(self):
