@@ -29,6 +29,9 @@ constexpr std::int64_t firstCodeClosingDescriptors = 0x10B0;
 // Between two reads of a stream that cannot be read.
 constexpr std::chrono::milliseconds pauseAfterFailure{10};
 
+// What a run ends with, whatever its program did, of which the delegate has not taken all.
+constexpr std::int32_t statusOfLostOutput = -1;
+
 constexpr mode_t writableByGroupOrOthers = S_IWGRP | S_IWOTH;
 
 bool isSafe(const struct stat& attributes) {
@@ -187,8 +190,14 @@ void ZELTaskExecutor::interruptProgramUsingTerminationRequest(bool terminationRe
 void ZELTaskExecutor::attendTask(std::shared_ptr<Task> task,
                                  const CompletionHandler& completionHandler) {
   Task::Handles awaited = {_subTaskOutputHandle.load(), _subTaskErrorHandle.load()};
-  for (auto ready = task->waitForDataOrTermination(awaited); !ready.empty();
-       ready = task->waitForDataOrTermination(awaited)) {
+  for (;;) {
+    Task::Handles ready;
+    if (!guarded([&] { ready = task->waitForDataOrTermination(awaited); })) {
+      // Memory that cannot be had now may be there in a while.
+      std::this_thread::sleep_for(pauseAfterFailure);
+      continue;
+    }
+    if (ready.empty()) break;
     for (const Handle& handle : ready) {
       // A stream at its end would be ready again and again.
       if (!receiveOutputFromSubTask(handle)) std::erase(awaited, handle);
@@ -212,7 +221,7 @@ void ZELTaskExecutor::taskDidTerminate(std::shared_ptr<Task> task,
   _runningTask.store(nullptr);
   // Whoever waits for the completion finds nothing of the run open any more.
   task.reset();
-  completionHandler(_hasInterrupted, status);
+  completionHandler(_hasInterrupted, _hasLostOutput ? statusOfLostOutput : status);
 }
 
 // False once there is nothing more to come from the handle.
@@ -243,10 +252,10 @@ bool ZELTaskExecutor::processIncomingDataUpToEnd(bool upToEnd, bool asError) {
       return true;
     }
     const std::size_t length = chunk.size();
-    if (delegate) {
-      delegate->receiveTaskOutput(std::move(chunk), Number(asError));
-    } else {
+    if (!delegate) {
       writeToDescriptor(asError ? STDERR_FILENO : STDOUT_FILENO, chunk);
+    } else if (!guarded([&] { delegate->receiveTaskOutput(std::move(chunk), Number(asError)); })) {
+      _hasLostOutput = true;
     }
     if (!upToEnd) return length > 0;
     owed -= std::min(owed, length);

@@ -90,6 +90,8 @@ class ZELTaskExecutor : public std::enable_shared_from_this<ZELTaskExecutor> {
   std::atomic<bool> _hasInterrupted = false;
   Atomic<std::weak_ptr<ZELTaskExecutorDelegate>> _delegate;
 
+  /// Whether the delegate raised something instead of taking a chunk.
+  bool _hasLostOutput = false;
   /// When waiting for the end of the streams is over; set when the program has ended.
   FileHandle::Clock::time_point _endOfLinger;
 };

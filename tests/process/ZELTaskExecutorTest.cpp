@@ -4,6 +4,7 @@
 #include <filesystem>
 #include <fstream>
 #include <future>
+#include <new>
 #include <numeric>
 #include <semaphore>
 #include <thread>
@@ -735,6 +736,18 @@ TEST(TaskExecutorTest, RunsAtOnceEachGetTheirOwnResultAndOutput) {
       }
     });
   }
+}
+
+TEST(TaskExecutorTest, WhatADelegateRaisesFailsTheRunAndEndsNothingElse) {
+  struct Raising : ZELTaskExecutorDelegate {
+    void receiveTaskOutput(std::optional<Data>, std::optional<Number>) override {
+      throw std::bad_alloc();
+    }
+  };
+  const auto executor = ZELTaskExecutor::init();
+  const auto delegate = std::make_shared<Raising>();
+  executor->setDelegate(delegate);
+  EXPECT_EQ(executor->executeProgramAtPath(shell, Arguments{"-c", "echo; sleep 0; echo >&2"}), -1);
 }
 
 }  // namespace
