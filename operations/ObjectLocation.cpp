@@ -26,7 +26,8 @@ std::optional<Error> locateObject(std::string_view path, ObjectLocation& locatio
     path = path.substr(0, name);
   }
   const std::string folder(path.empty() ? "." : path);
-  location.folder.reset(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  // With the slash that it ends in, it leads to nothing but a folder, which need not be readable.
+  location.folder.reset(::open(folder.c_str(), O_PATH | O_CLOEXEC));
   if (!location.folder) return posixErrorFromHost(errno);
   return std::nullopt;
 }

@@ -1,6 +1,7 @@
 #include "operationset-vnt/RecursiveRemoval.h"
 
 #include <algorithm>
+#include <string>
 #include <thread>
 #include <utility>
 
@@ -117,13 +118,12 @@ std::optional<Error> removeObjectRecursively(const ObjectLocation& location) {
     case FileType::Directory:
       return removeFolder(location, status);
     case FileType::SymbolicLink: {
+      const std::string path = location.namesDirectory ? location.name + "/" : location.name;
       FileDescriptor target;
-      if (auto error = openObject(folder, name, FinalLink::Follow, target)) {
-        return meansNoObject(*error) ? std::nullopt : error;
-      }
-      if (location.namesDirectory) {
-        if (auto error = fstat(target.get(), status)) return error;
-        if (status.type != FileType::Directory) return std::nullopt;
+      if (auto error = openObject(folder, path.c_str(), FinalLink::Follow, target)) {
+        if (meansNoObject(*error)) return std::nullopt;
+        // Not even root follows every link, but the link itself is there.
+        if (!isPOSIXError(*error, POSIXErrorCode::Access)) return error;
       }
       return unlink(folder, name);
     }

@@ -69,6 +69,11 @@ std::optional<Error> changeFlags(int file, FileFlags flags) {
   if (auto error = readFileFlagsAttributeOfFile(file, attribute)) return error;
 
   const int unprotected = kernelFlags & ~kernelProtection;
+  // Who may not see the attribute is told that there is none, and would take a system flag for one
+  // of the user's.
+  if (kernelFlags != unprotected && !attribute && !maySeeFileFlagsAttributes()) {
+    return posixError(POSIXErrorCode::NotPermitted);
+  }
   FileFlags current = wordOfKernelFlags(kernelFlags);
   if (current != 0) current = attribute.value_or(current);
   if (current == flags && (current & SF_RESTRICTED) == 0) return std::nullopt;

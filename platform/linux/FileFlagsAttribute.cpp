@@ -6,7 +6,10 @@
 #include <string_view>
 
 #include <fcntl.h>
+#include <linux/capability.h>
+#include <sys/syscall.h>
 #include <sys/xattr.h>
+#include <unistd.h>
 
 #include "foundation/POSIXError.h"
 
@@ -43,6 +46,13 @@ std::optional<Error> interpret(const Buffer& buffer, ssize_t length,
 
 std::string pathOfDescriptor(int descriptor) {
   return "/proc/self/fd/" + std::to_string(descriptor);
+}
+
+bool maySeeFileFlagsAttributes() {
+  __user_cap_header_struct header = {_LINUX_CAPABILITY_VERSION_3, 0};
+  std::array<__user_cap_data_struct, _LINUX_CAPABILITY_U32S_3> capabilities{};
+  return ::syscall(SYS_capget, &header, capabilities.data()) == 0 &&
+         (capabilities[CAP_TO_INDEX(CAP_SYS_ADMIN)].effective & CAP_TO_MASK(CAP_SYS_ADMIN)) != 0;
 }
 
 std::optional<Error> readFileFlagsAttributeOfFile(int file, std::optional<FileFlags>& flags) {

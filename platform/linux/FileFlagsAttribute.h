@@ -22,6 +22,9 @@ constexpr FileFlags fileFlagsFromKernel(bool immutable, bool append) {
 /// A path of this process by which calls that take no descriptor reach an open object.
 std::string pathOfDescriptor(int descriptor);
 
+/// False if this thread is not told of the attribute, whether an object has it or not.
+bool maySeeFileFlagsAttributes();
+
 // Each reads the attribute, or nothing if the object has none. EIO if it makes no sense.
 
 /// Of an open file or folder.

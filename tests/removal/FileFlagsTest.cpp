@@ -4,9 +4,16 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <linux/capability.h>
 #include <linux/fs.h>
+#include <sys/inotify.h>
 #include <sys/ioctl.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <sys/sysmacros.h>
+#include <sys/wait.h>
 #include <sys/xattr.h>
+#include <unistd.h>
 
 #include "foundation/POSIXError.h"
 #include "tests/support/Protection.h"
@@ -157,6 +164,51 @@ TEST_F(FileFlagsTest, AFolderIsOpenedOnlyIfItIsOne) {
   const std::string file = folder.makeFile("file");
   EXPECT_EQ(openFolder(AT_FDCWD, file.c_str(), subfolder), Error(NSPOSIXErrorDomain, 20));
   EXPECT_FALSE(subfolder);
+}
+
+TEST_F(FileFlagsTest, OnlyFilesAndFoldersAreOpenedToChangeTheirFlags) {
+  const std::string socket = folder.path("socket");
+  ASSERT_EQ(::mknod(socket.c_str(), S_IFSOCK | 0600, 0), 0);
+  const std::string device = folder.path("device");
+  ASSERT_EQ(::mknod(device.c_str(), S_IFCHR | 0600, ::makedev(1, 3)), 0);
+  const FileDescriptor watch(::inotify_init1(IN_NONBLOCK | IN_CLOEXEC));
+  const std::string fifo = folder.makeFifo("fifo");
+  for (const std::string& path : {fifo, socket, device}) {
+    ASSERT_GE(::inotify_add_watch(watch.get(), path.c_str(), IN_OPEN), 0);
+    EXPECT_EQ(changeFileFlags(path, UF_IMMUTABLE), Error(NSPOSIXErrorDomain, 45)) << path;
+    EXPECT_EQ(changeFileFlags(path, 0), std::nullopt) << path;
+  }
+  char event[256];
+  EXPECT_LT(::read(watch.get(), event, sizeof event), 0);
+  // An open would have been noticed.
+  { const FileDescriptor opened(::open(device.c_str(), O_RDONLY | O_CLOEXEC)); }
+  EXPECT_GT(::read(watch.get(), event, sizeof event), 0);
+}
+
+TEST_F(FileFlagsTest, WhoDoesNotSeeSystemFlagsChangesNothingThatIsProtected) {
+  const std::string locked = folder.makeFile("locked");
+  const std::string mine = folder.makeFile("mine");
+  ASSERT_EQ(changeFileFlags(locked, SF_IMMUTABLE), std::nullopt);
+  ASSERT_EQ(changeFileFlags(mine, UF_IMMUTABLE), std::nullopt);
+  const pid_t child = ::fork();
+  if (child == 0) {
+    __user_cap_header_struct header = {_LINUX_CAPABILITY_VERSION_3, 0};
+    __user_cap_data_struct capabilities[_LINUX_CAPABILITY_U32S_3] = {};
+    bool isRefused = ::syscall(SYS_capget, &header, capabilities) == 0;
+    capabilities[CAP_TO_INDEX(CAP_SYS_ADMIN)].effective &= ~CAP_TO_MASK(CAP_SYS_ADMIN);
+    isRefused = isRefused && ::syscall(SYS_capset, &header, capabilities) == 0;
+    const Error notPermitted(NSPOSIXErrorDomain, 1);
+    for (const std::string& path : {locked, mine}) {
+      isRefused = isRefused && changeFileFlags(path, 0) == notPermitted &&
+                  changeFileFlags(path, UF_IMMUTABLE) == notPermitted;
+    }
+    ::_exit(isRefused ? 0 : 1);
+  }
+  int status = -1;
+  EXPECT_EQ(::waitpid(child, &status, 0), child);
+  EXPECT_EQ(status, 0);
+  EXPECT_EQ(fileFlags(locked), SF_IMMUTABLE);
+  EXPECT_EQ(fileFlags(mine), UF_IMMUTABLE);
 }
 
 }  // namespace

@@ -1,10 +1,14 @@
+#include <cstdlib>
 #include <string>
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <linux/btrfs.h>
 #include <linux/fs.h>
 #include <sched.h>
+#include <sys/ioctl.h>
 #include <sys/mount.h>
+#include <unistd.h>
 
 #include "foundation/POSIXError.h"
 #include "operationset-vnt/ZELPrivilegedOperationSetVNT.h"
@@ -93,6 +97,59 @@ TEST_F(MountPointTest, AFileSystemThatKeepsItsStatusFromRootIsInTheWayToo) {
   EXPECT_EQ(remove(tree), Error(NSPOSIXErrorDomain, 16));
   EXPECT_EQ(remove(mountPoint), Error(NSPOSIXErrorDomain, 16));
   EXPECT_TRUE(exists(file));
+  // Root may not follow a link there, with or without a slash.
+  const std::string inside = folder.makeLink("inside", mountPoint + "/object");
+  EXPECT_EQ(remove(inside), std::nullopt);
+  EXPECT_FALSE(exists(inside));
+  const std::string there = folder.makeLink("there", mountPoint);
+  EXPECT_EQ(remove(there + "/"), std::nullopt);
+  EXPECT_FALSE(exists(there));
+}
+
+TEST_F(MountPointTest, AMountPointItselfKeepsItsFlags) {
+  const std::string outside = folder.makeFolder("outside");
+  setKernelFlags(outside, FS_IMMUTABLE_FL);
+  ASSERT_EQ(::mount(outside.c_str(), mountPoint.c_str(), nullptr, MS_BIND, nullptr), 0);
+  EXPECT_EQ(remove(mountPoint), Error(NSPOSIXErrorDomain, 16));
+  EXPECT_EQ(kernelFlags(outside), FS_IMMUTABLE_FL);
+}
+
+TEST_F(MountPointTest, ARestrictedTopRefinesEveryErrorOfARecursiveRemoval) {
+  const std::string outside = folder.makeFolder("outside");
+  ASSERT_EQ(changeFileFlags(outside, SF_RESTRICTED), std::nullopt);
+  ASSERT_EQ(::mount(outside.c_str(), mountPoint.c_str(), nullptr, MS_BIND, nullptr), 0);
+  const auto error = remove(mountPoint);
+  ASSERT_TRUE(error);
+  EXPECT_TRUE(error->is("com.corvane.error.privileged-operation", 8));
+  EXPECT_EQ(*error->userInfo().find(NSUnderlyingErrorKey), Value(Error(NSPOSIXErrorDomain, 16)));
+}
+
+TEST_F(MountPointTest, ARestrictedObjectRefinesNothingButAPermissionThatIsMissing) {
+  const std::string outside = folder.makeFolder("outside");
+  ASSERT_EQ(changeFileFlags(folder.makeFile("outside/file"), SF_RESTRICTED), std::nullopt);
+  ASSERT_EQ(::mount(outside.c_str(), mountPoint.c_str(), nullptr, MS_BIND, nullptr), 0);
+  ASSERT_EQ(
+      ::mount(nullptr, mountPoint.c_str(), nullptr, MS_REMOUNT | MS_BIND | MS_RDONLY, nullptr), 0);
+  std::optional<Error> error;
+  EXPECT_FALSE(set.enforceSingleRemovalOfFileSystemObjectAtPath(mountPoint + "/file", &error));
+  EXPECT_EQ(error, Error(NSPOSIXErrorDomain, 30));
+}
+
+TEST_F(MountPointTest, ASubvolumeInTheTreeIsNoMountPoint) {
+  const std::string image = folder.makeFile("image");
+  ASSERT_EQ(::truncate(image.c_str(), 128 << 20), 0);
+  const std::string command =
+      "(mkfs.btrfs -q " + image + " && mount -o loop " + image + " " + mountPoint + ") 2>/dev/null";
+  if (std::system(command.c_str()) != 0) {
+    GTEST_SKIP() << "needs Btrfs and its tools";
+  }
+  const std::string inner = folder.makeFolder("tree/mounted/inner");
+  const FileDescriptor parent(::open(inner.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  btrfs_ioctl_vol_args subvolume = {0, "subvolume"};
+  ASSERT_EQ(::ioctl(parent.get(), BTRFS_IOC_SUBVOL_CREATE, &subvolume), 0);
+  setKernelFlags(folder.makeFile("tree/mounted/inner/subvolume/a/b/file"), FS_IMMUTABLE_FL);
+  EXPECT_EQ(remove(inner), std::nullopt);
+  EXPECT_FALSE(exists(inner));
 }
 
 TEST_F(MountPointTest, FilesOfBothLayersOfAnOverlayAreRemoved) {

@@ -1,8 +1,11 @@
 #include <filesystem>
+#include <fstream>
 #include <string>
 
 #include <gtest/gtest.h>
 #include <linux/fs.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include "foundation/POSIXError.h"
 #include "operationset-vnt/ZELPrivilegedOperationSetVNT.h"
@@ -215,6 +218,26 @@ TEST_F(RecursiveRemovalTest, ALinkWithoutATargetCountsOnlyWhenItsExistenceIsChec
   error.reset();
   EXPECT_FALSE(set.setImmutableFlag(false, folder.path("missing"), false, &error));
   EXPECT_EQ(error, Error(NSPOSIXErrorDomain, 2));
+}
+
+TEST_F(RecursiveRemovalTest, ANameThatIsTooLongNamesNothing) {
+  EXPECT_EQ(remove(folder.path(std::string(300, 'n'))), std::nullopt);
+  EXPECT_EQ(remove(folder.path(std::string(300, 'n') + "/below")), std::nullopt);
+}
+
+TEST_F(RecursiveRemovalTest, ALinkOfSomebodyElseInASharedFolderIsRemoved) {
+  std::ifstream setting("/proc/sys/fs/protected_symlinks");
+  int value = 0;
+  if (!(setting >> value) || value == 0) {
+    GTEST_SKIP() << "the system lets root follow such links (fs.protected_symlinks)";
+  }
+  const std::string shared = folder.makeFolder("shared");
+  const std::string link = folder.makeLink("shared/link", "../file");
+  folder.makeFile("file");
+  ASSERT_EQ(::lchown(link.c_str(), 65534, 65534), 0);
+  ASSERT_EQ(::chmod(shared.c_str(), 01777), 0);
+  EXPECT_EQ(remove(link), std::nullopt);
+  EXPECT_FALSE(exists(link));
 }
 
 }  // namespace

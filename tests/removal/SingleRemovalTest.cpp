@@ -4,6 +4,10 @@
 
 #include <gtest/gtest.h>
 #include <linux/fs.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <sys/xattr.h>
+#include <unistd.h>
 
 #include "foundation/POSIXError.h"
 #include "operationset-vnt/ZELPrivilegedOperationSetVNT.h"
@@ -187,6 +191,45 @@ TEST_F(SingleRemovalTest, TheRootIsNotRemoved) {
   EXPECT_EQ(remove("/"), Error(NSPOSIXErrorDomain, 16));
   EXPECT_EQ(remove(folder.path(".")), Error(NSPOSIXErrorDomain, 22));
   EXPECT_EQ(remove(folder.makeFolder("sub") + "/.."), Error(NSPOSIXErrorDomain, 66));
+}
+
+TEST_F(SingleRemovalTest, FlagsStayClearedWhereTheRemovalFailsAfterwards) {
+  const std::string full = folder.makeFolder("full");
+  folder.makeFile("full/file");
+  setKernelFlags(full, FS_IMMUTABLE_FL | FS_APPEND_FL);
+  EXPECT_EQ(remove(full), Error(NSPOSIXErrorDomain, 66));
+  EXPECT_EQ(kernelFlags(full), 0);
+}
+
+TEST_F(SingleRemovalTest, AFlagThatIsNotKnownHereStaysAndTheObjectWithIt) {
+  const std::string path = folder.makeFile("file");
+  const std::string flags = "0x8002";
+  ASSERT_EQ(::setxattr(path.c_str(), "trusted.corvane.flags", flags.data(), flags.size(), 0), 0);
+  setKernelFlags(path, FS_IMMUTABLE_FL);
+  const auto error = remove(path);
+  ASSERT_TRUE(error);
+  EXPECT_TRUE(error->is("com.corvane.error.privileged-operation", 5));
+  EXPECT_EQ(fileFlags(path), 0x8002U);
+}
+
+TEST_F(SingleRemovalTest, AFolderOnTheWayNeedNotBeReadable) {
+  const std::string parent = folder.makeFolder("parent");
+  const std::string file = folder.makeFile("parent/file");
+  const uid_t somebodyElse = 65534;
+  ASSERT_EQ(::chown(parent.c_str(), somebodyElse, somebodyElse), 0);
+  ASSERT_EQ(::chmod(parent.c_str(), 0311), 0);
+  const pid_t child = ::fork();
+  if (child == 0) {
+    ::_exit(::setuid(somebodyElse) == 0 && remove(file) == std::nullopt ? 0 : 1);
+  }
+  int status = -1;
+  EXPECT_EQ(::waitpid(child, &status, 0), child);
+  EXPECT_EQ(status, 0);
+  EXPECT_FALSE(exists(file));
+}
+
+TEST_F(SingleRemovalTest, AFileOnTheWayIsNoFolder) {
+  EXPECT_EQ(remove(folder.makeFile("file") + "/below"), Error(NSPOSIXErrorDomain, 20));
 }
 
 }  // namespace
