@@ -198,6 +198,52 @@ class Scenario:
         assert fields == {"SENDER": LABEL, "SYSLOG_IDENTIFIER": LABEL, "SYSLOG_FACILITY": "3",
                           "_SYSTEMD_UNIT": f"{LABEL}.service", "_UID": "0"}, fields
 
+    def no_name_of_a_file_hides_a_line_of_the_journal(self):
+        mark = int(time.time()) - 1
+        self.client("debug on")
+        path = '"$(printf "/srv/a\\033[31m\\nb")"'
+        self.run(f"touch {path}")
+        self.client(f"delete-files {path}")
+        self.run(f"test ! -e {path}")
+        self.run("journalctl --sync")
+        # What it cannot show as text it would show as numbers.
+        messages = [entry["MESSAGE"] for entry in self.journal(mark)]
+        assert all(isinstance(message, str) for message in messages), messages
+        assert any("'/srv/a\\x1b[31m\\x0ab'" in message for message in messages), messages
+
+    def forms_come_while_a_user_keeps_connecting(self):
+        flood = ("use Socket; my $address = pack_sockaddr_un('/run/com.corvane.authorization/socket');"
+                 "my @kept; while (1) { socket(my $asking, PF_UNIX, SOCK_STREAM, 0) or die;"
+                 "connect($asking, $address) or die; push(@kept, $asking);"
+                 "if (@kept == 450) { open(my $ready, '>', '/tmp/flooding'); splice(@kept, 400); } }")
+        for _ in range(3):
+            self.run(f"setsid perl -e {shlex.quote(flood)} >/dev/null 2>&1 &", "alice")
+        self.machine.wait_until("test -e /tmp/flooding", "they keep connecting")
+        for _ in range(20):
+            self.client("nop", "admin")
+        assert self.run("pgrep -c perl").stdout == "3\n"
+        assert self.run("pgrep -c -f '^/usr/libexec/com.corvane.authorization'").stdout == "1\n"
+        self.run("pkill perl; rm /tmp/flooding")
+
+    def the_issuer_ends_when_nobody_comes_and_starts_again(self):
+        unit = "com.corvane.authorization.service"
+        self.client("nop", "alice")
+        self.run(f"systemctl is-active {unit}")
+        self.run(f"systemctl stop {unit}")
+        self.client("nop", "alice")
+        assert self.run(f"systemctl show -p Result --value {unit}").stdout == "success\n"
+
+    def an_upgrade_replaces_the_issuer_of_older_versions(self):
+        units, name = "/usr/lib/systemd/system", "com.corvane.authorization"
+        self.run(f"systemctl stop {name}.socket {name}.service; cd {units}; "
+                 f"sed s/30$// {name}.service > {name}@.service; rm {name}.service; "
+                 f"sed -i s/^Backlog=.*/Accept=yes/ {name}.socket; "
+                 f"systemctl daemon-reload; systemctl start {name}.socket")
+        self.client("install")
+        self.client("nop", "alice")
+        self.run(f"systemctl is-active {name}.service && test ! -e {units}/{name}@.service")
+        assert self.client("install").stdout == NOTHING_CHANGED
+
     def what_the_helper_writes_to_standard_error_is_in_the_journal(self):
         mark = int(time.time()) - 1
         self.client("preferences set --app .hidden key value", status=1)
