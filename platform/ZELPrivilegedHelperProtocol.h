@@ -32,7 +32,7 @@ class ZELPrivilegedHelperProtocol {
   /// pair: the string "!ZELMETA!" and a dictionary.
   virtual void performPrivilegedOperation(std::uint64_t code, const Data& authorizationData,
                                           std::optional<XPCListenerEndpoint> feedbackEndpoint,
-                                          const std::optional<Array>& arguments,
+                                          std::optional<Array> arguments,
                                           const OperationReply& reply) = 0;
   virtual void enableDebugMode(bool flag) = 0;
 };

@@ -19,11 +19,15 @@ constexpr std::string_view metadataMarker = "!ZELMETA!";
 // How long the last message may take to arrive before its connection is taken down.
 constexpr std::chrono::microseconds finalMessagePause{250000};
 
-// The metadata of an argument list that begins with the marker and a dictionary, else null.
-const Dictionary* metadataOf(const Array& arguments) {
-  if (arguments.size() < 2) return nullptr;
+// Takes the metadata off an argument list that begins with the marker and a dictionary.
+std::optional<Dictionary> takeMetadata(Array& arguments) {
+  if (arguments.size() < 2) return std::nullopt;
   const std::string* marker = arguments[0].string();
-  return marker != nullptr && *marker == metadataMarker ? arguments[1].dictionary() : nullptr;
+  auto* dictionary = arguments[1].as<Dictionary>();
+  if (marker == nullptr || *marker != metadataMarker || dictionary == nullptr) return std::nullopt;
+  std::optional<Dictionary> metadata = std::move(*dictionary);
+  arguments.erase(arguments.begin(), arguments.begin() + 2);
+  return metadata;
 }
 
 bool isTypeCode(char code) {
@@ -60,7 +64,7 @@ struct ZELPrivilegedHelper::Request {
 
 void ZELPrivilegedHelper::performPrivilegedOperation(
     std::uint64_t code, const Data& authorizationData,
-    std::optional<XPCListenerEndpoint> feedbackEndpoint, const std::optional<Array>& arguments,
+    std::optional<XPCListenerEndpoint> feedbackEndpoint, std::optional<Array> arguments,
     const OperationReply& reply) {
   const std::string* identifier = operationSet()->identifierForCode(code);
   if (!arguments || identifier == nullptr || identifier->empty()) {
@@ -73,13 +77,10 @@ void ZELPrivilegedHelper::performPrivilegedOperation(
 
   std::optional<std::string> prompt;
   std::optional<std::string> iconPath;
-  Array withoutMetadata;
-  const Dictionary* metadata = metadataOf(*arguments);
-  if (metadata != nullptr) {
-    withoutMetadata.assign(arguments->begin() + 2, arguments->end());
+  if (const auto metadata = takeMetadata(*arguments)) {
     log("Actual number of arguments is %llu. %llu additional metadata entries have been "
         "transferred.",
-        Code{withoutMetadata.size()}, Code{metadata->size()});
+        Code{arguments->size()}, Code{metadata->size()});
     processMetadataDictionary(*metadata, &prompt, &iconPath);
   }
 
@@ -93,8 +94,7 @@ void ZELPrivilegedHelper::performPrivilegedOperation(
 
   // What has been authorized has a right, and so a description.
   const ZELPrivilegedOperation& operation = *operationSet()->operationWithIdentifier(*identifier);
-  const Request request{code, *identifier, operation,
-                        metadata != nullptr ? withoutMetadata : *arguments};
+  const Request request{code, *identifier, operation, *arguments};
   if (const auto error = checkArguments(request)) return reply(error);
 
   FeedbackConnection connection;

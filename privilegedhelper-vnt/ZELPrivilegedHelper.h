@@ -57,7 +57,7 @@ class ZELPrivilegedHelper : public XPCListenerDelegate, public ZELPrivilegedHelp
   void unregisterClientWithPID(std::int32_t pid) override;
   void performPrivilegedOperation(std::uint64_t code, const Data& authorizationData,
                                   std::optional<XPCListenerEndpoint> feedbackEndpoint,
-                                  const std::optional<Array>& arguments,
+                                  std::optional<Array> arguments,
                                   const OperationReply& reply) override;
   void enableDebugMode(bool flag) override;
 

@@ -15,9 +15,18 @@ constexpr int maximumDepth = 32;
 // whose content is shorter than this: others are no less to send than to keep.
 constexpr std::size_t smallContentSize = 8;
 constexpr int maximumSmallValues = 16384;
+// A list that grows holds twice what is in it; a block of memory has its own costs beside.
+constexpr std::size_t spareRoom = 2;
+constexpr std::size_t blockOverhead = 32;
+// Memory is asked for in portions.
+constexpr std::size_t leastPortion = 4096;
 
 // What the rest of a message may still hold.
 struct Limits {
+  explicit Limits(const TakeMemory& take = {}) : takeMemory(take) {}
+
+  TakeMemory takeMemory;
+  std::size_t taken = 0;
   int depth = maximumDepth;
   int smallValues = maximumSmallValues;
 
@@ -27,6 +36,17 @@ struct Limits {
     const bool isSmall = (string == nullptr || string->size() < smallContentSize) &&
                          (data == nullptr || data->size() < smallContentSize);
     return !isSmall || --smallValues >= 0;
+  }
+
+  bool admitsBytes(std::size_t size) {
+    if (!takeMemory) return true;
+    if (size > taken) {
+      const std::size_t portion = std::max(size - taken, leastPortion);
+      if (!takeMemory(portion)) return false;
+      taken += portion;
+    }
+    taken -= size;
+    return true;
   }
 };
 
@@ -40,10 +60,24 @@ int readNumber(sd_bus_message* message, char type, std::optional<Value>& value) 
   return result;
 }
 
-int readString(sd_bus_message* message, std::string& string) {
+int readString(sd_bus_message* message, std::string& string, Limits& limits) {
   const char* text = nullptr;
   const int result = sd_bus_message_read_basic(message, SD_BUS_TYPE_STRING, &text);
-  if (result > 0) string = text;
+  if (result <= 0) return result;
+  const std::string_view bytes = text;
+  if (!limits.admitsBytes(bytes.size() + blockOverhead)) return -E2BIG;
+  string = bytes;
+  return result;
+}
+
+int readDataAt(sd_bus_message* message, Data& data, Limits& limits) {
+  const void* bytes = nullptr;
+  std::size_t size = 0;
+  const int result = sd_bus_message_read_array(message, SD_BUS_TYPE_BYTE, &bytes, &size);
+  if (result < 0) return result;
+  if (!limits.admitsBytes(size + blockOverhead)) return -E2BIG;
+  data.resize(size);
+  if (size > 0) std::memcpy(data.data(), bytes, size);
   return result;
 }
 
@@ -61,7 +95,8 @@ int readDictionaryAt(sd_bus_message* message, Dictionary& dictionary, Limits& li
   while ((result = sd_bus_message_enter_container(message, SD_BUS_TYPE_DICT_ENTRY, "sv")) > 0) {
     std::string key;
     std::optional<Value> value;
-    result = readString(message, key);
+    if (!limits.admitsBytes(spareRoom * sizeof(std::string))) return -E2BIG;
+    result = readString(message, key, limits);
     if (result >= 0) result = readVariantAt(message, value, limits);
     if (result >= 0) result = sd_bus_message_exit_container(message);
     if (result < 0) return result;
@@ -79,7 +114,7 @@ int readErrorAt(sd_bus_message* message, std::optional<Error>& error, Limits& li
   std::string domain;
   std::int64_t code = 0;
   Dictionary userInfo;
-  result = readString(message, domain);
+  result = readString(message, domain, limits);
   if (result >= 0) result = sd_bus_message_read_basic(message, SD_BUS_TYPE_INT64, &code);
   if (result >= 0) result = readDictionaryAt(message, userInfo, limits);
   if (result >= 0) result = sd_bus_message_exit_container(message);
@@ -111,7 +146,7 @@ int readValueOfAnyType(sd_bus_message* message, std::optional<Value>& value, Lim
   switch (type) {
     case SD_BUS_TYPE_STRING: {
       std::string string;
-      result = readString(message, string);
+      result = readString(message, string, limits);
       if (result > 0) value = Value(std::move(string));
       return result;
     }
@@ -146,7 +181,7 @@ int readValueOfAnyType(sd_bus_message* message, std::optional<Value>& value, Lim
       const std::string_view elements = contents;
       if (elements == "y") {
         Data data;
-        result = readData(message, data);
+        result = readDataAt(message, data, limits);
         if (result >= 0) value = Value(std::move(data));
         return result;
       }
@@ -169,6 +204,7 @@ int readValueOfAnyType(sd_bus_message* message, std::optional<Value>& value, Lim
 // Reads the next element whatever its type is.
 int readValue(sd_bus_message* message, std::optional<Value>& value, Limits& limits) {
   if (--limits.depth < 0) return -EBADMSG;
+  if (!limits.admitsBytes(spareRoom * sizeof(Value))) return -E2BIG;
   // What is in a variant has been counted when the variant ends.
   const bool isVariant = sd_bus_message_verify_type(message, SD_BUS_TYPE_VARIANT, nullptr) > 0;
   const int result = readValueOfAnyType(message, value, limits);
@@ -219,8 +255,8 @@ int appendInVariant(sd_bus_message* message, const char* contents, auto&& append
 
 }  // namespace
 
-int readArray(sd_bus_message* message, Array& array) {
-  Limits limits;
+int readArray(sd_bus_message* message, Array& array, const TakeMemory& takeMemory) {
+  Limits limits(takeMemory);
   return readArrayAt(message, "v", array, limits);
 }
 
@@ -229,14 +265,9 @@ int readDictionary(sd_bus_message* message, Dictionary& dictionary) {
   return readDictionaryAt(message, dictionary, limits);
 }
 
-int readData(sd_bus_message* message, Data& data) {
-  const void* bytes = nullptr;
-  std::size_t size = 0;
-  const int result = sd_bus_message_read_array(message, SD_BUS_TYPE_BYTE, &bytes, &size);
-  if (result < 0) return result;
-  data.resize(size);
-  if (size > 0) std::memcpy(data.data(), bytes, size);
-  return result;
+int readData(sd_bus_message* message, Data& data, const TakeMemory& takeMemory) {
+  Limits limits(takeMemory);
+  return readDataAt(message, data, limits);
 }
 
 int readOptionalError(sd_bus_message* message, std::optional<Error>& error) {

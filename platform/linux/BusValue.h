@@ -1,6 +1,8 @@
 #ifndef CORVANE_PLATFORM_LINUX_BUSVALUE_H
 #define CORVANE_PLATFORM_LINUX_BUSVALUE_H
 
+#include <cstddef>
+#include <functional>
 #include <optional>
 
 #include <systemd/sd-bus.h>
@@ -16,12 +18,16 @@ namespace corvane {
 /// more than 16384 values without at least 8 bytes of text or data of their own are -E2BIG. All
 /// functions return 0 or more on success and a negative errno on failure.
 
+/// Asked before memory is taken for what a message holds; -E2BIG is the result where it is refused.
+/// Empty, it allows everything.
+using TakeMemory = std::function<bool(std::size_t size)>;
+
 /// The next element of the message, of type `av`.
-int readArray(sd_bus_message* message, Array& array);
+int readArray(sd_bus_message* message, Array& array, const TakeMemory& takeMemory = {});
 /// The next element of the message, of type `a{sv}`.
 int readDictionary(sd_bus_message* message, Dictionary& dictionary);
 /// The next element of the message, of type `ay`.
-int readData(sd_bus_message* message, Data& data);
+int readData(sd_bus_message* message, Data& data, const TakeMemory& takeMemory = {});
 /// The next element of the message, of type `a(sxa{sv})` with none or one element.
 int readOptionalError(sd_bus_message* message, std::optional<Error>& error);
 

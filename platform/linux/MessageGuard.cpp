@@ -135,7 +135,7 @@ MessageGuard::Result MessageGuard::takeDescriptors() {
   if (size > there.size()) return Result::Refused;
   const auto count = announcedDescriptors(there.first(size));
   if (!count) return Result::Refused;
-  auto descriptors = corvane::takeDescriptors(_socket, *count, _share->user());
+  auto descriptors = corvane::takeDescriptors(_socket, *count, _share->account());
   if (!descriptors) return Result::Refused;
   _descriptors = *std::move(descriptors);
   _buffer[0] = bytes[0];

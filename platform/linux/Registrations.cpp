@@ -4,38 +4,40 @@
 
 namespace corvane {
 
-bool Registrations::add(uid_t user, std::int32_t number) {
+bool Registrations::add(uid_t user, uid_t account, std::int32_t number) {
   const auto entry = _users.find(number);
   if (entry != _users.end() && entry->second.contains(user)) return true;
-  const auto count = _counts.find(user);
-  if (user != 0 && count != _counts.end() && count->second >= maximumOfUser) return false;
-  _users[number].insert(user);
-  ++_counts[user];
+  const auto count = _counts.find(account);
+  if (account != 0 && count != _counts.end() && count->second >= maximumOfAccount) return false;
+  _users[number].emplace(user, account);
+  ++_counts[account];
   return true;
 }
 
 bool Registrations::remove(uid_t user, std::int32_t number) {
   const auto entry = _users.find(number);
   if (entry == _users.end()) return true;
-  std::set<uid_t>& users = entry->second;
+  Users& users = entry->second;
   if (user == 0) {
-    for (const uid_t registered : users) forget(registered);
+    for (const auto& [registered, account] : users) giveBack(account);
     _users.erase(entry);
     return true;
   }
-  if (users.erase(user) == 0) {
+  const auto own = users.find(user);
+  if (own == users.end()) {
     noteForeign(user, number);
     return false;
   }
-  forget(user);
+  giveBack(own->second);
+  users.erase(own);
   // Whoever registers a number of another user and takes that back changes nothing for the other.
   if (!users.empty()) return false;
   _users.erase(entry);
   return true;
 }
 
-void Registrations::forget(uid_t user) {
-  const auto count = _counts.find(user);
+void Registrations::giveBack(uid_t account) {
+  const auto count = _counts.find(account);
   if (--count->second == 0) _counts.erase(count);
 }
 

@@ -61,6 +61,11 @@ int refuse(sd_bus_message* message, const char* name, const char* reason) {
   return sd_bus_reply_method_errorf(message, name, "%s", reason);
 }
 
+int refuseForSize(sd_bus_message* message) {
+  return refuse(message, SD_BUS_ERROR_LIMITS_EXCEEDED,
+                "The request holds too many values, or with others of this user too much");
+}
+
 // The feedback endpoint, `ah` with none or one; -EBADMSG for more.
 int readEndpoint(sd_bus_message* message, std::optional<XPCListenerEndpoint>& endpoint) {
   int result = sd_bus_message_enter_container(message, SD_BUS_TYPE_ARRAY, "h");
@@ -78,13 +83,14 @@ int readEndpoint(sd_bus_message* message, std::optional<XPCListenerEndpoint>& en
 }
 
 // The arguments, `aav` with none or one list; -EBADMSG for more.
-int readArguments(sd_bus_message* message, std::optional<Array>& arguments) {
+int readArguments(sd_bus_message* message, const TakeMemory& takeMemory,
+                  std::optional<Array>& arguments) {
   int result = sd_bus_message_enter_container(message, SD_BUS_TYPE_ARRAY, "av");
   if (result < 0) return result;
   result = sd_bus_message_at_end(message, 0);
   if (result < 0) return result;
   if (result == 0) {
-    result = readArray(message, arguments.emplace());
+    result = readArray(message, arguments.emplace(), takeMemory);
     if (result < 0) return result;
     if (sd_bus_message_at_end(message, 0) <= 0) return -EBADMSG;
   }
@@ -140,7 +146,7 @@ struct ServedConnection::Handlers {
     if (result < 0) return result;
     OneWayMessage oneWay(message);
     const auto registering = connection._arrivals->registering();
-    if (connection._registrations->add(connection._peer.uid, pid)) {
+    if (connection._registrations->add(connection._peer.uid, connection._share.account(), pid)) {
       connection._object->registerClientWithPID(pid);
     }
     oneWay.acknowledge();
@@ -177,23 +183,25 @@ struct ServedConnection::Handlers {
     Data authorization;
     std::optional<XPCListenerEndpoint> endpoint;
     std::optional<Array> arguments;
+    const TakeMemory takeMemory = [&](std::size_t size) {
+      return connection._share.takeMore(size);
+    };
     int result = sd_bus_message_read_basic(message, SD_BUS_TYPE_UINT64, &code);
-    if (result >= 0) result = readData(message, authorization);
+    if (result >= 0) result = readData(message, authorization, takeMemory);
+    if (result == -E2BIG) return refuseForSize(message);
     if (result < 0) return result;
     if (readEndpoint(message, endpoint) < 0) {
       return refuse(message, SD_BUS_ERROR_INVALID_ARGS,
                     "The feedback endpoint is not one socket or none");
     }
-    result = readArguments(message, arguments);
-    if (result == -E2BIG) {
-      return refuse(message, SD_BUS_ERROR_LIMITS_EXCEEDED, "The arguments hold too many values");
-    }
+    result = readArguments(message, takeMemory, arguments);
+    if (result == -E2BIG) return refuseForSize(message);
     if (result < 0) {
       return refuse(message, SD_BUS_ERROR_INVALID_ARGS,
                     "The arguments are not one list, or none, of supported types");
     }
     connection._object->performPrivilegedOperation(
-        code, authorization, std::move(endpoint), arguments,
+        code, authorization, std::move(endpoint), std::move(arguments),
         [&](const std::optional<Error>& error) { result = reply(message, error); });
     return result < 0 ? result : 1;
   }

@@ -1,17 +1,19 @@
 """Peers that break every rule. Whatever they do, the daemon and everybody else go on."""
 
 import contextlib
+import os
 import random
 import resource
 import select
 import socket
 import struct
+import subprocess
 
 from gi.repository import Gio, GLib
 
 from bus import (DELETE_FILEOBJECTS, HANDSHAKE, HELPER_INTERFACE, HELPER_PATH, MARKER, NOP, POSIX,
                  Client, RawPeer, data, dictionary, message, request_body)
-from support import Daemon, DaemonTest, FolderTest, main
+from support import DEBUG, Daemon, DaemonTest, FolderTest, listening_socket, main, wait_until
 
 MIB = 1 << 20
 # What the daemon takes at most: one message, all messages of a user on their way, and connections.
@@ -477,7 +479,7 @@ class ResourcesTest(HostilePeersTest):
             peer = self.talking_peer()
             self.send_as_much_as_fits(peer, begun + bytes(MESSAGE_LIMIT - 8192))
         self.assertInnocentAreServed()
-        self.assertMemoryGrewBy(64 * MIB)
+        self.assertMemoryGrewBy(96 * MIB)
 
     def test_small_messages_on_their_way_on_every_connection(self):
         begun = header(60000, 24)
@@ -511,12 +513,91 @@ class ResourcesTest(HostilePeersTest):
         self.assertInnocentAreServed()
         self.assertMemoryGrewBy(96 * MIB)
 
+    def test_lists_of_many_users_that_are_kept_at_once(self):
+        """Each request waits for an authority that does not answer, with what it has sent."""
+        users = [self.user(uid) for uid in range(70001, 70009)]
+        forms = [self.form(user) for user in users]
+        bus = listening_socket(f"{self.folder}/bus")
+        self.addCleanup(bus.close)
+        count = self.large(16 << 10)
+        for user, form in zip(users, forms):
+            content = message("PerformPrivilegedOperation", request_body(
+                NOP, form, [MARKER, dictionary(), GLib.Variant("ab", [True] * (count - 8))]))
+            for _ in range(90):
+                peer = RawPeer(user.connect(self.daemon.socket_path))
+                self.addCleanup(peer.close)
+                peer.handshake().send(content)
+        late = Client(self.user(70010).connect(self.daemon.socket_path))
+        self.assertEqual(late.version(), "1.3")
+        self.assertEqual(self.innocent[0].version(), "1.3")
+        # Half of what the service may have.
+        self.assertMemoryGrewBy(448 * MIB)
+
     def test_many_paths_are_no_attack(self):
         client = self.innocent[0]
         arguments = ["0", "1"] + [f"{self.folder}/none/{number:06}" for number in range(100_000)]
         error = client.perform(DELETE_FILEOBJECTS, self.form(), arguments)
         self.assertEqual(error[:2], (POSIX, 2))
         self.assertMemoryGrewBy(96 * MIB)
+
+
+class SubordinateUsersTest(DaemonTest):
+    """Users that belong to the account of another one."""
+
+    OWNER, FIRST = 500000, 600000
+
+    # The daemon sees a file of the test in place of the system's own; nobody else does.
+    START = """
+mount -t overlay -o lowerdir="$FOLDER/etc:/etc" none /etc || exit 71
+exec 3<&0 </dev/null
+LISTEN_FDS=1 LISTEN_PID=$$ exec "$0"
+"""
+
+    def start(self, **options):
+        os.mkdir(f"{self.folder}/etc")
+        os.chmod(f"{self.folder}/etc", 0o755)
+        with open(f"{self.folder}/etc/subuid", "w", encoding="ascii") as ranges:
+            ranges.write(f"{self.OWNER}:{self.FIRST}:65536\n")
+        os.environ["FOLDER"] = self.folder
+        start = ("unshare", "-m", "/bin/sh", "-c", self.START)
+        probe = subprocess.run([*start, "true"], check=False, stdin=subprocess.DEVNULL,
+                               stderr=subprocess.DEVNULL)
+        if probe.returncode != 0:
+            self.skipTest("no file can be put in place")
+        return super().start(start=start, **options)
+
+    def test_they_have_its_connections_together(self):
+        users = [self.user(uid) for uid in (self.OWNER, self.FIRST, self.FIRST + 65535)]
+        peers = []
+        for number in range(CONNECTION_LIMIT + 10):
+            peer = RawPeer(users[number % len(users)].connect(self.daemon.socket_path))
+            self.addCleanup(peer.close)
+            with contextlib.suppress(AssertionError, OSError):
+                peers.append(peer.handshake())
+        self.assertEqual(len(peers), CONNECTION_LIMIT)
+        stranger = Client(self.user(self.FIRST + 65536).connect(self.daemon.socket_path))
+        self.assertEqual(stranger.version(), "1.3")
+        peers[0].close()
+        wait_until(lambda: self.is_served(users[-1]), "there is room for another connection")
+
+    def is_served(self, user):
+        peer = RawPeer(user.connect(self.daemon.socket_path))
+        self.addCleanup(peer.close)
+        with contextlib.suppress(AssertionError, OSError):
+            return peer.handshake() is not None
+        return False
+
+    def test_they_have_its_registrations_together(self):
+        one, other = (Client(self.user(uid).connect(self.daemon.socket_path))
+                      for uid in (self.OWNER, self.FIRST))
+        for pid in range(1000, 1100):
+            one.register(pid)
+        for pid in range(2000, 2100):
+            other.register(pid)
+        mark = self.log.mark()
+        one.unregister(-1)
+        self.assertLogged(mark, (DEBUG, "Finishing work for client -1."),
+                          (DEBUG, "128 clients remaining."))
 
 
 class DescriptorsTest(FolderTest):
