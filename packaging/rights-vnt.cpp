@@ -6,7 +6,7 @@
 #include <string_view>
 #include <vector>
 
-#include "client/cli/Rights.h"
+#include "client/cli/setup/Rights.h"
 #include "operationset-vnt/ZELPrivilegedOperationSetVNT.h"
 #include "platform/Authorization.h"
 

@@ -18,9 +18,9 @@
 #include "bench/support/Program.h"
 #include "bench/support/Rounds.h"
 #include "bench/support/SocketActivation.h"
-#include "platform/linux/Bus.h"
-#include "platform/linux/authorization/ActionFile.h"
 #include "platform/linux/authorization/AuthorizationDirectory.h"
+#include "platform/linux/authorization/polkit/ActionFile.h"
+#include "platform/linux/bus/Bus.h"
 
 namespace corvane {
 namespace {

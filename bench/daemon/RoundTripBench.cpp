@@ -17,8 +17,8 @@
 #include "bench/support/Program.h"
 #include "bench/support/Rounds.h"
 #include "bench/support/SocketActivation.h"
-#include "platform/linux/Bus.h"
-#include "platform/linux/EndpointTransport.h"
+#include "platform/linux/bus/Bus.h"
+#include "platform/linux/transport/Endpoint.h"
 
 namespace corvane {
 namespace {

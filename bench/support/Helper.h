@@ -6,7 +6,7 @@
 
 #include "foundation/Value.h"
 #include "platform/HelperConnection.h"
-#include "platform/linux/authorization/ProcessIdentity.h"
+#include "platform/linux/processes/ProcessIdentity.h"
 
 namespace corvane::bench {
 

@@ -9,8 +9,8 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#include "client/cli/Commands.h"
-#include "client/cli/EndingSignals.h"
+#include "client/cli/commands/Commands.h"
+#include "client/cli/setup/EndingSignals.h"
 #include "platform/Preferences.h"
 
 using namespace corvane::cli;

@@ -6,7 +6,7 @@
 #include <string_view>
 
 #include "platform/Authorization.h"
-#include "platform/linux/authorization/ProcessIdentity.h"
+#include "platform/linux/processes/ProcessIdentity.h"
 
 namespace corvane {
 

@@ -8,12 +8,12 @@
 #include <unistd.h>
 
 #include "foundation/LocalizedStrings.h"
-#include "platform/linux/CurrentPeer.h"
 #include "platform/linux/authorization/AuthorizationDirectory.h"
 #include "platform/linux/authorization/AuthorizationKey.h"
 #include "platform/linux/authorization/EmbeddedAuthority.h"
 #include "platform/linux/authorization/ExternalForm.h"
-#include "platform/linux/authorization/PolkitAuthority.h"
+#include "platform/linux/authorization/polkit/PolkitAuthority.h"
+#include "platform/linux/transport/CurrentPeer.h"
 
 namespace corvane {
 

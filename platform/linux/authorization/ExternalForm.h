@@ -5,7 +5,7 @@
 
 #include "platform/Authorization.h"
 #include "platform/linux/authorization/AuthorizationKey.h"
-#include "platform/linux/authorization/ProcessIdentity.h"
+#include "platform/linux/processes/ProcessIdentity.h"
 
 namespace corvane {
 

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/linux/Bus.h"
+#include "platform/linux/bus/Bus.h"
 
 namespace corvane {
 

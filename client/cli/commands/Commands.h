@@ -1,0 +1,43 @@
+#ifndef CORVANE_CLIENT_CLI_COMMANDS_COMMANDS_H
+#define CORVANE_CLIENT_CLI_COMMANDS_COMMANDS_H
+
+#include <string>
+#include <vector>
+
+#include "client/cli/output/Report.h"
+
+namespace corvane::cli {
+
+/// Whose preferences are meant: an application and a user by name or as the texts of the platform's
+/// constants, and a host.
+struct PreferenceDomain {
+  std::string application;
+  std::string user;
+  std::string host;
+};
+
+/// The commands. Each returns the status to exit with.
+
+int deleteObjects(const Context& context, const std::vector<std::string>& paths, bool recursive,
+                  bool stopOnFirstError);
+int deleteFiles(const Context& context, const std::vector<std::string>& paths);
+int executeUtility(const Context& context, const std::string& application,
+                   const std::string& utility, const std::vector<std::string>& arguments);
+int nop(const Context& context);
+int discardAuthorization(const Context& context);
+int showVersion(const Context& context);
+int setDebugMode(const Context& context, bool flag);
+int setPreference(const Context& context, const PreferenceDomain& domain, const std::string& key,
+                  const std::string& value);
+int removePreference(const Context& context, const PreferenceDomain& domain,
+                     const std::string& key);
+/// Prints what the calling user may read, without the helper.
+int getPreference(const Context& context, const PreferenceDomain& domain, const std::string& key);
+int listOperations(const Context& context);
+int examine(const Context& context);
+int install(const Context& context);
+int uninstall(const Context& context);
+
+}  // namespace corvane::cli
+
+#endif

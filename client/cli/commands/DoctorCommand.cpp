@@ -1,0 +1,201 @@
+#include <algorithm>
+#include <cstdio>
+
+#include <unistd.h>
+
+#include "client/cli/commands/Commands.h"
+#include "client/cli/output/Advice.h"
+#include "client/cli/setup/Installation.h"
+#include "client/cli/setup/ProtectedTree.h"
+#include "client/cli/setup/Rights.h"
+#include "operationset-vnt/ZELPrivilegedOperationSetVNT.h"
+#include "platform/AuthenticationAgent.h"
+
+namespace corvane::cli {
+
+namespace {
+
+// What one check found. A check that cannot be made is no problem, and no assurance either.
+struct Finding {
+  enum class State { Good, Bad, Unknown };
+  const char* subject;
+  State state;
+  std::string detail;
+  std::string advice;
+  int status = ExitFailed;  // what a bad one makes the command exit with
+};
+using State = Finding::State;
+
+using Version = PrivilegedHelperClient::Answer<std::string>;
+
+std::string serviceOfHelper() {
+  return ZELPrivilegedOperationSetVNT::privilegedOperationSet().serviceIdentifierForHelper() +
+         ".service";
+}
+
+Finding examineHelper(const Version& answer) {
+  if (const auto* failure = std::get_if<CommunicationFailure>(&answer)) {
+    return {"helper", State::Bad, failure->description,
+            "Install the helper, or see whether its socket is enabled and may be connected to.",
+            ExitOutOfReach};
+  }
+  return {"helper", State::Good, "answers", {}};
+}
+
+Finding examineVersion(const Version& answer) {
+  const auto* version = std::get_if<std::string>(&answer);
+  const std::string own =
+      ZELPrivilegedOperationSetVNT::privilegedOperationSet().implementationVersion().value_or("");
+  if (version == nullptr) return {"version", State::Unknown, "the helper does not answer", {}};
+  if (*version == own) return {"version", State::Good, own, {}};
+  return {"version", State::Bad, "the helper is " + *version + ", this client " + own,
+          "Install the helper that came with this client."};
+}
+
+Finding examineAuthorization(PrivilegedHelperClient& client, const Version& answer) {
+  if (!std::holds_alternative<std::string>(answer)) {
+    return {"authorization", State::Unknown, "the helper does not answer", {}};
+  }
+  const PrivilegedHelperClient::Outcome outcome = client.nop();
+  if (outcome.failure) {
+    return {"authorization", State::Bad, outcome.failure->description,
+            "See whether the authorization socket is enabled and may be connected to.",
+            ExitOutOfReach};
+  }
+  if (outcome.error) {
+    return {"authorization", State::Bad, outcome.error->localizedDescription(),
+            "Even the empty operation is refused: are the rights registered?"};
+  }
+  return {"authorization", State::Good, "an empty operation is allowed", {}};
+}
+
+// What the helper is there for, on a tree made for it: much that can be wrong shows nowhere else.
+Finding examineDeletion(PrivilegedHelperClient& client, const Version& answer) {
+  constexpr const char* subject = "deletion";
+  if (::geteuid() != 0) return {subject, State::Unknown, "not tried: only root may have it", {}};
+  if (!std::holds_alternative<std::string>(answer)) {
+    return {subject, State::Unknown, "the helper does not answer", {}};
+  }
+  const ProtectedTree tree;
+  if (tree.error()) {
+    return {subject,
+            State::Unknown,
+            "no protected tree could be made to try it on: " + tree.error()->localizedDescription(),
+            {}};
+  }
+  const auto outcome = client.deleteFileObjects({tree.path()}, true, true);
+  if (outcome.failure) {
+    return {subject, State::Bad, outcome.failure->description, suggestionFor(*outcome.failure),
+            ExitOutOfReach};
+  }
+  const std::string advice =
+      "Has its service been changed? 'systemctl cat " + serviceOfHelper() + "' shows it.";
+  if (outcome.error) {
+    return {
+        subject, State::Bad,
+        "a protected tree in a folder of root's is not deleted: " + descriptionOf(*outcome.error),
+        advice};
+  }
+  if (tree.isThere()) {
+    return {subject, State::Bad, "the helper says that it has deleted what is still there", advice};
+  }
+  return {subject, State::Good, "a protected tree is deleted", {}};
+}
+
+Finding examineDialogs() {
+  constexpr const char* subject = "dialogs";
+  switch (authorizationDialogsOfThisProcess()) {
+    case AuthorizationDialogs::NotNeeded:
+      return {subject, State::Good, "root is asked for nothing", {}};
+    case AuthorizationDialogs::Served:
+      return {subject, State::Good, "an agent shows them", {}};
+    case AuthorizationDialogs::OnTerminal:
+      return {subject, State::Good, "shown on this terminal", {}};
+    case AuthorizationDialogs::NoAuthority:
+      return {subject, State::Bad, "polkit does not answer: only root is authorized",
+              "Install polkit and see whether it runs, or work as root."};
+    case AuthorizationDialogs::Nobody:
+      return {subject, State::Bad,
+              "no agent shows dialogs to you, and standard input is not a terminal",
+              "Work on a terminal, or start an agent of polkit in your session."};
+  }
+  return {subject, State::Unknown, {}, {}};
+}
+
+Finding examineRegistration() {
+  const Rights rights = examineRights();
+  const std::size_t all = rights.registered.size() + rights.missing.size() + rights.unknown.size();
+  if (!rights.unknown.empty()) {
+    return {"rights", State::Unknown, "only root may look them up here", {}};
+  }
+  if (rights.missing.empty()) {
+    return {"rights", State::Good, "all " + std::to_string(all) + " registered", {}};
+  }
+  return {
+      "rights", State::Bad,
+      std::to_string(rights.missing.size()) + " of " + std::to_string(all) + " are not registered",
+      "Register them as root: 'install' does."};
+}
+
+// An installation that is there must be whole, and the one of this client.
+Finding examineInstallation() {
+  using PartState = HelperInstallation::Part::State;
+  constexpr const char* subject = "installation";
+  std::string wrong;
+  std::size_t missing = 0;
+  const auto parts = ownInstallation()->parts();
+  for (const auto& part : parts) {
+    if (part.state == PartState::Current) continue;
+    if (part.state == PartState::Missing) ++missing;
+    wrong += (wrong.empty() ? "" : ", ") + part.name;
+  }
+  if (wrong.empty()) return {subject, State::Good, "complete", {}};
+  if (missing == parts.size()) return {subject, State::Unknown, "there is none", {}};
+  return {subject, State::Bad, "missing, or not of this version: " + wrong,
+          "Run 'install' as root: it puts in place what is missing."};
+}
+
+const char* textFor(State state) {
+  switch (state) {
+    case State::Good:
+      return "ok";
+    case State::Bad:
+      return "PROBLEM";
+    case State::Unknown:
+      return "unknown";
+  }
+  return "";
+}
+
+}  // namespace
+
+int examine(const Context& context) {
+  PrivilegedHelperClient client(context.client);
+  const Version version = client.helperVersion();
+  const std::vector<Finding> findings = {examineHelper(version),
+                                         examineVersion(version),
+                                         examineAuthorization(client, version),
+                                         examineDeletion(client, version),
+                                         examineDialogs(),
+                                         examineRegistration(),
+                                         examineInstallation()};
+  int status = ExitDone;
+  nlohmann::ordered_json rows = nlohmann::json::array();
+  for (const Finding& finding : findings) {
+    if (finding.state == State::Bad) status = std::max(status, finding.status);
+    if (context.isJSON) {
+      rows.push_back({{"subject", finding.subject},
+                      {"state", textFor(finding.state)},
+                      {"detail", finding.detail},
+                      {"advice", finding.advice}});
+      continue;
+    }
+    std::printf("%-14s %-8s %s\n", finding.subject, textFor(finding.state),
+                printable(finding.detail).c_str());
+    if (!finding.advice.empty()) std::printf("%-14s %-8s %s\n", "", "", finding.advice.c_str());
+  }
+  if (context.isJSON) printResult(rows);
+  return status;
+}
+
+}  // namespace corvane::cli

@@ -1,0 +1,46 @@
+#include <cstdio>
+#include <filesystem>
+
+#include "client/cli/commands/Commands.h"
+
+namespace corvane::cli {
+
+int nop(const Context& context) {
+  return report(context, Action::ContactHelper, "", PrivilegedHelperClient(context.client).nop());
+}
+
+int deleteFiles(const Context& context, const std::vector<std::string>& paths) {
+  std::vector<std::string> absolute;
+  absolute.reserve(paths.size());
+  for (const std::string& path : paths) {
+    absolute.push_back(path.empty() ? path : std::filesystem::absolute(path).string());
+  }
+  return report(context, paths.size() > 1 ? Action::DeleteSeveral : Action::Delete, paths.front(),
+                PrivilegedHelperClient(context.client).deleteFiles(absolute));
+}
+
+int discardAuthorization(const Context& context) {
+  return report(context, Action::DiscardAuthorization, "",
+                PrivilegedHelperClient(context.client).discardAuthorization());
+}
+
+int showVersion(const Context& context) {
+  const auto answer = PrivilegedHelperClient(context.client).helperVersion();
+  if (const auto* failure = std::get_if<CommunicationFailure>(&answer)) {
+    return report(context, Action::AskForVersion, "", *failure);
+  }
+  const auto& version = std::get<std::string>(answer);
+  if (context.isJSON) {
+    printResult({{"version", version}});
+  } else {
+    std::printf("%s\n", printable(version).c_str());
+  }
+  return ExitDone;
+}
+
+int setDebugMode(const Context& context, bool flag) {
+  const auto failure = PrivilegedHelperClient(context.client).enableDebugMode(flag);
+  return report(context, Action::SwitchDebugMessages, "", {failure, std::nullopt});
+}
+
+}  // namespace corvane::cli

@@ -1,0 +1,112 @@
+#include <algorithm>
+#include <cstdio>
+
+#include "client/cli/commands/Commands.h"
+#include "client/cli/setup/EndingSignals.h"
+#include "client/cli/setup/Installation.h"
+#include "client/cli/setup/Rights.h"
+#include "foundation/POSIXError.h"
+#include "foundation/Value.h"
+#include "platform/ConnectedProcesses.h"
+
+namespace corvane::cli {
+
+namespace {
+
+using Names = std::vector<std::string>;
+
+Names whatIsThere(const HelperInstallation& installation) {
+  Names names = installation.leftovers();
+  const Rights rights = examineRights();
+  for (const Names& there : {rights.registered, rights.unknown}) {
+    names.insert(names.end(), there.begin(), there.end());
+  }
+  return names;
+}
+
+Error explained(const Error& error, const std::string& description, const std::string& advice) {
+  return Error(error.domain(), error.code(),
+               {{std::string(NSLocalizedDescriptionKey), description},
+                {std::string(NSLocalizedRecoverySuggestionErrorKey), advice}});
+}
+
+// Whose clients they are the helper does not say.
+std::string otherClients(const std::string& socketPath) {
+  std::string clients;
+  for (const ConnectedProcess& process : processesConnectedTo(socketPath)) {
+    clients += (clients.empty() ? "'" : ", '") + process.name + "' with process id " +
+               std::to_string(process.pid);
+  }
+  return clients.empty() ? "one that is not connected to it at the moment" : clients;
+}
+
+// What the helper's refusals mean here: their numbers alone do not say it.
+Error explained(const Error& error, const PrivilegedHelperClient& client) {
+  if (isPOSIXError(error, POSIXErrorCode::Busy)) {
+    return explained(error,
+                     "another client is still working with the helper: " +
+                         otherClients(client.helperSocketPath()),
+                     "Wait until it is done, or end it, and try again. Nothing was removed.");
+  }
+  const Value* path = error.userInfo().find(NSFilePathErrorKey);
+  if (isPOSIXError(error, POSIXErrorCode::Access) && path != nullptr && path->string() != nullptr) {
+    return explained(error, *path->string() + " is not safe to run: others than root can change it",
+                     "Run 'install' to repair it, and try again. Nothing was removed.");
+  }
+  if (isPOSIXError(error, POSIXErrorCode::InputOutput)) {
+    return explained(error, "a file of the helper is protected by a flag of the system",
+                     "Take the flag off and try again.");
+  }
+  return error;
+}
+
+// Has the helper remove itself. One that cannot be reached has no clients and is removed from here.
+std::optional<PrivilegedHelperClient::Outcome> haveHelperRemoveItself(
+    const Context& context, const HelperInstallation& installation) {
+  PrivilegedHelperClient client(context.client);
+  if (const auto failure = client.connect()) {
+    if (failure->kind == CommunicationFailure::Kind::Refused) return std::nullopt;
+    return PrivilegedHelperClient::Outcome{failure, std::nullopt};
+  }
+  auto outcome = client.performUninstall(installation.programPath(), installation.jobPath());
+  if (outcome.error) outcome.error = explained(*outcome.error, client);
+  return outcome;
+}
+
+int tellWhatIsLeft(const Context& context, const Names& before, const Names& after) {
+  std::vector<Change> changes;
+  const auto isLeft = [&after](const std::string& name) {
+    return std::find(after.begin(), after.end(), name) != after.end();
+  };
+  for (const std::string& name : before) {
+    changes.push_back({name, isLeft(name) ? "LEFT" : "removed"});
+  }
+  tellChanges(context, changes,
+              after.empty() ? "Nothing is left of the helper." : "What is left is marked above.");
+  return after.empty() ? ExitDone : ExitFailed;
+}
+
+}  // namespace
+
+int uninstall(const Context& context) {
+  if (const auto status = requireRoot(context, Action::Uninstall, "uninstall")) return *status;
+  const auto installation = ownInstallation();
+  const Names before = whatIsThere(*installation);
+  if (before.empty()) {
+    tellChanges(context, {}, "The helper is not installed. Nothing was changed.");
+    return ExitDone;
+  }
+
+  const SignalsHeldBack heldBack;
+  const auto outcome = haveHelperRemoveItself(context, *installation);
+  if (outcome && !outcome->isSuccess()) return report(context, Action::Uninstall, "", *outcome);
+  if (!context.isJSON && !context.isQuiet) {
+    std::puts(outcome ? "The helper ended the connection: it has removed itself."
+                      : "The helper cannot be reached. It is removed without its help.");
+  }
+  installation->remove();
+  removeRights();
+  return tellWhatIsLeft(context, before, whatIsThere(*installation));
+}
+
+}  // namespace corvane::cli

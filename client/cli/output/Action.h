@@ -1,0 +1,35 @@
+#ifndef CORVANE_CLIENT_CLI_OUTPUT_ACTION_H
+#define CORVANE_CLIENT_CLI_OUTPUT_ACTION_H
+
+#include <cstddef>
+#include <span>
+#include <string>
+
+namespace corvane::cli {
+
+/// What a command has done, for the line about its failure.
+enum class Action {
+  ContactHelper,
+  AskForVersion,
+  SwitchDebugMessages,
+  DiscardAuthorization,
+  Delete,
+  DeleteSeveral,
+  Run,
+  PassOnOutput,
+  SetPreference,
+  RemovePreference,
+  ReadPreference,
+  Install,
+  Uninstall,
+};
+
+/// How the line begins, as in "Cannot delete '/tmp/x'", in the user's language.
+std::string failureOf(Action action, const std::string& subject);
+
+/// What has to be in the strings table for that.
+std::span<const char* const> actionTexts();
+
+}  // namespace corvane::cli
+
+#endif

@@ -1,0 +1,152 @@
+#include "client/cli/output/Advice.h"
+
+#include <algorithm>
+
+#include "client/cli/output/Action.h"
+#include "foundation/POSIXError.h"
+#include "operationset-vnt/ZELPrivilegedOperationSetVNT.h"
+#include "platform/Authorization.h"
+
+namespace corvane::cli {
+
+namespace {
+
+using Kind = CommunicationFailure::Kind;
+
+// What to do about the failures that carry no advice of their own, and what they are where their
+// number alone would have to say it.
+struct Advice {
+  constexpr Advice(POSIXErrorCode posix, const char* advice, const char* what = nullptr)
+      : Advice(NSPOSIXErrorDomain, static_cast<std::int64_t>(posix), advice, what) {}
+  constexpr Advice(std::string_view itsDomain, std::int64_t itsCode, const char* advice,
+                   const char* what = nullptr)
+      : domain(itsDomain), code(itsCode), text(advice), description(what) {}
+
+  std::string_view domain;
+  std::int64_t code;
+  const char* text;
+  const char* description;
+};
+constexpr Advice advices[] = {
+    {POSIXErrorCode::NoEntry, "Check the path."},
+    {POSIXErrorCode::Interrupted,
+     "Its log says why: journalctl -u com.corvane.system.privilegedhelper-vnt",
+     "The helper could not carry it out."},
+    {POSIXErrorCode::Busy,
+     "A file system is mounted there, or inside. Unmount it first: the helper never leaves the "
+     "file system that it was asked to work on."},
+    {POSIXErrorCode::Invalid, "The helper refused the arguments. Check them."},
+    {POSIXErrorCode::ReadOnly, "The file system is read-only."},
+    {POSIXErrorCode::NotEmpty, "The folder is not empty. Use -r to delete it with its contents."},
+    {POSIXErrorCode::NotImplemented, "The installed helper does not offer this operation."},
+    {POSIXErrorCode::Canceled, "The authorization was cancelled. Nothing was done."},
+    {POSIXErrorCode::IllegalByteSequence, "Text must be UTF-8, and without zero bytes.",
+     "An argument cannot be sent to the helper."},
+    {NSOSStatusErrorDomain, errAuthorizationInvalidRef, "Try again, with a new authorization.",
+     "The authorization is not valid."},
+    {NSOSStatusErrorDomain, errAuthorizationInteractionNotAllowed,
+     "This needs an administrator, and nothing here can ask for one. Run the command as root, or "
+     "set up polkit.",
+     "Not authorized."},
+    {NSOSStatusErrorDomain, errAuthorizationInternal, "Try again; 'doctor' tells more.",
+     "The system's authority did not answer as it should."},
+    {clientErrorDomain, noSuchPreference,
+     "Check its name, and whose it is: application, user and host.",
+     "There is no such preference, or it cannot be read."},
+    {clientErrorDomain, outputIncomplete, "Read it without long pauses, or into a file.",
+     "The output is incomplete: nobody took it for too long."},
+};
+constexpr const char* adviceWhenRefused =
+    "You are not authorized to do this. Ask an administrator of this machine.";
+constexpr const char* adviceWhenProtected =
+    "An object there has a protection that the helper does not lift: append-only in a tree, a "
+    "system flag, or a flag of the folder that it is in.";
+
+struct CommunicationAdvice {
+  Kind kind;
+  const char* text;
+};
+constexpr CommunicationAdvice communicationAdvices[] = {
+    {Kind::Refused, "Is the helper installed and its socket enabled? 'doctor' tells more."},
+    {Kind::Lost,
+     "The helper ended before it answered. Its log says why: "
+     "journalctl -u com.corvane.system.privilegedhelper-vnt"},
+    {Kind::TimedOut,
+     "It is there but busy or stuck. Try again; its log may say more: "
+     "journalctl -u com.corvane.system.privilegedhelper-vnt"},
+    {Kind::TooLarge, "Ask for less at a time."},
+    {Kind::BadMessage, "Do the versions of helper and client match? 'version' and 'doctor' tell."},
+};
+
+// The POSIX errors that operations commonly end with.
+constexpr POSIXErrorCode commonCodes[] = {
+    POSIXErrorCode::NotPermitted,   POSIXErrorCode::NoEntry,     POSIXErrorCode::InputOutput,
+    POSIXErrorCode::Access,         POSIXErrorCode::Busy,        POSIXErrorCode::Exists,
+    POSIXErrorCode::NotDirectory,   POSIXErrorCode::IsDirectory, POSIXErrorCode::Invalid,
+    POSIXErrorCode::NoSpace,        POSIXErrorCode::ReadOnly,    POSIXErrorCode::NotEmpty,
+    POSIXErrorCode::NotImplemented, POSIXErrorCode::Canceled};
+
+const Advice* adviceFor(const Error& error) {
+  const auto* advice =
+      std::find_if(std::begin(advices), std::end(advices),
+                   [&error](const Advice& a) { return error.is(a.domain, a.code); });
+  return advice == std::end(advices) ? nullptr : advice;
+}
+
+}  // namespace
+
+std::string translated(const std::string& text) {
+  return ZELPrivilegedOperationSetVNT::localizedUIPolitenessAgnosticStringForKey(
+      text, text, clientStringsTable);
+}
+
+std::string translated(const std::string& text, const std::string& parameter) {
+  return ZELPrivilegedOperationSetVNT::localizedStringForTemplate(text, {parameter},
+                                                                  clientStringsTable);
+}
+
+std::string suggestionFor(const Error& error, bool wasAuthorized) {
+  const auto localized =
+      ZELPrivilegedOperationSetVNT::localizedErrorForPrivilegedOperationError(error);
+  const Value* suggestion = localized->userInfo().find(NSLocalizedRecoverySuggestionErrorKey);
+  if (suggestion != nullptr && suggestion->string() != nullptr) return *suggestion->string();
+  if (isPOSIXError(error, POSIXErrorCode::NotPermitted)) {
+    return translated(wasAuthorized ? adviceWhenProtected : adviceWhenRefused);
+  }
+  // From an operation that was carried out, this came from a file system.
+  if (wasAuthorized && isPOSIXError(error, POSIXErrorCode::NotImplemented)) return {};
+  const Advice* advice = adviceFor(error);
+  return advice == nullptr ? std::string() : translated(advice->text);
+}
+
+std::string descriptionOf(const Error& error) {
+  const Advice* advice = adviceFor(error);
+  if (advice != nullptr && advice->description != nullptr) return translated(advice->description);
+  // What an error has no text for is described by its number, in English.
+  return translated(ZELPrivilegedOperationSetVNT::localizedErrorForPrivilegedOperationError(error)
+                        ->localizedDescription());
+}
+
+std::string suggestionFor(const CommunicationFailure& failure) {
+  const auto* advice =
+      std::find_if(std::begin(communicationAdvices), std::end(communicationAdvices),
+                   [&failure](const auto& a) { return a.kind == failure.kind; });
+  return advice == std::end(communicationAdvices) ? std::string() : translated(advice->text);
+}
+
+std::set<std::string> clientTexts() {
+  std::set<std::string> texts = {adviceWhenRefused, adviceWhenProtected, causeText,
+                                 needsRootText,     runAsRootText,       runLineAsRootText};
+  texts.insert(actionTexts().begin(), actionTexts().end());
+  for (const Advice& advice : advices) {
+    texts.insert(advice.text);
+    if (advice.description != nullptr) texts.insert(advice.description);
+  }
+  for (const CommunicationAdvice& advice : communicationAdvices) texts.insert(advice.text);
+  for (const POSIXErrorCode code : commonCodes) {
+    texts.insert(posixDescription(static_cast<std::int64_t>(code)));
+  }
+  return texts;
+}
+
+}  // namespace corvane::cli

@@ -1,0 +1,42 @@
+#ifndef CORVANE_CLIENT_CLI_OUTPUT_ADVICE_H
+#define CORVANE_CLIENT_CLI_OUTPUT_ADVICE_H
+
+#include <cstdint>
+#include <set>
+#include <string>
+
+#include "foundation/CommunicationFailure.h"
+#include "foundation/Error.h"
+
+namespace corvane::cli {
+
+/// The domain of the client's own errors, and their codes.
+inline constexpr const char* clientErrorDomain = "com.corvane.error.client";
+inline constexpr std::int64_t noSuchPreference = 1;
+inline constexpr std::int64_t outputIncomplete = 2;
+
+/// What to do about an error, and what it is, in the user's language: its own texts if it carries
+/// some, else the client's. `wasAuthorized` tells a refused authorization from an operation that
+/// was itself not permitted. A suggestion may be empty.
+std::string suggestionFor(const Error& error, bool wasAuthorized);
+std::string descriptionOf(const Error& error);
+std::string suggestionFor(const CommunicationFailure& failure);
+
+/// `text`, which is one of the client's, in the user's language, and with what $1$ in it stands
+/// for.
+std::string translated(const std::string& text);
+std::string translated(const std::string& text, const std::string& parameter);
+
+/// Texts beside those of errors, actions and advice.
+inline constexpr const char* causeText = "because: $1$";
+inline constexpr const char* needsRootText = "Only root may do this.";
+inline constexpr const char* runAsRootText = "Run the command as root.";
+inline constexpr const char* runLineAsRootText = "Run it as root: $1$";
+
+/// The strings table of the client's texts, and all that has to be in it.
+inline constexpr const char* clientStringsTable = "PrivilegedHelperClient";
+std::set<std::string> clientTexts();
+
+}  // namespace corvane::cli
+
+#endif

@@ -1,0 +1,167 @@
+#include "client/cli/output/Report.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <string>
+#include <utility>
+
+#include "client/cli/output/Advice.h"
+#include "foundation/POSIXError.h"
+#include "foundation/Unicode.h"
+#include "platform/Authorization.h"
+
+namespace corvane::cli {
+
+namespace {
+
+using Json = nlohmann::ordered_json;
+using Kind = CommunicationFailure::Kind;
+
+constexpr const char* communicationDomain = "com.corvane.error.communication";
+
+bool isRefusal(const Error& error, bool wasAuthorized) {
+  return (isPOSIXError(error, POSIXErrorCode::NotPermitted) && !wasAuthorized) ||
+         error.is(NSOSStatusErrorDomain, errAuthorizationInteractionNotAllowed) ||
+         error.is(NSOSStatusErrorDomain, errAuthorizationInvalidRef);
+}
+
+int statusFor(const Error& error, bool wasAuthorized) {
+  if (isRefusal(error, wasAuthorized)) return ExitNotAuthorized;
+  if (isPOSIXError(error, POSIXErrorCode::Canceled)) return ExitCanceled;
+  if (error.is(NSOSStatusErrorDomain, errAuthorizationInternal)) return ExitOutOfReach;
+  return ExitFailed;
+}
+
+const Error* underlyingError(const Error& error) {
+  const Value* underlying = error.userInfo().find(NSUnderlyingErrorKey);
+  return underlying != nullptr ? underlying->error() : nullptr;
+}
+
+// The description as it is shown; the user information has the texts as they came.
+Json objectFor(const Error& error) {
+  return {{"domain", error.domain()},
+          {"code", error.code()},
+          {"description", descriptionOf(error)},
+          {"userInfo", toJson(Value(error.userInfo()))}};
+}
+
+void printJson(const Json& json) {
+  // Texts from elsewhere may not be UTF-8; they are shown as well as they can be. What is not ASCII
+  // is escaped, so that nothing of it controls a terminal.
+  std::printf("%s\n", json.dump(2, ' ', true, Json::error_handler_t::replace).c_str());
+}
+
+Json successObject() {
+  return {{"domain", nullptr},
+          {"code", 0},
+          {"description", nullptr},
+          {"recoverySuggestion", nullptr},
+          {"userInfo", Json::object()}};
+}
+
+void printProblem(const std::string& failure, std::string_view description,
+                  std::string_view suggestion) {
+  std::fprintf(stderr, "%s: %s\n", printable(failure).c_str(), printable(description).c_str());
+  if (!suggestion.empty()) std::fprintf(stderr, "%s\n", printable(suggestion).c_str());
+}
+
+}  // namespace
+
+Json toJson(const Value& value) {
+  if (const auto* string = value.string()) return *string;
+  if (const auto* number = value.number()) {
+    if (number->isBoolean()) return number->boolValue();
+    if (number->isDouble()) return number->doubleValue();
+    if (number->isUnsigned()) return number->unsignedLongLongValue();
+    return number->longLongValue();
+  }
+  if (const auto* data = value.data()) {
+    Json bytes = Json::array();
+    for (const std::byte byte : *data) bytes.push_back(std::to_integer<int>(byte));
+    return bytes;
+  }
+  if (const auto* date = value.date()) return date->secondsSinceReference;
+  if (const auto* array = value.array()) {
+    Json elements = Json::array();
+    for (const Value& element : *array) elements.push_back(toJson(element));
+    return elements;
+  }
+  if (const auto* dictionary = value.dictionary()) {
+    Json object = Json::object();
+    for (const auto& [key, element] : *dictionary) object[key] = toJson(element);
+    return object;
+  }
+  return objectFor(*value.error());
+}
+
+std::string printable(std::string_view text, std::string_view kept) {
+  std::string shown;
+  char previous = 0;
+  for (const char character : text) {
+    const bool isControl = endsControlCharacter(std::exchange(previous, character), character);
+    // Its first byte, if it has two, looked like another character's.
+    if (isControl && static_cast<unsigned char>(character) >= 0x80) shown.pop_back();
+    shown += isControl && kept.find(character) == std::string_view::npos ? '?' : character;
+  }
+  return shown;
+}
+
+int report(const Context& context, Action action, const std::string& subject,
+           const PrivilegedHelperClient::Outcome& outcome, bool wasAuthorized) {
+  if (outcome.failure) return report(context, action, subject, *outcome.failure);
+  if (!outcome.error) {
+    if (context.isJSON) printJson(successObject());
+    return ExitDone;
+  }
+  const Error& error = *outcome.error;
+  const std::string suggestion = suggestionFor(error, wasAuthorized);
+  if (context.isJSON) {
+    Json object = objectFor(error);
+    object["recoverySuggestion"] = suggestion.empty() ? Json() : Json(suggestion);
+    printJson(object);
+  } else {
+    printProblem(failureOf(action, subject), descriptionOf(error), suggestion);
+    for (const Error* cause = underlyingError(error); cause != nullptr;
+         cause = underlyingError(*cause)) {
+      std::fprintf(stderr, "  %s\n",
+                   printable(translated(causeText, descriptionOf(*cause))).c_str());
+    }
+  }
+  return statusFor(error, wasAuthorized);
+}
+
+int report(const Context& context, Action action, const std::string& subject,
+           const CommunicationFailure& failure) {
+  if (context.isJSON) {
+    Json object = successObject();
+    object["domain"] = communicationDomain;
+    object["code"] = static_cast<int>(failure.kind) + 1;
+    object["description"] = failure.description;
+    object["recoverySuggestion"] = suggestionFor(failure);
+    printJson(object);
+  } else {
+    printProblem(failureOf(action, subject), failure.description, suggestionFor(failure));
+  }
+  const bool wasReached = failure.kind == Kind::BadMessage || failure.kind == Kind::TooLarge;
+  return wasReached ? ExitFailed : ExitOutOfReach;
+}
+
+int reportUsage(const Context& context, const std::string& description) {
+  if (context.isJSON) {
+    Json object = objectFor(posixError(POSIXErrorCode::Invalid));
+    object["description"] = description;
+    object["recoverySuggestion"] = nullptr;
+    printJson(object);
+  } else {
+    std::fprintf(stderr, "%s\n", printable(description).c_str());
+  }
+  return ExitUsage;
+}
+
+void printResult(const Json& result) {
+  Json object = successObject();
+  object["result"] = result;
+  printJson(object);
+}
+
+}  // namespace corvane::cli

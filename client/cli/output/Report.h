@@ -1,0 +1,57 @@
+#ifndef CORVANE_CLIENT_CLI_OUTPUT_REPORT_H
+#define CORVANE_CLIENT_CLI_OUTPUT_REPORT_H
+
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include <nlohmann/json.hpp>
+
+#include "PrivilegedHelperClient.h"
+#include "client/cli/output/Action.h"
+
+namespace corvane::cli {
+
+enum ExitStatus : int {
+  ExitDone = 0,
+  ExitFailed = 1,
+  ExitUsage = 2,
+  ExitNotAuthorized = 3,
+  ExitCanceled = 4,
+  ExitOutOfReach = 5,
+};
+
+/// The options that all commands share.
+struct Context {
+  PrivilegedHelperClient::Options client;
+  bool isJSON = false;
+  bool isQuiet = false;
+  bool isWithoutFeedback = false;
+};
+
+/// Tells how a command ended and returns the status to exit with. `action` and `subject` say what
+/// was to be done. `wasAuthorized` tells a refused authorization from an operation that was itself
+/// not permitted: both are EPERM. With --json one object goes to standard output;
+/// otherwise a failure goes to standard error and success says nothing.
+int report(const Context& context, Action action, const std::string& subject,
+           const PrivilegedHelperClient::Outcome& outcome, bool wasAuthorized = false);
+
+/// The same for a call that brought no answer.
+int report(const Context& context, Action action, const std::string& subject,
+           const CommunicationFailure& failure);
+
+/// A command that was called wrongly.
+int reportUsage(const Context& context, const std::string& description);
+
+/// Prints the result of a command that answers with data: the object with `result` in it as JSON.
+void printResult(const nlohmann::ordered_json& result);
+
+/// A value of the helper's as JSON has it: data are arrays of numbers, dates seconds since 2001.
+nlohmann::ordered_json toJson(const Value& value);
+
+/// `text` as a terminal may show it: control characters are replaced, but those in `kept`.
+std::string printable(std::string_view text, std::string_view kept = {});
+
+}  // namespace corvane::cli
+
+#endif

@@ -1,0 +1,51 @@
+#include "client/cli/setup/Installation.h"
+
+#include <cstdio>
+
+#include <unistd.h>
+
+#include "client/cli/output/Advice.h"
+#include "foundation/POSIXError.h"
+#include "operationset-vnt/ZELPrivilegedOperationSetVNT.h"
+
+namespace corvane::cli {
+
+std::unique_ptr<HelperInstallation> ownInstallation() {
+  return HelperInstallation::ofHelper(
+      ZELPrivilegedOperationSetVNT::privilegedOperationSet().serviceIdentifierForHelper(),
+      HelperInstallation::ownPayload());
+}
+
+void tellChanges(const Context& context, const std::vector<Change>& changes,
+                 std::string_view conclusion) {
+  if (context.isJSON) {
+    nlohmann::ordered_json rows = nlohmann::json::array();
+    for (const Change& change : changes) {
+      rows.push_back({{"name", change.name}, {"state", change.state}});
+    }
+    printResult(rows);
+    return;
+  }
+  if (!context.isQuiet) {
+    for (const Change& change : changes) {
+      std::printf("%-10s %s\n", change.state, printable(change.name).c_str());
+    }
+    std::printf("%s\n", std::string(conclusion).c_str());
+  }
+}
+
+std::optional<int> requireRoot(const Context& context, Action action, const char* command) {
+  if (::geteuid() == 0) return std::nullopt;
+  std::string advice = translated(runAsRootText);
+  if (::isatty(STDERR_FILENO) != 0) {
+    const std::string line = std::string("privilegerequestor-vnt ") + command;
+    const bool hasSudo = ::access("/usr/bin/sudo", X_OK) == 0;
+    advice = translated(runLineAsRootText, hasSudo ? "sudo " + line : "su -c '" + line + "'");
+  }
+  const Error error(NSPOSIXErrorDomain, static_cast<std::int64_t>(POSIXErrorCode::NotPermitted),
+                    {{std::string(NSLocalizedDescriptionKey), translated(needsRootText)},
+                     {std::string(NSLocalizedRecoverySuggestionErrorKey), advice}});
+  return report(context, action, "", {std::nullopt, error});
+}
+
+}  // namespace corvane::cli

@@ -1,0 +1,32 @@
+#ifndef CORVANE_CLIENT_CLI_SETUP_INSTALLATION_H
+#define CORVANE_CLIENT_CLI_SETUP_INSTALLATION_H
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "client/cli/output/Report.h"
+#include "platform/HelperInstallation.h"
+
+namespace corvane::cli {
+
+/// The installation of the helper that came with this program.
+std::unique_ptr<HelperInstallation> ownInstallation();
+
+/// One line, and one element of a JSON result: what became of one object.
+struct Change {
+  std::string name;
+  const char* state;
+};
+/// Tells the changes, and in the end `conclusion`.
+void tellChanges(const Context& context, const std::vector<Change>& changes,
+                 std::string_view conclusion);
+
+/// Nothing for root; for anybody else the status to exit with, after telling how to become root.
+std::optional<int> requireRoot(const Context& context, Action action, const char* command);
+
+}  // namespace corvane::cli
+
+#endif

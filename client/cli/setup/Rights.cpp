@@ -1,0 +1,79 @@
+#include "client/cli/setup/Rights.h"
+
+#include "operationset-vnt/ZELPrivilegedOperationSetVNT.h"
+#include "platform/Authorization.h"
+
+namespace corvane::cli {
+
+namespace {
+
+const ZELPrivilegedOperationSet& operationSet() {
+  return ZELPrivilegedOperationSetVNT::privilegedOperationSet();
+}
+
+template <typename Change>
+std::optional<Error> changeRights(const Change& change) {
+  AuthorizationRef authorization = nullptr;
+  const OSStatus status =
+      AuthorizationCreate(nullptr, nullptr, kAuthorizationFlagDefaults, &authorization);
+  if (status != errAuthorizationSuccess) return Error(NSOSStatusErrorDomain, status);
+  change(authorization);
+  AuthorizationFree(authorization, kAuthorizationFlagDefaults);
+  return std::nullopt;
+}
+
+}  // namespace
+
+Registration registrationOf(const std::string& right) {
+  switch (AuthorizationRightGet(right.c_str(), nullptr)) {
+    case errAuthorizationSuccess:
+      return Registration::Yes;
+    case errAuthorizationDenied:
+      return Registration::No;
+    default:
+      return Registration::Unknown;
+  }
+}
+
+Rights examineRights() {
+  Rights rights;
+  operationSet().enumerateRightDefinitionsUsingBlock(
+      [&](const std::optional<std::string>& name, const Value&, const std::string&) {
+        const std::string right = name.value_or("");
+        switch (registrationOf(right)) {
+          case Registration::Yes:
+            return rights.registered.push_back(right);
+          case Registration::No:
+            return rights.missing.push_back(right);
+          case Registration::Unknown:
+            return rights.unknown.push_back(right);
+        }
+      });
+  return rights;
+}
+
+std::optional<Error> registerRights() {
+  return changeRights([](AuthorizationRef authorization) {
+    operationSet().setAuthorizationRightsForImplementedOperationsUsingAuthorization(authorization);
+  });
+}
+
+std::optional<Error> removeRights() {
+  return changeRights([](AuthorizationRef authorization) {
+    operationSet().removeAuthorizationRightsForImplementedOperationsUsingAuthorization(
+        authorization);
+    // What is damaged, or defined with one of two authorities alone, counts as no right there.
+    operationSet().enumerateRightDefinitionsUsingBlock(
+        [&](const std::optional<std::string>& name, const Value&, const std::string&) {
+          AuthorizationRightRemove(authorization, name.value_or("").c_str());
+        });
+  });
+}
+
+std::optional<Error> removeRights(const std::vector<std::string>& names) {
+  return changeRights([&names](AuthorizationRef authorization) {
+    for (const std::string& name : names) AuthorizationRightRemove(authorization, name.c_str());
+  });
+}
+
+}  // namespace corvane::cli

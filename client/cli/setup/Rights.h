@@ -1,0 +1,32 @@
+#ifndef CORVANE_CLIENT_CLI_SETUP_RIGHTS_H
+#define CORVANE_CLIENT_CLI_SETUP_RIGHTS_H
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "foundation/Error.h"
+
+namespace corvane::cli {
+
+/// Whether the system's authorization database has a right; not everybody may look it up.
+enum class Registration { Yes, No, Unknown };
+Registration registrationOf(const std::string& right);
+
+/// The rights of the catalogue, by whether the system's authorization database has them.
+struct Rights {
+  std::vector<std::string> registered;
+  std::vector<std::string> missing;
+  std::vector<std::string> unknown;  ///< those that this process may not look up
+};
+Rights examineRights();
+
+/// Put the rights into the database, or take all or some out; nothing, or why it cannot be done.
+/// What was done shows when they are examined.
+std::optional<Error> registerRights();
+std::optional<Error> removeRights();
+std::optional<Error> removeRights(const std::vector<std::string>& names);
+
+}  // namespace corvane::cli
+
+#endif

@@ -1,0 +1,173 @@
+#include "platform/linux/authorization/polkit/PolkitAuthority.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "platform/StandardLog.h"
+#include "platform/linux/authorization/RootFolder.h"
+#include "platform/linux/authorization/polkit/DialogText.h"
+#include "platform/linux/transport/CurrentPeer.h"
+
+namespace corvane {
+
+namespace {
+
+std::string fileNameFor(const std::string& rightName) {
+  return rightName + ".policy";
+}
+
+int askersConnection() {
+  const Peer* peer = currentPeer();
+  return peer == nullptr ? -1 : peer->connection;
+}
+
+OSStatus statusOf(const PolkitAnswer& answer) {
+  if (answer.isDismissed) return errAuthorizationCanceled;
+  // Whoever would have to be asked is not there or must not be asked.
+  if (answer.isChallenge) return errAuthorizationInteractionNotAllowed;
+  return answer.isAuthorized ? errAuthorizationSuccess : errAuthorizationDenied;
+}
+
+}  // namespace
+
+PolkitAuthority::PolkitAuthority(const Places& places, Translate translate,
+                                 Authority& withoutPolkit, std::chrono::milliseconds patience)
+    : _polkit(places.busAddress, patience),
+      _actionsDirectory(places.actionsDirectory),
+      _translate(std::move(translate)),
+      _withoutPolkit(withoutPolkit),
+      _discarded(places.discardedDirectory) {}
+
+OSStatus PolkitAuthority::decide(const ProcessIdentity& subject, const RightRequest& request) {
+  const std::optional<RunningProgram> asking = RunningProgram::of(subject.pid);
+  const auto grantedSince = _discarded.grantedSince(subject);
+  const Answer answer =
+      grantedSince ? askAfterDiscard(subject, request, *grantedSince) : ask(subject, request);
+  if (const auto* given = std::get_if<PolkitAnswer>(&answer)) {
+    const OSStatus status = statusOf(*given);
+    // Whoever was asked has agreed to what asked then.
+    const bool isAnother =
+        status == errAuthorizationSuccess && asking && asking != RunningProgram::of(subject.pid);
+    return isAnother ? errAuthorizationInvalidRef : status;
+  }
+  switch (std::get<PolkitFailure>(answer)) {
+    case PolkitFailure::Absent:
+      return _withoutPolkit.decide(subject, request);
+    case PolkitFailure::Abandoned:
+      return errAuthorizationCanceled;
+    case PolkitFailure::Failed:
+      break;
+  }
+  return errAuthorizationInternal;
+}
+
+PolkitAuthority::Answer PolkitAuthority::ask(const ProcessIdentity& subject,
+                                             const RightRequest& request) {
+  const Answer answer = askQuietly(subject, request.rightName);
+  const auto* given = std::get_if<PolkitAnswer>(&answer);
+  const bool isDialogNeeded = given != nullptr && !given->isAuthorized && given->isChallenge;
+  return isDialogNeeded && request.isInteractionAllowed ? askPerson(subject, request) : answer;
+}
+
+PolkitAuthority::Answer PolkitAuthority::askQuietly(const ProcessIdentity& subject,
+                                                    const std::string& rightName) {
+  return _polkit.checkAuthorization({subject, rightName, {}, {}, false}, askersConnection());
+}
+
+PolkitAuthority::Answer PolkitAuthority::askPerson(const ProcessIdentity& subject,
+                                                   const RightRequest& request) {
+  const OpenDialogs::Place place(_dialogs, subject.uid);
+  // As if nobody were there to ask: a person looks at few dialogs at a time.
+  if (!place.isTaken()) return PolkitAnswer{false, true, false, {}};
+  return _polkit.checkAuthorization(
+      {subject, request.rightName, dialogText(request.prompt), dialogIcon(request.iconPath), true},
+      askersConnection());
+}
+
+PolkitAuthority::Answer PolkitAuthority::askAfterDiscard(
+    const ProcessIdentity& subject, const RightRequest& request,
+    const std::set<std::string>& grantedSince) {
+  Answer answer = askQuietly(subject, request.rightName);
+  const auto* given = std::get_if<PolkitAnswer>(&answer);
+  if (given == nullptr) return answer;
+  if (!given->isAuthorized) {
+    if (!given->isChallenge || !request.isInteractionAllowed) return answer;
+    answer = askPerson(subject, request);
+    given = std::get_if<PolkitAnswer>(&answer);
+    if (given != nullptr && !given->temporaryAuthorization.empty()) {
+      _discarded.grant(subject, given->temporaryAuthorization);
+    }
+    return answer;
+  }
+  if (given->temporaryAuthorization.empty() ||
+      grantedSince.contains(given->temporaryAuthorization)) {
+    return answer;
+  }
+  // What polkit still keeps was discarded. It does not ask again for what it keeps, but it does
+  // for the right's other action.
+  RightRequest anew = request;
+  anew.rightName = anewActionOf(request.rightName);
+  return ask(subject, anew);
+}
+
+void PolkitAuthority::revoke(const ProcessIdentity& subject) {
+  if (!_discarded.discard(subject)) {
+    NSLog("WARNING: the authorizations of process %d could not be discarded!\n", subject.pid);
+  }
+  _withoutPolkit.revoke(subject);
+}
+
+bool PolkitAuthority::hasActions() const {
+  struct stat status = {};
+  return ::stat(_actionsDirectory.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
+}
+
+OSStatus PolkitAuthority::rightGet(const std::string& rightName, RightDefinition* definition) {
+  if (!hasActions()) return _withoutPolkit.rightGet(rightName, definition);
+  const std::variant<RootFolder, Error> folder = RootFolder::open(_actionsDirectory);
+  if (const Error* error = std::get_if<Error>(&folder)) return statusOfDefinition(*error);
+  const std::variant<Data, Error> bytes =
+      std::get<RootFolder>(folder).read(fileNameFor(rightName), everyoneElseReads);
+  if (const Error* error = std::get_if<Error>(&bytes)) return statusOfDefinition(*error);
+
+  std::optional<RightDefinition> found =
+      readActionFile(stringFromData(std::get<Data>(bytes)), rightName);
+  if (!found) return errAuthorizationInternal;
+  // One that either authority lacks is none, so that registering it completes it. Who is not root
+  // may not be let to look there.
+  const OSStatus other =
+      ::geteuid() == 0 ? _withoutPolkit.rightGet(rightName, nullptr) : errAuthorizationSuccess;
+  if (other == errAuthorizationSuccess && definition != nullptr) *definition = *std::move(found);
+  return other;
+}
+
+OSStatus PolkitAuthority::rightSet(const std::string& rightName,
+                                   const RightDefinition& definition) {
+  if (hasActions()) {
+    const std::optional<std::string> text = actionFile(
+        rightName, definition, _translate(definition.description, definition.stringsTable));
+    const std::variant<RootFolder, Error> folder = RootFolder::open(_actionsDirectory);
+    const auto* opened = std::get_if<RootFolder>(&folder);
+    if (!text || opened == nullptr ||
+        opened->replace(fileNameFor(rightName), dataFromString(*text), everyoneElseReads)) {
+      return errAuthorizationInternal;
+    }
+  }
+  return _withoutPolkit.rightSet(rightName, definition);
+}
+
+OSStatus PolkitAuthority::rightRemove(const std::string& rightName) {
+  OSStatus removed = errAuthorizationDenied;
+  if (hasActions()) {
+    const std::variant<RootFolder, Error> folder = RootFolder::open(_actionsDirectory);
+    const auto* opened = std::get_if<RootFolder>(&folder);
+    if (opened == nullptr) return errAuthorizationInternal;
+    const std::optional<Error> error = opened->remove(fileNameFor(rightName));
+    removed = error ? statusOfDefinition(*error) : errAuthorizationSuccess;
+    if (removed == errAuthorizationInternal) return removed;
+  }
+  const OSStatus alsoRemoved = _withoutPolkit.rightRemove(rightName);
+  return alsoRemoved == errAuthorizationDenied ? removed : alsoRemoved;
+}
+
+}  // namespace corvane

@@ -1,0 +1,63 @@
+#ifndef CORVANE_PLATFORM_LINUX_AUTHORIZATION_POLKIT_POLKITAUTHORITY_H
+#define CORVANE_PLATFORM_LINUX_AUTHORIZATION_POLKIT_POLKITAUTHORITY_H
+
+#include <functional>
+#include <string>
+
+#include "platform/linux/authorization/Authority.h"
+#include "platform/linux/authorization/polkit/ActionFile.h"
+#include "platform/linux/authorization/polkit/DiscardedAuthorizations.h"
+#include "platform/linux/authorization/polkit/OpenDialogs.h"
+#include "platform/linux/authorization/polkit/PolkitClient.h"
+
+namespace corvane {
+
+/// The system's own authority, with another in its place while it is not there.
+///
+/// A right is an action of its name, in an action file of its own. Rights are defined with both
+/// authorities, so that either can decide, and exist only where both have them.
+class PolkitAuthority : public Authority {
+ public:
+  /// The sentence of a dialog in other languages, from its key and the name of its strings table.
+  using Translate = std::function<Translations(const std::string& key, const std::string& table)>;
+
+  struct Places {
+    std::string busAddress;
+    /// Where polkit finds its action files; a system without that folder has no polkit.
+    std::string actionsDirectory;
+    std::string discardedDirectory;
+  };
+
+  /// `withoutPolkit` is borrowed.
+  PolkitAuthority(const Places& places, Translate translate, Authority& withoutPolkit,
+                  std::chrono::milliseconds patience = PolkitClient::defaultPatience);
+
+  OSStatus decide(const ProcessIdentity& subject, const RightRequest& request) override;
+  void revoke(const ProcessIdentity& subject) override;
+
+  OSStatus rightGet(const std::string& rightName, RightDefinition* definition) override;
+  OSStatus rightSet(const std::string& rightName, const RightDefinition& definition) override;
+  OSStatus rightRemove(const std::string& rightName) override;
+
+ private:
+  using Answer = std::variant<PolkitAnswer, PolkitFailure>;
+
+  /// With a dialog only where polkit says that it takes one, so that others do not count as such.
+  Answer ask(const ProcessIdentity& subject, const RightRequest& request);
+  Answer askQuietly(const ProcessIdentity& subject, const std::string& rightName);
+  Answer askPerson(const ProcessIdentity& subject, const RightRequest& request);
+  Answer askAfterDiscard(const ProcessIdentity& subject, const RightRequest& request,
+                         const std::set<std::string>& grantedSince);
+  bool hasActions() const;
+
+  PolkitClient _polkit;
+  const std::string _actionsDirectory;
+  const Translate _translate;
+  Authority& _withoutPolkit;
+  DiscardedAuthorizations _discarded;
+  OpenDialogs _dialogs;
+};
+
+}  // namespace corvane
+
+#endif

@@ -1,0 +1,257 @@
+#include "platform/linux/authorization/polkit/PolkitClient.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstdlib>
+#include <optional>
+#include <string_view>
+
+#include <poll.h>
+
+#include "platform/linux/authorization/polkit/PolkitBus.h"
+
+namespace corvane {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr std::uint32_t allowUserInteraction = 1;
+
+// For how long it is taken for granted that polkit is still not there. A failed attempt costs more
+// than everything else that a request needs.
+constexpr std::chrono::seconds absence{1};
+
+// Errors by which the bus says that it knows of nobody who could answer, whether it looks itself or
+// has systemd do it. One that knows polkit and cannot reach it is not among them.
+constexpr std::string_view absentErrors[] = {
+    "org.freedesktop.DBus.Error.NameHasNoOwner",
+    "org.freedesktop.DBus.Error.ServiceUnknown",
+    "org.freedesktop.DBus.Error.Spawn.ServiceNotFound",
+    "org.freedesktop.systemd1.NoSuchUnit",
+    "org.freedesktop.systemd1.UnitMasked",
+};
+
+bool isAbsence(const sd_bus_error& error) {
+  const std::string_view name(error.name == nullptr ? "" : error.name);
+  return std::find(std::begin(absentErrors), std::end(absentErrors), name) !=
+         std::end(absentErrors);
+}
+
+// What tells that no bus listens; anything else is one that is not to be had just now.
+bool isAbsence(int connectErrno) {
+  return connectErrno == ENOENT || connectErrno == ECONNREFUSED;
+}
+
+struct BusSlotCloser {
+  void operator()(sd_bus_slot* slot) const { sd_bus_slot_unref(slot); }
+};
+
+/// A call that is under way, and its reply once it is there.
+class PendingCall {
+ public:
+  PendingCall() = default;
+  PendingCall(const PendingCall&) = delete;
+  PendingCall& operator=(const PendingCall&) = delete;
+
+  bool send(sd_bus* bus, sd_bus_message* message) {
+    sd_bus_slot* slot = nullptr;
+    const int result =
+        sd_bus_call_async(bus, &slot, message, &PendingCall::received, this, UINT64_MAX);
+    _slot.reset(slot);
+    return result >= 0;
+  }
+  bool isUnderWay() const { return _slot != nullptr; }
+  bool hasReply() const { return _reply != nullptr; }
+  /// The reply, which can be had once; null while there is none.
+  BusMessage takeReply() {
+    if (hasReply()) _slot.reset();
+    return std::move(_reply);
+  }
+
+ private:
+  static int received(sd_bus_message* message, void* userdata, sd_bus_error* /*error*/) {
+    static_cast<PendingCall*>(userdata)->_reply.reset(sd_bus_message_ref(message));
+    return 1;
+  }
+
+  std::unique_ptr<sd_bus_slot, BusSlotCloser> _slot;
+  BusMessage _reply;
+};
+
+std::string newCancellationId() {
+  static std::atomic<std::uint64_t> count{0};
+  return "request-" + std::to_string(++count);
+}
+
+int appendDetail(sd_bus_message* message, const char* key, const std::string& value) {
+  return value.empty() ? 0 : sd_bus_message_append(message, "{ss}", key, value.c_str());
+}
+
+BusMessage newCheck(sd_bus* bus, const PolkitQuestion& question,
+                    const std::string& cancellationId) {
+  BusMessage message = newPolkitCall(bus, "CheckAuthorization");
+  if (message == nullptr) return nullptr;
+  sd_bus_message* raw = message.get();
+  int result = sd_bus_message_append(raw, "(sa{sv})s", "unix-process", 3, "pid", "u",
+                                     static_cast<std::uint32_t>(question.subject.pid), "start-time",
+                                     "t", question.subject.startTime, "uid", "i",
+                                     static_cast<std::int32_t>(question.subject.uid),
+                                     question.actionId.c_str());
+  if (result >= 0) result = sd_bus_message_open_container(raw, SD_BUS_TYPE_ARRAY, "{ss}");
+  if (result >= 0) result = appendDetail(raw, "polkit.message", question.message);
+  if (result >= 0) result = appendDetail(raw, "polkit.icon_name", question.iconName);
+  if (result >= 0) result = sd_bus_message_close_container(raw);
+  if (result >= 0) {
+    result =
+        sd_bus_message_append(raw, "us", question.isInteractionAllowed ? allowUserInteraction : 0U,
+                              cancellationId.c_str());
+  }
+  return result >= 0 ? std::move(message) : nullptr;
+}
+
+/// Closes the dialog, if one is open. Neither the answer nor a bus that is slow is waited for.
+void cancelCheck(sd_bus* bus, const std::string& cancellationId) {
+  if (sd_bus_is_ready(bus) <= 0) return;
+  const BusMessage message = newPolkitCall(bus, "CancelCheckAuthorization");
+  if (message != nullptr &&
+      sd_bus_message_append(message.get(), "s", cancellationId.c_str()) >= 0) {
+    sd_bus_send(bus, message.get(), nullptr);
+  }
+}
+
+/// Asks for something that polkit answers whatever else it is doing. An error is an answer too.
+bool askForSignOfLife(sd_bus* bus, PendingCall& sign) {
+  const BusMessage message = newPolkitSignOfLife(bus);
+  return message != nullptr && sign.send(bus, message.get());
+}
+
+bool hasHungUp(int asker, std::chrono::milliseconds patience) {
+  pollfd waiting = {asker, POLLRDHUP, 0};
+  return ::poll(&waiting, 1, static_cast<int>(patience.count())) > 0;
+}
+
+/// A connection to the bus. One that takes no more for now is asked again.
+std::variant<Bus, PolkitFailure> connectTo(BusConnections& connections, int asker,
+                                           std::chrono::milliseconds patience) {
+  constexpr std::chrono::milliseconds pause{20};
+  const Clock::time_point deadline = Clock::now() + patience;
+  for (;;) {
+    std::variant<Bus, int> bus = connections.take();
+    if (Bus* connected = std::get_if<Bus>(&bus)) return std::move(*connected);
+    const int failure = std::get<int>(bus);
+    if (isAbsence(failure)) return PolkitFailure::Absent;
+    if (failure != EAGAIN || Clock::now() >= deadline) return PolkitFailure::Failed;
+    if (hasHungUp(asker, pause)) return PolkitFailure::Abandoned;
+  }
+}
+
+/// Waits for something to happen on `bus`, at most until `deadline`; true if the asker hung up.
+bool waitOn(sd_bus* bus, int asker, Clock::time_point deadline) {
+  std::array<pollfd, 2> waiting = {
+      pollfd{sd_bus_get_fd(bus), static_cast<short>(sd_bus_get_events(bus)), 0},
+      pollfd{asker, POLLRDHUP, 0}};
+  const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now());
+  const int ready = ::poll(waiting.data(), waiting.size(),
+                           static_cast<int>(std::max<std::int64_t>(left.count(), 0)));
+  return ready > 0 && waiting[1].revents != 0;
+}
+
+/// Nothing once `call` has its reply, else why it has none. A bus that is there and does not get to
+/// this connection is a failure like any other.
+std::optional<PolkitFailure> waitForReply(sd_bus* bus, const PendingCall& call, int asker,
+                                          std::chrono::milliseconds patience) {
+  PendingCall sign;
+  bool isConnected = false;
+  Clock::time_point deadline = Clock::now() + patience;
+  for (;;) {
+    const int progress = sd_bus_process(bus, nullptr);
+    isConnected = isConnected || sd_bus_is_ready(bus) > 0;
+    if (call.hasReply()) {
+      // A connection that breaks answers its calls itself.
+      if (!isConnected) return PolkitFailure::Failed;
+      // Who is gone by now is not to have what was granted.
+      return hasHungUp(asker, {}) ? std::optional(PolkitFailure::Abandoned) : std::nullopt;
+    }
+    if (progress < 0) return PolkitFailure::Failed;
+    if (progress > 0) continue;
+
+    if (sign.takeReply() != nullptr) deadline = Clock::now() + patience;
+    if (Clock::now() >= deadline) {
+      if (!isConnected || sign.isUnderWay() || !askForSignOfLife(bus, sign)) {
+        return PolkitFailure::Failed;
+      }
+      deadline = Clock::now() + patience;
+    }
+    if (waitOn(bus, asker, deadline)) return PolkitFailure::Abandoned;
+  }
+}
+
+std::variant<PolkitAnswer, PolkitFailure> readAnswer(sd_bus_message* reply) {
+  if (const sd_bus_error* error = sd_bus_message_get_error(reply)) {
+    return isAbsence(*error) ? PolkitFailure::Absent : PolkitFailure::Failed;
+  }
+  if (sd_bus_message_has_signature(reply, "(bba{ss})") <= 0) return PolkitFailure::Failed;
+  int isAuthorized = 0;
+  int isChallenge = 0;
+  int result = sd_bus_message_enter_container(reply, SD_BUS_TYPE_STRUCT, "bba{ss}");
+  if (result >= 0) result = sd_bus_message_read(reply, "bb", &isAuthorized, &isChallenge);
+  if (result >= 0) result = sd_bus_message_enter_container(reply, SD_BUS_TYPE_ARRAY, "{ss}");
+  PolkitAnswer answer{isAuthorized != 0, isChallenge != 0, false, {}};
+  const char* key = nullptr;
+  const char* value = nullptr;
+  while (result >= 0 && (result = sd_bus_message_read(reply, "{ss}", &key, &value)) > 0) {
+    if (key == std::string_view("polkit.dismissed")) answer.isDismissed = true;
+    if (key == std::string_view("polkit.temporary_authorization_id")) {
+      answer.temporaryAuthorization = value;
+    }
+  }
+  if (result < 0) return PolkitFailure::Failed;
+  return answer;
+}
+
+}  // namespace
+
+PolkitClient::PolkitClient(std::string busAddress, std::chrono::milliseconds patience)
+    : _connections(std::move(busAddress)), _patience(patience) {}
+
+std::variant<PolkitAnswer, PolkitFailure> PolkitClient::checkAuthorization(
+    const PolkitQuestion& question, int asker) {
+  if (Clock::now() < _absentUntil.load()) return PolkitFailure::Absent;
+  std::variant<PolkitAnswer, PolkitFailure> answer = ask(question, asker);
+  const auto* failure = std::get_if<PolkitFailure>(&answer);
+  if (failure != nullptr && *failure == PolkitFailure::Absent) {
+    _absentUntil = Clock::now() + absence;
+  }
+  return answer;
+}
+
+std::variant<PolkitAnswer, PolkitFailure> PolkitClient::ask(const PolkitQuestion& question,
+                                                            int asker) {
+  std::variant<Bus, PolkitFailure> connected = connectTo(_connections, asker, _patience);
+  if (const auto* failure = std::get_if<PolkitFailure>(&connected)) return *failure;
+  Bus& bus = std::get<Bus>(connected);
+  const std::string cancellationId = newCancellationId();
+  const BusMessage check = newCheck(bus.get(), question, cancellationId);
+  std::variant<PolkitAnswer, PolkitFailure> answer = PolkitFailure::Failed;
+  {
+    PendingCall call;
+    if (check == nullptr || !call.send(bus.get(), check.get())) return PolkitFailure::Failed;
+    if (const auto failure = waitForReply(bus.get(), call, asker, _patience)) {
+      // The connection goes too, and with it what polkit still has to say.
+      cancelCheck(bus.get(), cancellationId);
+      return *failure;
+    }
+    answer = readAnswer(call.takeReply().get());
+  }
+  _connections.giveBack(std::move(bus));
+  return answer;
+}
+
+std::string systemBusAddress() {
+  const char* address = ::secure_getenv("DBUS_SYSTEM_BUS_ADDRESS");
+  return address != nullptr && *address != '\0' ? address : "unix:path=/run/dbus/system_bus_socket";
+}
+
+}  // namespace corvane

@@ -1,0 +1,84 @@
+#include "platform/linux/bus/Bus.h"
+
+#include <algorithm>
+#include <cerrno>
+
+#include <poll.h>
+#include <sys/socket.h>
+
+namespace corvane {
+
+using Clock = std::chrono::steady_clock;
+
+namespace {
+
+// What the kernel may keep for a peer that does not read. The library asks for eight megabytes, as
+// for a bus that many share, and root gets them. A server answers whoever connects; who a client
+// sends to has been chosen, and output goes faster in larger portions.
+constexpr int sendBufferSize(BusRole role) {
+  return role == BusRole::Server ? 64 << 10 : 512 << 10;
+}
+
+}  // namespace
+
+Bus makePeerBus(FileDescriptor socket, BusRole role, FileDescriptor separateInput) {
+  sd_bus* raw = nullptr;
+  int result = sd_bus_new(&raw);
+  Bus bus(raw);
+  if (result >= 0) {
+    result = sd_bus_set_fd(raw, separateInput ? separateInput.get() : socket.get(), socket.get());
+  }
+  const int output = socket.get();
+  if (result >= 0) {
+    socket.release();
+    separateInput.release();
+    if (role == BusRole::Server) {
+      sd_id128_t id;
+      result = sd_id128_randomize(&id);
+      if (result >= 0) result = sd_bus_set_server(raw, 1, id);
+      // Who the peer is the kernel has said; what it claims to be does not matter.
+      if (result >= 0) result = sd_bus_set_anonymous(raw, 1);
+    } else {
+      result = sd_bus_set_bus_client(raw, 0);
+    }
+  }
+  if (result >= 0) result = sd_bus_negotiate_fds(raw, 1);
+  if (result >= 0) result = sd_bus_start(raw);
+  if (result >= 0) {
+    const int size = sendBufferSize(role);
+    result = ::setsockopt(output, SOL_SOCKET, SO_SNDBUF, &size, sizeof(size));
+    if (result < 0) result = -errno;
+  }
+  if (result < 0) {
+    errno = -result;
+    return nullptr;
+  }
+  return bus;
+}
+
+bool waitFor(int descriptor, short events, Clock::time_point deadline) {
+  pollfd poller{descriptor, events, 0};
+  for (;;) {
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now());
+    const int ready =
+        ::poll(&poller, 1, static_cast<int>(std::clamp<long long>(left.count(), 0, 3'600'000)));
+    if (ready > 0) return true;
+    if (ready == 0 && Clock::now() >= deadline) return false;
+    if (ready < 0 && errno != EINTR) return false;
+  }
+}
+
+int completeHandshake(sd_bus* bus, Clock::time_point deadline) {
+  for (;;) {
+    const int ready = sd_bus_is_ready(bus);
+    if (ready != 0) return ready < 0 ? ready : 0;
+    const int progress = sd_bus_process(bus, nullptr);
+    if (progress < 0) return progress;
+    if (progress > 0) continue;
+    const int events = sd_bus_get_events(bus);
+    if (events < 0) return events;
+    if (!waitFor(sd_bus_get_fd(bus), static_cast<short>(events), deadline)) return -ETIMEDOUT;
+  }
+}
+
+}  // namespace corvane

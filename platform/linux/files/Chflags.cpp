@@ -1,0 +1,125 @@
+#include <cerrno>
+#include <cstdio>
+
+#include <fcntl.h>
+#include <linux/fs.h>
+#include <sys/ioctl.h>
+#include <sys/stat.h>
+#include <sys/xattr.h>
+
+#include "foundation/POSIXError.h"
+#include "platform/FileSystem.h"
+#include "platform/linux/files/FileFlagsAttribute.h"
+
+namespace corvane {
+
+namespace {
+
+constexpr FileFlags systemFlags = SF_IMMUTABLE | SF_APPEND | SF_RESTRICTED;
+constexpr FileFlags knownFlags = UF_IMMUTABLE | UF_APPEND | systemFlags;
+constexpr FileFlags immutableFlags = UF_IMMUTABLE | SF_IMMUTABLE | SF_RESTRICTED;
+constexpr FileFlags appendFlags = UF_APPEND | SF_APPEND;
+constexpr int kernelProtection = FS_IMMUTABLE_FL | FS_APPEND_FL;
+
+constexpr int kernelProtectionFor(FileFlags flags) {
+  return ((flags & immutableFlags) != 0 ? FS_IMMUTABLE_FL : 0) |
+         ((flags & appendFlags) != 0 ? FS_APPEND_FL : 0);
+}
+
+constexpr FileFlags wordOfKernelFlags(int flags) {
+  return fileFlagsFromKernel((flags & FS_IMMUTABLE_FL) != 0, (flags & FS_APPEND_FL) != 0);
+}
+
+// A file system that does not know the request says so in several ways.
+Error errorOfFlagsRequest(int hostErrno) {
+  return posixErrorFromHost(hostErrno == ENOTTY || hostErrno == ENOSYS ? ENOTSUP : hostErrno);
+}
+
+std::optional<Error> setKernelFlags(int file, int flags) {
+  if (::ioctl(file, FS_IOC_SETFLAGS, &flags) != 0) return errorOfFlagsRequest(errno);
+  return std::nullopt;
+}
+
+std::optional<Error> writeAttribute(int file, std::optional<FileFlags> flags) {
+  if (!flags) {
+    if (::fremovexattr(file, fileFlagsAttribute) == 0) return std::nullopt;
+  } else {
+    char text[16];
+    const int length = std::snprintf(text, sizeof text, "0x%x", *flags);
+    if (::fsetxattr(file, fileFlagsAttribute, text, static_cast<std::size_t>(length), 0) == 0) {
+      return std::nullopt;
+    }
+  }
+  return posixErrorFromHost(errno);
+}
+
+// Whether `current` may become `wanted`, which differs from it.
+std::optional<Error> checkChange(FileFlags current, FileFlags wanted) {
+  if ((current & SF_RESTRICTED) != 0 || (current & systemFlags & ~wanted) != 0) {
+    return posixError(POSIXErrorCode::NotPermitted);
+  }
+  if ((wanted & ~knownFlags) != 0) return posixError(POSIXErrorCode::NotSupported);
+  return std::nullopt;
+}
+
+std::optional<Error> changeFlags(int file, FileFlags flags) {
+  int kernelFlags = 0;
+  if (::ioctl(file, FS_IOC_GETFLAGS, &kernelFlags) != 0) return errorOfFlagsRequest(errno);
+  std::optional<FileFlags> attribute;
+  if (auto error = readFileFlagsAttributeOfFile(file, attribute)) return error;
+
+  const int unprotected = kernelFlags & ~kernelProtection;
+  // Who may not see the attribute is told that there is none, and would take a system flag for one
+  // of the user's.
+  if (kernelFlags != unprotected && !attribute && !maySeeFileFlagsAttributes()) {
+    return posixError(POSIXErrorCode::NotPermitted);
+  }
+  FileFlags current = wordOfKernelFlags(kernelFlags);
+  if (current != 0) current = attribute.value_or(current);
+  if (current == flags && (current & SF_RESTRICTED) == 0) return std::nullopt;
+  if (auto error = checkChange(current, flags)) return error;
+
+  const int wanted = unprotected | kernelProtectionFor(flags);
+  std::optional<FileFlags> wantedAttribute;
+  if (flags != wordOfKernelFlags(wanted)) wantedAttribute = flags;
+  if (attribute != wantedAttribute) {
+    // The kernel lets nobody write an attribute of an object that it protects.
+    if (kernelFlags != unprotected) {
+      if (auto error = setKernelFlags(file, unprotected)) return error;
+    }
+    if (auto error = writeAttribute(file, wantedAttribute)) {
+      if (kernelFlags != unprotected) setKernelFlags(file, kernelFlags);
+      return error;
+    }
+    kernelFlags = unprotected;
+  }
+  return kernelFlags == wanted ? std::nullopt : setKernelFlags(file, wanted);
+}
+
+}  // namespace
+
+std::optional<Error> chflags(int object, FileFlags flags) {
+  // Only what opens without an effect on anything is opened, and its type is asked of the very
+  // object that is.
+  struct statx attributes {};
+  if (::statx(object, "", AT_EMPTY_PATH, STATX_TYPE, &attributes) != 0) {
+    return posixErrorFromHost(errno);
+  }
+  if (!S_ISREG(attributes.stx_mode) && !S_ISDIR(attributes.stx_mode)) {
+    FileStatus status;
+    if (auto error = fstat(object, status)) return error;
+    if (status.flags == flags && (flags & SF_RESTRICTED) == 0) return std::nullopt;
+    if (auto error = checkChange(status.flags, flags)) return error;
+    return posixError(POSIXErrorCode::NotSupported);
+  }
+  const bool isProtected =
+      (attributes.stx_attributes & (STATX_ATTR_IMMUTABLE | STATX_ATTR_APPEND)) != 0;
+  if (!isProtected && flags == 0) return std::nullopt;
+  // Without O_NONBLOCK, another process's lease on the file would make this wait for its end.
+  const FileDescriptor file(
+      ::open(pathOfDescriptor(object).c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK));
+  if (!file) return posixErrorFromHost(errno);
+  return changeFlags(file.get(), flags);
+}
+
+}  // namespace corvane

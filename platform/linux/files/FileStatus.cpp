@@ -1,0 +1,68 @@
+#include <cerrno>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
+
+#include "foundation/POSIXError.h"
+#include "platform/FileSystem.h"
+#include "platform/linux/files/FileFlagsAttribute.h"
+
+namespace corvane {
+
+namespace {
+
+FileType typeOf(const struct statx& attributes) {
+  if (S_ISDIR(attributes.stx_mode)) return FileType::Directory;
+  if (S_ISLNK(attributes.stx_mode)) return FileType::SymbolicLink;
+  // Overlay file systems mark what they hide with a character device that no driver has.
+  const bool isWhiteout = S_ISCHR(attributes.stx_mode) && attributes.stx_rdev_major == 0 &&
+                          attributes.stx_rdev_minor == 0;
+  return isWhiteout ? FileType::Whiteout : FileType::Other;
+}
+
+std::optional<Error> query(int folder, const char* name, int flags, struct statx& attributes) {
+  flags |= AT_NO_AUTOMOUNT;
+  if (::statx(folder, name, flags, STATX_TYPE | STATX_INO, &attributes) == 0) return std::nullopt;
+  const int failure = errno;
+  // A user's own file system may keep everybody else out, but not from seeing that it is there.
+  const bool isClosedMountPoint = failure == EACCES &&
+                                  ::statx(folder, name, flags, 0, &attributes) == 0 &&
+                                  (attributes.stx_attributes & STATX_ATTR_MOUNT_ROOT) != 0;
+  return posixErrorFromHost(isClosedMountPoint ? EBUSY : failure);
+}
+
+// The status but for what an attribute has to say about its flags.
+FileStatus statusFrom(const struct statx& attributes) {
+  return {typeOf(attributes),
+          fileFlagsFromKernel((attributes.stx_attributes & STATX_ATTR_IMMUTABLE) != 0,
+                              (attributes.stx_attributes & STATX_ATTR_APPEND) != 0),
+          {::makedev(attributes.stx_dev_major, attributes.stx_dev_minor), attributes.stx_ino},
+          (attributes.stx_attributes & STATX_ATTR_MOUNT_ROOT) != 0};
+}
+
+}  // namespace
+
+std::optional<Error> fstat(int object, FileStatus& status) {
+  struct statx attributes {};
+  if (auto error = query(object, "", AT_EMPTY_PATH, attributes)) return error;
+  status = statusFrom(attributes);
+  if (status.flags == 0) return std::nullopt;
+  std::optional<FileFlags> flags;
+  if (auto error = readFileFlagsAttributeOfObject(object, flags)) return error;
+  status.flags = flags.value_or(status.flags);
+  return std::nullopt;
+}
+
+std::optional<Error> lstat(int folder, const char* name, FileStatus& status) {
+  struct statx attributes {};
+  if (auto error = query(folder, name, AT_SYMLINK_NOFOLLOW, attributes)) return error;
+  status = statusFrom(attributes);
+  if (status.flags == 0) return std::nullopt;
+  std::optional<FileFlags> flags;
+  if (auto error = readFileFlagsAttributeAt(folder, name, flags)) return error;
+  status.flags = flags.value_or(status.flags);
+  return std::nullopt;
+}
+
+}  // namespace corvane

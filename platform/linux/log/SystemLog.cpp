@@ -1,0 +1,130 @@
+#include "platform/SystemLog.h"
+
+#include <algorithm>
+#include <cctype>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include <sys/uio.h>
+#include <syslog.h>
+// Every message would carry one and the same place in this file.
+#define SD_JOURNAL_SUPPRESS_LOCATION
+#include <systemd/sd-journal.h>
+#include <unistd.h>
+
+#include "platform/linux/log/LogText.h"
+
+namespace corvane {
+
+namespace {
+
+enum class Sink { Journal, Syslog, StandardError };
+
+Sink availableSink() {
+  if (::access("/run/systemd/journal/socket", W_OK) == 0) return Sink::Journal;
+  if (::access("/dev/log", W_OK) == 0) return Sink::Syslog;
+  return Sink::StandardError;
+}
+
+struct Facility {
+  std::string_view name;
+  int code;
+};
+// The facilities that programs of this system log to, by the names they open the log with.
+constexpr Facility facilities[] = {{"Daemon", LOG_DAEMON}, {"User", LOG_USER}};
+
+int facilityCode(std::string_view name) {
+  const auto* facility = std::find_if(std::begin(facilities), std::end(facilities),
+                                      [name](const Facility& f) { return f.name == name; });
+  return facility == std::end(facilities) ? LOG_USER : facility->code;
+}
+
+std::string upperCase(std::string text) {
+  std::transform(text.begin(), text.end(), text.begin(),
+                 [](unsigned char c) { return static_cast<char>(std::toupper(c)); });
+  return text;
+}
+
+}  // namespace
+
+struct LogClient {
+  std::string ident;
+  int facility;
+  Sink sink;
+};
+
+struct LogMessage {
+  std::vector<std::pair<std::string, std::string>> attributes;
+};
+
+aslclient asl_open(const char* ident, const char* facility, std::uint32_t /*options*/) {
+  auto* client = new LogClient{ident, facilityCode(facility), availableSink()};
+  if (client->sink == Sink::Syslog) ::openlog(client->ident.c_str(), LOG_PID, client->facility);
+  return client;
+}
+
+aslmsg asl_new(std::uint32_t type) {
+  return type == ASL_TYPE_MSG ? new LogMessage : nullptr;
+}
+
+int asl_set(aslmsg message, const char* key, const char* value) {
+  if (message == nullptr || key == nullptr || value == nullptr) return -1;
+  message->attributes.emplace_back(key, value);
+  return 0;
+}
+
+int asl_log(aslclient client, aslmsg message, int priority, const char* format, ...) {
+  va_list arguments;
+  va_start(arguments, format);
+  const int result = asl_vlog(client, message, priority, format, arguments);
+  va_end(arguments);
+  return result;
+}
+
+int asl_vlog(aslclient client, aslmsg message, int priority, const char* format,
+             va_list arguments) {
+  if (client == nullptr) return -1;
+  // A text that cannot be shown would be hidden from whoever reads the log.
+  const std::string text = singleLine(printfText(format, arguments));
+
+  switch (client->sink) {
+    case Sink::Journal: {
+      // Field names of the journal are upper case; SYSLOG_FACILITY is the code without its shift.
+      std::vector<std::string> fields = {
+          "MESSAGE=" + text, "PRIORITY=" + std::to_string(priority),
+          "SYSLOG_IDENTIFIER=" + client->ident,
+          "SYSLOG_FACILITY=" + std::to_string(LOG_FAC(client->facility))};
+      if (message != nullptr) {
+        for (const auto& [key, value] : message->attributes) {
+          fields.push_back(upperCase(key) + "=" + value);
+        }
+      }
+      std::vector<iovec> vector;
+      vector.reserve(fields.size());
+      for (std::string& field : fields) vector.push_back({field.data(), field.size()});
+      if (::sd_journal_sendv(vector.data(), static_cast<int>(vector.size())) >= 0) return 0;
+      break;
+    }
+    case Sink::Syslog:
+      ::syslog(client->facility | priority, "%s", text.c_str());
+      return 0;
+    case Sink::StandardError:
+      break;
+  }
+  // Also where a journal was found that takes nothing.
+  writeToStandardError("<" + std::to_string(priority) + "> " + client->ident + ": " + text + "\n");
+  return 0;
+}
+
+void asl_free(aslmsg message) {
+  delete message;
+}
+
+void asl_close(aslclient client) {
+  if (client != nullptr && client->sink == Sink::Syslog) ::closelog();
+  delete client;
+}
+
+}  // namespace corvane

@@ -1,0 +1,70 @@
+#ifndef CORVANE_PLATFORM_LINUX_TRANSPORT_ARRIVALS_H
+#define CORVANE_PLATFORM_LINUX_TRANSPORT_ARRIVALS_H
+
+#include <chrono>
+#include <condition_variable>
+#include <memory>
+#include <mutex>
+#include <set>
+
+namespace corvane {
+
+/// Keeps clients that leave from taking the helper with them while others are just coming.
+///
+/// The helper ends in the middle of the unregistration that leaves no client. So an unregistration
+/// is handled when nobody is on the way in: those who were accepted have had their first message
+/// handled, and who is not accepted yet stays in the queue of the listening socket, which outlives
+/// the process. And as it is not handled at the same time as a registration, no registration is
+/// acknowledged that has come too late to count.
+class Arrivals {
+ public:
+  using Clock = std::chrono::steady_clock;
+
+  /// How long a connection is waited for from its acceptance. An unregistration waits for those who
+  /// are accepted in its first such time, and so at most twice as long.
+  static constexpr std::chrono::milliseconds patience{250};
+
+  /// One connection, from its acceptance until its first message has been handled.
+  class Arrival {
+   public:
+    explicit Arrival(std::shared_ptr<Arrivals> arrivals);
+    Arrival(const Arrival&) = delete;
+    Arrival& operator=(const Arrival&) = delete;
+    ~Arrival();
+
+   private:
+    std::shared_ptr<Arrivals> _arrivals;
+    std::multiset<Clock::time_point>::iterator _deadline;
+  };
+
+  /// Held while a connection is accepted and becomes an arrival.
+  std::unique_lock<std::mutex> accepting() { return std::unique_lock(_door); }
+  /// Held while a registration is handled and acknowledged.
+  std::unique_lock<std::mutex> registering() { return std::unique_lock(_registration); }
+
+  /// Held while an unregistration is handled, with the door closed; waits first for those who are
+  /// arriving.
+  class Leaving {
+   public:
+    explicit Leaving(Arrivals& arrivals);
+
+   private:
+    std::unique_lock<std::mutex> _door;
+    std::unique_lock<std::mutex> _registration;
+  };
+
+ private:
+  void waitForArriving(Clock::time_point end);
+  bool isAnyArriving();
+
+  std::mutex _door;
+  std::mutex _registration;
+
+  std::mutex _mutex;
+  std::condition_variable _changed;
+  std::multiset<Clock::time_point> _deadlines;
+};
+
+}  // namespace corvane
+
+#endif

@@ -1,0 +1,52 @@
+#include "platform/linux/transport/Registrations.h"
+
+#include "platform/StandardLog.h"
+
+namespace corvane {
+
+bool Registrations::add(uid_t user, uid_t account, std::int32_t number) {
+  const auto entry = _users.find(number);
+  if (entry != _users.end() && entry->second.contains(user)) return true;
+  const auto count = _counts.find(account);
+  if (account != 0 && count != _counts.end() && count->second >= maximumOfAccount) return false;
+  _users[number].emplace(user, account);
+  ++_counts[account];
+  return true;
+}
+
+bool Registrations::remove(uid_t user, std::int32_t number) {
+  const auto entry = _users.find(number);
+  if (entry == _users.end()) return true;
+  Users& users = entry->second;
+  if (user == 0) {
+    for (const auto& [registered, account] : users) giveBack(account);
+    _users.erase(entry);
+    return true;
+  }
+  const auto own = users.find(user);
+  if (own == users.end()) {
+    noteForeign(user, number);
+    return false;
+  }
+  giveBack(own->second);
+  users.erase(own);
+  // Whoever registers a number of another user and takes that back changes nothing for the other.
+  if (!users.empty()) return false;
+  _users.erase(entry);
+  return true;
+}
+
+void Registrations::giveBack(uid_t account) {
+  const auto count = _counts.find(account);
+  if (--count->second == 0) _counts.erase(count);
+}
+
+void Registrations::noteForeign(uid_t user, std::int32_t number) {
+  if (!_noted.insert(user).second) return;
+  NSLog(
+      "User %u asked to unregister client %d, which only other users registered. This and what "
+      "follows of the kind from this user is ignored.\n",
+      user, number);
+}
+
+}  // namespace corvane

@@ -1,0 +1,292 @@
+#include "platform/linux/transport/ServedConnection.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <exception>
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/socket.h>
+
+#include "platform/StandardLog.h"
+#include "platform/linux/bus/Bus.h"
+#include "platform/linux/transport/BusValue.h"
+#include "platform/linux/transport/Endpoint.h"
+#include "platform/linux/transport/MessageGuard.h"
+
+namespace corvane {
+
+namespace {
+
+// A method without a result is acknowledged with an empty reply if its caller wants one: when it
+// has been handled, or before the process ends in the middle of it.
+class OneWayMessage {
+ public:
+  explicit OneWayMessage(sd_bus_message* message) : _message(message) { current = this; }
+  OneWayMessage(const OneWayMessage&) = delete;
+  OneWayMessage& operator=(const OneWayMessage&) = delete;
+  ~OneWayMessage() { current = nullptr; }
+
+  void acknowledge() {
+    if (sd_bus_message* message = std::exchange(_message, nullptr)) {
+      sd_bus_reply_method_return(message, nullptr);
+    }
+  }
+
+  static thread_local OneWayMessage* current;
+
+ private:
+  sd_bus_message* _message;
+};
+
+thread_local OneWayMessage* OneWayMessage::current = nullptr;
+
+// Who connected the socket, by the kernel's word.
+Peer peerOfSocket(int socket) {
+  ucred credentials{};
+  socklen_t size = sizeof(credentials);
+  if (::getsockopt(socket, SOL_SOCKET, SO_PEERCRED, &credentials, &size) != 0) {
+    credentials = {-1, static_cast<uid_t>(-1), static_cast<gid_t>(-1)};
+  }
+  return {credentials.pid, credentials.uid, credentials.gid};
+}
+
+std::optional<WatchedProcess> connectedProcess(int socket) {
+  auto process = WatchedProcess::ofPeer(socket);
+  if (std::holds_alternative<Error>(process)) return std::nullopt;
+  return std::get<WatchedProcess>(std::move(process));
+}
+
+int refuse(sd_bus_message* message, const char* name, const char* reason) {
+  return sd_bus_reply_method_errorf(message, name, "%s", reason);
+}
+
+int refuseForSize(sd_bus_message* message) {
+  return refuse(message, SD_BUS_ERROR_LIMITS_EXCEEDED,
+                "The request holds too many values, or with others of this user too much");
+}
+
+// The feedback endpoint, `ah` with none or one; -EBADMSG for more.
+int readEndpoint(sd_bus_message* message, std::optional<XPCListenerEndpoint>& endpoint) {
+  int result = sd_bus_message_enter_container(message, SD_BUS_TYPE_ARRAY, "h");
+  if (result < 0) return result;
+  int borrowed = -1;
+  result = sd_bus_message_read_basic(message, SD_BUS_TYPE_UNIX_FD, &borrowed);
+  if (result < 0) return result;
+  if (result > 0) {
+    FileDescriptor socket(::fcntl(borrowed, F_DUPFD_CLOEXEC, 0));
+    if (!socket) return -errno;
+    endpoint = endpointFromSocket(std::move(socket));
+    if (sd_bus_message_at_end(message, 0) <= 0) return -EBADMSG;
+  }
+  return sd_bus_message_exit_container(message);
+}
+
+// The arguments, `aav` with none or one list; -EBADMSG for more.
+int readArguments(sd_bus_message* message, const TakeMemory& takeMemory,
+                  std::optional<Array>& arguments) {
+  int result = sd_bus_message_enter_container(message, SD_BUS_TYPE_ARRAY, "av");
+  if (result < 0) return result;
+  result = sd_bus_message_at_end(message, 0);
+  if (result < 0) return result;
+  if (result == 0) {
+    result = readArray(message, arguments.emplace(), takeMemory);
+    if (result < 0) return result;
+    if (sd_bus_message_at_end(message, 0) <= 0) return -EBADMSG;
+  }
+  return sd_bus_message_exit_container(message);
+}
+
+}  // namespace
+
+void acknowledgeCurrentOneWayMessage() {
+  if (OneWayMessage::current != nullptr) OneWayMessage::current->acknowledge();
+}
+
+// How each member of the interface reaches the exported object.
+struct ServedConnection::Handlers {
+  using Handler = int (*)(ServedConnection& connection, sd_bus_message* message);
+
+  // No exception may pass through the library; the request that raised one is never answered.
+  template <Handler handler>
+  static int guarded(sd_bus_message* message, void* userdata, sd_bus_error* /*error*/) {
+    auto& connection = *static_cast<ServedConnection*>(userdata);
+    try {
+      const int result = handler(connection, message);
+      connection._arrival.reset();
+      return result;
+    } catch (const std::exception& exception) {
+      NSLog("Uncaught exception while handling %s: %s\n", sd_bus_message_get_member(message),
+            exception.what());
+      connection._hasFailed = true;
+      return 1;
+    }
+  }
+
+  static int connectWithEndpoint(ServedConnection& connection, sd_bus_message* message) {
+    int result = 0;
+    connection._object->connectWithEndpointUsingReply([&](XPCListenerEndpoint endpoint) {
+      const auto transport = endpoint.takeTransport();
+      result = sd_bus_reply_method_return(message, "h", transport->socket.get());
+    });
+    return result;
+  }
+
+  static int getVersionString(ServedConnection& connection, sd_bus_message* message) {
+    int result = 0;
+    connection._object->getVersionStringUsingReply([&](const std::string& version) {
+      result = sd_bus_reply_method_return(message, "s", version.c_str());
+    });
+    return result;
+  }
+
+  static int registerClientWithPID(ServedConnection& connection, sd_bus_message* message) {
+    std::int32_t pid = 0;
+    const int result = sd_bus_message_read_basic(message, SD_BUS_TYPE_INT32, &pid);
+    if (result < 0) return result;
+    OneWayMessage oneWay(message);
+    const auto registering = connection._arrivals->registering();
+    if (connection._registrations->add(connection._peer.uid, connection._share.account(), pid)) {
+      connection._object->registerClientWithPID(pid);
+    }
+    oneWay.acknowledge();
+    return 1;
+  }
+
+  static int unregisterClientWithPID(ServedConnection& connection, sd_bus_message* message) {
+    std::int32_t pid = 0;
+    const int result = sd_bus_message_read_basic(message, SD_BUS_TYPE_INT32, &pid);
+    if (result < 0) return result;
+    OneWayMessage oneWay(message);
+    // Who comes only to leave is not waited for.
+    connection._arrival.reset();
+    const Arrivals::Leaving leaving(*connection._arrivals);
+    if (connection._registrations->remove(connection._peer.uid, pid)) {
+      connection._object->unregisterClientWithPID(pid);
+    }
+    oneWay.acknowledge();
+    return 1;
+  }
+
+  static int enableDebugMode(ServedConnection& connection, sd_bus_message* message) {
+    int flag = 0;
+    const int result = sd_bus_message_read_basic(message, SD_BUS_TYPE_BOOLEAN, &flag);
+    if (result < 0) return result;
+    OneWayMessage oneWay(message);
+    connection._object->enableDebugMode(flag != 0);
+    oneWay.acknowledge();
+    return 1;
+  }
+
+  static int performPrivilegedOperation(ServedConnection& connection, sd_bus_message* message) {
+    std::uint64_t code = 0;
+    Data authorization;
+    std::optional<XPCListenerEndpoint> endpoint;
+    std::optional<Array> arguments;
+    const TakeMemory takeMemory = [&](std::size_t size) {
+      return connection._share.takeMore(size);
+    };
+    int result = sd_bus_message_read_basic(message, SD_BUS_TYPE_UINT64, &code);
+    if (result >= 0) result = readData(message, authorization, takeMemory);
+    if (result == -E2BIG) return refuseForSize(message);
+    if (result < 0) return result;
+    if (readEndpoint(message, endpoint) < 0) {
+      return refuse(message, SD_BUS_ERROR_INVALID_ARGS,
+                    "The feedback endpoint is not one socket or none");
+    }
+    result = readArguments(message, takeMemory, arguments);
+    if (result == -E2BIG) return refuseForSize(message);
+    if (result < 0) {
+      return refuse(message, SD_BUS_ERROR_INVALID_ARGS,
+                    "The arguments are not one list, or none, of supported types");
+    }
+    connection._object->performPrivilegedOperation(
+        code, authorization, std::move(endpoint), std::move(arguments),
+        [&](const std::optional<Error>& error) { result = reply(message, error); });
+    return result < 0 ? result : 1;
+  }
+
+  static int reply(sd_bus_message* message, const std::optional<Error>& error) {
+    if (sd_bus_message_get_expect_reply(message) == 0) return 0;
+    sd_bus_message* raw = nullptr;
+    int result = sd_bus_message_new_method_return(message, &raw);
+    const BusMessage answer(raw);
+    if (result >= 0) result = appendOptionalError(raw, error);
+    if (result >= 0) result = sd_bus_send(nullptr, raw, nullptr);
+    return result;
+  }
+};
+
+ServedConnection::ServedConnection(FileDescriptor socket, const std::optional<Peer>& peer,
+                                   std::shared_ptr<PeerLimits> limits,
+                                   std::shared_ptr<Arrivals> arrivals,
+                                   std::shared_ptr<Registrations> registrations)
+    : _socket(std::move(socket)),
+      _process(peer ? std::nullopt : connectedProcess(_socket.get())),
+      _peer(peer ? *peer : peerOfSocket(_socket.get())),
+      _share(std::move(limits), _peer.uid),
+      _isWithinLimits(_share.takeConnection()),
+      _arrivals(std::move(arrivals)),
+      _registrations(std::move(registrations)) {
+  _peer.connection = _socket.get();
+  _peer.process = _process ? &*_process : nullptr;
+}
+
+void ServedConnection::setExportedInterface(XPCInterface interface) {
+  _interface = "com.corvane." + interface.protocolName;
+}
+
+void ServedConnection::serve() {
+  static const sd_bus_vtable members[] = {
+      SD_BUS_VTABLE_START(0),
+      SD_BUS_METHOD(connectMember, "", "h", &Handlers::guarded<&Handlers::connectWithEndpoint>,
+                    SD_BUS_VTABLE_UNPRIVILEGED),
+      SD_BUS_METHOD(versionMember, "", "s", &Handlers::guarded<&Handlers::getVersionString>,
+                    SD_BUS_VTABLE_UNPRIVILEGED),
+      SD_BUS_METHOD(registerMember, "i", "", &Handlers::guarded<&Handlers::registerClientWithPID>,
+                    SD_BUS_VTABLE_UNPRIVILEGED),
+      SD_BUS_METHOD(unregisterMember, "i", "",
+                    &Handlers::guarded<&Handlers::unregisterClientWithPID>,
+                    SD_BUS_VTABLE_UNPRIVILEGED),
+      SD_BUS_METHOD(performMember, performSignature, "a(sxa{sv})",
+                    &Handlers::guarded<&Handlers::performPrivilegedOperation>,
+                    SD_BUS_VTABLE_UNPRIVILEGED),
+      SD_BUS_METHOD(debugMember, "b", "", &Handlers::guarded<&Handlers::enableDebugMode>,
+                    SD_BUS_VTABLE_UNPRIVILEGED),
+      SD_BUS_VTABLE_END};
+
+  const int socket = _socket.get();
+  auto [guarded, forward] = connectedSockets();
+  MessageGuard guard(socket, std::move(forward), _share);
+  const Bus bus = makePeerBus(std::move(_socket), BusRole::Server, std::move(guarded));
+  if (bus == nullptr || sd_bus_add_object_vtable(bus.get(), nullptr, helperObjectPath,
+                                                 _interface.c_str(), members, this) < 0) {
+    return;
+  }
+
+  const CurrentPeerScope scope(_peer);
+  for (;;) {
+    int progress = 0;
+    do {
+      progress = sd_bus_process(bus.get(), nullptr);
+    } while (progress > 0 && !_hasFailed);
+    if (progress < 0 || _hasFailed) return;
+    // Between messages nothing is held any more.
+    if (!guard.deadline()) _share.takeMessage(0);
+
+    // Answers go out before anything more is read: a peer that does not take them waits alone.
+    const int events = sd_bus_get_events(bus.get());
+    if (events < 0) return;
+    const bool hasOutput = (events & POLLOUT) != 0;
+    // The library must have ended the handshake where the guard saw its end.
+    if (!guard.isInHandshake() && !hasOutput && sd_bus_is_ready(bus.get()) <= 0) return;
+
+    const auto deadline = guard.deadline().value_or(MessageGuard::Clock::time_point::max());
+    if (!waitFor(socket, hasOutput ? POLLOUT : POLLIN, deadline)) return;
+    if (hasOutput) continue;
+    const MessageGuard::Result result = guard.pump();
+    if (result == MessageGuard::Result::Closed || result == MessageGuard::Result::Refused) return;
+  }
+}
+
+}  // namespace corvane

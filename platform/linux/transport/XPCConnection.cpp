@@ -1,0 +1,162 @@
+#include "platform/XPCConnection.h"
+
+#include <cerrno>
+#include <chrono>
+#include <mutex>
+#include <optional>
+#include <utility>
+
+#include <linux/sockios.h>
+#include <poll.h>
+#include <sys/ioctl.h>
+#include <sys/socket.h>
+
+#include "foundation/FileDescriptor.h"
+#include "foundation/POSIXError.h"
+#include "platform/linux/bus/Bus.h"
+#include "platform/linux/transport/BusValue.h"
+#include "platform/linux/transport/Endpoint.h"
+
+namespace corvane {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+// How long the receiver may take nothing before it is given up.
+constexpr std::chrono::seconds stallTimeout{10};
+
+// A client may send any descriptor; only a connected local stream socket is an endpoint.
+bool isConnectedStreamSocket(int descriptor) {
+  int type = 0;
+  int domain = 0;
+  socklen_t size = sizeof(int);
+  if (::getsockopt(descriptor, SOL_SOCKET, SO_TYPE, &type, &size) != 0) return false;
+  if (::getsockopt(descriptor, SOL_SOCKET, SO_DOMAIN, &domain, &size) != 0) return false;
+  sockaddr_storage peer{};
+  size = sizeof(peer);
+  if (::getpeername(descriptor, reinterpret_cast<sockaddr*>(&peer), &size) != 0) return false;
+  if (type != SOCK_STREAM || domain != AF_UNIX) errno = EPROTOTYPE;
+  return type == SOCK_STREAM && domain == AF_UNIX;
+}
+
+// How much of what was sent the receiver has not taken yet, as the kernel counts it.
+int untakenBytes(int socket) {
+  int count = 0;
+  return ::ioctl(socket, SIOCOUTQ, &count) == 0 ? count : 0;
+}
+
+class FeedbackSender : public XPCConnection, public ZELPrivilegedOperationFeedbackProtocol {
+ public:
+  explicit FeedbackSender(XPCListenerEndpoint endpoint) : _transport(endpoint.takeTransport()) {}
+
+  void setRemoteObjectInterface(XPCInterface interface) override {
+    _interface = "com.corvane." + interface.protocolName;
+  }
+
+  void resume() override {
+    const std::lock_guard lock(_mutex);
+    if (_transport == nullptr || !isConnectedStreamSocket(_transport->socket.get())) {
+      fail(_transport == nullptr ? EINVAL : errno);
+      return;
+    }
+    _bus = makePeerBus(std::move(_transport->socket), BusRole::Client);
+    const int result =
+        _bus == nullptr ? -errno : completeHandshake(_bus.get(), Clock::now() + handshakeTimeout);
+    if (result < 0) fail(-result);
+  }
+
+  std::unique_ptr<ZELPrivilegedOperationFeedbackProtocol> remoteObjectProxyWithErrorHandler(
+      ErrorHandler handler) override {
+    return std::make_unique<Proxy>(*this, std::move(handler));
+  }
+
+  ZELPrivilegedOperationFeedbackProtocol& remoteObjectProxy() override { return *this; }
+
+  void processPrivilegedOperationFeedback(const Dictionary& feedback) override { send(feedback); }
+
+  // Nothing is received, so there is nothing to hold back.
+  void suspend() override {}
+
+  void invalidate() override {
+    const std::lock_guard lock(_mutex);
+    if (!_failure) flush(0);
+    if (!_failure) fail(ENOTCONN);
+  }
+
+ private:
+  class Proxy : public ZELPrivilegedOperationFeedbackProtocol {
+   public:
+    Proxy(FeedbackSender& sender, ErrorHandler handler)
+        : _sender(&sender), _handler(std::move(handler)) {}
+    void processPrivilegedOperationFeedback(const Dictionary& feedback) override {
+      if (const std::optional<Error> error = _sender->send(feedback)) _handler(*error);
+    }
+
+   private:
+    FeedbackSender* _sender;
+    ErrorHandler _handler;
+  };
+
+  std::optional<Error> send(const Dictionary& feedback) {
+    const std::lock_guard lock(_mutex);
+    if (_failure) return _failure;
+    sd_bus_message* raw = nullptr;
+    int result = sd_bus_message_new_method_call(_bus.get(), &raw, nullptr, feedbackObjectPath,
+                                                _interface.c_str(), feedbackMember);
+    const BusMessage message(raw);
+    if (result >= 0) result = sd_bus_message_set_expect_reply(raw, 0);
+    if (result >= 0) result = appendDictionary(raw, feedback);
+    if (result >= 0) result = sd_bus_send(_bus.get(), raw, nullptr);
+    if (result < 0) {
+      fail(-result);
+    } else {
+      flush(1);
+    }
+    return _failure;
+  }
+
+  // Waits until at most `remaining` messages are queued, the receiver has stalled, or it is gone.
+  void flush(std::uint64_t remaining) {
+    for (;;) {
+      std::uint64_t queued = 0;
+      int result = sd_bus_get_n_queued_write(_bus.get(), &queued);
+      if (result < 0) return fail(-result);
+      if (queued <= remaining) return;
+      // The wait ends when most of what the kernel keeps has been taken. A receiver that has not
+      // got as far, but has taken something, is slow and not stuck.
+      const int socket = sd_bus_get_fd(_bus.get());
+      const int untaken = untakenBytes(socket);
+      if (!waitFor(socket, POLLOUT, Clock::now() + stallTimeout)) {
+        if (untakenBytes(socket) < untaken) continue;
+        return fail(ETIMEDOUT);
+      }
+      result = sd_bus_process(_bus.get(), nullptr);
+      if (result < 0) return fail(-result);
+    }
+  }
+
+  void fail(int hostErrno) {
+    _failure = posixErrorFromHost(hostErrno);
+    if (_bus == nullptr) return;
+    // The request that brought the socket still holds it, but the receiver is to see the end now.
+    ::shutdown(sd_bus_get_fd(_bus.get()), SHUT_RDWR);
+    _bus.reset();
+  }
+
+  std::mutex _mutex;
+  std::unique_ptr<XPCListenerEndpoint::Transport> _transport;
+  std::string _interface;
+  Bus _bus;
+  /// Why nothing can be sent any more.
+  std::optional<Error> _failure;
+};
+
+}  // namespace
+
+std::shared_ptr<XPCConnection> XPCConnection::initWithListenerEndpoint(
+    XPCListenerEndpoint endpoint) {
+  return std::make_shared<FeedbackSender>(std::move(endpoint));
+}
+
+}  // namespace corvane

@@ -1,0 +1,192 @@
+#include "platform/XPCListener.h"
+
+#include <atomic>
+#include <cerrno>
+#include <exception>
+#include <filesystem>
+#include <system_error>
+#include <thread>
+
+#include <poll.h>
+#include <sys/eventfd.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <systemd/sd-daemon.h>
+
+#include "foundation/POSIXError.h"
+#include "platform/StandardLog.h"
+#include "platform/linux/transport/CurrentPeer.h"
+#include "platform/linux/transport/Endpoint.h"
+#include "platform/linux/transport/PeerLimits.h"
+#include "platform/linux/transport/Registrations.h"
+#include "platform/linux/transport/ServedConnection.h"
+
+namespace corvane {
+
+namespace {
+
+// The socket on which a service manager waits for clients and starts the daemon for them.
+FileDescriptor socketFromServiceManager() {
+  const int count = ::sd_listen_fds(1);
+  FileDescriptor first;
+  for (int descriptor = SD_LISTEN_FDS_START; descriptor < SD_LISTEN_FDS_START + count;
+       ++descriptor) {
+    FileDescriptor passed(descriptor);
+    if (!first && ::sd_is_socket(descriptor, AF_UNIX, SOCK_STREAM, 1) > 0)
+      first = std::move(passed);
+  }
+  return first;
+}
+
+// Where nobody started the daemon on demand: the service's own path.
+FileDescriptor socketAtServicePath(const std::string& name) {
+  const std::filesystem::path folder = "/run/" + name;
+  const std::string path = folder / "socket";
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  if (path.size() >= sizeof(address.sun_path)) {
+    errno = ENAMETOOLONG;
+    return {};
+  }
+  path.copy(address.sun_path, path.size());
+  // Whatever the umask is: everybody may come in, and nobody else may put a socket there.
+  if (::mkdir(folder.c_str(), 0755) == 0 && ::chmod(folder.c_str(), 0755) != 0) return {};
+
+  FileDescriptor listening(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+  const auto* generic = reinterpret_cast<const sockaddr*>(&address);
+  FileDescriptor probe(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+  if (::connect(probe.get(), generic, sizeof(address)) == 0 || errno == EAGAIN) {
+    errno = EADDRINUSE;  // another daemon serves it
+    return {};
+  }
+  ::unlink(path.c_str());
+  if (::bind(listening.get(), generic, sizeof(address)) != 0) return {};
+  // Every user may connect; each request is authorized on its own.
+  if (::chmod(path.c_str(), 0666) != 0 || ::listen(listening.get(), SOMAXCONN) != 0) return {};
+  return listening;
+}
+
+// Each connection takes four descriptors.
+void raiseDescriptorLimit() {
+  rlimit limit{};
+  if (::getrlimit(RLIMIT_NOFILE, &limit) != 0) return;
+  limit.rlim_cur = limit.rlim_max;
+  ::setrlimit(RLIMIT_NOFILE, &limit);
+}
+
+// Memory, descriptors or threads may run out at any time.
+template <typename Function>
+void reportingExceptions(Function function) {
+  try {
+    function();
+  } catch (const std::exception& exception) {
+    NSLog("A connection cannot be served: %s\n", exception.what());
+  }
+}
+
+class LinuxListener : public XPCListener {
+ public:
+  explicit LinuxListener(std::string name) : _name(std::move(name)) {}
+
+  void setDelegate(XPCListenerDelegate* delegate) override { _delegate = delegate; }
+  void resume() override { setState(State::Resumed); }
+  void suspend() override { setState(State::Suspended); }
+  void invalidate() override {
+    setState(State::Invalid);
+    acknowledgeCurrentOneWayMessage();
+  }
+
+  XPCListenerEndpoint endpoint() override {
+    auto [ours, theirs] = connectedSockets();
+    // The kernel would name the daemon as the peer of its own pair: it is whoever asked.
+    const Peer* asking = currentPeer();
+    offer(std::move(ours), asking != nullptr ? std::optional(*asking) : std::nullopt, false);
+    return endpointFromSocket(std::move(theirs));
+  }
+
+  void run() override {
+    raiseDescriptorLimit();
+    FileDescriptor listening = socketFromServiceManager();
+    if (!listening) listening = socketAtServicePath(_name);
+    if (!listening) {
+      NSLog("The service '%s' cannot be served: %s\n", _name.c_str(),
+            posixDescription(posixCodeFromHost(errno)).c_str());
+      return;
+    }
+    // Whoever started it learns that it serves, and its child programs nothing of whom to tell.
+    ::sd_notify(1, "READY=1");
+    // An invalidated listener does not end the loop: whoever invalidates it is about to end the
+    // process, and what the caller of this does afterwards must not happen at the same time.
+    for (;;) {
+      pollfd events[] = {{_wake.get(), POLLIN, 0},
+                         {_state == State::Resumed ? listening.get() : -1, POLLIN, 0}};
+      if (::poll(events, 2, -1) < 0 && errno != EINTR) return;
+      if (events[0].revents != 0) {
+        eventfd_t count = 0;
+        ::eventfd_read(_wake.get(), &count);
+      }
+      if (events[1].revents != 0 && _state == State::Resumed) acceptFrom(listening.get());
+    }
+  }
+
+ private:
+  enum class State { Suspended, Resumed, Invalid };
+
+  void setState(State state) {
+    State before = _state;
+    while (before != State::Invalid && !_state.compare_exchange_weak(before, state)) {
+    }
+    ::eventfd_write(_wake.get(), 1);
+  }
+
+  void acceptFrom(int listening) {
+    auto accepting = _arrivals->accepting();
+    FileDescriptor socket(::accept4(listening, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
+    if (!socket) {
+      // Out of descriptors or memory: the client waits in the queue; trying at once would spin.
+      if (errno == EMFILE || errno == ENFILE || errno == ENOBUFS || errno == ENOMEM) {
+        accepting.unlock();
+        pollfd wake{_wake.get(), POLLIN, 0};
+        ::poll(&wake, 1, 100);
+      }
+      return;
+    }
+    offer(std::move(socket), std::nullopt, true);
+  }
+
+  // Serves the connection on a thread of its own if it is within the limits and the delegate
+  // takes it. What goes wrong with one connection ends that one alone.
+  void offer(FileDescriptor socket, const std::optional<Peer>& peer, bool isArriving) {
+    reportingExceptions([&] {
+      auto connection = std::make_unique<ServedConnection>(std::move(socket), peer, _limits,
+                                                           _arrivals, _registrations);
+      if (!connection->isWithinLimits() || _delegate == nullptr ||
+          !_delegate->listenerShouldAcceptNewConnection(this, connection.get()) ||
+          !connection->isResumed()) {
+        return;
+      }
+      if (isArriving) connection->setArriving();
+      std::thread([served = std::move(connection)] {
+        reportingExceptions([&] { served->serve(); });
+      }).detach();
+    });
+  }
+
+  std::string _name;
+  XPCListenerDelegate* _delegate = nullptr;
+  std::atomic<State> _state = State::Suspended;
+  FileDescriptor _wake{::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)};
+  std::shared_ptr<PeerLimits> _limits = std::make_shared<PeerLimits>();
+  std::shared_ptr<Arrivals> _arrivals = std::make_shared<Arrivals>();
+  std::shared_ptr<Registrations> _registrations = std::make_shared<Registrations>();
+};
+
+}  // namespace
+
+std::unique_ptr<XPCListener> XPCListener::initWithMachServiceName(const std::string& name) {
+  return std::make_unique<LinuxListener>(name);
+}
+
+}  // namespace corvane

@@ -1,0 +1,543 @@
+#include <array>
+#include <filesystem>
+#include <future>
+#include <thread>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include "platform/linux/authorization/EmbeddedAuthority.h"
+#include "platform/linux/authorization/polkit/PolkitAuthority.h"
+#include "platform/linux/transport/CurrentPeer.h"
+#include "tests/platform/linux/authorization/PolkitService.h"
+#include "tests/support/ChildProcess.h"
+#include "tests/support/TemporaryFolder.h"
+
+namespace corvane {
+namespace {
+
+using namespace std::chrono_literals;
+using ::testing::AllOf;
+using ::testing::HasSubstr;
+
+const std::string allowed = "com.corvane.test.allowed";
+const std::string guarded = "com.corvane.test.guarded";
+const std::string strict = "com.corvane.test.strict";
+const std::string another = "com.corvane.test.another";
+const ProcessIdentity root = ProcessIdentity::ofThisProcess();
+
+/// Part of an event: what it says of `key`.
+std::string says(const std::string& key, const std::string& value) {
+  return "\"" + key + "\": \"" + value + "\"";
+}
+std::string asked(const std::string& action) {
+  return says("action", action) + ", " + says("event", "asked");
+}
+const std::string cancelled = "{" + says("event", "cancelled") + "}";
+
+FileDescriptor socketFor(const std::string& path, sockaddr_un& address) {
+  address = {};
+  address.sun_family = AF_UNIX;
+  path.copy(address.sun_path, sizeof address.sun_path - 1);
+  return FileDescriptor(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+}
+
+FileDescriptor listenAt(const std::string& path, int backlog) {
+  sockaddr_un address;
+  FileDescriptor listener = socketFor(path, address);
+  if (::bind(listener.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 ||
+      ::listen(listener.get(), backlog) != 0) {
+    std::abort();
+  }
+  return listener;
+}
+
+FileDescriptor connectionTo(const std::string& path) {
+  sockaddr_un address;
+  FileDescriptor connection = socketFor(path, address);
+  if (::connect(connection.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) !=
+      0) {
+    std::abort();
+  }
+  return connection;
+}
+
+/// An authority over a polkit of the test's own, and a process that asks for rights.
+class PolkitAuthorityTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    if (::geteuid() != 0) GTEST_SKIP() << "polkit answers such questions to root alone";
+    for (const auto& [name, rule] :
+         {std::pair(allowed, "allow"), std::pair(guarded, "default"),
+          std::pair(strict, "authenticate-admin"), std::pair(another, "default")}) {
+      ASSERT_EQ(authority.rightSet(name, {rule, "The sentence of " + name, ""}), 0);
+    }
+  }
+
+  void start(const std::string& polkit = "polkit") {
+    if (!service.start(polkit)) GTEST_SKIP() << "no polkit can be started here";
+  }
+
+  OSStatus ask(const std::string& rightName, const std::string& prompt = "",
+               const std::string& icon = "") {
+    return authority.decide(subject, {rightName, prompt, icon, true});
+  }
+
+  PolkitService service;
+  const TemporaryFolder folder;
+  EmbeddedAuthority embedded{folder.path("rights")};
+  const PolkitAuthority::Places places{service.busAddress(), service.actionsDirectory(),
+                                       folder.path("discarded")};
+  const PolkitAuthority::Translate translate = [](const std::string&, const std::string&) {
+    return Translations();
+  };
+  PolkitAuthority authority{places, translate, embedded};
+  const ChildProcess child =
+      ChildProcess::connectedOfUser(::geteuid() == 0 ? someUser : ::geteuid());
+  const ProcessIdentity subject =
+      std::get<WatchedProcess>(WatchedProcess::ofPeer(child.socket())).identity();
+};
+
+TEST_F(PolkitAuthorityTest, WhatIsAllowedToAllIsGrantedWithoutDialog) {
+  start();
+  EXPECT_EQ(ask(allowed), errAuthorizationSuccess);
+  EXPECT_EQ(authority.decide(root, {guarded, "", "", false}), errAuthorizationSuccess);
+}
+
+TEST_F(PolkitAuthorityTest, WithoutAgentNobodyCanBeAsked) {
+  start();
+  EXPECT_EQ(ask(guarded), errAuthorizationInteractionNotAllowed);
+}
+
+TEST_F(PolkitAuthorityTest, AnUnknownActionIsAFailureEvenForRoot) {
+  start();
+  EXPECT_EQ(ask("com.corvane.test.unknown"), errAuthorizationInternal);
+  EXPECT_EQ(authority.decide(root, {"com.corvane.test.unknown", "", "", true}),
+            errAuthorizationInternal);
+}
+
+TEST_F(PolkitAuthorityTest, APersonGrants) {
+  start();
+  const PolkitAgent agent(service, subject, "grant");
+  EXPECT_EQ(ask(guarded), errAuthorizationSuccess);
+  EXPECT_THAT(agent.nextEvent(), AllOf(HasSubstr(asked(guarded)),
+                                       HasSubstr(says("message", "The sentence of " + guarded))));
+}
+
+TEST_F(PolkitAuthorityTest, APersonRefuses) {
+  start();
+  const PolkitAgent agent(service, subject, "refuse");
+  EXPECT_EQ(ask(guarded), errAuthorizationDenied);
+}
+
+TEST_F(PolkitAuthorityTest, APersonDismissesTheDialog) {
+  start();
+  const PolkitAgent agent(service, subject, "dismiss");
+  EXPECT_EQ(ask(guarded), errAuthorizationCanceled);
+}
+
+TEST_F(PolkitAuthorityTest, NobodyIsAskedUnlessThatIsAllowed) {
+  start();
+  const PolkitAgent agent(service, subject, "grant");
+  EXPECT_EQ(authority.decide(subject, {guarded, "", "", false}),
+            errAuthorizationInteractionNotAllowed);
+  EXPECT_EQ(ask(strict), errAuthorizationSuccess);
+  EXPECT_THAT(agent.nextEvent(), HasSubstr(asked(strict))) << "the first dialog";
+}
+
+TEST_F(PolkitAuthorityTest, TheDialogShowsPromptAndIconOfTheRequest) {
+  start();
+  const PolkitAgent agent(service, subject, "refuse");
+  ask(guarded, "Really?", "/no/such/icon.png");
+  EXPECT_THAT(agent.nextEvent(), AllOf(HasSubstr(says("message", "Really?")),
+                                       HasSubstr(says("icon", "/no/such/icon.png"))));
+}
+
+TEST_F(PolkitAuthorityTest, TheDialogShowsNothingThatMisleads) {
+  start();
+  const PolkitAgent agent(service, subject, "refuse");
+  ask(guarded, "<b>Update</b>\n\x1b[2J\u202E$(polkit.subject-pid)\n", "/a\nb");
+  EXPECT_THAT(agent.nextEvent(),
+              AllOf(HasSubstr(says("message", "‹b›Update‹/b› [2J＄(polkit.subject-pid)")),
+                    HasSubstr(says("icon", ""))));
+  ask(guarded, std::string(1 << 20, 'x'));
+  EXPECT_THAT(agent.nextEvent(), HasSubstr(says("message", std::string(399, 'x') + "…")));
+  ask(guarded, "\n\n");
+  EXPECT_THAT(agent.nextEvent(), HasSubstr(says("message", "The sentence of " + guarded)));
+}
+
+TEST_F(PolkitAuthorityTest, DefaultRightsAreKeptForTheProcessAndOthersAreNot) {
+  start();
+  const PolkitAgent agent(service, subject, "grant");
+  EXPECT_EQ(ask(guarded), errAuthorizationSuccess);
+  EXPECT_EQ(ask(guarded), errAuthorizationSuccess);
+  EXPECT_EQ(ask(strict), errAuthorizationSuccess);
+  EXPECT_EQ(ask(strict), errAuthorizationSuccess);
+  EXPECT_THAT(agent.nextEvent(), HasSubstr(asked(guarded)));
+  EXPECT_THAT(agent.nextEvent(), HasSubstr(asked(strict)));
+  EXPECT_THAT(agent.nextEvent(), HasSubstr(asked(strict)));
+}
+
+TEST_F(PolkitAuthorityTest, WhatIsDiscardedIsAskedForAgain) {
+  start();
+  std::optional<PolkitAgent> agent(std::in_place, service, subject, "grant");
+  ASSERT_EQ(ask(guarded), errAuthorizationSuccess);
+  authority.revoke(subject);
+  EXPECT_EQ(ask(guarded), errAuthorizationSuccess);
+  EXPECT_THAT(agent->nextEvent(), HasSubstr(asked(guarded)));
+  EXPECT_THAT(agent->nextEvent(), HasSubstr("asked")) << "a second dialog";
+
+  agent.reset();
+  EXPECT_EQ(ask(guarded), errAuthorizationInteractionNotAllowed) << "nobody is there to ask";
+  agent.emplace(service, subject, "refuse");
+  EXPECT_EQ(ask(guarded), errAuthorizationDenied);
+  EXPECT_EQ(PolkitAuthority(places, translate, embedded).decide(subject, {guarded, "", "", true}),
+            errAuthorizationDenied)
+      << "a helper that is started again knows it too";
+}
+
+TEST_F(PolkitAuthorityTest, WhatIsGrantedAfterADiscardIsKept) {
+  start();
+  std::optional<PolkitAgent> agent(std::in_place, service, subject, "grant");
+  ASSERT_EQ(ask(another), errAuthorizationSuccess);
+  authority.revoke(subject);
+  EXPECT_EQ(ask(guarded), errAuthorizationSuccess);
+  agent.reset();
+  EXPECT_EQ(ask(guarded), errAuthorizationSuccess) << "kept since";
+  EXPECT_EQ(ask(another), errAuthorizationInteractionNotAllowed) << "kept before";
+  authority.revoke(subject);
+  EXPECT_EQ(ask(guarded), errAuthorizationInteractionNotAllowed) << "discarded again";
+}
+
+TEST_F(PolkitAuthorityTest, ADiscardConcernsOneProcess) {
+  start();
+  const ChildProcess sibling = ChildProcess::connectedOfUser(someUser);
+  const auto other = std::get<WatchedProcess>(WatchedProcess::ofPeer(sibling.socket())).identity();
+  {
+    const PolkitAgent agent(service, other, "grant");
+    ASSERT_EQ(authority.decide(other, {guarded, "", "", true}), errAuthorizationSuccess);
+  }
+  authority.revoke(subject);
+  EXPECT_EQ(authority.decide(other, {guarded, "", "", true}), errAuthorizationSuccess);
+}
+
+TEST_F(PolkitAuthorityTest, RulesOfTheAdministratorDecideBeforeAndAfterADiscard) {
+  service.addRule("if (action.id == '" + guarded + "') return polkit.Result.NO;");
+  service.addRule("if (action.id == '" + another + "') return polkit.Result.YES;");
+  start();
+  const PolkitAgent agent(service, subject, "grant");
+  for (int round = 0; round < 2; ++round) {
+    EXPECT_EQ(ask(guarded), errAuthorizationDenied);
+    EXPECT_EQ(ask(another), errAuthorizationSuccess);
+    authority.revoke(subject);
+  }
+}
+
+TEST_F(PolkitAuthorityTest, AProcessThatHasEndedIsGrantedNothing) {
+  start();
+  ChildProcess ended = ChildProcess::connectedOfUser(someUser);
+  const auto identity = std::get<WatchedProcess>(WatchedProcess::ofPeer(ended.socket())).identity();
+  ended.kill();
+  ended.reap();
+  EXPECT_NE(authority.decide(identity, {guarded, "", "", true}), errAuthorizationSuccess);
+}
+
+TEST_F(PolkitAuthorityTest, ADialogIsClosedWhenItsClientGoesAway) {
+  start();
+  const PolkitAgent agent(service, subject, "wait");
+  std::array<int, 2> ends{};
+  ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends.data()), 0);
+  const FileDescriptor connection(ends[0]);
+  FileDescriptor client(ends[1]);
+  auto status = std::async(std::launch::async, [&] {
+    const Peer peer{subject.pid, subject.uid, someUser, connection.get()};
+    const CurrentPeerScope scope(peer);
+    return ask(guarded);
+  });
+  EXPECT_THAT(agent.nextEvent(), HasSubstr("asked"));
+  client.reset();
+  EXPECT_EQ(status.get(), errAuthorizationCanceled);
+  EXPECT_EQ(agent.nextEvent(), cancelled);
+  EXPECT_EQ(ask(allowed), errAuthorizationSuccess) << "nothing else is affected";
+}
+
+TEST_F(PolkitAuthorityTest, ManyDialogsAreOpenAtOnceWhileOthersAreServed) {
+  start();
+  constexpr uid_t count = 20;
+  std::vector<ChildProcess> children;
+  std::vector<std::unique_ptr<PolkitAgent>> agents;
+  std::vector<FileDescriptor> clients;
+  std::vector<std::future<OSStatus>> statuses;
+  // All of them before there are connections that they would inherit.
+  children.reserve(count);
+  for (uid_t i = 0; i < count; ++i) {
+    children.push_back(ChildProcess::connectedOfUser(anotherUser - i / OpenDialogs::mostOfOneUser));
+  }
+  agents.reserve(count);
+  clients.reserve(count);
+  statuses.reserve(count);
+  for (const ChildProcess& asker : children) {
+    const auto process =
+        std::get<WatchedProcess>(WatchedProcess::ofPeer(asker.socket())).identity();
+    agents.push_back(std::make_unique<PolkitAgent>(service, process, "wait"));
+    std::array<int, 2> ends{};
+    ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends.data()), 0);
+    clients.emplace_back(ends[1]);
+    statuses.push_back(
+        std::async(std::launch::async, [this, process, end = FileDescriptor(ends[0])] {
+          const Peer peer{process.pid, process.uid, someUser, end.get()};
+          const CurrentPeerScope scope(peer);
+          return authority.decide(process, {guarded, "", "", true});
+        }));
+  }
+  for (const auto& agent : agents) EXPECT_THAT(agent->nextEvent(), HasSubstr("asked"));
+  EXPECT_EQ(ask(allowed), errAuthorizationSuccess);
+  clients.clear();
+  for (auto& status : statuses) EXPECT_EQ(status.get(), errAuthorizationCanceled);
+}
+
+TEST_F(PolkitAuthorityTest, AYesAfterTheAskersEndGrantsNothing) {
+  start();
+  ChildProcess asker = ChildProcess::connectedOfUser(someUser);
+  const auto process = std::get<WatchedProcess>(WatchedProcess::ofPeer(asker.socket())).identity();
+  const PolkitAgent agent(service, process, "late");
+  auto status = std::async(std::launch::async, [&] {
+    return authority.decide(process, {guarded, "", "", true});
+  });
+  EXPECT_THAT(agent.nextEvent(), HasSubstr("asked"));
+  EXPECT_THAT(agent.nextEvent(), HasSubstr("open"));
+  asker.kill();
+  agent.answer();
+  EXPECT_EQ(status.get(), errAuthorizationInvalidRef);
+}
+
+TEST_F(PolkitAuthorityTest, AYesToAProcessThatRunsAnotherProgramByThenGrantsNothing) {
+  start();
+  auto [told, tell] = makePipe();
+  auto [input, go] = makePipe();
+  const std::string id = std::to_string(someUser);
+  const ChildProcess asker =
+      ChildProcess::program({"setpriv", "--reuid=" + id, "--regid=" + id, "--clear-groups", "sh",
+                             "-c", "echo ready; read go; exec sh -c 'echo changed; read end'"},
+                            {.input = input.get(), .output = tell.get()});
+  tell.reset();
+  ASSERT_EQ(readLine(told), "ready");
+  const ProcessIdentity process{asker.pid(), someUser, processStartTime(asker.pid()).value_or(0)};
+  const PolkitAgent agent(service, process, "late");
+  auto status = std::async(std::launch::async, [&] {
+    return authority.decide(process, {guarded, "", "", true});
+  });
+  EXPECT_THAT(agent.nextEvent(), HasSubstr("asked"));
+  EXPECT_THAT(agent.nextEvent(), HasSubstr("open"));
+  ASSERT_EQ(::write(go.get(), "\n", 1), 1);
+  ASSERT_EQ(readLine(told), "changed");
+  EXPECT_TRUE(process.isRunning());
+  agent.answer();
+  EXPECT_EQ(status.get(), errAuthorizationInvalidRef);
+}
+
+TEST_F(PolkitAuthorityTest, AnAuthorityThatEndsInTheMiddleIsAFailure) {
+  start();
+  std::optional<PolkitAgent> agent(std::in_place, service, subject, "wait");
+  auto status = std::async(std::launch::async, [&] { return ask(guarded); });
+  EXPECT_THAT(agent->nextEvent(), HasSubstr("asked"));
+  service.killPolkit();
+  EXPECT_EQ(status.get(), errAuthorizationInternal);
+
+  ASSERT_TRUE(service.startAgain("polkit"));
+  agent.emplace(service, subject, "grant");
+  while (ask(guarded) != errAuthorizationSuccess) std::this_thread::yield();
+}
+
+TEST_F(PolkitAuthorityTest, ABusThatEndsInTheMiddleIsAFailure) {
+  start();
+  const PolkitAgent agent(service, subject, "wait");
+  auto status = std::async(std::launch::async, [&] { return ask(guarded); });
+  EXPECT_THAT(agent.nextEvent(), HasSubstr("asked"));
+  service.killBus();
+  EXPECT_EQ(status.get(), errAuthorizationInternal);
+  // Once it is wholly gone the embedded authority answers.
+  while (ask(allowed) != errAuthorizationSuccess) std::this_thread::yield();
+  EXPECT_EQ(ask(guarded), errAuthorizationInteractionNotAllowed);
+}
+
+TEST_F(PolkitAuthorityTest, WithoutBusTheEmbeddedAuthorityDecides) {
+  EXPECT_EQ(ask(allowed), errAuthorizationSuccess);
+  EXPECT_EQ(ask(guarded), errAuthorizationInteractionNotAllowed);
+  EXPECT_EQ(authority.decide(root, {guarded, "", "", true}), errAuthorizationSuccess);
+}
+
+TEST_F(PolkitAuthorityTest, ABusThatAcceptsNobodyIsAFailure) {
+  const FileDescriptor bus = listenAt(service.folder().path("bus"), 1);
+  PolkitAuthority impatient(places, translate, embedded, 50ms);
+  for (int round = 0; round < 2; ++round) {
+    EXPECT_EQ(impatient.decide(subject, {allowed, "", "", true}), errAuthorizationInternal);
+  }
+  EXPECT_EQ(impatient.decide(root, {guarded, "", "", true}), errAuthorizationInternal);
+}
+
+TEST_F(PolkitAuthorityTest, ABusWhoseQueueIsFullIsAskedAgainAndThenAFailure) {
+  const std::string path = service.folder().path("bus");
+  FileDescriptor bus = listenAt(path, 0);
+  const FileDescriptor first = connectionTo(bus);
+  PolkitAuthority impatient(places, translate, embedded, 50ms);
+  EXPECT_EQ(impatient.decide(subject, {allowed, "", "", true}), errAuthorizationInternal);
+
+  PolkitAuthority patient(places, translate, embedded, 60s);
+  auto status = std::async(std::launch::async, [&] {
+    return patient.decide(subject, {allowed, "", "", true});
+  });
+  bus.reset();
+  EXPECT_EQ(status.get(), errAuthorizationSuccess) << "nobody listens any more";
+}
+
+TEST_F(PolkitAuthorityTest, ABusThatHangsUpIsAFailure) {
+  const FileDescriptor bus = listenAt(service.folder().path("bus"), 1);
+  std::thread server([&] { FileDescriptor(::accept(bus.get(), nullptr, nullptr)).reset(); });
+  EXPECT_EQ(ask(allowed), errAuthorizationInternal);
+  server.join();
+}
+
+TEST_F(PolkitAuthorityTest, ABusThatIsKeptBusyDoesNotHaveTheEmbeddedAuthorityDecide) {
+  service.addRule("if (action.id == '" + allowed + "') return polkit.Result.NO;");
+  start();
+  // More than the bus admits before they have said who they are.
+  std::vector<FileDescriptor> busy;
+  for (int count = 0; count < 80; ++count) {
+    busy.push_back(connectionTo(service.folder().path("bus")));
+  }
+  PolkitAuthority impatient(places, translate, embedded, 200ms);
+  EXPECT_EQ(impatient.decide(subject, {allowed, "", "", true}), errAuthorizationInternal);
+  busy.clear();
+  EXPECT_EQ(ask(allowed), errAuthorizationDenied);
+}
+
+TEST_F(PolkitAuthorityTest, APolkitThatCannotBeStartedIsAFailure) {
+  service.addActivatable("/bin/false");
+  start("none");
+  EXPECT_EQ(ask(allowed), errAuthorizationInternal);
+}
+
+TEST_F(PolkitAuthorityTest, WithoutPolkitOnTheBusTheEmbeddedAuthorityDecidesUntilItIsThere) {
+  start("none");
+  EXPECT_EQ(ask(allowed), errAuthorizationSuccess);
+  EXPECT_EQ(ask(guarded), errAuthorizationInteractionNotAllowed);
+  ASSERT_TRUE(service.startAgain("polkit"));
+  const PolkitAgent agent(service, subject, "grant");
+  while (ask(guarded) != errAuthorizationSuccess) std::this_thread::yield();
+}
+
+TEST_F(PolkitAuthorityTest, ARightIsKnownToPolkitAsSoonAsItIsDefined) {
+  start();
+  const std::string defined = "com.corvane.test.defined";
+  ASSERT_EQ(ask(defined), errAuthorizationInternal);
+  ASSERT_EQ(authority.rightSet(defined, {"allow", "]]> <&\" \x01 ü", ""}), 0);
+  while (ask(defined) != errAuthorizationSuccess) std::this_thread::yield();
+  ASSERT_EQ(authority.rightRemove(defined), 0);
+  while (ask(defined) != errAuthorizationInternal) std::this_thread::yield();
+}
+
+TEST_F(PolkitAuthorityTest, AnyAnswerOfAnotherTypeIsAFailure) {
+  start("grant");
+  ASSERT_EQ(ask(guarded), errAuthorizationSuccess) << "the substitute's yes counts";
+  for (const char* manner : {"short", "long", "other", "empty", "text", "error"}) {
+    service.killPolkit();
+    ASSERT_TRUE(service.startAgain(manner));
+    OSStatus status = errAuthorizationSuccess;
+    do {
+      status = ask(guarded);
+    } while (status == errAuthorizationInteractionNotAllowed);
+    EXPECT_EQ(status, errAuthorizationInternal) << manner;
+  }
+}
+
+TEST_F(PolkitAuthorityTest, AYesThatIsAQuestionToo) {
+  start("contrary");
+  EXPECT_EQ(ask(guarded), errAuthorizationInteractionNotAllowed);
+}
+
+TEST_F(PolkitAuthorityTest, AnAuthorityThatVanishesIsAFailure) {
+  start("vanish");
+  EXPECT_EQ(ask(guarded), errAuthorizationInternal);
+}
+
+TEST_F(PolkitAuthorityTest, AnAuthorityThatHangsIsAFailure) {
+  start("hang");
+  PolkitAuthority impatient(places, translate, embedded, 100ms);
+  EXPECT_EQ(impatient.decide(subject, {guarded, "", "", true}), errAuthorizationInternal);
+}
+
+TEST_F(PolkitAuthorityTest, AnAuthorityThatShowsADialogIsWaitedFor) {
+  start("silent");
+  PolkitAuthority impatient(places, translate, embedded, 500ms);
+  std::array<int, 2> ends{};
+  ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends.data()), 0);
+  const FileDescriptor connection(ends[0]);
+  FileDescriptor client(ends[1]);
+  auto status = std::async(std::launch::async, [&] {
+    const Peer peer{subject.pid, subject.uid, someUser, connection.get()};
+    const CurrentPeerScope scope(peer);
+    return impatient.decide(subject, {guarded, "", "", true});
+  });
+  for (int sign = 0; sign < 5; ++sign) EXPECT_EQ(service.nextLineOfPolkit(), "alive");
+  client.reset();
+  EXPECT_EQ(status.get(), errAuthorizationCanceled);
+  std::string line;
+  do {
+    line = service.nextLineOfPolkit();
+  } while (line == "alive");
+  EXPECT_EQ(line, "CancelCheckAuthorization");
+}
+
+TEST_F(PolkitAuthorityTest, RightsAreDefinedWithBothAuthorities) {
+  const RightDefinition definition{"default", "The sentence of " + guarded, ""};
+  RightDefinition found;
+  EXPECT_EQ(authority.rightGet(guarded, &found), 0);
+  EXPECT_EQ(found, definition);
+  EXPECT_EQ(embedded.rightGet(guarded, &found), 0);
+  EXPECT_EQ(found, definition);
+  EXPECT_TRUE(std::filesystem::exists(service.actionsDirectory() + "/" + guarded + ".policy"));
+
+  EXPECT_EQ(authority.rightRemove(guarded), 0);
+  EXPECT_EQ(authority.rightGet(guarded, nullptr), errAuthorizationDenied);
+  EXPECT_EQ(embedded.rightGet(guarded, nullptr), errAuthorizationDenied);
+  EXPECT_EQ(authority.rightRemove(guarded), errAuthorizationDenied);
+}
+
+TEST_F(PolkitAuthorityTest, ARightThatOneAuthorityLacksIsNoneAndCanBeRemoved) {
+  const RightDefinition definition{"default", "", ""};
+  ASSERT_EQ(embedded.rightRemove(guarded), 0);
+  EXPECT_EQ(authority.rightGet(guarded, nullptr), errAuthorizationDenied);
+  ASSERT_EQ(authority.rightSet(guarded, definition), 0);
+  EXPECT_EQ(authority.rightGet(guarded, nullptr), 0) << "completed";
+
+  ASSERT_EQ(embedded.rightRemove(guarded), 0);
+  EXPECT_EQ(authority.rightRemove(guarded), 0);
+  ASSERT_EQ(embedded.rightSet(guarded, definition), 0);
+  EXPECT_EQ(authority.rightGet(guarded, nullptr), errAuthorizationDenied);
+  EXPECT_EQ(authority.rightRemove(guarded), 0);
+  EXPECT_EQ(embedded.rightGet(guarded, nullptr), errAuthorizationDenied);
+}
+
+TEST_F(PolkitAuthorityTest, ASystemWithoutActionsHasTheEmbeddedAuthoritysRights) {
+  PolkitAuthority without({service.busAddress(), folder.path("none"), folder.path("discarded")},
+                          translate, embedded);
+  const std::string name = "com.corvane.test.without";
+  ASSERT_EQ(without.rightSet(name, {"allow", "", ""}), 0);
+  EXPECT_EQ(without.rightGet(name, nullptr), 0);
+  EXPECT_FALSE(std::filesystem::exists(folder.path("none")));
+  EXPECT_EQ(without.rightRemove(name), 0);
+}
+
+TEST_F(PolkitAuthorityTest, ARuleThatNoActionCanExpressIsRefused) {
+  const std::string name = "com.corvane.test.new";
+  EXPECT_EQ(authority.rightSet(name, {"something", "", ""}), errAuthorizationInternal);
+  EXPECT_EQ(authority.rightGet(name, nullptr), errAuthorizationDenied);
+  EXPECT_EQ(embedded.rightGet(name, nullptr), errAuthorizationDenied);
+}
+
+}  // namespace
+}  // namespace corvane

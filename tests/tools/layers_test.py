@@ -1,0 +1,102 @@
+#!/usr/bin/python3
+"""Which folder may include which: what CONTRIBUTING calls the order of dependency, rooms included."""
+
+import os
+import re
+import unittest
+
+SOURCES = os.environ.get("CORVANE_SOURCES", f"{os.path.dirname(os.path.abspath(__file__))}/../..")
+
+# Each folder and what it may include besides its own files. A folder that is not here may not be.
+LINUX = "platform/linux"
+SEAM = {"foundation", "platform"}
+MAY_INCLUDE = {
+    "foundation": set(),
+    "platform": {"foundation"},
+    "platform/posix": SEAM,
+    f"{LINUX}/log": SEAM | {f"{LINUX}/processes", f"{LINUX}/transport"},
+    f"{LINUX}/files": SEAM,
+    f"{LINUX}/processes": SEAM,
+    f"{LINUX}/embedded": SEAM,
+    f"{LINUX}/bus": SEAM,
+    f"{LINUX}/preferences": SEAM | {f"{LINUX}/log", f"{LINUX}/processes"},
+    f"{LINUX}/transport": SEAM | {f"{LINUX}/bus", f"{LINUX}/processes"},
+    f"{LINUX}/authorization": SEAM | {f"{LINUX}/authorization/polkit", f"{LINUX}/processes",
+                                      f"{LINUX}/transport"},
+    f"{LINUX}/authorization/polkit": SEAM | {f"{LINUX}/authorization", f"{LINUX}/bus",
+                                             f"{LINUX}/processes", f"{LINUX}/transport"},
+    f"{LINUX}/installation": SEAM,
+    f"{LINUX}/launchctl": SEAM | {f"{LINUX}/bus"},
+    "process": SEAM,
+    "operations": SEAM | {"process"},
+    "operationset-vnt": SEAM | {"process", "operations"},
+    "privilegedhelper-vnt": SEAM | {"process", "operations"},
+    "client/include": {"foundation"},
+    "client": SEAM | {"client/include", "operations"},
+    "client/cli/output": SEAM | {"client/include", "operationset-vnt"},
+    "client/cli/setup": SEAM | {"client/cli/output", "client/include", "operationset-vnt"},
+    "client/cli/commands": SEAM | {"client/cli/output", "client/cli/setup", "client/include",
+                                   "operationset-vnt"},
+    "client/cli": SEAM | {"client/cli/commands", "client/cli/output", "client/cli/setup"},
+}
+# Sub-rooms that make up one room with the folder that they are in.
+ONE_ROOM = {(f"{LINUX}/authorization", f"{LINUX}/authorization/polkit")}
+
+# What only one system has, and so only its own folder may include. POSIX is what all have.
+SYSTEM_HEADER = re.compile(r"#include <((asm|linux|mach|systemd)/.*|sys/(epoll|event|eventfd|inotify|"
+                           r"prctl|sendfile|signalfd|statfs|syscall|sysctl|sysmacros|vfs|xattr)\.h)>")
+CONDITION = re.compile(r"#\s*(if|ifdef|elif)\b.*(__linux__|__APPLE__|__unix__|_WIN32)")
+
+
+def sources():
+    """Every source file of the programs: its folder, its path and its text."""
+    for root in ("foundation", "platform", "process", "operations", "operationset-vnt",
+                 "privilegedhelper-vnt", "client"):
+        for folder, _, names in os.walk(f"{SOURCES}/{root}"):
+            for name in names:
+                if name.endswith((".h", ".cpp")):
+                    path = f"{folder}/{name}"
+                    with open(path, encoding="utf-8") as file:
+                        yield os.path.relpath(folder, SOURCES), os.path.relpath(path, SOURCES), \
+                            file.read()
+
+
+def included_folders(text):
+    for header in re.findall(r'^#include "([^"]+)"', text, re.MULTILINE):
+        yield os.path.dirname(header) or "client/include"
+
+
+class LayersTest(unittest.TestCase):
+
+    def test_no_folder_includes_what_builds_on_it(self):
+        wrong = []
+        for folder, path, text in sources():
+            self.assertIn(folder, MAY_INCLUDE, f"{path}: which folders may this one include?")
+            for included in included_folders(text):
+                if included != folder and included not in MAY_INCLUDE[folder]:
+                    wrong.append(f"{path} includes a header of {included}")
+        self.assertEqual(wrong, [])
+
+    def test_what_may_be_included_has_no_circle(self):
+        def reached(folder, seen):
+            for included in MAY_INCLUDE[folder]:
+                if (included, folder) in ONE_ROOM or (folder, included) in ONE_ROOM:
+                    continue
+                if included not in seen:
+                    seen.add(included)
+                    reached(included, seen)
+            return seen
+        for folder in MAY_INCLUDE:
+            self.assertNotIn(folder, reached(folder, set()))
+
+    def test_only_the_folder_of_a_system_knows_which_one_it_is(self):
+        wrong = []
+        for folder, path, text in sources():
+            if not folder.startswith(LINUX):
+                wrong += [f"{path}: {found[0]}" for found in SYSTEM_HEADER.finditer(text)]
+                wrong += [f"{path}: {found[0]}" for found in CONDITION.finditer(text)]
+        self.assertEqual(wrong, [])
+
+
+if __name__ == "__main__":
+    unittest.main()
