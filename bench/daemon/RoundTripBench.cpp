@@ -19,6 +19,8 @@
 #include "bench/support/SocketActivation.h"
 #include "platform/linux/bus/Bus.h"
 #include "platform/linux/transport/Endpoint.h"
+#include "platform/linux/transport/LocalSocket.h"
+#include "platform/linux/transport/PeerBus.h"
 
 namespace corvane {
 namespace {

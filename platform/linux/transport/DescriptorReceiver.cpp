@@ -13,6 +13,7 @@
 #include "platform/linux/bus/Bus.h"
 #include "platform/linux/processes/AbandonedChildren.h"
 #include "platform/linux/processes/ForkedChild.h"
+#include "platform/linux/transport/LocalSocket.h"
 #include "platform/linux/transport/PeerLimits.h"
 
 namespace corvane {

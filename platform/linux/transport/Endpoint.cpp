@@ -1,11 +1,5 @@
 #include "platform/linux/transport/Endpoint.h"
 
-#include <cerrno>
-
-#include <sys/socket.h>
-
-#include "foundation/Exception.h"
-#include "foundation/POSIXError.h"
 #include "platform/XPCListenerEndpoint.h"
 
 namespace corvane {
@@ -22,15 +16,6 @@ std::unique_ptr<XPCListenerEndpoint::Transport> XPCListenerEndpoint::takeTranspo
 
 XPCListenerEndpoint endpointFromSocket(FileDescriptor socket) {
   return XPCListenerEndpoint(std::make_unique<XPCListenerEndpoint::Transport>(std::move(socket)));
-}
-
-std::pair<FileDescriptor, FileDescriptor> connectedSockets() {
-  int ends[2];
-  if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0, ends) != 0) {
-    throw Exception("NSFileHandleOperationException",
-                    "No socket pair: " + posixDescription(posixCodeFromHost(errno)));
-  }
-  return {FileDescriptor(ends[0]), FileDescriptor(ends[1])};
 }
 
 }  // namespace corvane

@@ -18,9 +18,6 @@ struct XPCListenerEndpoint::Transport {
 /// An endpoint that owns `socket`.
 XPCListenerEndpoint endpointFromSocket(FileDescriptor socket);
 
-/// Two connected stream sockets; throws Exception when the process has no descriptors left.
-std::pair<FileDescriptor, FileDescriptor> connectedSockets();
-
 }  // namespace corvane
 
 #endif

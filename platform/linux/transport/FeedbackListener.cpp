@@ -16,6 +16,9 @@
 #include "platform/linux/bus/Bus.h"
 #include "platform/linux/transport/BusValue.h"
 #include "platform/linux/transport/Endpoint.h"
+#include "platform/linux/transport/HelperMessages.h"
+#include "platform/linux/transport/LocalSocket.h"
+#include "platform/linux/transport/PeerBus.h"
 
 namespace corvane {
 

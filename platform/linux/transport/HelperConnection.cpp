@@ -14,6 +14,8 @@
 #include "platform/linux/bus/Bus.h"
 #include "platform/linux/transport/BusValue.h"
 #include "platform/linux/transport/Endpoint.h"
+#include "platform/linux/transport/HelperMessages.h"
+#include "platform/linux/transport/PeerBus.h"
 #include "platform/linux/transport/PeerLimits.h"
 
 namespace corvane {

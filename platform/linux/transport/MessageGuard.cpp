@@ -8,8 +8,8 @@
 
 #include <sys/socket.h>
 
-#include "platform/linux/bus/Bus.h"
 #include "platform/linux/transport/DescriptorReceiver.h"
+#include "platform/linux/transport/PeerBus.h"
 #include "platform/linux/transport/RequestHeader.h"
 
 namespace corvane {

@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "platform/linux/bus/Bus.h"
+#include "platform/linux/transport/HelperMessages.h"
 
 namespace corvane {
 

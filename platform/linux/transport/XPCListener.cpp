@@ -19,6 +19,7 @@
 #include "platform/StandardLog.h"
 #include "platform/linux/transport/CurrentPeer.h"
 #include "platform/linux/transport/Endpoint.h"
+#include "platform/linux/transport/LocalSocket.h"
 #include "platform/linux/transport/PeerLimits.h"
 #include "platform/linux/transport/Registrations.h"
 #include "platform/linux/transport/ServedConnection.h"

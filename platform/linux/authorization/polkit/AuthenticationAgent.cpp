@@ -15,8 +15,8 @@
 
 #include "foundation/FileDescriptor.h"
 #include "platform/linux/authorization/polkit/AgentPresence.h"
-#include "platform/linux/bus/Bus.h"
 #include "platform/linux/processes/ProcessIdentity.h"
+#include "platform/linux/transport/LocalSocket.h"
 
 namespace corvane {
 

@@ -8,6 +8,8 @@
 
 #include "platform/HelperConnection.h"
 #include "platform/linux/bus/Bus.h"
+#include "platform/linux/transport/LocalSocket.h"
+#include "platform/linux/transport/PeerBus.h"
 #include "tests/support/TemporaryFolder.h"
 
 namespace corvane {

@@ -1,10 +1,10 @@
-#include "platform/linux/bus/Bus.h"
+#include "platform/linux/transport/PeerBus.h"
 
-#include <algorithm>
 #include <cerrno>
 
-#include <poll.h>
 #include <sys/socket.h>
+
+#include "platform/linux/transport/LocalSocket.h"
 
 namespace corvane {
 
@@ -54,18 +54,6 @@ Bus makePeerBus(FileDescriptor socket, BusRole role, FileDescriptor separateInpu
     return nullptr;
   }
   return bus;
-}
-
-bool waitFor(int descriptor, short events, Clock::time_point deadline) {
-  pollfd poller{descriptor, events, 0};
-  for (;;) {
-    const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now());
-    const int ready =
-        ::poll(&poller, 1, static_cast<int>(std::clamp<long long>(left.count(), 0, 3'600'000)));
-    if (ready > 0) return true;
-    if (ready == 0 && Clock::now() >= deadline) return false;
-    if (ready < 0 && errno != EINTR) return false;
-  }
 }
 
 int completeHandshake(sd_bus* bus, Clock::time_point deadline) {
