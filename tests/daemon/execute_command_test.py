@@ -175,8 +175,8 @@ class ExecuteCommandTest(DaemonTest):
     def test_a_hundred_thousand_arguments(self):
         self.assertOutput(
             self.run_client("show", *["x"] * 100_000), b"",
-            b"Cannot run 'lipo': The helper refused the request: The arguments hold too many "
-            b"values\nAsk for less at a time.\n", 1)
+            b"Cannot run 'lipo': The helper refused the request: The request holds too much, by "
+            b"itself or with others of this user\nAsk for less at a time.\n", 1)
 
     def test_an_argument_that_is_not_text(self):
         self.assertOutput(self.run_client("show", b"\xff"), b"",

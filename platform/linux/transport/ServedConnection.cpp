@@ -66,7 +66,7 @@ int refuse(sd_bus_message* message, const char* name, const char* reason) {
 
 int refuseForSize(sd_bus_message* message) {
   return refuse(message, SD_BUS_ERROR_LIMITS_EXCEEDED,
-                "The request holds too many values, or with others of this user too much");
+                "The request holds too much, by itself or with others of this user");
 }
 
 // The feedback endpoint, `ah` with none or one; -EBADMSG for more.
