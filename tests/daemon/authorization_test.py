@@ -8,7 +8,8 @@ from bus import (DELETE_FILEOBJECTS, DELETE_FILES, DISCARD_AUTH, EXECUTE_UTILITY
                  MODIFY_PREFERENCES, NOP, OSSTATUS, PERFORM_UNINSTALL, POSIX, PREPARE_UNINSTALL,
                  Client, dictionary)
 from log_lines import about, metadata, unauthorized
-from support import DaemonTest, Issuer, change_rights, main
+from support import (SOMEBODY_ELSE, DaemonTest, Issuer, bench_only, change_rights, main,
+                     root_only)
 
 IDENTIFIERS = {NOP: "nop", DISCARD_AUTH: "discard-auth", DELETE_FILES: "delete-files",
                PREPARE_UNINSTALL: "prepare-uninstall", PERFORM_UNINSTALL: "perform-uninstall",
@@ -52,6 +53,7 @@ class AuthorizationTest(DaemonTest):
             self.assertRefused(INVALID_REFERENCE, forged)
         self.assertIsNone(self.client.perform(NOP, form))
 
+    @bench_only("it makes a key of its own")
     def test_a_form_of_another_key_is_refused(self):
         folder = f"{self.folder}/elsewhere"
         os.makedirs(f"{folder}/root", 0o700)
@@ -71,7 +73,7 @@ class AuthorizationTest(DaemonTest):
             self.assertIsNone(client.perform(NOP, form))
 
     def test_a_form_replayed_by_another_user_is_refused(self):
-        user, other = self.user(), self.user(65533)
+        user, other = self.user(), self.user(SOMEBODY_ELSE)
         for form in (self.form(), self.form(user)):
             self.assertRefused(INVALID_REFERENCE, form, self.client_of(other))
         self.assertRefused(INVALID_REFERENCE, self.form(), self.client_of(user))
@@ -81,8 +83,9 @@ class AuthorizationTest(DaemonTest):
         endpoint = Client(self.client_of(user).endpoint())
         self.assertRefused(INVALID_REFERENCE, self.form(), endpoint)
         self.assertIsNone(endpoint.perform(NOP, self.form(user)))
-        self.assertRefused(INVALID_REFERENCE, self.form(self.user(65533)), endpoint)
+        self.assertRefused(INVALID_REFERENCE, self.form(self.user(SOMEBODY_ELSE)), endpoint)
 
+    @root_only("it is about root's client")
     def test_root_may_use_the_form_of_a_user_and_is_that_user_then(self):
         form = self.form(self.user())
         self.assertIsNone(self.client.perform(NOP, form))
@@ -123,6 +126,7 @@ class AuthorizationTest(DaemonTest):
         self.assertRefused(INTERACTION_NOT_ALLOWED, self.form(user), self.client_of(user),
                            MODIFY_PREFERENCES, [b"one"])
 
+    @bench_only("it takes the rights away from everybody")
     def test_rights_that_are_not_registered_are_nobodys(self):
         user = self.user()
         client, form = self.client_of(user), self.form(user)
@@ -132,6 +136,7 @@ class AuthorizationTest(DaemonTest):
         change_rights(self.folder, "register")
         self.assertIsNone(client.perform(NOP, form))
 
+    @bench_only("it takes the key away from everybody")
     def test_without_a_key_nothing_is_authorized(self):
         form = self.form()
         os.rename(f"{self.folder}/root", f"{self.folder}/moved")

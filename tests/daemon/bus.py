@@ -7,7 +7,7 @@ import time
 
 from gi.repository import Gio, GLib
 
-from support import PATIENCE
+from common import PATIENCE
 
 HELPER_PATH = "/com/corvane/PrivilegedHelper"
 HELPER_INTERFACE = "com.corvane.ZELPrivilegedHelperProtocol"

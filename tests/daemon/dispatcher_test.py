@@ -9,7 +9,7 @@ from bus import (DELETE_FILEOBJECTS, DELETE_FILES, DISCARD_AUTH, EXECUTE_UTILITY
                  MODIFY_PREFERENCES, NOP, PERFORM_UNINSTALL, POSIX, PREPARE_UNINSTALL, Client,
                  dictionary)
 from log_lines import about, completed, executed, metadata, rejected, unauthorized
-from support import ERROR, TEST_PROGRAMS, DaemonTest, main
+from support import ERROR, TEST_PROGRAMS, DaemonTest, bench_only, main
 
 INVALID = (POSIX, 22, {})
 
@@ -218,6 +218,7 @@ class DispatcherTest(DaemonTest):
         return path
 
 
+@bench_only("it serves another set of operations")
 class OtherOperationSetTest(DaemonTest):
     """What no operation of the product's catalogue can bring about."""
 

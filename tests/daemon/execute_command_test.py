@@ -8,8 +8,7 @@ import subprocess
 
 from bus import Client
 from log_lines import completed
-from support import PATIENCE, PROGRAMS, DaemonTest, environment_for, logged, main, make_application, \
-    wait_until
+from support import PATIENCE, DaemonTest, logged, main, make_application, wait_until
 
 # What it does is its first argument.
 UTILITY = """#!/bin/sh
@@ -42,15 +41,12 @@ class ExecuteCommandTest(DaemonTest):
         self.expects_end = True  # with its last client
 
     def command(self, *arguments, options=(), application=None, utility="lipo"):
-        return [f"{PROGRAMS}/privilegerequestor-vnt", "--socket", f"{self.folder}/helper.socket",
-                "--authorization-socket", f"{self.folder}/authorization.socket", *options,
-                "execute", "--application", application or self.application, utility,
-                *arguments]
+        return self.client_command(*options, "execute", "--application",
+                                   application or self.application, utility, *arguments)
 
     def start_client(self, *arguments, **options):
         client = subprocess.Popen(self.command(*arguments), stderr=subprocess.PIPE,
-                                  env={**os.environ, **environment_for(self.folder), "LC_ALL": "C"},
-                                  **{"stdout": subprocess.PIPE, **options})
+                                  **{"stdout": subprocess.PIPE, **self.client_options(), **options})
         self.addCleanup(client.wait)
         self.addCleanup(client.kill)
         return client
@@ -60,7 +56,7 @@ class ExecuteCommandTest(DaemonTest):
         Client(self.daemon.connect()).register(1)
         return subprocess.run(self.command(*arguments, **options), stdout=subprocess.PIPE,
                               stderr=subprocess.PIPE, timeout=PATIENCE, check=False, cwd=folder,
-                              env={**os.environ, **environment_for(self.folder), "LC_ALL": "C"})
+                              **self.client_options())
 
     def go_on(self):
         with open(f"{self.folder}/go-on", "w", encoding="ascii") as go_on:
@@ -101,16 +97,14 @@ class ExecuteCommandTest(DaemonTest):
         for name in names:
             with open(f"{self.folder}/{name}", "w", encoding="ascii"):
                 pass
-        client = self.command()
-        client = client[:client.index("execute")]
         for command in ("delete", "delete-files"):
             for number, name in enumerate(names[:-3]):
                 with self.subTest(command=command, name=name):
                     before = set(os.listdir(self.folder))
-                    result = subprocess.run([*client, command, f"missing-{number}", name],
-                                            cwd=self.folder, timeout=PATIENCE, check=False,
-                                            stdout=subprocess.PIPE, stderr=subprocess.PIPE,
-                                            env={**os.environ, **environment_for(self.folder)})
+                    result = subprocess.run(
+                        self.client_command(command, f"missing-{number}", name), cwd=self.folder,
+                        timeout=PATIENCE, check=False, stdout=subprocess.PIPE,
+                        stderr=subprocess.PIPE, **self.client_options())
                     self.assertEqual((result.returncode, result.stdout), (1, b""))
                     self.assertEqual(before - set(os.listdir(self.folder)), {name})
                     with open(f"{self.folder}/{name}", "w", encoding="ascii"):
@@ -125,9 +119,9 @@ class ExecuteCommandTest(DaemonTest):
 
     def test_what_cannot_be_printed_fails_the_command(self):
         with open("/dev/full", "wb") as full:
-            result = subprocess.run([f"{PROGRAMS}/privilegerequestor-vnt", "operations"],
-                                    stdout=full, stderr=subprocess.PIPE, timeout=PATIENCE,
-                                    check=False, env={**os.environ, **environment_for(self.folder)})
+            result = subprocess.run(self.client_command("operations"), stdout=full,
+                                    stderr=subprocess.PIPE, timeout=PATIENCE, check=False,
+                                    **self.client_options())
         self.assertEqual((result.stderr, result.returncode),
                          (b"privilegerequestor-vnt: standard output: No space left on device\n", 1))
         self.expects_end = False

@@ -14,7 +14,7 @@ from bus import (DELETE_FILEOBJECTS, FEEDBACK_INTERFACE, FEEDBACK_MEMBER, FEEDBA
                  POSIX, Client, FeedbackServer, RawPeer)
 from log_lines import about, completed, executed
 from slow_feedback import SlowFeedback
-from support import DEBUG, ERROR, TEST_PROGRAMS, DaemonTest, logged, main
+from support import DEBUG, ERROR, TEST_PROGRAMS, DaemonTest, bench_only, logged, main
 
 CONFIGURING = (DEBUG, "About to configure feedback protocol.")
 SENDING_FINAL = (DEBUG, "Sending final feedback message.")
@@ -164,6 +164,7 @@ class FeedbackTest(DaemonTest):
         self.daemon.wait_for_holdings(holdings)
 
 
+@bench_only("it serves another set of operations")
 class OpeningTest(DaemonTest):
     """Operations that send nothing themselves."""
 

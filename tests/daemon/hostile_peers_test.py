@@ -13,7 +13,8 @@ from gi.repository import Gio, GLib
 
 from bus import (DELETE_FILEOBJECTS, HANDSHAKE, HELPER_INTERFACE, HELPER_PATH, MARKER, NOP, POSIX,
                  Client, RawPeer, data, dictionary, message, request_body)
-from support import DEBUG, Daemon, DaemonTest, FolderTest, listening_socket, main, wait_until
+from support import (ANOTHER, DEBUG, SOMEBODY_ELSE, BenchDaemon, DaemonTest, FolderTest, bench_only,
+                     listening_socket, main, wait_until)
 
 MIB = 1 << 20
 # What the daemon takes at most: one message, all messages of a user on their way, and connections.
@@ -37,8 +38,8 @@ class HostilePeersTest(DaemonTest):
         super().setUp()
         self.hostile = self.user()
         self.innocent = [Client(self.daemon.connect()),
-                         Client(self.user(65532).connect(self.daemon.socket_path)),
-                         Client(self.user(65533).connect(self.daemon.socket_path))]
+                         Client(self.user(ANOTHER).connect(self.daemon.socket_path)),
+                         Client(self.user(SOMEBODY_ELSE).connect(self.daemon.socket_path))]
         self.assertInnocentAreServed()
 
     def assertInnocentAreServed(self):
@@ -513,6 +514,7 @@ class ResourcesTest(HostilePeersTest):
         self.assertInnocentAreServed()
         self.assertMemoryGrewBy(96 * MIB)
 
+    @bench_only("its authority does not answer")
     def test_lists_of_many_users_that_are_kept_at_once(self):
         """Each request waits for an authority that does not answer, with what it has sent."""
         users = [self.user(uid) for uid in range(70001, 70009)]
@@ -600,9 +602,10 @@ LISTEN_FDS=1 LISTEN_PID=$$ exec "$0"
                           (DEBUG, "128 clients remaining."))
 
 
+@bench_only("it takes descriptors away from the daemon")
 class DescriptorsTest(FolderTest):
     def test_a_daemon_without_descriptors_left_goes_on_when_it_has_some_again(self):
-        daemon = self.start(start=("prlimit", "--nofile=64:64", *Daemon.START))
+        daemon = self.start(start=("prlimit", "--nofile=64:64", *BenchDaemon.START))
         innocent = Client(daemon.connect())
         innocent.version()
         if daemon.is_sanitized():

@@ -5,8 +5,7 @@ import signal
 import subprocess
 
 from bus import Client
-from support import (PATIENCE, PROGRAMS, DaemonTest, environment_for, logged, main,
-                     make_application, wait_until)
+from support import PATIENCE, DaemonTest, logged, main, make_application, wait_until
 
 ENDING = (signal.SIGINT, signal.SIGTERM, signal.SIGHUP, signal.SIGQUIT)
 
@@ -39,11 +38,9 @@ class InterruptionTest(DaemonTest):
             for number in ignored:
                 signal.signal(number, signal.SIG_IGN)
         client = subprocess.Popen(
-            [f"{PROGRAMS}/privilegerequestor-vnt", "--socket", f"{self.folder}/helper.socket",
-             "--authorization-socket", f"{self.folder}/authorization.socket", "execute",
-             "--application", self.application, "lipo"],
+            self.client_command("execute", "--application", self.application, "lipo"),
             stdout=subprocess.PIPE, stderr=subprocess.PIPE, preexec_fn=ignore,
-            env={**os.environ, **environment_for(self.folder), "LC_ALL": "C"})
+            **self.client_options())
         self.addCleanup(client.wait)
         self.addCleanup(client.kill)
         wait_until(lambda: os.path.exists(f"{self.folder}/runs"), "the utility runs")

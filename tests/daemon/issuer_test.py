@@ -4,9 +4,9 @@ import os
 import subprocess
 
 from bus import NOP, Client
-from support import PATIENCE, DaemonTest, main
+from support import PATIENCE, SOMEBODY_ELSE, DaemonTest, main
 
-ATTACKER = 65533
+ATTACKER = SOMEBODY_ELSE
 FORMS = 50
 
 # Connects again and again, without end: some are kept for a while, some are dropped at once, and

@@ -1,6 +1,6 @@
 """Lines that the daemon logs for a request, as (priority, text)."""
 
-from support import DEBUG, ERROR
+from common import DEBUG, ERROR
 
 
 def about(identifier, count):

@@ -8,7 +8,8 @@ import struct
 import subprocess
 
 from bus import Client
-from support import IDENTIFIER, PATIENCE, FolderTest, main, wait_until
+from support import (DEBUG, IDENTIFIER, INSTALLED, NOTICE, PATIENCE, FolderTest, bench_only, main,
+                     wait_until)
 
 # No journal and no syslog but what follows.
 EMPTY_RUN = "mount -t tmpfs tmpfs /run"
@@ -59,6 +60,7 @@ class LogSinkTest(FolderTest):
         ]
 
 
+@bench_only("it puts sockets of its own in the place of the log's")
 class JournalTest(LogSinkTest):
     sink_path = "/run/systemd/journal/socket"
 
@@ -84,6 +86,7 @@ class JournalTest(LogSinkTest):
         self.assertEqual(self.daemon.log.after(0), [])
 
 
+@bench_only("it puts sockets of its own in the place of the log's")
 class SyslogTest(LogSinkTest):
     sink_path = "/dev/log"
 
@@ -106,7 +109,8 @@ class RealJournalTest(FolderTest):
         daemon = self.start()
         Client(daemon.connect()).register(daemon.process.pid)
         wanted = f"MESSAGE=Beginning work for client {daemon.process.pid}.\n"
-        query = ["journalctl", "--output=export", f"_PID={daemon.process.pid}", "PRIORITY=7",
+        query = ["journalctl", "--output=export", f"_PID={daemon.process.pid}",
+                 f"PRIORITY={NOTICE if INSTALLED else DEBUG}",
                  "SYSLOG_FACILITY=3", f"SYSLOG_IDENTIFIER={IDENTIFIER}", f"SENDER={IDENTIFIER}"]
         wait_until(lambda: wanted in subprocess.run(query, capture_output=True, check=False,
                                                     encoding="utf-8", errors="replace").stdout,

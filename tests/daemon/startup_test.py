@@ -10,7 +10,7 @@ import unittest
 
 from bus import Client
 from support import (DAEMON, ERROR, IDENTIFIER, INFORMATIONAL, SOURCES, TEST_PROGRAMS, FolderTest,
-                     environment_for, listening_socket, logged, main, wait_until)
+                     bench_only, environment_for, listening_socket, logged, main, wait_until)
 
 OTHER_VERSION = f"{TEST_PROGRAMS}/daemon-of-other-version"
 WITHOUT_SET = f"{TEST_PROGRAMS}/daemon-without-operationset"
@@ -24,6 +24,8 @@ SHUTDOWN = (INFORMATIONAL, "Privileged helper is shutting down.")
 
 
 class StartUpTest(FolderTest):
+    DEBUG_LINES = False
+
     def assertRun(self, program, arguments, status, output=b"", error=b"", user=None):
         """The program ends by itself with exactly this outcome."""
         if user is not None:
@@ -62,12 +64,15 @@ class StartUpTest(FolderTest):
             self.assertRun(WITHOUT_SET, arguments, 1, error=NO_PRINCIPAL_CLASS)
         self.assertRun(WITHOUT_SET, [], 1, error=NO_PRINCIPAL_CLASS, user=65534)
 
+    @bench_only("it reads the log on standard error")
     def test_a_user_other_than_root_is_refused(self):
         self.assertLoggingRun(DAEMON, 1, NOT_ROOT, SHUTDOWN, user=65534)
 
+    @bench_only("it reads the log on standard error")
     def test_another_version_than_the_set_has_is_refused(self):
         self.assertLoggingRun(OTHER_VERSION, 1, MISMATCH, SHUTDOWN)
 
+    @bench_only("it reads the log on standard error")
     def test_version_and_user_are_reported_in_this_order(self):
         self.assertLoggingRun(OTHER_VERSION, 1, MISMATCH, NOT_ROOT, SHUTDOWN, user=65534)
 
@@ -80,6 +85,7 @@ class StartUpTest(FolderTest):
         self.assertEqual(daemon.log.after(0), [])
 
 
+@bench_only("it starts daemons of its own")
 class OwnSocketTest(FolderTest):
     """A daemon that nobody starts on demand serves the service's own path."""
 
@@ -136,6 +142,7 @@ class OwnSocketTest(FolderTest):
         self.assertEqual(Client(self.connect(first)).version(), "1.3")
 
 
+@bench_only("it starts daemons of its own")
 class SocketActivationTest(FolderTest):
     def test_a_socket_for_another_process_is_not_taken(self):
         """LISTEN_PID of somebody else: the daemon serves the service's own path, not this one."""
@@ -161,6 +168,7 @@ class SocketActivationTest(FolderTest):
                 self.assertEqual(daemon.wait(), 0)
 
 
+@bench_only("it looks into the program that was built")
 class PropertyListsTest(unittest.TestCase):
     def section(self, program, name):
         with tempfile.NamedTemporaryFile() as dumped:

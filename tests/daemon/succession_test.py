@@ -1,15 +1,12 @@
 """One daemon after the other: clients that come while the last one leaves."""
 
-import os
-import signal
-import socket
 import subprocess
 import threading
 import time
 
 import bus
-from support import (PATIENCE, PROGRAMS, SANITIZER_REPORT, SOURCES, TEST_PROGRAMS, FolderTest, Log,
-                     main, wait_until)
+import users
+from support import PATIENCE, TEST_PROGRAMS, FolderTest, Succession, main
 
 # After each of which a daemon has ended, and in which others may have.
 WAVES = 5
@@ -22,32 +19,18 @@ class SuccessionTest(FolderTest):
 
     def setUp(self):
         super().setUp()
-        self.server = subprocess.Popen([f"{SOURCES}/tools/serve", PROGRAMS, self.folder],
-                                       stderr=subprocess.PIPE)
-        self.log = Log(self.server.stderr)
-        self.addCleanup(self.end_server)
-        wait_until(lambda: os.path.exists(f"{self.folder}/ready"), "the server is ready")
-
-    def end_server(self):
-        self.server.send_signal(signal.SIGTERM)
-        self.server.wait(PATIENCE)
-        self.log.join()
-        reports = [line for line in self.log.after(0) if SANITIZER_REPORT.search(line)]
-        self.assertEqual(reports, [])
-
-    def wait_for_ends_of_daemons(self, count):
-        wait_until(lambda: sum("Terminating privileged helper." in line
-                               for line in self.log.after(0)) >= count,
-                   f"{count} daemons have ended")
+        self.succession = Succession(self.folder)
+        self.addCleanup(self.succession.end)
 
     def test_no_client_of_the_library_sees_a_daemon_end(self):
         for wave in range(1, WAVES + 1):
             result = subprocess.run(
-                [f"{TEST_PROGRAMS}/hammer", f"{self.folder}/helper.socket",
-                 f"{self.folder}/authorization.socket", "8", "8"],
-                stderr=subprocess.PIPE, text=True, timeout=PATIENCE, check=False)
+                [f"{TEST_PROGRAMS}/hammer", self.succession.socket_path,
+                 self.succession.issuer_socket_path, "8", "8"],
+                stderr=subprocess.PIPE, text=True, timeout=PATIENCE, check=False,
+                **users.as_caller())
             self.assertEqual((result.returncode, result.stderr), (0, ""))
-            self.wait_for_ends_of_daemons(wave)
+            self.succession.wait_for_ends(wave)
 
     def test_no_client_of_its_own_sees_a_daemon_end(self):
         failures = []
@@ -57,9 +40,7 @@ class SuccessionTest(FolderTest):
             while left > 0 and not failures:
                 begin = time.monotonic()
                 try:
-                    connected = socket.socket(socket.AF_UNIX)
-                    connected.connect(f"{self.folder}/helper.socket")
-                    client = bus.Client(connected)
+                    client = bus.Client(users.connect(self.succession.socket_path))
                     client.register(100000 + number)
                 except Exception as failure:  # pylint: disable=broad-except
                     # Who takes longer for the first message is not waited for.
@@ -80,7 +61,7 @@ class SuccessionTest(FolderTest):
             for client in clients:
                 client.join()
             self.assertEqual(failures, [])
-            self.wait_for_ends_of_daemons(wave)
+            self.succession.wait_for_ends(wave)
 
 
 if __name__ == "__main__":

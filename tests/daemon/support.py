@@ -3,7 +3,6 @@
 import contextlib
 import os
 import re
-import resource
 import select
 import shutil
 import socket
@@ -14,27 +13,18 @@ import threading
 import time
 import unittest
 
+import users
+from common import (DEBUG, ERROR, IDENTIFIER, INFORMATIONAL, INSTALLED, NOTICE, PATIENCE, bench_only,
+                    installed_only, root_only, wait_until)
+from observed import Observed
+from users import ANOTHER, SOMEBODY, SOMEBODY_ELSE, User, as_caller
+
 PROGRAMS = os.environ["CORVANE_PROGRAMS"]
 TEST_PROGRAMS = os.environ["CORVANE_TEST_PROGRAMS"]
 SOURCES = os.environ["CORVANE_SOURCES"]
-IDENTIFIER = "com.corvane.system.privilegedhelper-vnt"
 DAEMON = f"{PROGRAMS}/{IDENTIFIER}"
 
-# How long something that must happen may take on a slow machine. Nothing is measured with it.
-PATIENCE = 60
-
-ERROR, NOTICE, INFORMATIONAL, DEBUG = 3, 5, 6, 7
-
 SANITIZER_REPORT = re.compile(r"(Address|Thread|Leak)Sanitizer|runtime error:")
-
-
-def wait_until(condition, what, patience=PATIENCE):
-    """Waits for a state that nothing announces."""
-    deadline = time.monotonic() + patience
-    while not condition():
-        if time.monotonic() > deadline:
-            raise AssertionError(f"waited in vain until {what}")
-        time.sleep(0.005)
 
 
 class Log:
@@ -99,16 +89,33 @@ class Log:
 
 
 def logged(priority, text):
-    """A message of the daemon as standard error shows it."""
+    """A message of the daemon as the log shows it. Of an installed one the debug lines are seen in
+    debug mode only, which raises them."""
+    if INSTALLED and priority == DEBUG:
+        priority = NOTICE
     return f"<{priority}> {IDENTIFIER}: {text}"
+
+
+def comparable(lines):
+    """`lines` in an order that can be compared: between what is logged and what is written to
+    standard error the journal keeps none."""
+    return sorted(lines, key=lambda line: line.startswith("<")) if INSTALLED else lines
 
 
 def environment_for(folder):
     """Keys and rights in a folder of the test's own, decided on without asking anybody unless the
-    test serves a bus there."""
+    test serves a bus there. What is installed has its own places."""
+    if INSTALLED:
+        return {}
     return {"CORVANE_AUTHORIZATION_DIRECTORY": f"{folder}/root",
             "CORVANE_POLKIT_ACTIONS_DIRECTORY": f"{folder}/actions",
+            "CORVANE_PREFERENCES_ROOT": preferences_root(folder),
             "DBUS_SYSTEM_BUS_ADDRESS": f"unix:path={folder}/bus"}
+
+
+def preferences_root(folder):
+    """What stands for the root of the file system where preferences are kept."""
+    return "" if INSTALLED else f"{folder}/preferences"
 
 
 def listening_socket(path):
@@ -122,8 +129,8 @@ def listening_socket(path):
     return listening
 
 
-class Daemon:
-    """The daemon, started as a service manager starts it: with a listening socket."""
+class BenchDaemon(Observed):
+    """The daemon of the build, started as a service manager starts it: with a listening socket."""
 
     # The process that gets the socket must be the one that LISTEN_PID names.
     START = ("/bin/sh", "-c", 'exec 3<&0 </dev/null; LISTEN_FDS=1 LISTEN_PID=$$ exec "$0"')
@@ -135,40 +142,18 @@ class Daemon:
                                             env={**os.environ, **environment_for(folder)})
         self.log = Log(self.process.stderr)
 
+    def show_debug_lines(self):
+        """Standard error shows all."""
+
     def connect(self):
-        """A connected socket of this process."""
-        connected = socket.socket(socket.AF_UNIX)
-        connected.connect(self.socket_path)
-        return connected
+        """A connected socket of the caller's."""
+        return users.connect(self.socket_path)
 
     def wait(self):
         """Waits until the daemon ends by itself; its exit status."""
         status = self.process.wait(PATIENCE)
         self.log.join()
         return status
-
-    def memory(self, field="VmRSS"):
-        """In KiB, as the kernel counts it."""
-        with open(f"/proc/{self.process.pid}/status", encoding="ascii") as status:
-            return int(re.search(rf"{field}:\s+(\d+) kB", status.read())[1])
-
-    def holdings(self):
-        """How many descriptors and threads it has."""
-        return tuple(len(os.listdir(f"/proc/{self.process.pid}/{kind}")) for kind in ("fd", "task"))
-
-    def wait_for_holdings(self, holdings):
-        """Waits until it has given back what it had taken since it had `holdings`."""
-        wait_until(lambda: all(now <= before for now, before in zip(self.holdings(), holdings)),
-                   f"the daemon holds {holdings} descriptors and threads again")
-
-    def use_up_descriptors(self):
-        """From now on it gets no more descriptors."""
-        _, hard = resource.prlimit(self.process.pid, resource.RLIMIT_NOFILE)
-        resource.prlimit(self.process.pid, resource.RLIMIT_NOFILE, (3, hard))
-
-    def is_sanitized(self):
-        with open(f"/proc/{self.process.pid}/maps", encoding="utf-8") as maps:
-            return re.search("lib[at]san", maps.read()) is not None
 
     def end(self):
         """Ends it from outside, if it still runs; whether it did."""
@@ -179,38 +164,7 @@ class Daemon:
         return ran
 
 
-class User:
-    """A process of another user, which connects sockets and hands them over: the kernel names this
-    process and this user as their peer, whoever uses them."""
-
-    SCRIPT = """
-import socket
-with socket.socket(fileno=0) as requests:
-    while path := requests.recv(4096):
-        with socket.socket(socket.AF_UNIX) as connected:
-            connected.connect(path.decode())
-            socket.send_fds(requests, [b"x"], [connected.fileno()])
-"""
-
-    def __init__(self, uid):
-        self.uid = uid
-        self._requests, theirs = socket.socketpair(socket.AF_UNIX, socket.SOCK_SEQPACKET)
-        with theirs:
-            self.process = subprocess.Popen(["/usr/bin/python3", "-I", "-c", self.SCRIPT],
-                                            stdin=theirs, user=uid, group=uid, extra_groups=[])
-
-    def connect(self, path):
-        self._requests.send(path.encode())
-        data, descriptors, _, _ = socket.recv_fds(self._requests, 1, 1)
-        assert data, "the other user's process has ended"
-        return socket.socket(fileno=descriptors[0])
-
-    def end(self):
-        self._requests.close()
-        self.process.wait(PATIENCE)
-
-
-class Issuer:
+class BenchIssuer:
     """Where a process asks for its external form."""
 
     def __init__(self, folder):
@@ -221,18 +175,46 @@ class Issuer:
                                             env={**os.environ, **environment_for(folder)})
 
     def form(self, user=None):
-        """The external form of `user`, or of this process."""
-        if user is not None:
-            asking = user.connect(self.socket_path)
-        else:
-            asking = socket.socket(socket.AF_UNIX)
-            asking.connect(self.socket_path)
-        with asking:
+        """The external form of `user`, or of the caller."""
+        with (user.connect if user else users.connect)(self.socket_path) as asking:
             return asking.recv(64)
 
     def close(self):
         self.process.terminate()
         self.process.wait(PATIENCE)
+
+
+class BenchSuccession:
+    """Daemons of the build, each started for the first client after the one before has ended."""
+
+    def __init__(self, folder):
+        self.socket_path = f"{folder}/helper.socket"
+        self.issuer_socket_path = f"{folder}/authorization.socket"
+        self._server = subprocess.Popen([f"{SOURCES}/tools/serve", PROGRAMS, folder],
+                                        stderr=subprocess.PIPE)
+        self._log = Log(self._server.stderr)
+        wait_until(lambda: os.path.exists(f"{folder}/ready"), "the server is ready")
+
+    def wait_for_ends(self, count):
+        """Waits until `count` daemons have ended."""
+        wait_until(lambda: sum("Terminating privileged helper." in line
+                               for line in self._log.after(0)) >= count,
+                   f"{count} daemons have ended")
+
+    def end(self):
+        self._server.terminate()
+        self._server.wait(PATIENCE)
+        self._log.join()
+        reports = [line for line in self._log.after(0) if SANITIZER_REPORT.search(line)]
+        assert not reports, reports
+
+
+# What the tests use: of the build, or as installed.
+if INSTALLED:
+    from installed import CLIENT, Daemon, Issuer, Succession
+else:
+    CLIENT = f"{PROGRAMS}/privilegerequestor-vnt"
+    Daemon, Issuer, Succession = BenchDaemon, BenchIssuer, BenchSuccession
 
 
 def change_rights(folder, command):
@@ -266,11 +248,25 @@ class FolderTest(unittest.TestCase):
         os.chmod(self.folder, 0o711)
         os.mkdir(f"{self.folder}/root", 0o700)
 
-    def start(self, **options):
+    # Whether what the daemon tells as debug lines is to be seen. It is always, on the bench.
+    DEBUG_LINES = True
+
+    def start(self, program=DAEMON, **options):
         """A daemon that must neither end by itself nor be reported by a sanitizer."""
+        if not INSTALLED:
+            options["program"] = program
+        elif program != DAEMON or options:
+            self.skipTest("bench only: it starts a daemon of its own")
         daemon = Daemon(self.folder, **options)
         self.addCleanup(self._end, daemon)
+        if self.DEBUG_LINES:
+            daemon.show_debug_lines()
         return daemon
+
+    def shown(self, *messages):
+        """`messages`, (priority, text) each, as the daemon's log shows them."""
+        return [logged(*message) for message in messages
+                if not INSTALLED or self.DEBUG_LINES or message[0] < DEBUG]
 
     def _end(self, daemon):
         daemon.end()
@@ -289,7 +285,8 @@ class DaemonTest(FolderTest):
     def setUp(self):
         super().setUp()
         self.prepare()
-        change_rights(self.folder, "register")
+        if not INSTALLED:
+            change_rights(self.folder, "register")
         self.daemon = self.start(program=self.PROGRAM)
         self.issuer = Issuer(self.folder)
         self.addCleanup(self.issuer.close)
@@ -302,7 +299,7 @@ class DaemonTest(FolderTest):
             self.assertIsNone(self.daemon.process.poll(),
                               "the daemon ended:\n" + "\n".join(self.log.after(0)))
 
-    def user(self, uid=65534):
+    def user(self, uid=SOMEBODY):
         user = User(uid)
         self.addCleanup(user.end)
         return user
@@ -310,9 +307,19 @@ class DaemonTest(FolderTest):
     def form(self, user=None):
         return self.issuer.form(user)
 
+    def client_command(self, *arguments):
+        """The client's command line. It is run with `client_options`."""
+        if INSTALLED:
+            return [CLIENT, *arguments]
+        return [CLIENT, "--socket", self.daemon.socket_path,
+                "--authorization-socket", self.issuer.socket_path, *arguments]
+
+    def client_options(self):
+        return {"env": {**os.environ, **environment_for(self.folder), "LC_ALL": "C"}, **as_caller()}
+
     def assertLogged(self, mark, *messages):
         """The daemon has logged exactly `messages`, (priority, text) each, since `mark`."""
-        expected = [logged(*message) for message in messages]
+        expected = self.shown(*messages)
         if expected:
             self.log.wait_for(lambda line: line == expected[-1], mark)
         self.assertEqual(self.log.after(mark), expected)

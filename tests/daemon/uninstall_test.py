@@ -7,46 +7,26 @@ import threading
 from gi.repository import GLib
 
 from bus import DELETE_FILES, PERFORM_UNINSTALL, POSIX, Client
+from launch_control import LAUNCH_CONTROL, LaunchControlTest
 from log_lines import about, completed
 from support import DEBUG, IDENTIFIER, DaemonTest, main, wait_until
 
-LAUNCH_CONTROL = "/bin/launchctl"
 PATH_KEY = "NSFilePath"
-
-# The daemon sees one more program in /usr/bin; nobody else does.
-START = """
-mount -t overlay -o lowerdir="$FOLDER/bin:/usr/bin" none /usr/bin || exit 71
-exec 3<&0 </dev/null
-LISTEN_FDS=1 LISTEN_PID=$$ exec "$0"
-"""
 
 
 def deleting(path):
     return DEBUG, f"Deleting file system object '{path}'."
 
 
-class UninstallTest(DaemonTest):
-    launch_control_mode = 0o755
-    launch_control_status = 0
+class UninstallTest(LaunchControlTest):
+    STATUS = 0
+    SCRIPT = """echo "$*" >>"$folder/calls"
+[ ! -e "$folder/waits" ] || read -r line <"$folder/go-on"
+exit """
 
-    def start(self, **options):
-        os.mkdir(f"{self.folder}/bin", 0o755)
-        os.chmod(f"{self.folder}/bin", 0o755)
+    def prepare(self):
+        self.SCRIPT += str(self.STATUS)
         os.mkfifo(f"{self.folder}/go-on")
-        if self.launch_control_mode is not None:
-            launch_control = f"{self.folder}/bin/launchctl"
-            with open(launch_control, "w", encoding="utf-8") as script:
-                script.write(f"#!/bin/sh\necho \"$*\" >>'{self.folder}/calls'\n"
-                             f"[ ! -e '{self.folder}/waits' ] || read -r line <'{self.folder}/go-on'\n"
-                             f"exit {self.launch_control_status}\n")
-            os.chmod(launch_control, self.launch_control_mode)
-        probe = subprocess.run(["unshare", "-m", "/bin/sh", "-c", START, "true"],
-                               env={**os.environ, "FOLDER": self.folder}, check=False,
-                               stdin=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
-        if probe.returncode != 0:
-            self.skipTest("no launch control can be put in place")
-        os.environ["FOLDER"] = self.folder
-        return super().start(start=("unshare", "-m", "/bin/sh", "-c", START), **options)
 
     def setUp(self):
         super().setUp()
@@ -93,10 +73,6 @@ class UninstallTest(DaemonTest):
         self.assertTrue(os.path.exists(self.program) and os.path.exists(self.job))
         self.assertEqual(self.calls(), [])
         self.assertEqual(self.client.version(), "1.3")
-
-    def rights(self):
-        folder = f"{self.folder}/root/rights"
-        return os.listdir(folder) if os.path.isdir(folder) else []
 
 
 class SuccessfulUninstallTest(UninstallTest):
@@ -146,7 +122,7 @@ class SuccessfulUninstallTest(UninstallTest):
 
 
 class FailingLaunchControlTest(UninstallTest):
-    launch_control_status = 3
+    STATUS = 3
 
     def test_a_launch_control_that_fails_is_logged_and_changes_nothing(self):
         self.assertUninstalls(
@@ -192,14 +168,14 @@ class RefusedUninstallTest(UninstallTest):
 
 
 class UnsafeLaunchControlTest(UninstallTest):
-    launch_control_mode = 0o777
+    MODE = 0o777
 
     def test_a_launch_control_that_others_can_change_is_not_run(self):
         self.assertRefused((POSIX, 13, {PATH_KEY: LAUNCH_CONTROL}))
 
 
 class MissingLaunchControlTest(UninstallTest):
-    launch_control_mode = None
+    MODE = None
 
     def test_without_launch_control_there_is_no_uninstall(self):
         self.assertRefused((POSIX, 13, {PATH_KEY: LAUNCH_CONTROL}))

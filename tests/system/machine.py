@@ -20,11 +20,11 @@ sys.path.insert(0, f"{os.path.dirname(os.path.abspath(__file__))}/../support")
 from terminal import PATIENCE, Terminal  # noqa: E402
 
 PACKAGES = ["systemd", "systemd-sysv", "libpam-systemd", "dbus", "polkitd", "e2fsprogs", "attr",
-            "procps", "libexpat1", "libsodium23"]
+            "procps", "libexpat1", "libsodium23", "python3", "python3-gi", "python3-systemd"]
 
 # The administrator is who polkit asks for a password.
 PREPARATION = """
-useradd -m -s /bin/sh alice
+for user in alice bob carol trusted; do useradd -m -s /bin/sh "$user"; done
 useradd -m -s /bin/sh -G sudo admin
 echo admin:admins-password | chpasswd
 systemctl mask apt-daily.timer apt-daily-upgrade.timer e2scrub_all.timer getty@.service
@@ -142,6 +142,11 @@ class Machine:
             assert result.returncode == 0, \
                 f"{command}: status {result.returncode}\n{result.stdout}{result.stderr}"
         return result
+
+    def show(self, command):
+        """Runs a command of the shell, which writes where this process does; its exit status."""
+        return subprocess.run(self._inside("root", command), stdin=subprocess.DEVNULL, check=False,
+                              start_new_session=True).returncode
 
     def terminal(self, command, user, is_login=True):
         """Runs a command of the shell on a terminal, in a session of the user or outside of any. Of a

@@ -1,12 +1,14 @@
 #!/usr/bin/python3
 """The package on a system of its own, from its installation to its purge:
 
-    system_test.py PACKAGE PROGRAMS
+    system_test.py PACKAGE PROGRAMS [--only daemon [-k NAME]... [--as USER]]
 
-PROGRAMS is the folder of the built test programs. The steps follow one another. Exit status 77: no
-such system can be booted here.
+PROGRAMS is the folder of the built test programs. The steps follow one another. With --only daemon
+nothing is done but the tests of the daemon against the installed service: those whose name has NAME
+in it, of root's client or of an ordinary user's. Exit status 77: no such system can be booted here.
 """
 
+import argparse
 import contextlib
 import json
 import os
@@ -26,16 +28,28 @@ CLIENT = "privilegerequestor-vnt"
 DAEMON = f"/usr/libexec/{LABEL}"
 SOCKETS = f"{LABEL}.socket com.corvane.authorization.socket"
 
+TESTS = f"{os.path.dirname(os.path.abspath(__file__))}/.."
+
+# Who the tests of the daemon are run as: root, and a user whom polkit grants all of the helper's
+# operations. The service, its units and its rights are as shipped; this is the administrator's.
+CALLERS = ["root", "trusted"]
+RULE = """
+polkit.addRule(function(action, subject) {
+  if (subject.user == 'trusted' && action.id.indexOf('com.corvane.vnt.') == 0) return 'yes';
+});
+"""
+
 NOTHING_CHANGED = "Everything is in place already. Nothing was changed.\n"
 NOTHING_LEFT = "Nothing is left of the helper.\n"
 
 
 class Scenario:
 
-    def __init__(self, machine, package, programs):
+    def __init__(self, machine, options):
         self.machine = machine
-        self.package = package
-        self.programs = programs
+        self.package = options.package
+        self.programs = options.programs
+        self.options = options
         self.run = machine.run
 
     def client(self, arguments, user="root", status=0):
@@ -339,6 +353,28 @@ class Scenario:
         self.run("rm /usr/local/bin/hammer")
         assert self.run("systemctl is-system-running", check=False).stdout == "running\n"
 
+    def the_tests_of_the_daemon_pass(self):
+        here = "/usr/local/lib/tests"
+        for folder in ("daemon", "support", "system"):
+            shutil.copytree(f"{TESTS}/{folder}", self.machine.path(f"{here}/{folder}"))
+        for program in os.listdir(f"{self.programs}/daemon"):
+            path = f"{self.programs}/daemon/{program}"
+            if os.path.isfile(path) and os.access(path, os.X_OK):
+                shutil.copy(path, self.machine.path(f"{here}/{program}"))
+        with open(self.machine.path("/etc/polkit-1/rules.d/10-tests.rules"), "w",
+                  encoding="utf-8") as rule:
+            rule.write(RULE)
+        self.machine.wait_until(
+            f"setpriv --reuid=trusted --regid=trusted --init-groups {CLIENT} delete -r /none",
+            "polkit knows the rule")
+        patterns = [part for pattern in self.options.patterns for part in ("-k", pattern)]
+        failed = [caller for caller in self.options.callers if self.machine.show(shlex.join(
+            ["env", "TMPDIR=/var/tmp", "PYTHONDONTWRITEBYTECODE=1", "CORVANE_PROGRAMS=/usr/libexec",
+             f"CORVANE_TEST_PROGRAMS={here}", "CORVANE_SOURCES=", "/usr/bin/python3",
+             f"{here}/system/suite.py", f"{here}/daemon", "--as", caller, *patterns]))]
+        assert not failed, f"tests fail as {', '.join(failed)}"
+        self.run(f"rm -r {here} /etc/polkit-1/rules.d/10-tests.rules")
+
     def an_upgrade_does_not_disturb_a_request_in_progress(self):
         path = self.immutable_file()
         terminal = self.request_that_waits_for_a_password(path)
@@ -416,8 +452,26 @@ STEPS = [step for step in vars(Scenario).values() if callable(step)]
 STEPS = STEPS[STEPS.index(Scenario.the_package_installs_and_nothing_runs):]
 
 
+def arguments():
+    parser = argparse.ArgumentParser()
+    parser.add_argument("package")
+    parser.add_argument("programs")
+    parser.add_argument("--only", choices=["daemon"])
+    parser.add_argument("-k", action="append", default=[], dest="patterns")
+    parser.add_argument("--as", action="append", choices=CALLERS, dest="callers")
+    options = parser.parse_args()
+    if (options.patterns or options.callers) and not options.only:
+        parser.error("-k and --as choose among the tests of the daemon: --only daemon")
+    options.callers = options.callers or CALLERS
+    return options
+
+
 def main():
-    package, programs = sys.argv[1:]
+    options = arguments()
+    steps = STEPS
+    if options.only:
+        steps = [Scenario.the_package_installs_and_nothing_runs,
+                 Scenario.the_tests_of_the_daemon_pass]
     try:
         check_tools()
         machine = Machine()
@@ -430,8 +484,8 @@ def main():
         except CannotBoot as reason:
             print(f"The system test cannot run here: {reason}")
             return 77
-        scenario = Scenario(machine, package, programs)
-        for step in STEPS:
+        scenario = Scenario(machine, options)
+        for step in steps:
             begin = time.monotonic()
             name = step.__name__.replace("_", " ")
             try:
