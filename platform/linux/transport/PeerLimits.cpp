@@ -1,5 +1,7 @@
 #include "platform/linux/transport/PeerLimits.h"
 
+#include <algorithm>
+
 namespace corvane {
 
 PeerLimits::Share::~Share() {
@@ -12,6 +14,12 @@ PeerLimits::Share::~Share() {
   if (_account == 0) return;
   _limits->_total.connections -= _connections;
   _limits->_total.bytes -= _bytes;
+}
+
+bool PeerLimits::hasConnections() {
+  const std::lock_guard lock(_mutex);
+  return std::ranges::any_of(_usage,
+                             [](const auto& entry) { return entry.second.connections > 0; });
 }
 
 bool PeerLimits::mayConnect(uid_t account, const Usage& usage) const {

@@ -41,6 +41,9 @@ class PeerLimits {
   PeerLimits(std::string subordinateUsersPath, std::string usersPath)
       : _accounts(std::move(subordinateUsersPath), std::move(usersPath)) {}
 
+  /// Whether anybody has a connection, root included.
+  bool hasConnections();
+
   /// One connection's part of its account's share; gives it back at the end.
   class Share {
    public:

@@ -1,12 +1,15 @@
 #include "platform/XPCListener.h"
 
+#include <array>
 #include <atomic>
 #include <cerrno>
+#include <cstdlib>
 #include <exception>
 #include <filesystem>
 #include <system_error>
 #include <thread>
 
+#include <fcntl.h>
 #include <poll.h>
 #include <sys/eventfd.h>
 #include <sys/resource.h>
@@ -69,7 +72,8 @@ FileDescriptor socketAtServicePath(const std::string& name) {
   return listening;
 }
 
-// Each connection takes four descriptors.
+constexpr std::size_t descriptorsOfConnection = 4;
+
 void raiseDescriptorLimit() {
   rlimit limit{};
   if (::getrlimit(RLIMIT_NOFILE, &limit) != 0) return;
@@ -79,12 +83,14 @@ void raiseDescriptorLimit() {
 
 // Memory, descriptors or threads may run out at any time.
 template <typename Function>
-void reportingExceptions(Function function) {
+bool reportingExceptions(Function function) {
   try {
     function();
   } catch (const std::exception& exception) {
     NSLog("A connection cannot be served: %s\n", exception.what());
+    return false;
   }
+  return true;
 }
 
 class LinuxListener : public XPCListener {
@@ -142,6 +148,21 @@ class LinuxListener : public XPCListener {
     ::eventfd_write(_wake.get(), 1);
   }
 
+  // Whatever has used up the descriptors, without a connection nothing is in progress that could
+  // give them back; a new process has all of them.
+  void endIfOutOfDescriptors() {
+    if (_limits->hasConnections()) return;
+    std::array<FileDescriptor, descriptorsOfConnection> tried;
+    for (FileDescriptor& descriptor : tried) {
+      descriptor.reset(::fcntl(_wake.get(), F_DUPFD_CLOEXEC, 0));
+      if (!descriptor && errno == EMFILE) {
+        NSLog(
+            "The helper ends: nobody is connected, and no descriptor is left to serve anybody.\n");
+        std::_Exit(1);
+      }
+    }
+  }
+
   void acceptFrom(int listening) {
     auto accepting = _arrivals->accepting();
     FileDescriptor socket(::accept4(listening, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
@@ -151,6 +172,7 @@ class LinuxListener : public XPCListener {
         accepting.unlock();
         pollfd wake{_wake.get(), POLLIN, 0};
         ::poll(&wake, 1, 100);
+        endIfOutOfDescriptors();
       }
       return;
     }
@@ -160,7 +182,7 @@ class LinuxListener : public XPCListener {
   // Serves the connection on a thread of its own if it is within the limits and the delegate
   // takes it. What goes wrong with one connection ends that one alone.
   void offer(FileDescriptor socket, const std::optional<Peer>& peer, bool isArriving) {
-    reportingExceptions([&] {
+    const bool isServed = reportingExceptions([&] {
       auto connection = std::make_unique<ServedConnection>(std::move(socket), peer, _limits,
                                                            _arrivals, _registrations);
       if (!connection->isWithinLimits() || _delegate == nullptr ||
@@ -169,10 +191,13 @@ class LinuxListener : public XPCListener {
         return;
       }
       if (isArriving) connection->setArriving();
-      std::thread([served = std::move(connection)] {
-        reportingExceptions([&] { served->serve(); });
+      std::thread([this, served = std::move(connection)]() mutable {
+        const bool isDone = reportingExceptions([&] { served->serve(); });
+        served.reset();
+        if (!isDone) endIfOutOfDescriptors();
       }).detach();
     });
+    if (!isServed) endIfOutOfDescriptors();
   }
 
   std::string _name;
