@@ -2,13 +2,19 @@
 it has."""
 
 import contextlib
+import itertools
+import os
+import resource
+import select
 import socket
 import struct
 
-from bus import HANDSHAKE, HELPER_INTERFACE, HELPER_PATH, message, request_body
+from bus import (DELETE_FILEOBJECTS, HANDSHAKE, HELPER_INTERFACE, HELPER_PATH, POSIX, Client,
+                 RawPeer, message, request_body)
+from common import bench_only
 from hostile_peers_test import HostilePeersTest
 from silent_files import SilentFiles
-from support import main, wait_until
+from support import DaemonTest, main, wait_until
 
 CALL, REPLY, ERROR, SIGNAL = 1, 2, 3, 4
 PATH, INTERFACE, MEMBER, ERROR_NAME, REPLY_SERIAL, DESTINATION, SENDER, SIGNATURE, UNIX_FDS = \
@@ -290,6 +296,19 @@ class SilentFilesTest(HostilePeersTest):
             self.assertEqual(peer.receive().get_body().unpack()[0][0][1], 22)
         self.assertCanEnd()
 
+    def test_from_who_serves_feedback(self):
+        answers = b"DATA\r\nOK " + b"0" * 32 + b"\r\nAGREE_UNIX_FD\r\n"
+        for begins_with_it in (True, False):
+            ours, theirs = socket.socketpair()
+            with ours, theirs:
+                if not begins_with_it:
+                    ours.sendall(answers)
+                self.files.send(ours, answers)
+                error = self.innocent[0].perform(DELETE_FILEOBJECTS, self.form(),
+                                                 ["0", "0", f"{self.folder}/none"], theirs)
+            self.assertEqual(error[0], POSIX)
+        self.assertCanEnd()
+
     def test_nobody_takes_more_than_some(self):
         """Who has sent some may send none any more, and others still may."""
         ours, theirs = socket.socketpair()
@@ -327,6 +346,47 @@ class SilentFilesTest(HostilePeersTest):
                 return False
 
             wait_until(is_served, "the children that waited have ended")
+
+
+@bench_only("it starts daemons of its own and takes their descriptors away")
+class NoDescriptorsTest(DaemonTest):
+    """The daemon has no descriptors left."""
+
+    def leave(self, count):
+        """Lets it have so many more than it has."""
+        limits = resource.prlimit(self.daemon.process.pid, resource.RLIMIT_NOFILE)
+        taken = {int(name) for name in os.listdir(f"/proc/{self.daemon.process.pid}/fd")}
+        free = (number for number in itertools.count() if number not in taken)
+        end = next(itertools.islice(free, count, None))
+        resource.prlimit(self.daemon.process.pid, resource.RLIMIT_NOFILE, (end, limits[1]))
+        return lambda: resource.prlimit(self.daemon.process.pid, resource.RLIMIT_NOFILE, limits)
+
+    def test_with_nobody_connected_it_ends_and_says_so(self):
+        for count in (0, 1, 2, 3):
+            with self.subTest(count=count):
+                daemon = self.daemon = self.start()
+                wait_until(lambda: daemon.holdings()[1] == 1, "it runs")
+                RawPeer(daemon.connect()).handshake().close()
+                wait_until(lambda: daemon.holdings()[1] == 1, "nobody is connected")
+                self.leave(count)
+                with daemon.connect():
+                    self.assertEqual(daemon.wait(), 1)
+                self.assertIn("no descriptor is left", "\n".join(daemon.log.after(0)))
+        self.expects_end = True
+
+    def test_with_somebody_connected_it_goes_on(self):
+        client = Client(self.daemon.connect())
+        self.assertEqual(client.version(), "1.3")
+        give_back = self.leave(0)
+        late = RawPeer(self.daemon.connect())
+        self.addCleanup(late.close)
+        late.send(HANDSHAKE + message("GetVersionString"))
+        for _ in range(3):
+            self.assertFalse(select.select([late.socket], [], [], 0.2)[0])
+            self.assertEqual(client.version(), "1.3")
+        give_back()
+        self.assertTrue(late.socket.recv(1))
+        self.assertEqual(client.version(), "1.3")
 
 
 if __name__ == "__main__":

@@ -50,15 +50,18 @@ void serveFeedback(FileDescriptor socket, ZELPrivilegedOperationFeedbackProtocol
   const int descriptor = socket.get();
   // The helper connects when the request has been authorized: a dialog may be in between.
   if (!waitFor(descriptor, POLLIN, Clock::time_point::max())) return;
-  const Bus bus = makePeerBus(std::move(socket), BusRole::Server);
+  ByteInput input(descriptor);
+  const Bus bus = makePeerBus(std::move(socket), BusRole::Server, input.takeReadingEnd());
   if (bus == nullptr || sd_bus_add_object_vtable(bus.get(), nullptr, feedbackObjectPath,
                                                  feedbackInterface, members, &receiver) < 0) {
     return;
   }
-  int result = completeHandshake(bus.get(), Clock::now() + handshakeTimeout);
+  int result = completeHandshake(bus.get(), input, Clock::now() + handshakeTimeout);
   while (result >= 0) {
     result = sd_bus_process(bus.get(), nullptr);
-    if (result == 0 && !waitFor(descriptor, POLLIN, Clock::time_point::max())) return;
+    if (result != 0) continue;
+    if (!waitFor(descriptor, POLLIN, Clock::time_point::max())) return;
+    result = input.pump();
   }
 }
 

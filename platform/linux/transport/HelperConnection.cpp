@@ -15,6 +15,7 @@
 #include "platform/linux/transport/BusValue.h"
 #include "platform/linux/transport/Endpoint.h"
 #include "platform/linux/transport/HelperMessages.h"
+#include "platform/linux/transport/LocalSocket.h"
 #include "platform/linux/transport/PeerBus.h"
 #include "platform/linux/transport/PeerLimits.h"
 
@@ -35,12 +36,6 @@ CommunicationFailure failure(int hostErrno, Kind otherwise, const std::string& w
 bool isRefusal(int hostErrno) {
   return hostErrno == ENOENT || hostErrno == ENOTDIR || hostErrno == ENAMETOOLONG ||
          hostErrno == ECONNREFUSED || hostErrno == EACCES;
-}
-
-// How a call fails whose answer the helper did not live to give. The library makes it look like an
-// error that was answered.
-bool isLoss(int result) {
-  return result == -ECONNRESET || result == -ENOTCONN || result == -EPIPE || result == -ESHUTDOWN;
 }
 
 // A socket connected to `path`; a listener whose queue is full is asked again until `deadline`.
@@ -67,7 +62,8 @@ FileDescriptor connectedSocket(const std::string& path, Clock::time_point deadli
 
 class LinuxHelperConnection : public HelperConnection {
  public:
-  explicit LinuxHelperConnection(Bus bus) : _bus(std::move(bus)) {}
+  LinuxHelperConnection(Bus bus, ByteInput input)
+      : _input(std::move(input)), _bus(std::move(bus)) {}
 
   Answer<std::string> getVersionString(Timeout timeout) override {
     auto reply = call(versionMember, timeout, [](sd_bus_message*) { return 0; });
@@ -150,29 +146,44 @@ class LinuxHelperConnection : public HelperConnection {
     if (result < 0) {
       return failure(-result, Kind::BadMessage, "The request could not be put into a message");
     }
-    // To the library none at all is a time of its own choice.
-    const std::uint64_t microseconds =
-        timeout ? static_cast<std::uint64_t>(
-                      std::max(std::chrono::microseconds(*timeout), std::chrono::microseconds(1))
-                          .count())
-                : UINT64_MAX;
-    sd_bus_message* answer = nullptr;
-    sd_bus_error error = SD_BUS_ERROR_NULL;
-    result = sd_bus_call(_bus.get(), raw, microseconds, &error, &answer);
-    BusMessage reply(answer);
-    if (result >= 0) return reply;
-    const bool isAnswered =
-        sd_bus_error_is_set(&error) != 0 && !isLoss(result) && result != -ETIMEDOUT;
-    const Kind refusal = sd_bus_error_has_name(&error, SD_BUS_ERROR_LIMITS_EXCEEDED) != 0
+    std::uint64_t cookie = 0;
+    result = sd_bus_send(_bus.get(), raw, &cookie);
+    BusMessage reply;
+    if (result >= 0) {
+      result =
+          receiveReply(cookie, timeout ? Clock::now() + *timeout : Clock::time_point::max(), reply);
+    }
+    if (result < 0) return failure(-result, Kind::Lost, "The helper did not answer");
+    const sd_bus_error* error = sd_bus_message_get_error(reply.get());
+    if (error == nullptr) return reply;
+    const Kind refusal = sd_bus_error_has_name(error, SD_BUS_ERROR_LIMITS_EXCEEDED) != 0
                              ? Kind::TooLarge
                              : Kind::BadMessage;
-    CommunicationFailure failed =
-        isAnswered ? CommunicationFailure{refusal, std::string("The helper refused the request: ") +
-                                                       (error.message != nullptr ? error.message
-                                                                                 : error.name)}
-                   : failure(-result, Kind::Lost, "The helper did not answer");
-    sd_bus_error_free(&error);
-    return failed;
+    return CommunicationFailure{refusal,
+                                std::string("The helper refused the request: ") +
+                                    (error->message != nullptr ? error->message : error->name)};
+  }
+
+  // Waits for the answer to the message called `cookie`. The helper sends nothing else.
+  int receiveReply(std::uint64_t cookie, Clock::time_point deadline, BusMessage& reply) {
+    for (;;) {
+      sd_bus_message* raw = nullptr;
+      const int progress = sd_bus_process(_bus.get(), &raw);
+      BusMessage message(raw);
+      if (progress < 0) return progress;
+      std::uint64_t answered = 0;
+      if (message != nullptr && sd_bus_message_get_reply_cookie(raw, &answered) >= 0 &&
+          answered == cookie) {
+        reply = std::move(message);
+        return 0;
+      }
+      if (progress > 0) continue;
+      const int events = sd_bus_get_events(_bus.get());
+      if (events < 0) return events;
+      if (!waitFor(_input.socket(), static_cast<short>(events), deadline)) return -ETIMEDOUT;
+      const int pumped = _input.pump();
+      if (pumped < 0) return pumped;
+    }
   }
 
   template <typename T>
@@ -185,6 +196,7 @@ class LinuxHelperConnection : public HelperConnection {
     return std::monostate();
   }
 
+  ByteInput _input;
   Bus _bus;
 };
 
@@ -198,12 +210,13 @@ HelperConnection::Answer<std::unique_ptr<HelperConnection>> HelperConnection::co
     const Kind kind = isRefusal(errno) ? Kind::Refused : Kind::Lost;
     return failure(errno, kind, "No helper could be reached at " + path);
   }
-  Bus bus = makePeerBus(std::move(socket), BusRole::Client);
-  const int result = bus == nullptr ? -errno : completeHandshake(bus.get(), deadline);
+  ByteInput input(socket.get());
+  Bus bus = makePeerBus(std::move(socket), BusRole::Client, input.takeReadingEnd());
+  const int result = bus == nullptr ? -errno : completeHandshake(bus.get(), input, deadline);
   if (result < 0) {
     return failure(-result, Kind::Lost, "The helper at " + path + " did not take the connection");
   }
-  return std::make_unique<LinuxHelperConnection>(std::move(bus));
+  return std::make_unique<LinuxHelperConnection>(std::move(bus), std::move(input));
 }
 
 }  // namespace corvane

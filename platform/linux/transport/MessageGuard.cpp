@@ -145,8 +145,7 @@ MessageGuard::Result MessageGuard::takeDescriptors() {
 
 bool MessageGuard::acceptHeader() {
   const auto sizes = messageSizes(std::span(_buffer).first<fixedHeaderSize>());
-  if (!sizes || sizes->body > maximumMessageSize || sizes->fields > maximumMessageSize)
-    return false;
+  if (!sizes) return false;
   _bodyLeft = sizes->rest();
   return fixedHeaderSize + _bodyLeft <= maximumMessageSize &&
          _share->takeMessage(fixedHeaderSize + _bodyLeft);

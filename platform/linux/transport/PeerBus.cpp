@@ -21,17 +21,21 @@ constexpr int sendBufferSize(BusRole role) {
 
 }  // namespace
 
-Bus makePeerBus(FileDescriptor socket, BusRole role, FileDescriptor separateInput) {
+Bus makePeerBus(FileDescriptor socket, BusRole role, FileDescriptor input) {
+  if (!input) {
+    errno = EMFILE;
+    return nullptr;
+  }
   sd_bus* raw = nullptr;
   int result = sd_bus_new(&raw);
   Bus bus(raw);
   if (result >= 0) {
-    result = sd_bus_set_fd(raw, separateInput ? separateInput.get() : socket.get(), socket.get());
+    result = sd_bus_set_fd(raw, input.get(), socket.get());
   }
   const int output = socket.get();
   if (result >= 0) {
     socket.release();
-    separateInput.release();
+    input.release();
     if (role == BusRole::Server) {
       sd_id128_t id;
       result = sd_id128_randomize(&id);
@@ -56,7 +60,7 @@ Bus makePeerBus(FileDescriptor socket, BusRole role, FileDescriptor separateInpu
   return bus;
 }
 
-int completeHandshake(sd_bus* bus, Clock::time_point deadline) {
+int completeHandshake(sd_bus* bus, const ByteInput& input, Clock::time_point deadline) {
   for (;;) {
     const int ready = sd_bus_is_ready(bus);
     if (ready != 0) return ready < 0 ? ready : 0;
@@ -65,7 +69,9 @@ int completeHandshake(sd_bus* bus, Clock::time_point deadline) {
     if (progress > 0) continue;
     const int events = sd_bus_get_events(bus);
     if (events < 0) return events;
-    if (!waitFor(sd_bus_get_fd(bus), static_cast<short>(events), deadline)) return -ETIMEDOUT;
+    if (!waitFor(input.socket(), static_cast<short>(events), deadline)) return -ETIMEDOUT;
+    const int pumped = input.pump();
+    if (pumped < 0) return pumped;
   }
 }
 

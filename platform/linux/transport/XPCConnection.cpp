@@ -63,9 +63,12 @@ class FeedbackSender : public XPCConnection, public ZELPrivilegedOperationFeedba
       fail(_transport == nullptr ? EINVAL : errno);
       return;
     }
-    _bus = makePeerBus(std::move(_transport->socket), BusRole::Client);
+    // After the handshake nothing is read: feedback is not answered.
+    _input.emplace(_transport->socket.get());
+    _bus = makePeerBus(std::move(_transport->socket), BusRole::Client, _input->takeReadingEnd());
     const int result =
-        _bus == nullptr ? -errno : completeHandshake(_bus.get(), Clock::now() + handshakeTimeout);
+        _bus == nullptr ? -errno
+                        : completeHandshake(_bus.get(), *_input, Clock::now() + handshakeTimeout);
     if (result < 0) fail(-result);
   }
 
@@ -128,7 +131,7 @@ class FeedbackSender : public XPCConnection, public ZELPrivilegedOperationFeedba
       if (queued <= remaining) return;
       // The wait ends when most of what the kernel keeps has been taken. A receiver that has not
       // got as far, but has taken something, is slow and not stuck.
-      const int socket = sd_bus_get_fd(_bus.get());
+      const int socket = _input->socket();
       const int untaken = untakenBytes(socket);
       if (!waitFor(socket, POLLOUT, Clock::now() + stallTimeout)) {
         if (untakenBytes(socket) < untaken) continue;
@@ -143,13 +146,14 @@ class FeedbackSender : public XPCConnection, public ZELPrivilegedOperationFeedba
     _failure = posixErrorFromHost(hostErrno);
     if (_bus == nullptr) return;
     // The request that brought the socket still holds it, but the receiver is to see the end now.
-    ::shutdown(sd_bus_get_fd(_bus.get()), SHUT_RDWR);
+    ::shutdown(_input->socket(), SHUT_RDWR);
     _bus.reset();
   }
 
   std::mutex _mutex;
   std::unique_ptr<XPCListenerEndpoint::Transport> _transport;
   std::string _interface;
+  std::optional<ByteInput> _input;
   Bus _bus;
   /// Why nothing can be sent any more.
   std::optional<Error> _failure;

@@ -1,0 +1,33 @@
+#include "platform/linux/transport/ByteInput.h"
+
+#include <array>
+#include <cerrno>
+
+#include <sys/socket.h>
+
+namespace corvane {
+
+ByteInput::ByteInput(int socket) : _socket(socket) {
+  std::array<int, 2> ends{-1, -1};
+  ::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0, ends.data());
+  _forward.reset(ends[0]);
+  _readingEnd.reset(ends[1]);
+}
+
+int ByteInput::pump() const {
+  std::array<std::byte, 16384> buffer;
+  iovec portion{buffer.data(), buffer.size()};
+  msghdr message{};
+  message.msg_iov = &portion;
+  message.msg_iovlen = 1;
+  // Without room for descriptors: the kernel drops them, and says so.
+  const ssize_t received = ::recvmsg(_socket, &message, MSG_DONTWAIT);
+  if (received < 0) return errno == EAGAIN || errno == EINTR ? 0 : -errno;
+  if ((message.msg_flags & MSG_CTRUNC) != 0) return -EPROTO;
+  if (received == 0) return -ECONNRESET;
+  const ssize_t sent = ::send(_forward.get(), buffer.data(), static_cast<std::size_t>(received),
+                              MSG_DONTWAIT | MSG_NOSIGNAL);
+  return sent == received ? 0 : -ECONNRESET;
+}
+
+}  // namespace corvane
