@@ -10,6 +10,7 @@ namespace corvane {
 struct ConnectedProcess {
   std::int32_t pid;
   std::string name;
+  std::string user;  ///< the name of whose process it is, or a number that has none
 };
 
 /// The processes other than the calling one that hold a connection to whoever listens at the

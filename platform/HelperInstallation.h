@@ -1,6 +1,9 @@
 #ifndef CORVANE_PLATFORM_HELPERINSTALLATION_H
 #define CORVANE_PLATFORM_HELPERINSTALLATION_H
 
+#include <chrono>
+#include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -14,9 +17,8 @@ namespace corvane {
 /// in its place, and services that wait for clients. The rights of its operations are not part of
 /// it.
 ///
-/// Changing anything takes root. One object is used by one thread; of several processes that
-/// change something one at a time does. Errors tell in their description which object they are
-/// about.
+/// Changing anything takes root, and the lock. One object is used by one thread. Errors tell in
+/// their description which object they are about.
 class HelperInstallation {
  public:
   struct Part {
@@ -39,11 +41,21 @@ class HelperInstallation {
   /// Undoes what `putInPlace` did unless it was kept.
   virtual ~HelperInstallation() = default;
 
+  /// The package of the system's that the helper came with, which then is who puts its files in
+  /// place and removes them; nothing for one that a client installed, or that is not there.
+  virtual std::optional<std::string> package() const = 0;
+
+  /// Keeps other processes from changing the installation while this object is there. Waits for who
+  /// is changing it, as long as `patience`, after telling `onWait` which process that is, or 0.
+  virtual std::optional<Error> lock(std::chrono::milliseconds patience,
+                                    const std::function<void(std::int32_t)>& onWait) = 0;
+
   /// Everything that belongs to an installation, and how it is there.
   virtual std::vector<Part> parts() const = 0;
 
   /// Makes every part current. A program that runs is replaced for those who start it from now on,
   /// and is not disturbed. After an error the system is as it was before, once this object is gone.
+  /// The files of a package are left to it: one that is not current is an error.
   virtual std::optional<Error> putInPlace() = 0;
   /// Makes what `putInPlace` did permanent.
   virtual void keep() = 0;

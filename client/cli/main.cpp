@@ -166,8 +166,10 @@ int runCommandLine(int argc, char** argv) {
   command("operations", "List what the helper can do", [&] { return listOperations(context); });
   command("install", "Put the helper, its services and its rights in place",
           [&] { return install(context); });
-  command("uninstall", "Have the helper remove itself, with all that belongs to it",
-          [&] { return uninstall(context); });
+  bool isForced = false;
+  command("uninstall", "Have the helper remove itself, with all that belongs to it", [&] {
+    return uninstall(context, isForced);
+  })->add_flag("--force", isForced, "Remove it without its help if it refuses or does not answer");
   command("doctor", "Look for what stands in the way", [&] { return examine(context); });
 
   showBrackets(app);

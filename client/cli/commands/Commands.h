@@ -36,7 +36,8 @@ int getPreference(const Context& context, const PreferenceDomain& domain, const 
 int listOperations(const Context& context);
 int examine(const Context& context);
 int install(const Context& context);
-int uninstall(const Context& context);
+/// A forced one goes on without the helper where that refuses or does not answer.
+int uninstall(const Context& context, bool isForced);
 
 }  // namespace corvane::cli
 

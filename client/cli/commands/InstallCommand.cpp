@@ -41,6 +41,10 @@ std::optional<Error> registerAllRights(const Rights& before) {
 int install(const Context& context) {
   if (const auto status = requireRoot(context, Action::Install, "install")) return *status;
   const auto installation = ownInstallation();
+  if (const auto error = lockInstallation(*installation)) {
+    return report(context, Action::Install, "", {std::nullopt, error});
+  }
+  const SignalsHeldBack heldBack;
   const Rights rights = examineRights();
   const auto changes = changesThatInstallMakes(installation->parts(), rights);
   if (changes.empty()) {
@@ -48,7 +52,6 @@ int install(const Context& context) {
     return ExitDone;
   }
 
-  const SignalsHeldBack heldBack;
   auto error = installation->putInPlace();
   if (!error) error = registerAllRights(rights);
   if (error) return report(context, Action::Install, "", {std::nullopt, error});

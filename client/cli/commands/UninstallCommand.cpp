@@ -1,7 +1,10 @@
 #include <algorithm>
 #include <cstdio>
 
+#include <unistd.h>
+
 #include "client/cli/commands/Commands.h"
+#include "client/cli/output/Advice.h"
 #include "client/cli/setup/EndingSignals.h"
 #include "client/cli/setup/Installation.h"
 #include "client/cli/setup/Rights.h"
@@ -24,18 +27,21 @@ Names whatIsThere(const HelperInstallation& installation) {
   return names;
 }
 
+constexpr const char* forceAdvice =
+    "'uninstall --force' ends the helper, whoever works with it, and removes it without its help.";
+
 Error explained(const Error& error, const std::string& description, const std::string& advice) {
   return Error(error.domain(), error.code(),
                {{std::string(NSLocalizedDescriptionKey), description},
-                {std::string(NSLocalizedRecoverySuggestionErrorKey), advice}});
+                {std::string(NSLocalizedRecoverySuggestionErrorKey), advice + " " + forceAdvice}});
 }
 
 // Whose clients they are the helper does not say.
 std::string otherClients(const std::string& socketPath) {
   std::string clients;
   for (const ConnectedProcess& process : processesConnectedTo(socketPath)) {
-    clients += (clients.empty() ? "'" : ", '") + process.name + "' with process id " +
-               std::to_string(process.pid);
+    clients += (clients.empty() ? "'" : ", '") + process.name + "' of user " + process.user +
+               " with process id " + std::to_string(process.pid);
   }
   return clients.empty() ? "one that is not connected to it at the moment" : clients;
 }
@@ -50,27 +56,43 @@ Error explained(const Error& error, const PrivilegedHelperClient& client) {
   }
   const Value* path = error.userInfo().find(NSFilePathErrorKey);
   if (isPOSIXError(error, POSIXErrorCode::Access) && path != nullptr && path->string() != nullptr) {
-    return explained(error, *path->string() + " is not safe to run: others than root can change it",
-                     "Run 'install' to repair it, and try again. Nothing was removed.");
+    const bool isThere = ::access(path->string()->c_str(), F_OK) == 0;
+    return explained(
+        error,
+        *path->string() +
+            (isThere ? " is not safe to run: others than root can change it" : " is missing"),
+        "Run 'install' to repair it, and try again. Nothing was removed.");
   }
   if (isPOSIXError(error, POSIXErrorCode::InputOutput)) {
     return explained(error, "a file of the helper is protected by a flag of the system",
                      "Take the flag off and try again.");
   }
-  return error;
+  return explained(error, descriptionOf(error), suggestionFor(error, true));
 }
 
+using Outcome = PrivilegedHelperClient::Outcome;
+
 // Has the helper remove itself. One that cannot be reached has no clients and is removed from here.
-std::optional<PrivilegedHelperClient::Outcome> haveHelperRemoveItself(
-    const Context& context, const HelperInstallation& installation) {
+std::optional<Outcome> haveHelperRemoveItself(const Context& context,
+                                              const HelperInstallation& installation) {
   PrivilegedHelperClient client(context.client);
-  if (const auto failure = client.connect()) {
+  if (auto failure = client.connect()) {
     if (failure->kind == CommunicationFailure::Kind::Refused) return std::nullopt;
-    return PrivilegedHelperClient::Outcome{failure, std::nullopt};
+    failure->description += std::string(". ") + forceAdvice;
+    return Outcome{failure, std::nullopt};
   }
   auto outcome = client.performUninstall(installation.programPath(), installation.jobPath());
+  if (outcome.failure) outcome.failure->description += std::string(". ") + forceAdvice;
   if (outcome.error) outcome.error = explained(*outcome.error, client);
   return outcome;
+}
+
+// The package's files are its own to remove.
+Error leftToPackage(const std::string& package) {
+  return Error(NSPOSIXErrorDomain, static_cast<std::int64_t>(POSIXErrorCode::NotSupported),
+               {{std::string(NSLocalizedDescriptionKey), "it belongs to the package " + package},
+                {std::string(NSLocalizedRecoverySuggestionErrorKey),
+                 "Remove the package: apt remove " + package}});
 }
 
 int tellWhatIsLeft(const Context& context, const Names& before, const Names& after) {
@@ -88,21 +110,30 @@ int tellWhatIsLeft(const Context& context, const Names& before, const Names& aft
 
 }  // namespace
 
-int uninstall(const Context& context) {
+int uninstall(const Context& context, bool isForced) {
   if (const auto status = requireRoot(context, Action::Uninstall, "uninstall")) return *status;
   const auto installation = ownInstallation();
+  const auto tell = [&context](const Error& error) {
+    return report(context, Action::Uninstall, "", {std::nullopt, error});
+  };
+  if (const auto package = installation->package()) return tell(leftToPackage(*package));
+  if (const auto error = lockInstallation(*installation)) return tell(*error);
+  const SignalsHeldBack heldBack;
   const Names before = whatIsThere(*installation);
   if (before.empty()) {
     tellChanges(context, {}, "The helper is not installed. Nothing was changed.");
     return ExitDone;
   }
 
-  const SignalsHeldBack heldBack;
   const auto outcome = haveHelperRemoveItself(context, *installation);
-  if (outcome && !outcome->isSuccess()) return report(context, Action::Uninstall, "", *outcome);
+  const bool isRemovedByItself = outcome && outcome->isSuccess();
+  if (outcome && !isRemovedByItself && !isForced) {
+    return report(context, Action::Uninstall, "", *outcome);
+  }
   if (!context.isJSON && !context.isQuiet) {
-    std::puts(outcome ? "The helper ended the connection: it has removed itself."
-                      : "The helper cannot be reached. It is removed without its help.");
+    std::puts(isRemovedByItself ? "The helper ended the connection: it has removed itself."
+              : outcome ? "The helper does not remove itself. It is removed without its help."
+                        : "The helper cannot be reached. It is removed without its help.");
   }
   installation->remove();
   removeRights();

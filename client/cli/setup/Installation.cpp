@@ -1,5 +1,7 @@
 #include "client/cli/setup/Installation.h"
 
+#include <chrono>
+#include <cstdint>
 #include <cstdio>
 
 #include <unistd.h>
@@ -14,6 +16,15 @@ std::unique_ptr<HelperInstallation> ownInstallation() {
   return HelperInstallation::ofHelper(
       ZELPrivilegedOperationSetVNT::privilegedOperationSet().serviceIdentifierForHelper(),
       HelperInstallation::ownPayload());
+}
+
+std::optional<Error> lockInstallation(HelperInstallation& installation) {
+  constexpr std::chrono::seconds patience(60);
+  return installation.lock(patience, [](std::int32_t holder) {
+    const std::string who = holder > 0 ? "process " + std::to_string(holder) : "another process";
+    std::fprintf(stderr, "Waiting for %s, which is installing or removing the helper.\n",
+                 who.c_str());
+  });
 }
 
 void tellChanges(const Context& context, const std::vector<Change>& changes,

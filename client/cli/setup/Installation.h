@@ -15,6 +15,9 @@ namespace corvane::cli {
 /// The installation of the helper that came with this program.
 std::unique_ptr<HelperInstallation> ownInstallation();
 
+/// Keeps others from changing the installation while it is there; tells whom it waits for.
+std::optional<Error> lockInstallation(HelperInstallation& installation);
+
 /// One line, and one element of a JSON result: what became of one object.
 struct Change {
   std::string name;

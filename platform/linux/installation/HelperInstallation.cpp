@@ -3,18 +3,19 @@
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
+#include <set>
 #include <string_view>
 #include <utility>
 
-#include <fcntl.h>
-#include <sys/file.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
-#include "foundation/FileDescriptor.h"
 #include "foundation/POSIXError.h"
 #include "foundation/Path.h"
 #include "foundation/Value.h"
+#include "platform/linux/installation/DebianPackage.h"
 #include "platform/linux/installation/FileReplacement.h"
+#include "platform/linux/installation/InstallationLock.h"
 #include "platform/linux/installation/Systemctl.h"
 
 namespace corvane {
@@ -67,10 +68,12 @@ bool isOurs(const std::string& place) {
   return contents && contents->find(launchControlMark) != std::string::npos;
 }
 
-Error errorAbout(POSIXErrorCode code, const std::string& path, const std::string& description) {
+Error errorAbout(POSIXErrorCode code, const std::string& path, const std::string& description,
+                 const std::string& advice) {
   return Error(NSPOSIXErrorDomain, static_cast<std::int64_t>(code),
                {{std::string(NSFilePathErrorKey), path},
-                {std::string(NSLocalizedDescriptionKey), path + " " + description}});
+                {std::string(NSLocalizedDescriptionKey), path + " " + description},
+                {std::string(NSLocalizedRecoverySuggestionErrorKey), advice}});
 }
 
 class LinuxInstallation : public HelperInstallation {
@@ -79,6 +82,7 @@ class LinuxInstallation : public HelperInstallation {
       : _label(std::move(label)),
         _root(std::move(root)),
         _systemctl(_root),
+        _lock(inRoot("/run/com.corvane.installation")),
         _journal(inRoot("/usr/lib/.com.corvane.installation")),
         _replacement(_journal) {
     const auto add = [&](const std::string& name, const char* folder, mode_t permissions) {
@@ -96,9 +100,22 @@ class LinuxInstallation : public HelperInstallation {
 
   ~LinuxInstallation() override { undo(); }
 
+  std::optional<std::string> package() const override {
+    return packageOf(programFolder + _label, _root);
+  }
+
+  std::optional<Error> lock(std::chrono::milliseconds patience,
+                            const std::function<void(std::int32_t)>& onWait) override {
+    return _lock.take(patience, onWait);
+  }
+
   std::vector<Part> parts() const override {
+    const auto owner = package();
+    const auto changed = owner ? changedFilesOf(*owner, _root) : Paths();
     std::vector<Part> parts;
-    for (const InstalledFile& file : _files) parts.push_back({file.place, stateOf(file)});
+    for (const InstalledFile& file : _files) {
+      parts.push_back({file.place, stateOf(file, owner ? &changed : nullptr)});
+    }
     for (const std::string& socket : _sockets) parts.push_back({socket, stateOfSocket(socket)});
     return parts;
   }
@@ -130,16 +147,34 @@ class LinuxInstallation : public HelperInstallation {
     return places;
   }
 
-  State stateOf(const InstalledFile& file) const {
+  using Paths = std::set<std::string>;
+
+  // What a file has to be is what the client came with or, of a package's, what that came with,
+  // which all but `changedInPackage` are.
+  bool isContentCurrent(const InstalledFile& file, const Paths* changedInPackage) const {
+    if (changedInPackage == nullptr) return contentsOf(file.place) == contentsOf(file.source);
+    std::error_code ignored;
+    const auto folder = fs::weakly_canonical(deletingLastPathComponent(file.place), ignored);
+    return !changedInPackage->contains((folder / lastPathComponent(file.place)).string());
+  }
+
+  bool isAsPut(const InstalledFile& file, const Paths* changedInPackage) const {
     struct stat status {};
-    if (::lstat(file.place.c_str(), &status) != 0) return State::Missing;
-    const bool isAsPut = S_ISREG(status.st_mode) && status.st_uid == 0 && status.st_gid == 0 &&
-                         (status.st_mode & ALLPERMS) == file.permissions;
-    const bool isCurrent = isAsPut && !_replacement.isOtherUnfinished() &&
-                           contentsOf(file.place) == contentsOf(file.source) &&
-                           (file.permissions != unitPermissions ||
-                            !_systemctl.isReloadNeeded(lastPathComponent(file.place)));
-    return isCurrent ? State::Current : State::Different;
+    return ::lstat(file.place.c_str(), &status) == 0 && S_ISREG(status.st_mode) &&
+           status.st_uid == 0 && status.st_gid == 0 &&
+           (status.st_mode & ALLPERMS) == file.permissions && !_replacement.isOtherUnfinished() &&
+           isContentCurrent(file, changedInPackage);
+  }
+
+  bool isReloadNeeded(const InstalledFile& file) const {
+    return file.permissions == unitPermissions &&
+           _systemctl.isReloadNeeded(lastPathComponent(file.place));
+  }
+
+  State stateOf(const InstalledFile& file, const Paths* changedInPackage) const {
+    if (!exists(file.place)) return State::Missing;
+    return isAsPut(file, changedInPackage) && !isReloadNeeded(file) ? State::Current
+                                                                    : State::Different;
   }
 
   State stateOfSocket(const std::string& socket) const {
@@ -149,8 +184,9 @@ class LinuxInstallation : public HelperInstallation {
     return isReady ? State::Current : isEnabled ? State::Different : State::Missing;
   }
 
-  std::optional<Error> lock();
+  std::optional<Error> checkPlaces(const std::string& package) const;
   std::optional<Error> checkSources() const;
+  std::optional<Error> replaceFiles();
   std::optional<Error> makeReady(const std::string& socket);
   void endIssuer() const;
   std::vector<std::string> runtimeFolders() const;
@@ -163,7 +199,8 @@ class LinuxInstallation : public HelperInstallation {
   std::vector<InstalledFile> _files;
   std::vector<std::string> _sockets;
 
-  FileDescriptor _lock;
+  // Given back after everything is undone.
+  InstallationLock _lock;
   std::string _journal;
   FileReplacement _replacement;
   std::vector<std::string> _enabled;
@@ -172,37 +209,48 @@ class LinuxInstallation : public HelperInstallation {
   bool _isIssuerReplaced = false;
 };
 
-// One at a time: whoever comes second waits, and finds the work done.
-std::optional<Error> LinuxInstallation::lock() {
-  const std::string folder = inRoot("/usr/lib");
-  _lock.reset(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  if (_lock && ::flock(_lock.get(), LOCK_EX) == 0) return std::nullopt;
-  return errorAbout(POSIXErrorCode::InputOutput, folder, "cannot be locked");
-}
-
 std::optional<Error> LinuxInstallation::checkSources() const {
   for (const InstalledFile& file : _files) {
     if (!contentsOf(file.source)) {
-      return errorAbout(POSIXErrorCode::NoEntry, file.source, "is missing from what is installed");
+      return errorAbout(POSIXErrorCode::NoEntry, file.source, "is missing from what is installed",
+                        "This client came without the helper. Install the package "
+                        "corvane-privilegedhelper, or build the helper from its sources.");
     }
     if (exists(file.place) && !isOurs(file.place)) {
-      return errorAbout(POSIXErrorCode::Exists, file.place, "is another program than ours");
+      return errorAbout(POSIXErrorCode::Exists, file.place, "is another program than ours",
+                        "Move it away, and try again.");
     }
   }
   return std::nullopt;
 }
 
-std::optional<Error> LinuxInstallation::putInPlace() {
-  if (auto error = lock()) return error;
-  _replacement.recover(places());
+std::optional<Error> LinuxInstallation::checkPlaces(const std::string& package) const {
+  const auto changed = changedFilesOf(package, _root);
+  for (const InstalledFile& file : _files) {
+    if (isAsPut(file, &changed)) continue;
+    return errorAbout(POSIXErrorCode::Exists, file.place,
+                      "is not as the package " + package + " has it",
+                      "Have it put right: apt install --reinstall " + package);
+  }
+  return std::nullopt;
+}
+
+std::optional<Error> LinuxInstallation::replaceFiles() {
   if (auto error = checkSources()) return error;
   for (const InstalledFile& file : _files) {
-    if (stateOf(file) == State::Current) continue;
+    if (isAsPut(file, nullptr)) continue;
     if (auto error = _replacement.stage(file.source, file.place, file.permissions)) return error;
     _isReloadNeeded |= file.permissions == unitPermissions;
     _isIssuerReplaced |= lastPathComponent(file.place).starts_with(issuer);
   }
-  if (auto error = _replacement.apply()) return error;
+  return _replacement.apply();
+}
+
+std::optional<Error> LinuxInstallation::putInPlace() {
+  _replacement.recover(places());
+  const auto owner = package();
+  if (auto error = owner ? checkPlaces(*owner) : replaceFiles()) return error;
+  for (const InstalledFile& file : _files) _isReloadNeeded |= isReloadNeeded(file);
   if (_isReloadNeeded && _systemctl.isManagerRunning()) {
     if (auto error = _systemctl.run({"daemon-reload"})) return error;
   }
@@ -251,7 +299,6 @@ void LinuxInstallation::forget() {
   _started.clear();
   _isReloadNeeded = false;
   _isIssuerReplaced = false;
-  _lock.reset();
 }
 
 // The folders of the sockets, of the key and of the rights, none of which outlives the helper.
@@ -261,7 +308,6 @@ std::vector<std::string> LinuxInstallation::runtimeFolders() const {
 }
 
 void LinuxInstallation::remove() {
-  lock();
   for (const std::string& socket : _sockets) {
     if (_systemctl.isManagerRunning()) _systemctl.run({"stop", socket});
     _systemctl.run({"--quiet", "disable", socket});
@@ -284,7 +330,6 @@ void LinuxInstallation::remove() {
     _systemctl.run({"daemon-reload"});
     _systemctl.run({"reset-failed", _label + ".*", std::string(issuer) + "*"});
   }
-  _lock.reset();
 }
 
 std::vector<std::string> LinuxInstallation::leftovers() const {

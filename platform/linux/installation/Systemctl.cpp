@@ -4,27 +4,14 @@
 
 #include <sys/stat.h>
 
-#include "foundation/Exception.h"
 #include "foundation/POSIXError.h"
 #include "foundation/Value.h"
-#include "platform/Pipe.h"
-#include "platform/Task.h"
 
 namespace corvane {
 
 namespace {
 
 constexpr const char* program = "/bin/systemctl";
-
-// Reads all that comes: the tool must not wait for a reader of what it says.
-std::string readAll(FileHandle& handle) {
-  std::string text;
-  for (Data chunk = handle.availableData(); !chunk.empty(); chunk = handle.availableData()) {
-    text += stringFromData(chunk);
-  }
-  text.erase(text.find_last_not_of('\n') + 1);
-  return text;
-}
 
 }  // namespace
 
@@ -33,32 +20,16 @@ bool Systemctl::isManagerRunning() const {
   return _root == "/" && ::stat("/run/systemd/system", &status) == 0;
 }
 
-Systemctl::Result Systemctl::runProgram(std::vector<std::string> arguments) const {
+ProgramResult Systemctl::ask(std::vector<std::string> arguments) const {
   if (_root != "/") arguments.insert(arguments.begin(), "--root=" + _root);
   arguments.insert(arguments.begin(), "--no-ask-password");
-  const auto input = Pipe::pipe();
-  const auto output = Pipe::pipe();
-  if (!input || !output) return {-1, "out of descriptors"};
-  const auto task = Task::init();
-  task->setStandardInput(input->fileHandleForReading);
-  task->setStandardOutput(output->fileHandleForWriting);
-  task->setStandardError(output->fileHandleForWriting);
-  task->setLaunchPath(program);
-  task->setArguments(std::move(arguments));
-  try {
-    task->launch();
-  } catch (const Exception& exception) {
-    return {-1, exception.reason()};
-  }
-  output->fileHandleForWriting->closeFile();
-  std::string text = readAll(*output->fileHandleForReading);
-  return {task->terminationStatus(), std::move(text)};
+  return runProgram(program, std::move(arguments));
 }
 
 std::optional<Error> Systemctl::run(std::vector<std::string> arguments) const {
   std::string command = "systemctl";
   for (const std::string& argument : arguments) command += " " + argument;
-  const Result result = runProgram(std::move(arguments));
+  const ProgramResult result = ask(std::move(arguments));
   if (result.status == 0) return std::nullopt;
   const std::string reason =
       result.text.empty() ? "ended with status " + std::to_string(result.status) : result.text;
@@ -76,7 +47,7 @@ bool Systemctl::isActive(const std::string& unit) const {
 
 bool Systemctl::isReloadNeeded(const std::string& unit) const {
   return isManagerRunning() &&
-         runProgram({"show", "--property=NeedDaemonReload", "--value", unit}).text == "yes";
+         ask({"show", "--property=NeedDaemonReload", "--value", unit}).text == "yes";
 }
 
 }  // namespace corvane

@@ -1,12 +1,12 @@
 #ifndef CORVANE_PLATFORM_LINUX_INSTALLATION_SYSTEMCTL_H
 #define CORVANE_PLATFORM_LINUX_INSTALLATION_SYSTEMCTL_H
 
-#include <cstdint>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "foundation/Error.h"
+#include "platform/linux/installation/Program.h"
 
 namespace corvane {
 
@@ -28,11 +28,7 @@ class Systemctl {
   bool isReloadNeeded(const std::string& unit) const;
 
  private:
-  struct Result {
-    std::int32_t status;
-    std::string text;
-  };
-  Result runProgram(std::vector<std::string> arguments) const;
+  ProgramResult ask(std::vector<std::string> arguments) const;
 
   std::string _root;
 };

@@ -17,6 +17,7 @@
 
 #include "foundation/FileDescriptor.h"
 #include "platform/ProcessTable.h"
+#include "platform/linux/UserDatabase.h"
 
 namespace corvane {
 
@@ -104,7 +105,9 @@ std::vector<ConnectedProcess> processesConnectedTo(const std::string& path) {
   if (sockets.empty()) return processes;
   for (const ProcessRecord& record : readProcessTable().value_or(std::vector<ProcessRecord>())) {
     if (record.pid != ::getpid() && holdsOneOf("/proc/" + std::to_string(record.pid), sockets)) {
-      processes.push_back({record.pid, record.shortName});
+      const auto user = userWithID(record.effectiveUserID);
+      processes.push_back({record.pid, record.shortName,
+                           user ? user->name : std::to_string(record.effectiveUserID)});
     }
   }
   return processes;

@@ -35,7 +35,7 @@ std::optional<User> found(Key key, LookUp lookUp) {
   if (failure != 0 || result == nullptr || record.pw_dir == nullptr || record.pw_dir[0] != '/') {
     return std::nullopt;
   }
-  return User{record.pw_uid, record.pw_gid, groupsOf(record), record.pw_dir};
+  return User{record.pw_uid, record.pw_gid, groupsOf(record), record.pw_dir, record.pw_name};
 }
 
 }  // namespace

@@ -17,6 +17,7 @@ struct User {
   std::vector<gid_t> groups;
   /// The home folder, an absolute path.
   std::string home;
+  std::string name;
 };
 
 /// The user of the system's user database with this name or number; nothing if there is none.
