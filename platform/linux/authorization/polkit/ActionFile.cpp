@@ -137,7 +137,10 @@ std::optional<std::string> actionFile(const std::string& rightName,
           "<!DOCTYPE policyconfig PUBLIC "
           "\"-//freedesktop//DTD PolicyKit Policy Configuration 1.0//EN\"\n"
           "  \"http://www.freedesktop.org/standards/PolicyKit/1.0/policyconfig.dtd\">\n"
-          "<policyconfig>\n";
+          "<policyconfig>\n"
+          "  <vendor>Corvane</vendor>\n"
+          "  <vendor_url>https://www.corvane.com/</vendor_url>\n"
+          "  <icon_name>dialog-password</icon_name>\n";
   writeAction(text, rightName, rule->implicit, definition, translations);
   if (!rule->implicitAnew.empty()) {
     writeAction(text, anewActionOf(rightName), rule->implicitAnew, definition, translations);

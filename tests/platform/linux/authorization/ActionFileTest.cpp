@@ -65,6 +65,15 @@ TEST(ActionFileTest, TranslationsStandBesideTheSentence) {
   EXPECT_EQ(readActionFile(*text, rightName)->description, "Sentence");
 }
 
+TEST(ActionFileTest, ItSaysWhoseItIs) {
+  const std::string text = actionFile(rightName, {"allow", "sentence", ""}, {}).value();
+  for (const char* line :
+       {"<vendor>Corvane</vendor>", "<vendor_url>https://www.corvane.com/</vendor_url>",
+        "<icon_name>dialog-password</icon_name>"}) {
+    EXPECT_LT(text.find(line), text.find("<action ")) << line;
+  }
+}
+
 TEST(ActionFileTest, WhatSomeoneElseWroteIsRead) {
   const std::string text =
       "<policyconfig><action id='other'><message>no</message><defaults>"
