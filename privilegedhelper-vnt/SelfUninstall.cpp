@@ -6,6 +6,7 @@
 #include "operations/SingleRemoval.h"
 #include "platform/Authorization.h"
 #include "platform/ProcessTable.h"
+#include "platform/StandardLog.h"
 #include "privilegedhelper-vnt/ZELPrivilegedHelper.h"
 #include "process/NSProcessInfoZELAdditions.h"
 #include "process/ZELTaskExecutor.h"
@@ -32,8 +33,16 @@ std::optional<Error> removeObject(const std::string& path) {
 bool removeRights(const ZELPrivilegedOperationSet& operationSet, AuthorizationRef authorization) {
   try {
     operationSet.removeAuthorizationRightsForImplementedOperationsUsingAuthorization(authorization);
+    operationSet.enumerateRightDefinitionsUsingBlock([](const std::optional<std::string>& name,
+                                                        const Value&, const std::string&) {
+      if (AuthorizationRightGet(name.value_or("").c_str(), nullptr) == errAuthorizationDenied) {
+        return;
+      }
+      NSLog("WARNING: the right definition of '%s' is still there!\n", name.value_or("").c_str());
+    });
     return true;
-  } catch (const std::exception&) {
+  } catch (const std::exception& exception) {
+    NSLog("WARNING: the right definitions were not removed: %s\n", exception.what());
     return false;
   }
 }

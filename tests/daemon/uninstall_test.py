@@ -81,6 +81,18 @@ class SuccessfulUninstallTest(UninstallTest):
         self.assertUninstalls(self.log.mark())
         self.assertEqual(self.rights(), [])
 
+    def test_a_right_that_stays_is_told_past_the_point_of_no_return(self):
+        right = sorted(self.rights())[0]
+        with open(f"{self.folder}/root/rights/{right}", "w", encoding="utf-8") as definition:
+            definition.write("damaged")
+        mark = self.log.mark()
+        with self.assertRaises(GLib.Error):
+            self.uninstall()
+        self.assertEndsWith(0)
+        name = right.removesuffix(".plist")
+        self.log.wait_for(
+            lambda line: f"WARNING: the right definition of '{name}' is still there!" in line, mark)
+
     def test_clients_that_have_ended_are_not_in_the_way(self):
         ended = subprocess.Popen(["true"])
         ended.wait()
