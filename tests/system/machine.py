@@ -167,6 +167,10 @@ class Machine:
         """Where a file of the machine is found from here."""
         return self.root + path
 
+    def running_path(self, path):
+        """The same for what is there only while it runs, as what is in /run."""
+        return f"/proc/{self._leader}/root{path}"
+
     def end(self):
         if self._pid != 0:
             with contextlib.suppress(OSError):

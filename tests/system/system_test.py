@@ -1,15 +1,18 @@
 #!/usr/bin/python3
-"""The package on a system of its own, from its installation to its purge:
+"""The packages on a system of their own, from their installation to their purge, and then what a
+client installs that comes from the sources:
 
-    system_test.py PACKAGE PROGRAMS [--only daemon [-k NAME]... [--as USER]]
+    system_test.py PACKAGES PROGRAMS SOURCES [--only daemon [-k NAME]... [--as USER]]
 
-PROGRAMS is the folder of the built test programs. The steps follow one another. With --only daemon
-nothing is done but the tests of the daemon against the installed service: those whose name has NAME
-in it, of root's client or of an ordinary user's. Exit status 77: no such system can be booted here.
+PACKAGES is the folder of the packages, PROGRAMS that of the built test programs, SOURCES one in which
+the programs were installed to /usr/local. The steps follow one another. With --only daemon nothing
+is done but the tests of the daemon against the installed service: those whose name has NAME in it, of
+root's client or of an ordinary user's. Exit status 77: no such system can be booted here.
 """
 
 import argparse
 import contextlib
+import glob
 import json
 import os
 import re
@@ -20,13 +23,12 @@ import sys
 import tempfile
 import time
 
+import broken_states
+import client_installation
+import packages
 from machine import CannotBoot, Machine, check_tools
 from confinement import MOST_EXPOSURE, analysis
-
-LABEL = "com.corvane.system.privilegedhelper-vnt"
-CLIENT = "privilegerequestor-vnt"
-DAEMON = f"/usr/libexec/{LABEL}"
-SOCKETS = f"{LABEL}.socket com.corvane.authorization.socket"
+from names import CLIENT, CLIENT_PACKAGE, DAEMON, HELPER_PACKAGE, LABEL, NOTHING_CHANGED, SOCKETS
 
 TESTS = f"{os.path.dirname(os.path.abspath(__file__))}/.."
 
@@ -39,35 +41,46 @@ polkit.addRule(function(action, subject) {
 });
 """
 
-NOTHING_CHANGED = "Everything is in place already. Nothing was changed.\n"
-NOTHING_LEFT = "Nothing is left of the helper.\n"
-
 
 class Scenario:
 
     def __init__(self, machine, options):
         self.machine = machine
-        self.package = options.package
+        self.packages = {name: glob.glob(f"{options.packages}/{name}_*.deb")[0]
+                         for name in (HELPER_PACKAGE, CLIENT_PACKAGE)}
         self.programs = options.programs
+        self.sources = options.sources
         self.options = options
+        self.program = CLIENT
         self.run = machine.run
 
     def client(self, arguments, user="root", status=0):
-        result = self.run(f"{CLIENT} {arguments}", user, check=False)
+        result = self.run(f"{self.program} {arguments}", user, check=False)
         assert result.returncode == status, \
             f"{arguments}: status {result.returncode}\n{result.stdout}{result.stderr}"
         return result
 
-    def install_package(self, package):
-        shutil.copy(package, self.machine.path("/root/package.deb"))
-        return self.run("dpkg -i /root/package.deb && rm /root/package.deb")
+    def install_packages(self):
+        for name, package in self.packages.items():
+            shutil.copy(package, self.machine.path(f"/root/{name}.deb"))
+        self.run("dpkg -i " + " ".join(f"/root/{name}.deb" for name in self.packages))
+
+    def remove_packages(self):
+        self.run(f"dpkg --remove {' '.join(self.packages)}")
+
+    def use_client_of_the_sources(self):
+        """From here on, without any package."""
+        shutil.copytree(f"{self.sources}/usr/local", self.machine.path("/usr/local"),
+                        dirs_exist_ok=True)
+        self.program = f"/usr/local/bin/{CLIENT}"
 
     def remains(self):
-        """Every file whose name says that it is ours, but those of the package itself."""
+        """Every file whose name says that it is ours, but those of packages and of the sources."""
         return self.run(
-            "find / -xdev \\( -path /var/log -o -path /var/lib/dpkg \\) -prune "
-            "-o \\( -name '*corvane*' -o -name launchctl \\) -print | "
-            "while read -r path; do dpkg -S \"$path\" >/dev/null 2>&1 || echo \"$path\"; done; "
+            "find / -xdev \\( -path /var/log -o -path /var/lib/dpkg -o -path /usr/local "
+            "-o -path /root \\) -prune -o \\( -name '*corvane*' -o -name launchctl \\) -print | "
+            "while read -r path; do dpkg -S \"$path\" >/dev/null 2>&1 || "
+            "dpkg -S \"${path#/usr}\" >/dev/null 2>&1 || echo \"$path\"; done; "
             "find /run /tmp -name '*corvane*'").stdout
 
     def immutable_file(self, path="/srv/protected"):
@@ -83,7 +96,7 @@ class Scenario:
 
     def request_that_waits_for_a_password(self, what, is_login=True):
         """A deletion in progress: an ordinary user is asked for the administrator's password."""
-        terminal = self.machine.terminal(f"{CLIENT} delete {what}", "alice", is_login)
+        terminal = self.machine.terminal(f"{self.program} delete {what}", "alice", is_login)
         terminal.expect("Password: ")
         # The agent shows its prompt, then drops what has been typed and no longer echoes.
         self.machine.wait_until(
@@ -97,24 +110,26 @@ class Scenario:
         assert status == 0, terminal.seen
 
     def client_pid(self):
-        return self.run(f"pgrep -u alice -f '^{CLIENT}'").stdout.split()[0]
+        return self.run(f"pgrep -u alice -f '^{self.program}'").stdout.split()[0]
 
-    def changed_package(self, version):
-        """The package as if of another version, with another program in it."""
+    def upgrade(self, version):
+        """Puts the helper's package there as if of another version, with another program in it."""
         folder = tempfile.mkdtemp(prefix="corvane-package.")
         try:
-            subprocess.run(["dpkg-deb", "-R", self.package, f"{folder}/tree"], check=True)
-            with open(f"{folder}/tree/usr/lib/corvane/{LABEL}", "ab") as program:
+            subprocess.run(["dpkg-deb", "-R", self.packages[HELPER_PACKAGE], f"{folder}/tree"],
+                           check=True)
+            with open(f"{folder}/tree{DAEMON}", "ab") as program:
                 program.write(version.encode())
+            subprocess.run("md5sum $(cut -c35- DEBIAN/md5sums) > sums && mv sums DEBIAN/md5sums",
+                           shell=True, check=True, cwd=f"{folder}/tree")
             control = f"{folder}/tree/DEBIAN/control"
             with open(control, encoding="utf-8") as file:
                 text = re.sub(r"^Version: .*$", f"Version: {version}", file.read(), flags=re.M)
             with open(control, "w", encoding="utf-8") as file:
                 file.write(text)
-            made = f"{folder}/changed.deb"
-            subprocess.run(["dpkg-deb", "--root-owner-group", "-b", f"{folder}/tree", made],
+            subprocess.run(["dpkg-deb", "--root-owner-group", "-b", f"{folder}/tree",
+                            self.machine.path("/root/upgrade.deb")],
                            stdout=subprocess.DEVNULL, check=True)
-            self.install_package(made)
         finally:
             shutil.rmtree(folder)
 
@@ -145,8 +160,7 @@ class Scenario:
 
     def the_package_installs_and_nothing_runs(self):
         assert self.remains() == ""
-        self.install_package(self.package)
-        assert DAEMON in self.remains()
+        self.install_packages()
         self.run(f"systemctl is-enabled {SOCKETS} && systemctl is-active {SOCKETS}")
         assert self.run(f"systemctl is-active {LABEL}.service", check=False).stdout == "inactive\n"
         assert self.client("operations").stdout.count(" yes") == 8
@@ -247,17 +261,6 @@ class Scenario:
         self.client("nop", "alice")
         assert self.run(f"systemctl show -p Result --value {unit}").stdout == "success\n"
 
-    def an_upgrade_replaces_the_issuer_of_older_versions(self):
-        units, name = "/usr/lib/systemd/system", "com.corvane.authorization"
-        self.run(f"systemctl stop {name}.socket {name}.service; cd {units}; "
-                 f"sed s/30$// {name}.service > {name}@.service; rm {name}.service; "
-                 f"sed -i s/^Backlog=.*/Accept=yes/ {name}.socket; "
-                 f"systemctl daemon-reload; systemctl start {name}.socket")
-        self.client("install")
-        self.client("nop", "alice")
-        self.run(f"systemctl is-active {name}.service && test ! -e {units}/{name}@.service")
-        assert self.client("install").stdout == NOTHING_CHANGED
-
     def what_the_helper_writes_to_standard_error_is_in_the_journal(self):
         mark = int(time.time()) - 1
         self.client("preferences set --app .hidden key value", status=1)
@@ -343,7 +346,7 @@ class Scenario:
             assert f"{LABEL}.socket" in failed and f"{LABEL}.service" in failed, failed
             told = self.run(f"journalctl -o cat _PID=1 UNIT={LABEL}.service --since=@{mark}").stdout
             assert told.count("Starting ") == 5, told
-            self.client("install")
+            self.install_packages()
             self.client("version", "alice")
             assert self.run("systemctl --failed --plain --no-legend").stdout == ""
 
@@ -379,83 +382,28 @@ class Scenario:
         path = self.immutable_file()
         terminal = self.request_that_waits_for_a_password(path)
         old = self.run(f"pidof {LABEL} || pgrep -f {DAEMON}").stdout
-        self.changed_package("1.3+upgrade")
+        self.upgrade("1.3+upgrade")
+        self.run("dpkg -i /root/upgrade.deb")
         assert self.run(f"pidof {LABEL} || pgrep -f {DAEMON}").stdout == old
         self.answer(terminal)
         self.run(f"test ! -e {path}")
         self.client("doctor")
         assert self.client("version").stdout == "1.3\n"
         self.run(f"tail -c 11 {DAEMON} | grep -qx '1.3+upgrade'")
-
-    def uninstalling_is_refused_while_another_client_is_at_work(self):
-        path = self.immutable_file()
-        terminal = self.request_that_waits_for_a_password(path)
-        refused = self.client("uninstall", status=1)
-        assert "'privilegerequest'" in refused.stderr, refused.stderr
-        assert f"process id {self.client_pid()}" in refused.stderr, refused.stderr
-        assert self.client("install").stdout == NOTHING_CHANGED
-        self.answer(terminal)
-
-    def an_unsafe_launchctl_stands_in_the_way_of_uninstalling(self):
-        self.run("chmod 777 /bin/launchctl")
-        refused = self.client("uninstall", status=1)
-        assert "launchctl" in refused.stderr, refused.stderr
-        self.run(f"test -e {DAEMON}")
-        assert "replaced   /bin/launchctl" in self.client("install").stdout
-
-    def the_helper_removes_itself(self):
-        self.run(f"chattr +i {DAEMON}")
-        told = self.client("uninstall").stdout
-        assert "it has removed itself" in told and told.endswith(NOTHING_LEFT), told
-        assert "LEFT" not in told
-        self.run(f"systemctl status {LABEL}.service; test $? = 4")
-        assert self.run("systemctl list-units --all --plain --no-legend '*corvane*.s*et' "
-                        "'*corvane*.service'").stdout == ""
-        assert self.remains() == ""
-        assert "is not installed" in self.client("uninstall").stdout
-
-    def an_install_that_fails_leaves_the_system_as_it_was(self):
-        self.run("systemctl mask com.corvane.authorization.socket")
-        failed = self.client("install", status=1)
-        assert "masked" in failed.stderr, failed.stderr
-        self.run("systemctl unmask com.corvane.authorization.socket")
-        assert self.remains() == ""
-        self.run("printf '#!/bin/sh\\n' > /bin/launchctl && chmod 755 /bin/launchctl")
-        failed = self.client("install", status=1)
-        assert "another program" in failed.stderr, failed.stderr
-        self.run("rm /bin/launchctl")
-        assert self.remains() == ""
-
-    def a_killed_install_is_completed_by_the_next(self):
-        for seconds in (0.01, 0.02, 0.04, 0.1, 0.3):
-            self.run(f"timeout -s KILL {seconds} {CLIENT} --quiet install", check=False)
-            self.client("--quiet install")
-            assert self.client("install").stdout == NOTHING_CHANGED
-            doctor = json.loads(self.client("--json doctor").stdout)["result"]
-            state = {row["subject"]: row["state"] for row in doctor}
-            assert state["installation"] == "ok" and state["rights"] == "ok", doctor
-            self.client("--quiet uninstall")
-            assert self.remains() == ""
-
-    def the_package_is_removed_and_purged(self):
-        self.client("--quiet install")
-        self.run("dpkg --remove corvane-privilegedhelper")
-        assert self.remains() == ""
-        self.install_package(self.package)
-        self.client("doctor")
-        self.run("dpkg --purge corvane-privilegedhelper")
-        assert self.remains() == ""
-        assert self.run("systemctl is-system-running", check=False).stdout == "running\n"
+        self.install_packages()
 
 
 STEPS = [step for step in vars(Scenario).values() if callable(step)]
 STEPS = STEPS[STEPS.index(Scenario.the_package_installs_and_nothing_runs):]
+STEPS += [*packages.STEPS, *broken_states.STEPS, packages.the_packages_are_removed_and_purged,
+          *client_installation.STEPS]
 
 
 def arguments():
     parser = argparse.ArgumentParser()
-    parser.add_argument("package")
+    parser.add_argument("packages")
     parser.add_argument("programs")
+    parser.add_argument("sources")
     parser.add_argument("--only", choices=["daemon"])
     parser.add_argument("-k", action="append", default=[], dest="patterns")
     parser.add_argument("--as", action="append", choices=CALLERS, dest="callers")

@@ -137,6 +137,11 @@ class LinuxInstallation : public HelperInstallation {
  private:
   std::string inRoot(const std::string& path) const { return _root == "/" ? path : _root + path; }
 
+  // By which it begins with the system.
+  std::string linkOf(const std::string& socket) const {
+    return inRoot("/etc/systemd/system/sockets.target.wants/" + socket);
+  }
+
   std::string issuerTemplatePath() const {
     return inRoot(std::string(unitFolder) + issuerTemplate);
   }
@@ -311,6 +316,8 @@ void LinuxInstallation::remove() {
   for (const std::string& socket : _sockets) {
     if (_systemctl.isManagerRunning()) _systemctl.run({"stop", socket});
     _systemctl.run({"--quiet", "disable", socket});
+    // One that is masked is not disabled.
+    ::unlink(linkOf(socket).c_str());
   }
   if (_systemctl.isManagerRunning()) {
     _systemctl.run({"stop", _label + ".service", issuerService});

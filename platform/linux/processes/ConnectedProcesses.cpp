@@ -17,7 +17,7 @@
 
 #include "foundation/FileDescriptor.h"
 #include "platform/ProcessTable.h"
-#include "platform/linux/UserDatabase.h"
+#include "platform/linux/processes/UserDatabase.h"
 
 namespace corvane {
 

@@ -169,6 +169,15 @@ TEST_F(HelperInstallationTest, NothingIsLeftAfterRemoval) {
   EXPECT_FALSE(exists(inRoot("run/com.corvane.authorization")));
 }
 
+TEST_F(HelperInstallationTest, AMaskedSocketDoesNotBeginWithTheSystemAfterRemoval) {
+  ASSERT_EQ(install(), std::nullopt);
+  const std::string mask = inRoot("etc/systemd/system/com.corvane.test.socket");
+  fs::create_symlink("/dev/null", mask);
+  installation()->remove();
+  EXPECT_THAT(system(), testing::UnorderedElementsAre(testing::Pair(mask, "/dev/null")))
+      << "the mask is the administrator's";
+}
+
 TEST_F(HelperInstallationTest, AFolderInThePlaceOfAFileIsLeftOver) {
   ASSERT_EQ(install(), std::nullopt);
   fs::remove(program());
