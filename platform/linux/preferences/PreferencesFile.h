@@ -11,9 +11,21 @@
 
 namespace corvane {
 
-/// The files are touched by a child process that takes on the rights of the place, does nothing but
-/// system calls, and is ended when it takes too long: a folder of a hostile user can at most waste
-/// that time. What is in a file is only ever looked at here, in the calling process.
+/// The daemon is root, and the file is in a folder of a user who may want something of it:
+///
+///     daemon                                  owner of the folder
+///     looks at the file: it is plain
+///                                             puts a link to a file of root's in its place
+///     opens it and writes there, as root
+///                                             puts a fifo in its place, or mounts a file system
+///                                             that never answers
+///     opens it and hangs, with the request, and cannot be ended
+///
+/// So the files are touched by a child process. It takes on the rights of the user, which makes the
+/// first useless; follows no link, and looks again at what it has opened; does nothing but system
+/// calls, and is killed when it takes too long, so that the second wastes ten seconds. Even then it
+/// may not end: it is left behind, and there may be few of these. What is in a file is only ever
+/// looked at here, in the calling process.
 
 /// How long one of the functions below waits for the work of its child; the end of one that it
 /// kills then is waited for a second more. With as many killed children left as there may be, the

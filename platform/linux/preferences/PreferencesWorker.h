@@ -23,11 +23,23 @@ struct PreferencesReport {
   std::uint64_t size;
 };
 
-/// The life of the child process: takes on the rights, reads and reports, and with a lock waits for
-/// the size (64 bits) of the new content, which is then in the memory, or for the end of the
-/// stream, which means that the file stays. Run right after a fork of a program with threads, so it
-/// makes system calls only. `memory` is a file without a name; contents are passed in it since
-/// every piece sent through a socket would cost a change of processes.
+/// The life of the child process; PreferencesFile.h says what it is for. A change, in time:
+///
+///     parent                                  worker
+///                                             takes on the rights, opens the folder
+///                                             takes the lock
+///                                             copies the file into `memory`, and reports
+///     makes the new content of the old,
+///     puts it into `memory`, sends its size
+///     (64 bits)
+///                                             writes it to a new file, and gives that the old name
+///                                             reports, and ends, which gives the lock back
+///
+/// A parent that closes the stream instead leaves the file as it is. Whoever else changes the file
+/// waits for the lock, and a worker that is killed halfway leaves the old file in place. Run right
+/// after a fork of a program with threads, so it makes system calls only. `memory` is a file
+/// without a name; contents are passed in it since every piece sent through a socket would cost a
+/// change of processes.
 [[noreturn]] void runPreferencesWorker(const PreferencesPlace& place, PreferencesAccess access,
                                        int socket, int memory);
 

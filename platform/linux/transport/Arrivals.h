@@ -9,13 +9,20 @@
 
 namespace corvane {
 
-/// Keeps clients that leave from taking the helper with them while others are just coming.
+/// Keeps clients that leave from taking the helper with them while others are just coming. The
+/// helper ends in the middle of the unregistration that leaves no client, and this could happen:
 ///
-/// The helper ends in the middle of the unregistration that leaves no client. So an unregistration
-/// is handled when nobody is on the way in: those who were accepted have had their first message
-/// handled, and who is not accepted yet stays in the queue of the listening socket, which outlives
-/// the process. And as it is not handled at the same time as a registration, no registration is
-/// acknowledged that has come too late to count.
+///     A, the last client   unregisters
+///     B                    connects, is accepted, and sends its registration
+///     helper               handles A's message first, finds no client left, and ends
+///     B                    has lost its connection, or was even told that it is registered
+///
+/// So an unregistration closes the door, which means that nobody is accepted any more, and waits
+/// until those who were accepted have had their first message handled; one that sends nothing is
+/// waited for as long as `patience`. Who comes to a closed door stays in the queue of the listening
+/// socket, which outlives the process, and is served by the next helper. And as an unregistration
+/// is never handled at the same time as a registration, no registration is acknowledged that has
+/// come too late to count.
 class Arrivals {
  public:
   using Clock = std::chrono::steady_clock;

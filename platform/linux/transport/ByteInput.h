@@ -20,8 +20,7 @@ class ByteInput {
   FileDescriptor takeReadingEnd() { return std::move(_readingEnd); }
 
   /// Passes on what is there, without waiting: 0, or a negative errno if the peer has closed its
-  /// side
-  /// (-ECONNRESET) or sent descriptors (-EPROTO). The library must have read what came before.
+  /// side (-ECONNRESET) or sent descriptors (-EPROTO). The library must have read what came before.
   int pump() const;
 
  private:

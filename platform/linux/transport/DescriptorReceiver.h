@@ -20,9 +20,9 @@ namespace corvane {
 ///
 ///     attacker    opens a file of its own file system and sends the descriptor with a message
 ///     helper      receives it, closes it, and its thread hangs in close
-///     last client unregisters; the helper ends but for that thread, which keeps every descriptor
-///     of
-///                 the process open: nobody sees an end, and nobody can start another helper
+///     last client unregisters; the helper ends but for that thread, which keeps every
+///                 descriptor of the process open: nobody sees an end, and nobody can start
+///                 another helper
 ///
 /// So the helper never has such a descriptor. Whatever is received without room for descriptors is
 /// dropped by the kernel without telling file systems; where a socket may have come, a child

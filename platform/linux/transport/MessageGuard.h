@@ -22,9 +22,8 @@ namespace corvane {
 ///
 ///     attacker  sends descriptors with a message that the library finds fault with: four with one
 ///               that announces two, or with the serial 0; then the next
-///     library   drops such a message and forgets its descriptors, which stay open; here nobody
-///     gets
-///               a descriptor that does not come with a header in which nothing is wrong
+///     library   drops such a message and forgets its descriptors, which stay open; here it
+///               gets none that does not come with a header in which nothing is wrong
 ///
 ///     attacker  sends a descriptor that cannot be closed; see DescriptorReceiver.h
 ///

@@ -93,6 +93,19 @@ bool reportingExceptions(Function function) {
   return true;
 }
 
+// Accepts connections and gives each a thread. The socket is the service manager's: it lets clients
+// wait in its queue while no helper runs, and starts one for them. So the worst helper is one that
+// runs, since no other is started then, but serves nobody:
+//
+//   helper    has no descriptor left, for whatever reason, when the next client comes
+//   listener  fails to accept it; the client is still in the queue, so trying again at once would
+//             use all of a processor
+//   clients   that are connected give theirs back when they leave, and the queue is served
+//   helper    has no client left and still no descriptor: nothing will ever give one back
+//
+// So it waits a moment after each failure, and ends, with status 1, in the last case: the service
+// manager starts it anew, with all its descriptors, for those who are still in the queue. Where it
+// is memory or threads that run out, that one connection fails.
 class LinuxListener : public XPCListener {
  public:
   explicit LinuxListener(std::string name) : _name(std::move(name)) {}

@@ -35,7 +35,21 @@ enum class PolkitFailure {
   Abandoned,  ///< whoever asked has gone away
 };
 
-/// Asks polkit over the system bus. Any thread, many at a time: each waits by itself.
+/// Asks polkit over the system bus. Any thread, many at a time: each waits by itself. An answer may
+/// take as long as a person does, and meanwhile anything else may end:
+///
+///     asker     is killed while the dialog is open; then the person says yes
+///     client    watches the asker's connection beside the bus: it has polkit close the dialog,
+///               and a yes that comes all the same counts for nobody
+///
+///     polkit    hangs, and will never answer
+///     client    cannot tell that from a person who thinks; after `patience` it asks something that
+///               polkit answers at any time, and without a sign of life it gives up
+///
+///     attacker  takes all of the bus's connections, hoping to be judged as on a system without
+///               polkit, where root may do everything
+///     client    takes polkit for absent only where nobody listens at the bus's address, or the bus
+///               itself says that it knows of none; everything else is a failure and grants nothing
 class PolkitClient {
  public:
   /// polkit's time for a sign of life while it does not answer. Dialogs take as long as they take.
