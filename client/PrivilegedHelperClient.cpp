@@ -29,8 +29,8 @@ constexpr const char* defaultHelperSocketPath =
 
 using Clock = std::chrono::steady_clock;
 
-// Between two attempts at what was lost, when the one who should have answered is gone and its
-// successor about to come.
+// Between two attempts, where the connection to a helper or an issuer was lost because that has
+// just ended: the next one is about to start.
 constexpr std::chrono::milliseconds pauseBeforeRetry{10};
 
 // A helper knows processes, not sessions: it is told when the first session of this process with
@@ -133,7 +133,8 @@ class PrivilegedHelperClient::Session {
   }
 
   static void leaveHelpersBeforeEnd(std::chrono::milliseconds patience) {
-    // Never given back: who waits for it has nothing more to do in this process.
+    // Never unlocked: the process is about to end, and a thread that waits for this lock is not to
+    // begin anything more with a helper.
     registrations().mutex.lock();
     for (const auto& [path, count] : registrations().sessions) {
       if (count == 0) continue;
@@ -219,7 +220,8 @@ class PrivilegedHelperClient::Session {
     return std::nullopt;
   }
 
-  // Where the connection was lost because this process leaves its helpers, this does not return.
+  // If another thread is in leaveHelpersBeforeEnd, which makes helpers end and connections break,
+  // this waits for its lock until the process ends.
   void dropConnection() {
     _connection.reset();
     const std::lock_guard lock(registrations().mutex);
@@ -227,10 +229,12 @@ class PrivilegedHelperClient::Session {
 
   std::optional<CommunicationFailure> connectAndRegisterOnce() {
     if (_isRegistered && _connection != nullptr) return std::nullopt;
-    // A process that leaves its helpers does so before this connection, or after its registration.
+    // leaveHelpersBeforeEnd takes the same lock, so it comes before this connection is made, or
+    // after this registration, which it then takes back.
     const std::lock_guard lock(registrations().mutex);
     if (auto failure = connect()) return failure;
-    // Also once more: a helper that ended has forgotten it, and to one that did not it is the same.
+    // On a new connection always: a helper that has ended meanwhile has forgotten this process, and
+    // to one that has not a second registration makes no difference.
     auto failure = failureOf(_connection->registerClientWithPID(::getpid(), _options.patience));
     if (failure) {
       _connection.reset();
@@ -347,7 +351,8 @@ PrivilegedHelperClient::Outcome PrivilegedHelperClient::performUninstall(
     const std::string& programPath, const std::string& jobPath) {
   if (const auto failure = _session->prepare()) return {failure, std::nullopt};
   const Outcome outcome = perform(codePerformUninstall, {::getpid(), programPath, jobPath});
-  // Any answer is an error: a helper that has removed itself is not there to give one.
+  // A helper that has removed itself has ended and cannot answer, so success is a lost connection,
+  // and every answer is an error.
   const bool isLost = outcome.failure && outcome.failure->kind == Kind::Lost;
   return isLost ? Outcome() : outcome;
 }

@@ -157,8 +157,9 @@ class Writer {
   }
 
   std::vector<Object> _objects;
-  /// By their hashes the texts that were added last. One that comes again before another has taken
-  /// its place is written once. That is most of them, in a time that no choice of texts can worsen.
+  /// Where texts that were added before are, by their hashes, so that a text that comes again is
+  /// written only once. Each place is for one text, and a later one with the same place takes it:
+  /// some texts are then written twice, but no choice of texts can make looking one up slow.
   std::vector<std::uint64_t> _knownTexts = std::vector<std::uint64_t>(4096, UINT64_MAX);
   std::size_t _referenceSize = 0;
   Data _bytes;

@@ -97,8 +97,8 @@ bool Dictionary::remove(std::string_view key) {
 }
 
 const std::string* Dictionary::duplicateKey() const {
-  // Sorted by hashes, which is fast, and by the keys themselves only where somebody made hashes
-  // that are the same.
+  // Sorted by hashes, which is fast to compare. Keys themselves are compared only where hashes are
+  // the same, which somebody may have seen to: also then sorting does not take long.
   struct Key {
     std::size_t hash;
     const std::string* text;

@@ -66,7 +66,8 @@ std::optional<Error> setImmutableFlagAtPath(bool set, const std::string& path,
   return setImmutableFlagOfObject(object.get(), set);
 }
 
-// A failure goes to where the caller wants it, if anywhere; a success leaves what is there.
+// Writes a failure to `error`, which may be null. Returns whether there was none; then `error`
+// keeps what it has.
 bool report(std::optional<Error> failure, std::optional<Error>* error) {
   if (!failure) return true;
   if (error != nullptr) *error = std::move(failure);

@@ -80,8 +80,8 @@ class Walker {
   std::optional<Error> walk(Place top);
 
  private:
-  // A folder between the top and where the walk is. Of those far above only what it takes to come
-  // back to them is kept.
+  // A folder between the top and where the walk is. Only the last few are open; of the others
+  // `identity` and `position` are kept, by which the walk finds back to them.
   struct Level {
     std::string name;
     std::shared_ptr<FolderReader> reader;
@@ -232,7 +232,8 @@ bool WalkPool::offer(const Place& parent, const std::string& name) {
     try {
       _helpers.emplace_back([this] { work(); });
     } catch (const std::system_error&) {
-      // The threads there are do without another one; this one takes the subtree in the end.
+      // No more threads are to be had. Those that there are take the subtree from the queue, this
+      // one at the latest.
     }
   }
   return true;
@@ -241,7 +242,7 @@ bool WalkPool::offer(const Place& parent, const std::string& name) {
 std::optional<Error> WalkPool::run(std::shared_ptr<FolderReader> top) {
   attempt([&] { return Walker(*this).walk({std::move(top), 0}); });
   work();
-  // Nobody is at work any more who could add to them.
+  // Joins the threads. None is at work any more, so none can be added meanwhile.
   _helpers.clear();
   if (_exception) std::rethrow_exception(_exception);
   return _error;

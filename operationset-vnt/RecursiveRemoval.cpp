@@ -26,7 +26,7 @@ class Unprotection : public FolderVisitor {
   std::optional<Error> visit(int folder, const FolderEntry& entry, bool& descend) override {
     if (entry.type == FileType::SymbolicLink) return std::nullopt;
     auto error = unprotect(folder, entry.name, descend);
-    // What somebody else has removed meanwhile needs no more.
+    // Somebody else has removed it meanwhile, so nothing is left to be done.
     return error && isPOSIXError(*error, POSIXErrorCode::NoEntry) ? std::nullopt : error;
   }
   std::optional<Error> leave(int, const char*) override { return std::nullopt; }
@@ -36,7 +36,8 @@ class Unprotection : public FolderVisitor {
     FileStatus status;
     if (auto error = lstat(folder, name, status)) return error;
     descend = status.type == FileType::Directory;
-    // The device does not tell: a subvolume has one of its own, and so have files in an overlay.
+    // Another device number would not mean a mount: Btrfs subvolumes have their own, and so have
+    // files in an overlay.
     if (status.isMountPoint) return posixError(POSIXErrorCode::Busy);
     return status.flags == 0 ? std::nullopt : clearImmutableFlag(folder, name);
   }
@@ -68,7 +69,8 @@ class Deletion : public FolderVisitor {
 };
 
 std::optional<Error> removeFolder(const ObjectLocation& location, const FileStatus& status) {
-  // Neither could go in the end, when all that is in it were gone.
+  // These two could not be removed after all that is in them had been, so they are refused before
+  // anything is deleted.
   if (status.isMountPoint) return posixError(POSIXErrorCode::Busy);
   if (location.name == "." || location.name == "..") return posixError(POSIXErrorCode::Invalid);
 
@@ -122,7 +124,8 @@ std::optional<Error> removeObjectRecursively(const ObjectLocation& location) {
       FileDescriptor target;
       if (auto error = openObject(folder, path.c_str(), FinalLink::Follow, target)) {
         if (meansNoObject(*error)) return std::nullopt;
-        // Not even root follows every link, but the link itself is there.
+        // EACCES: there are links that the kernel does not let even root follow
+        // (protected_symlinks). What matters is that the link itself is there.
         if (!isPOSIXError(*error, POSIXErrorCode::Access)) return error;
       }
       return unlink(folder, name);

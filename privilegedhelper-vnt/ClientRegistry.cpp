@@ -18,7 +18,8 @@ void ZELPrivilegedHelper::dropEndedClients() {
     const std::lock_guard lock(clientSetLock());
     if (clientSet().size() < _clientsToLookAt) return;
     ended = clientSet();
-    // Whoever registers meanwhile does not do the same.
+    // While this thread looks at processes without the lock, others that register must not begin to
+    // do the same.
     _clientsToLookAt = 2 * ended.size();
   }
   std::erase_if(ended, [](std::int32_t client) { return !hasProcessEnded(client); });

@@ -173,7 +173,8 @@ std::optional<Error> ZELPrivilegedHelper::openFeedbackConnection(
                                  : Dictionary{{OutputDataKey, Data()}, {ErrorDataKey, Data()}};
   log("About to open return connection for feedback (progress option %d).", isProgress ? 1 : 0);
 
-  // The transport may report from another thread, and long after this looked.
+  // Shared, and with a lock: the transport may call the handler from another thread, and after this
+  // function has returned.
   const auto slot = std::make_shared<Atomic<std::optional<Error>>>();
   opened->remoteObjectProxyWithErrorHandler([slot](const Error& error) { slot->store(error); })
       ->processPrivilegedOperationFeedback(opening);

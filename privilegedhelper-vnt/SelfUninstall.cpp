@@ -28,7 +28,8 @@ std::optional<Error> removeObject(const std::string& path) {
              : posixError(POSIXErrorCode::InputOutput);
 }
 
-// Both end in whatever way: past the point of no return, nothing keeps the process alive.
+// The two steps that come past the point of no return. Whatever goes wrong in them is logged and
+// not raised: the files are gone, so the process has to end.
 
 bool removeRights(const ZELPrivilegedOperationSet& operationSet, AuthorizationRef authorization) {
   try {
@@ -91,7 +92,8 @@ std::optional<Error> ZELPrivilegedHelper::performUninstallForClientWithPID(
   for (const std::int32_t other : others) {
     if (hasProcessEnded(other)) continue;
     const auto name = processNameForProcessID(other, nullptr);
-    // It may have ended by now; a name that cannot be had does not say so.
+    // Without a name it may have ended since; but a name can also be missing for other reasons, so
+    // that is asked again.
     if (!name && hasProcessEnded(other)) continue;
     log("Uninstall request from PID %d was rejected because client '%s' with PID %d is still "
         "working with us.",

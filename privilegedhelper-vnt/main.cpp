@@ -48,7 +48,8 @@ int serve(ZELPrivilegedOperationSet& operationSet, const std::string& version, a
     return 1;
   }
   if (!isVersionConsistent) return 1;
-  // Whoever stops reading what is written to it is found out by the write.
+  // A peer that is gone shows as EPIPE where something is written to it, and must not end the
+  // daemon.
   std::signal(SIGPIPE, SIG_IGN);
   if (ZELPrivilegedHelper* helper =
           ZELPrivilegedHelper::initForOperationSet(&operationSet, aslHandle, aslMessage)) {

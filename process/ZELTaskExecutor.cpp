@@ -23,13 +23,13 @@ namespace corvane {
 
 namespace {
 
-// 10.11.0, from which on the descriptor of a handle is closed in its stead.
+// 10.11.0: from this version of the system on the descriptor of a handle is closed, not the handle.
 constexpr std::int64_t firstCodeClosingDescriptors = 0x10B0;
 
 // Between two reads of a stream that cannot be read.
 constexpr std::chrono::milliseconds pauseAfterFailure{10};
 
-// What a run ends with, whatever its program did, of which the delegate has not taken all.
+// The status of a run whose delegate did not take all output, whatever the program's own status is.
 constexpr std::int32_t statusOfLostOutput = -1;
 
 constexpr mode_t writableByGroupOrOthers = S_IWGRP | S_IWOTH;
@@ -63,7 +63,7 @@ bool guarded(const Operation& operation) {
   return false;
 }
 
-// What the process's own stream does not take is lost.
+// Writes all of `data`; what cannot be written is lost.
 void writeToDescriptor(int descriptor, const Data& data) {
   std::size_t written = 0;
   while (written < data.size()) {
@@ -231,8 +231,8 @@ bool ZELTaskExecutor::receiveOutputFromSubTask(const Handle& handle) {
   return false;
 }
 
-// Delivers one chunk or, up to the end, all there is, of which only the last chunk is shorter than
-// what one read gives. False if nothing more is to be read.
+// Delivers one chunk or, with `upToEnd`, all that is left, in chunks of which only the last may be
+// shorter than one read gives. False if nothing more is to be read.
 bool ZELTaskExecutor::processIncomingDataUpToEnd(bool upToEnd, bool asError) {
   const auto delegate = this->delegate();
   const Handle handle = asError ? _subTaskErrorHandle.load() : _subTaskOutputHandle.load();
@@ -247,7 +247,8 @@ bool ZELTaskExecutor::processIncomingDataUpToEnd(bool upToEnd, bool asError) {
           chunk = upToEnd ? handle->readDataUntil(_endOfLinger) : handle->availableData();
         })) {
       if (upToEnd) return false;
-      // The chunk is lost and more may come, but a stream that fails for good is ready for ever.
+      // The chunk is lost, but more may come. The pause is for a stream that fails each time: it is
+      // always ready, and this would be called again at once.
       std::this_thread::sleep_for(pauseAfterFailure);
       return true;
     }

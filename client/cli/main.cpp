@@ -198,7 +198,8 @@ int runCommandLine(int argc, char** argv) {
 
 int main(int argc, char** argv) {
   openClosedStreams();
-  // Whoever reads the output may leave before the helper's work is done and told.
+  // Whoever reads the output may stop before the command is done ("| head -1"): that is no reason
+  // to end in the middle of an operation.
   std::signal(SIGPIPE, SIG_IGN);
   try {
     leaveHelpersOnEndingSignals();

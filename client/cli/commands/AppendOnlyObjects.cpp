@@ -32,7 +32,8 @@ bool isOurs(const std::string& folder, bool orShared) {
           (orShared && (attributes.st_mode & S_ISVTX) != 0));
 }
 
-// The folder's path without links, if it stays what it is.
+// The folder's path without links; nothing if somebody else could put another folder in the place
+// of it or of one above it before the path is used.
 std::optional<fs::path> lastingPath(const fs::path& folder) {
   std::error_code error;
   const fs::path path = fs::canonical(folder, error);

@@ -69,7 +69,8 @@ Finding examineAuthorization(PrivilegedHelperClient& client, const Version& answ
   return {"authorization", State::Good, "an empty operation is allowed", {}};
 }
 
-// What the helper is there for, on a tree made for it: much that can be wrong shows nowhere else.
+// Has the helper delete a protected tree that is made for it: much that can be wrong shows only
+// when it does its work.
 Finding examineDeletion(PrivilegedHelperClient& client, const Version& answer) {
   constexpr const char* subject = "deletion";
   if (::geteuid() != 0) return {subject, State::Unknown, "not tried: only root may have it", {}};
@@ -137,7 +138,7 @@ Finding examineRegistration() {
       "Register them as root: 'install' does."};
 }
 
-// An installation that is there must be whole, and the one of this client.
+// No installation is fine, but one that is there must have all its parts, in this client's version.
 Finding examineInstallation() {
   using PartState = HelperInstallation::Part::State;
   constexpr const char* subject = "installation";

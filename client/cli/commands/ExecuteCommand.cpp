@@ -32,7 +32,8 @@ int executeUtility(const Context& context, const std::string& application,
     writer.write(context.isJSON ? STDERR_FILENO : STDOUT_FILENO, chunk);
   };
   feedback.errorOutput = [&](const Data& chunk) { writer.write(STDERR_FILENO, chunk); };
-  // The helper's working folder is another; an empty path is for the helper to refuse.
+  // Absolute, as the helper's working folder is another; but an empty path stays empty, so that the
+  // helper refuses it.
   const std::string bundle =
       application.empty() ? application : std::filesystem::absolute(application).string();
   const auto outcome =
@@ -40,7 +41,7 @@ int executeUtility(const Context& context, const std::string& application,
           .executeUtility(bundle, utility, arguments,
                           context.isWithoutFeedback ? std::nullopt : std::optional(feedback));
   const std::optional<Error> loss = lossOf(outcome, writer.finish());
-  // With --json there is one object, about what is worse.
+  // With --json only one object may be printed: a failure of the utility comes before lost output.
   if (loss && (outcome.isSuccess() || !context.isJSON)) {
     const int status = report(context, Action::PassOnOutput, utility, {std::nullopt, loss}, true);
     if (outcome.isSuccess()) return status;

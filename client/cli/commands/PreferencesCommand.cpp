@@ -28,7 +28,7 @@ std::string textOf(const Value& value) {
 
 int setPreference(const Context& context, const PreferenceDomain& domain, const std::string& key,
                   const std::string& value) {
-  // To the helper an empty value means that the key goes; here it was to be set to an empty text.
+  // The helper removes the key if the value is empty. An empty text as a property list is "".
   return report(context, Action::SetPreference, key,
                 PrivilegedHelperClient(context.client)
                     .modifyPreferences(key, domain.application, domain.user, domain.host,
@@ -56,7 +56,8 @@ int getPreference(const Context& context, const PreferenceDomain& domain, const 
   } else {
     std::string text = textOf(*value);
     if (!text.ends_with('\n')) text += '\n';
-    // Another user may have set it; who reads it from a pipe gets it as it is.
+    // Another user may have set it, with control characters for this terminal. A pipe gets it as it
+    // is.
     if (::isatty(STDOUT_FILENO) != 0) text = printable(text, "\n\t");
     std::fwrite(text.data(), 1, text.size(), stdout);
   }

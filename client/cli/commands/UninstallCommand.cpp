@@ -36,7 +36,8 @@ Error explained(const Error& error, const std::string& description, const std::s
                 {std::string(NSLocalizedRecoverySuggestionErrorKey), advice + " " + forceAdvice}});
 }
 
-// Whose clients they are the helper does not say.
+// Who is connected to the helper, for a person to read. The helper itself refuses without saying
+// whose clients keep it, so the system is asked.
 std::string otherClients(const std::string& socketPath) {
   std::string clients;
   for (const ConnectedProcess& process : processesConnectedTo(socketPath)) {
@@ -87,7 +88,7 @@ std::optional<Outcome> haveHelperRemoveItself(const Context& context,
   return outcome;
 }
 
-// The package's files are its own to remove.
+// The refusal to remove files that dpkg keeps account of.
 Error leftToPackage(const std::string& package) {
   return Error(NSPOSIXErrorDomain, static_cast<std::int64_t>(POSIXErrorCode::NotSupported),
                {{std::string(NSLocalizedDescriptionKey), "it belongs to the package " + package},

@@ -113,7 +113,8 @@ std::string suggestionFor(const Error& error, bool wasAuthorized) {
   if (isPOSIXError(error, POSIXErrorCode::NotPermitted)) {
     return translated(wasAuthorized ? adviceWhenProtected : adviceWhenRefused);
   }
-  // From an operation that was carried out, this came from a file system.
+  // The advice is about an operation that the helper does not have; from one that was carried out
+  // this error came from a file system.
   if (wasAuthorized && isPOSIXError(error, POSIXErrorCode::NotImplemented)) return {};
   const Advice* advice = adviceFor(error);
   return advice == nullptr ? std::string() : translated(advice->text);

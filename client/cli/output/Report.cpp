@@ -99,7 +99,8 @@ std::string printable(std::string_view text, std::string_view kept) {
   char previous = 0;
   for (const char character : text) {
     const bool isControl = endsControlCharacter(std::exchange(previous, character), character);
-    // Its first byte, if it has two, looked like another character's.
+    // The second byte of a two-byte control character (U+0080 to U+009F): the first is already in
+    // `shown`, since it could have begun a harmless one.
     if (isControl && static_cast<unsigned char>(character) >= 0x80) shown.pop_back();
     shown += isControl && kept.find(character) == std::string_view::npos ? '?' : character;
   }

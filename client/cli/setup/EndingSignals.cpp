@@ -10,7 +10,8 @@ namespace corvane::cli {
 
 namespace {
 
-// Whoever ends the process has it. Never destroyed: a signal may come while the process ends.
+// Locked while the process must not be ended, and by the thread that is about to end it. Never
+// destroyed: a signal may come while the process ends.
 std::mutex& ending() {
   static auto* const shared = new std::mutex;
   return *shared;
@@ -26,7 +27,8 @@ bool isIgnored(int signal) {
   ::sigwait(&signals, &signal);
   ending().lock();
 
-  // Who sends it again does not want to wait for a helper.
+  // The same signal once more ends the process at once, for those who do not want to wait until a
+  // helper has answered.
   sigset_t again;
   sigemptyset(&again);
   sigaddset(&again, signal);

@@ -18,7 +18,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// On a disk, as most of what is deleted.
+// In /var/tmp, which is on a disk, as most of what is deleted; /tmp may be in memory.
 constexpr const char* nameOfFolder = "/var/tmp/corvane-trial.XXXXXX";
 
 // From the top down.

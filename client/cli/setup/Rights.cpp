@@ -62,7 +62,8 @@ std::optional<Error> removeRights() {
   return changeRights([](AuthorizationRef authorization) {
     operationSet().removeAuthorizationRightsForImplementedOperationsUsingAuthorization(
         authorization);
-    // What is damaged, or defined with one of two authorities alone, counts as no right there.
+    // The call above looks a right up first, and passes over one that is damaged or that only one
+    // of two authorities has. So each is removed once more without being looked up.
     operationSet().enumerateRightDefinitionsUsingBlock(
         [&](const std::optional<std::string>& name, const Value&, const std::string&) {
           AuthorizationRightRemove(authorization, name.value_or("").c_str());

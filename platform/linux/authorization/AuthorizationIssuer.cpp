@@ -30,7 +30,7 @@ std::chrono::milliseconds timeLeft(Clock::time_point deadline) {
 /// 0, or the errno value of the failure. A queue that stays full is a time-out too.
 int connectWithin(std::chrono::milliseconds patience, const FileDescriptor& socket,
                   const sockaddr_un& address) {
-  // No time at all would mean for ever.
+  // To the kernel a limit of zero means none.
   patience = std::max(patience, std::chrono::milliseconds(1));
   const auto seconds = std::chrono::floor<std::chrono::seconds>(patience);
   const timeval limit = {seconds.count(), std::chrono::microseconds(patience - seconds).count()};

@@ -49,7 +49,7 @@ std::optional<ProcessIdentity> readExternalForm(const AuthorizationExternalForm&
                                                 const AuthorizationKey& key) {
   const auto layout = std::bit_cast<Layout>(form);
   const Hash expected = hashOf(layout.content, key);
-  // In a time that does not tell how much of a guess was right.
+  // In constant time: else the time would tell how many bytes of a forged hash are right.
   if (sodium_memcmp(expected.data(), layout.hash.data(), expected.size()) != 0) return std::nullopt;
   return ProcessIdentity{layout.content.pid, layout.content.uid, layout.content.startTime};
 }

@@ -29,7 +29,8 @@ bool isRootsAlone(const struct stat& status, mode_t permissions) {
   return status.st_uid == 0 && (status.st_mode & ALLPERMS & ~permissions) == 0;
 }
 
-// Whoever else makes a folder at the same time has done it as well.
+// Makes the folder and those above it. A failure shows when it is opened; that somebody else has
+// made it at the same time is none.
 void makeFolder(const std::string& path) {
   if (::mkdir(path.c_str(), 0755) == 0 || errno != ENOENT) return;
   const std::size_t slash = path.find_last_of('/');
@@ -99,7 +100,7 @@ std::optional<Error> RootFolder::create(const std::string& name, std::span<const
                                         mode_t permissions) const {
   const std::string temporary = temporaryNameFor(name);
   std::optional<Error> error = writeTemporary(temporary, bytes, permissions);
-  // A link, unlike a rename, leaves alone what is there already.
+  // By linkat and not by renameat, which would replace a file that is there already.
   if (!error &&
       ::linkat(_descriptor.get(), temporary.c_str(), _descriptor.get(), name.c_str(), 0) != 0) {
     error = errorOf(name, errno);

@@ -37,7 +37,8 @@ class Issuer {
   /// Until nobody has come for `idleTime`; without it for good. Who comes while it ends stays in
   /// the queue of the socket, which is not its own.
   void serve(const std::optional<timespec>& idleTime) {
-    // Ended only while nobody is being served.
+    // SIGTERM is blocked but for the wait below, so it never ends the process while a client is
+    // being served.
     sigset_t termination;
     sigset_t none;
     sigemptyset(&none);

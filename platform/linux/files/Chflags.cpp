@@ -53,7 +53,7 @@ std::optional<Error> writeAttribute(int file, std::optional<FileFlags> flags) {
   return posixErrorFromHost(errno);
 }
 
-// Whether `current` may become `wanted`, which differs from it.
+// Nothing if the flags may be changed from `current` to `wanted`, which differs; else why not.
 std::optional<Error> checkChange(FileFlags current, FileFlags wanted) {
   if ((current & SF_RESTRICTED) != 0 || (current & systemFlags & ~wanted) != 0) {
     return posixError(POSIXErrorCode::NotPermitted);
@@ -69,8 +69,8 @@ std::optional<Error> changeFlags(int file, FileFlags flags) {
   if (auto error = readFileFlagsAttributeOfFile(file, attribute)) return error;
 
   const int unprotected = kernelFlags & ~kernelProtection;
-  // Who may not see the attribute is told that there is none, and would take a system flag for one
-  // of the user's.
+  // A process that may not see the attribute is told that there is none, and would then clear a
+  // system flag, which it would take for one of the user's.
   if (kernelFlags != unprotected && !attribute && !maySeeFileFlagsAttributes()) {
     return posixError(POSIXErrorCode::NotPermitted);
   }

@@ -25,14 +25,16 @@ std::optional<Error> query(int folder, const char* name, int flags, struct statx
   flags |= AT_NO_AUTOMOUNT;
   if (::statx(folder, name, flags, STATX_TYPE | STATX_INO, &attributes) == 0) return std::nullopt;
   const int failure = errno;
-  // A user's own file system may keep everybody else out, but not from seeing that it is there.
+  // A file system that a user has mounted (FUSE) may refuse everybody else, root included, even the
+  // status of its top folder. That it is a mount point can be asked all the same.
   const bool isClosedMountPoint = failure == EACCES &&
                                   ::statx(folder, name, flags, 0, &attributes) == 0 &&
                                   (attributes.stx_attributes & STATX_ATTR_MOUNT_ROOT) != 0;
   return posixErrorFromHost(isClosedMountPoint ? EBUSY : failure);
 }
 
-// The status but for what an attribute has to say about its flags.
+// The status as the kernel tells it. Which of the flags are the system's, an attribute says; that
+// is not looked at here.
 FileStatus statusFrom(const struct statx& attributes) {
   return {typeOf(attributes),
           fileFlagsFromKernel((attributes.stx_attributes & STATX_ATTR_IMMUTABLE) != 0,

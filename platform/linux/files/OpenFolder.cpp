@@ -19,8 +19,8 @@ namespace {
 
 constexpr int openFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
 
-// The mount that an open folder was reached through, as the kernel has told it for longer than
-// statx does. 0 if it does not.
+// The number of the mount that a folder was opened through; 0 if the kernel does not tell. This
+// works on kernels whose statx does not have it yet.
 std::uint64_t mountInDescriptorInformation(int folder) {
   std::ifstream file("/proc/self/fdinfo/" + std::to_string(folder));
   std::string key;
@@ -50,8 +50,8 @@ int openAtOnce(int folder, const char* name, FileDescriptor& subfolder) {
   return subfolder ? 0 : errno;
 }
 
-// A single name leads through no link that O_NOFOLLOW does not see, and a mount keeps its number
-// while a folder of it is open.
+// Does the same without openat2. As the name is a single component, O_NOFOLLOW is enough against
+// links; and a mount keeps its number while a folder of it is open, so the comparison holds.
 int openInSteps(int folder, const char* name, FileDescriptor& subfolder) {
   FileDescriptor opened(::openat(folder, name, openFlags));
   if (!opened) return errno;
@@ -62,8 +62,8 @@ int openInSteps(int folder, const char* name, FileDescriptor& subfolder) {
   return 0;
 }
 
-// An older kernel does not have openat2, and filters of system calls, which cannot look into its
-// argument, keep it from whole services; they say so in one way or the other.
+// openat2 is missing in older kernels (ENOSYS). Filters of system calls, which cannot see into its
+// argument, may forbid it to a whole service (ENOSYS or EPERM).
 int open(int folder, const char* name, FileDescriptor& subfolder) {
   const int failure = openAtOnce(folder, name, subfolder);
   const bool isMissing = failure == ENOSYS || failure == EPERM;

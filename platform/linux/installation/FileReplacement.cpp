@@ -97,7 +97,8 @@ std::optional<Error> FileReplacement::stage(const std::string& source, const std
   return std::nullopt;
 }
 
-// The journal lists the places that are empty: what is found there later is to go.
+// The journal lists the places where there is no file yet: if this process is killed, what is found
+// there later was put there by it, and is removed.
 std::optional<Error> FileReplacement::beginJournal() {
   std::string text;
   for (const File& file : _files) {
@@ -137,7 +138,7 @@ void FileReplacement::recover(const std::vector<std::string>& places) const {
     } else if (isUnfinished) {
       ::rename(old.c_str(), place.c_str());
     }
-    // The old name stays where both names are of one file.
+    // Also the old name: rename does nothing where both names are of one and the same file.
     for (const std::string& remains : remainsOf(place)) ::unlink(remains.c_str());
   }
   ::unlink(_journal.c_str());

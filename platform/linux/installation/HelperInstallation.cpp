@@ -154,8 +154,8 @@ class LinuxInstallation : public HelperInstallation {
 
   using Paths = std::set<std::string>;
 
-  // What a file has to be is what the client came with or, of a package's, what that came with,
-  // which all but `changedInPackage` are.
+  // Whether a file has the content it should have: that of the client's own copy or, if a package
+  // brought it (`changedInPackage` is not null), the package's, by what dpkg says.
   bool isContentCurrent(const InstalledFile& file, const Paths* changedInPackage) const {
     if (changedInPackage == nullptr) return contentsOf(file.place) == contentsOf(file.source);
     std::error_code ignored;
@@ -204,7 +204,8 @@ class LinuxInstallation : public HelperInstallation {
   std::vector<InstalledFile> _files;
   std::vector<std::string> _sockets;
 
-  // Given back after everything is undone.
+  // Before the replacement, so that it is destroyed after it: what is undone then is under the
+  // lock.
   InstallationLock _lock;
   std::string _journal;
   FileReplacement _replacement;
@@ -266,8 +267,9 @@ std::optional<Error> LinuxInstallation::putInPlace() {
   return std::nullopt;
 }
 
-// While others ask it does not end by itself, and so would stay what it was. It ends between two
-// clients, and the next one starts what is in place then.
+// An issuer that runs is of the version that was replaced, and would run on for as long as clients
+// come. Stopping it costs nobody anything: it ends between two clients, and the next client starts
+// the one that is in place.
 void LinuxInstallation::endIssuer() const {
   if (!_systemctl.isManagerRunning()) return;
   // The socket of the older versions does not start one for all.
@@ -289,7 +291,8 @@ std::optional<Error> LinuxInstallation::makeReady(const std::string& socket) {
   return std::nullopt;
 }
 
-// What cannot be undone is what could not be done.
+// Failures are not looked at: there is nothing more to be done about them, and a step that cannot
+// be undone is mostly one that failed in the first place.
 void LinuxInstallation::undo() {
   for (const std::string& socket : _started) _systemctl.run({"stop", socket});
   for (const std::string& socket : _enabled) _systemctl.run({"--quiet", "disable", socket});
@@ -316,13 +319,14 @@ void LinuxInstallation::remove() {
   for (const std::string& socket : _sockets) {
     if (_systemctl.isManagerRunning()) _systemctl.run({"stop", socket});
     _systemctl.run({"--quiet", "disable", socket});
-    // One that is masked is not disabled.
+    // systemctl refuses to disable a unit that is masked, and leaves this link.
     ::unlink(linkOf(socket).c_str());
   }
   if (_systemctl.isManagerRunning()) {
     _systemctl.run({"stop", _label + ".service", issuerService});
   }
-  // Before anything else: what is removed from here on is not to come back.
+  // The journal goes first: with it, the next installation would take this for one that was killed,
+  // and put files back.
   ::unlink(_journal.c_str());
   for (const InstalledFile& file : _files) {
     if (isOurs(file.place)) ::unlink(file.place.c_str());

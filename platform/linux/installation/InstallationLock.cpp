@@ -18,7 +18,7 @@ namespace corvane {
 
 namespace {
 
-// What a process that waits looks again after.
+// How often a process that waits for the lock tries to take it.
 constexpr std::chrono::milliseconds interval(50);
 
 std::int32_t holderNamedIn(const FileDescriptor& file) {
@@ -31,7 +31,7 @@ std::int32_t holderNamedIn(const FileDescriptor& file) {
 
 void nameHolderIn(const FileDescriptor& file) {
   const std::string text = std::to_string(::getpid());
-  // Whoever waits is told less if it cannot be written.
+  // Without the number, who waits is only not told for whom.
   if (::ftruncate(file.get(), 0) != 0) return;
   [[maybe_unused]] const ssize_t written = ::pwrite(file.get(), text.data(), text.size(), 0);
 }
@@ -52,7 +52,8 @@ InstallationLock::~InstallationLock() {
   if (_file) ::unlink(_path.c_str());
 }
 
-// False for one that was removed by who had it before.
+// Whether the locked file is still the one at the path. Who held the lock before has removed its
+// file, and a lock on a file that is gone keeps nobody out.
 bool InstallationLock::isHeld(const FileDescriptor& file) const {
   struct stat opened {};
   struct stat named {};

@@ -182,7 +182,8 @@ bool runsInUnit(const std::string& unit) {
   return isIn;
 }
 
-// Stops a unit that may be unloaded by now: once disabled, it is if its file is gone.
+// Stops a unit that systemd may not know any more: one whose file is gone is forgotten as soon as
+// it has been disabled.
 template <typename Stop>
 void stopIfLoaded(const Stop& stop) {
   try {
@@ -196,7 +197,8 @@ int remove(const Words& words) {
   return withJob(words[0], [](ServiceManager& manager, const Job& job) {
     for (const std::string& unit : job.units()) manager.disableUnit(unit);
     if (job.hasSocket()) stopIfLoaded([&] { manager.changeUnit("StopUnit", job.socket()); });
-    // A job that removes itself is left to end by itself: it would be stopped in the middle of it.
+    // A service whose own process runs this program is removing itself: stopping it would end it in
+    // the middle of that.
     if (job.hasService() && !runsInUnit(job.service())) {
       stopIfLoaded([&] { manager.queueChangeOfUnit("StopUnit", job.service()); });
     }

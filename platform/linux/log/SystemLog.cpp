@@ -86,7 +86,8 @@ int asl_log(aslclient client, aslmsg message, int priority, const char* format, 
 int asl_vlog(aslclient client, aslmsg message, int priority, const char* format,
              va_list arguments) {
   if (client == nullptr) return -1;
-  // A text that cannot be shown would be hidden from whoever reads the log.
+  // What shows the journal hides a text with control characters: a client that sends some could
+  // hide what it did.
   const std::string text = singleLine(printfText(format, arguments));
 
   switch (client->sink) {
@@ -113,7 +114,7 @@ int asl_vlog(aslclient client, aslmsg message, int priority, const char* format,
     case Sink::StandardError:
       break;
   }
-  // Also where a journal was found that takes nothing.
+  // No log was found, or the journal that was found took nothing.
   writeToStandardError("<" + std::to_string(priority) + "> " + client->ident + ": " + text + "\n");
   return 0;
 }

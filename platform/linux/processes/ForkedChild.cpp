@@ -25,7 +25,8 @@ void leaveParentBehind(int oneDescriptor, int otherDescriptor) {
   closeFrom(0, low);
   closeFrom(low + 1, high);
   closeFrom(high + 1, ~0U);
-  // With the rights of a user it is still not that user's to look into.
+  // The child may take on a user's rights, but has the daemon's memory: that user must not be able
+  // to trace it.
   ::prctl(PR_SET_DUMPABLE, 0);
   ::umask(0);
 }

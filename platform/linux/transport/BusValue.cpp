@@ -11,11 +11,13 @@ namespace corvane {
 namespace {
 
 constexpr int maximumDepth = 32;
-// A value takes up to some dozens of bytes beside its content. A message may hold only so many
-// whose content is shorter than this: others are no less to send than to keep.
+// A value takes some dozens of bytes in memory beside its content. With long contents that matters
+// little, but a message full of tiny values would take many times its size: of values with less
+// content than this, a message may hold only so many.
 constexpr std::size_t smallContentSize = 8;
 constexpr int maximumSmallValues = 16384;
-// A list that grows holds twice what is in it; a block of memory has its own costs beside.
+// What memory is reckoned at: a list that grows has room for twice what is in it, and the allocator
+// needs some bytes for each block.
 constexpr std::size_t spareRoom = 2;
 constexpr std::size_t blockOverhead = 32;
 // Memory is asked for in portions.
@@ -205,7 +207,7 @@ int readValueOfAnyType(sd_bus_message* message, std::optional<Value>& value, Lim
 int readValue(sd_bus_message* message, std::optional<Value>& value, Limits& limits) {
   if (--limits.depth < 0) return -EBADMSG;
   if (!limits.admitsBytes(spareRoom * sizeof(Value))) return -E2BIG;
-  // What is in a variant has been counted when the variant ends.
+  // A variant counts as what it holds, which has been counted by the time that the variant ends.
   const bool isVariant = sd_bus_message_verify_type(message, SD_BUS_TYPE_VARIANT, nullptr) > 0;
   const int result = readValueOfAnyType(message, value, limits);
   ++limits.depth;

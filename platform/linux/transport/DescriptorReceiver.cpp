@@ -20,7 +20,7 @@ namespace corvane {
 
 namespace {
 
-// How long the child may take for what takes no time.
+// How long the child may take. It has next to nothing to do, so this is for a machine that is busy.
 constexpr std::chrono::seconds receiverTimeout{10};
 
 AbandonedChildren& stuckReceivers() {
@@ -118,7 +118,8 @@ std::optional<std::vector<FileDescriptor>> takeDescriptors(int socket, std::size
   Parcel parcel;
   const bool isReceived =
       waitFor(ours.get(), POLLIN, deadline) && parcel.receive(ours.get(), count);
-  // Killed earlier, the child could hang with the peer's connection still open.
+  // Waits until the child has closed its end too, by which it has closed the peer's connection.
+  // Were it killed before that, it could hang with it open, and the peer would never see an end.
   waitFor(ours.get(), POLLIN, deadline);
   std::vector<FileDescriptor> descriptors;
   for (const int descriptor : parcel.descriptors()) descriptors.emplace_back(descriptor);

@@ -48,8 +48,8 @@ MessageGuard::Result MessageGuard::pump() {
   return isInHandshake() ? pumpHandshake() : pumpMessage();
 }
 
-// The handshake is lines that end in "\r\n", the last of them "BEGIN". Not a byte beyond it may
-// reach the library in the same portion.
+// The handshake is lines that end in "\r\n", the last of them "BEGIN". What is passed on at
+// once ends with that line at the latest: what follows it is the first message.
 MessageGuard::Result MessageGuard::pumpHandshake() {
   const ssize_t peeked =
       ::recv(_socket, _buffer.data(), maximumHandshakeSize, MSG_PEEK | MSG_DONTWAIT);
@@ -111,7 +111,8 @@ MessageGuard::Result MessageGuard::pumpMessage() {
   return flush();
 }
 
-// Looks before it takes: with the first byte its descriptors would be gone.
+// Looks at the first bytes without taking them: reading the first one without room for its
+// descriptors would drop these.
 MessageGuard::Result MessageGuard::beginMessage() {
   bool hasDescriptors = false;
   const ssize_t peeked =

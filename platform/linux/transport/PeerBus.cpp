@@ -12,9 +12,10 @@ using Clock = std::chrono::steady_clock;
 
 namespace {
 
-// What the kernel may keep for a peer that does not read. The library asks for eight megabytes, as
-// for a bus that many share, and root gets them. A server answers whoever connects; who a client
-// sends to has been chosen, and output goes faster in larger portions.
+// How many bytes the kernel may keep for a peer that does not read. The library asks for eight
+// megabytes, as for a bus that many share, and gets them when it runs as root. A server has to
+// expect that many peers do not read, so it asks for little; as a client it sends to one that it
+// has chosen, and output goes faster in larger portions.
 constexpr int sendBufferSize(BusRole role) {
   return role == BusRole::Server ? 64 << 10 : 512 << 10;
 }
@@ -40,7 +41,7 @@ Bus makePeerBus(FileDescriptor socket, BusRole role, FileDescriptor input) {
       sd_id128_t id;
       result = sd_id128_randomize(&id);
       if (result >= 0) result = sd_bus_set_server(raw, 1, id);
-      // Who the peer is the kernel has said; what it claims to be does not matter.
+      // The kernel has said who the peer is, so anything that it claims to be is accepted.
       if (result >= 0) result = sd_bus_set_anonymous(raw, 1);
     } else {
       result = sd_bus_set_bus_client(raw, 0);

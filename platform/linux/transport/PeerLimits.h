@@ -26,7 +26,7 @@ inline constexpr std::size_t maximumMessageBytesPerUser = std::size_t{64} << 20;
 /// half of what the service has stay for root.
 inline constexpr int maximumConnections = 1024;
 inline constexpr std::size_t maximumMessageBytes = std::size_t{256} << 20;
-/// The last of it, which only who holds little may take.
+/// How much of that is kept for accounts that hold little: no others may take the last of it.
 inline constexpr int reservedConnections = 256;
 inline constexpr int fewConnections = 8;
 inline constexpr std::size_t reservedMessageBytes = std::size_t{32} << 20;

@@ -30,7 +30,7 @@ bool Registrations::remove(uid_t user, std::int32_t number) {
   }
   giveBack(own->second);
   users.erase(own);
-  // Whoever registers a number of another user and takes that back changes nothing for the other.
+  // Another user has registered the same number, and that stays.
   if (!users.empty()) return false;
   _users.erase(entry);
   return true;

@@ -161,7 +161,8 @@ struct ServedConnection::Handlers {
     const int result = sd_bus_message_read_basic(message, SD_BUS_TYPE_INT32, &pid);
     if (result < 0) return result;
     OneWayMessage oneWay(message);
-    // Who comes only to leave is not waited for.
+    // If this is the connection's first message, it counts as arriving no longer: else it would
+    // wait for itself, and with others like it for each other.
     connection._arrival.reset();
     const Arrivals::Leaving leaving(*connection._arrivals);
     if (connection._registrations->remove(connection._peer.uid, pid)) {
@@ -274,14 +275,15 @@ void ServedConnection::serve() {
       progress = sd_bus_process(bus.get(), nullptr);
     } while (progress > 0 && !_hasFailed);
     if (progress < 0 || _hasFailed) return;
-    // Between messages nothing is held any more.
+    // No message is on its way, and the last has been handled: its memory is given back.
     if (!guard.deadline()) _share.takeMessage(0);
 
     // Answers go out before anything more is read: a peer that does not take them waits alone.
     const int events = sd_bus_get_events(bus.get());
     if (events < 0) return;
     const bool hasOutput = (events & POLLOUT) != 0;
-    // The library must have ended the handshake where the guard saw its end.
+    // After the last line of the handshake the library must be ready. If it is not, it has
+    // understood the lines otherwise than the guard, which can then vouch for nothing that follows.
     if (!guard.isInHandshake() && !hasOutput && sd_bus_is_ready(bus.get()) <= 0) return;
 
     const auto deadline = guard.deadline().value_or(MessageGuard::Clock::time_point::max());

@@ -44,7 +44,8 @@ uid_t ownerOfSubordinateUser(uid_t user, const std::string& file) {
     const auto first = numberIn(takeField(line));
     const auto count = numberIn(takeField(line));
     if (!first || !count || user < *first || user - *first >= *count) continue;
-    // Root's ranges are those of its containers, whose users are not root.
+    // Root gives ranges to containers that it runs. Their users are not root, and do not count as
+    // root, which is not limited.
     const std::optional<uid_t> found = userCalled(owner);
     if (found && *found != 0) return *found;
   }

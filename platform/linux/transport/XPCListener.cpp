@@ -120,7 +120,8 @@ class LinuxListener : public XPCListener {
 
   XPCListenerEndpoint endpoint() override {
     auto [ours, theirs] = connectedSockets();
-    // The kernel would name the daemon as the peer of its own pair: it is whoever asked.
+    // Of a pair of sockets the kernel names the process that made it, which is the daemon itself.
+    // The peer is who asked for the endpoint.
     const Peer* asking = currentPeer();
     offer(std::move(ours), asking != nullptr ? std::optional(*asking) : std::nullopt, false);
     return endpointFromSocket(std::move(theirs));
@@ -135,7 +136,8 @@ class LinuxListener : public XPCListener {
             posixDescription(posixCodeFromHost(errno)).c_str());
       return;
     }
-    // Whoever started it learns that it serves, and its child programs nothing of whom to tell.
+    // Tells the service manager that clients are served from now on, and removes the variable that
+    // says how to tell it, so that child programs do not have it.
     ::sd_notify(1, "READY=1");
     // An invalidated listener does not end the loop: whoever invalidates it is about to end the
     // process, and what the caller of this does afterwards must not happen at the same time.
@@ -161,8 +163,8 @@ class LinuxListener : public XPCListener {
     ::eventfd_write(_wake.get(), 1);
   }
 
-  // Whatever has used up the descriptors, without a connection nothing is in progress that could
-  // give them back; a new process has all of them.
+  // Ends the process if nobody is connected and descriptors are short: nothing is in progress then
+  // that could give any back, and the next process has all of them.
   void endIfOutOfDescriptors() {
     if (_limits->hasConnections()) return;
     std::array<FileDescriptor, descriptorsOfConnection> tried;

@@ -14,7 +14,8 @@ namespace corvane {
 
 namespace {
 
-// Nobody serves an object there, and nobody is asked to in the moment that it is registered.
+// The path that is registered with polkit to see whether it takes an agent. Nothing serves
+// it: the registration is taken back at once, and nobody is asked through it in that moment.
 constexpr const char* agentPath = "/com/corvane/AuthenticationAgent";
 constexpr std::uint64_t timeoutInMicroseconds = 10'000'000;
 

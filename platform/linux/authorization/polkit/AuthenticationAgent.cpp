@@ -41,7 +41,7 @@ class TextAgent : public AuthenticationAgent {
     ::kill(_process, SIGTERM);
     ::kill(_process, SIGCONT);
     ::waitpid(_process, nullptr, 0);
-    // It may have been ended while it read a password unseen.
+    // The agent switches the echo off while it reads a password, and may have ended just then.
     if (_terminal) ::tcsetattr(STDIN_FILENO, TCSADRAIN, &*_terminal);
   }
 
@@ -73,8 +73,8 @@ std::unique_ptr<AuthenticationAgent> AuthenticationAgent::startOnTerminal() {
     sigset_t none;
     sigemptyset(&none);
     ::sigprocmask(SIG_SETMASK, &none, nullptr);
-    // Not as a fallback: there is nobody it would be in the way of, and outside of sessions polkit
-    // does not turn to fallbacks.
+    // Without --fallback: where there is another agent, which it could be in the way of, this one
+    // is not started, and for processes outside of sessions polkit does not use fallbacks.
     ::execl(program, program, "--process", subject.c_str(), "--notify-fd", notified.c_str(),
             nullptr);
     ::_exit(127);

@@ -45,7 +45,8 @@ OSStatus PolkitAuthority::decide(const ProcessIdentity& subject, const RightRequ
       grantedSince ? askAfterDiscard(subject, request, *grantedSince) : ask(subject, request);
   if (const auto* given = std::get_if<PolkitAnswer>(&answer)) {
     const OSStatus status = statusOf(*given);
-    // Whoever was asked has agreed to what asked then.
+    // If the process runs another program by now, the person has agreed to something else than what
+    // would profit from it.
     const bool isAnother =
         status == errAuthorizationSuccess && asking && asking != RunningProgram::of(subject.pid);
     return isAnother ? errAuthorizationInvalidRef : status;
@@ -77,7 +78,8 @@ PolkitAuthority::Answer PolkitAuthority::askQuietly(const ProcessIdentity& subje
 PolkitAuthority::Answer PolkitAuthority::askPerson(const ProcessIdentity& subject,
                                                    const RightRequest& request) {
   const OpenDialogs::Place place(_dialogs, subject.uid);
-  // As if nobody were there to ask: a person looks at few dialogs at a time.
+  // The user has as many dialogs open as one may have: the answer is that of a system on which
+  // nobody can be asked.
   if (!place.isTaken()) return PolkitAnswer{false, true, false, {}};
   return _polkit.checkAuthorization(
       {subject, request.rightName, dialogText(request.prompt), dialogIcon(request.iconPath), true},
@@ -103,8 +105,8 @@ PolkitAuthority::Answer PolkitAuthority::askAfterDiscard(
       grantedSince.contains(given->temporaryAuthorization)) {
     return answer;
   }
-  // What polkit still keeps was discarded. It does not ask again for what it keeps, but it does
-  // for the right's other action.
+  // polkit said yes by an authorization that it keeps, from before the discard. As long as it keeps
+  // it, it asks nobody for this action, so the right's other action is used, which is never kept.
   RightRequest anew = request;
   anew.rightName = anewActionOf(request.rightName);
   return ask(subject, anew);
@@ -133,8 +135,8 @@ OSStatus PolkitAuthority::rightGet(const std::string& rightName, RightDefinition
   std::optional<RightDefinition> found =
       readActionFile(stringFromData(std::get<Data>(bytes)), rightName);
   if (!found) return errAuthorizationInternal;
-  // One that either authority lacks is none, so that registering it completes it. Who is not root
-  // may not be let to look there.
+  // A right counts only where both authorities have it, so that registering it adds what is
+  // missing. The other authority's folder may be closed to all but root, and then is not looked at.
   const OSStatus other =
       ::geteuid() == 0 ? _withoutPolkit.rightGet(rightName, nullptr) : errAuthorizationSuccess;
   if (other == errAuthorizationSuccess && definition != nullptr) *definition = *std::move(found);

@@ -42,7 +42,8 @@ class PolkitAuthority : public Authority {
  private:
   using Answer = std::variant<PolkitAnswer, PolkitFailure>;
 
-  /// With a dialog only where polkit says that it takes one, so that others do not count as such.
+  /// First without a dialog, and with one only if polkit says that it needs one: only requests that
+  /// do show a dialog are counted among the user's open dialogs.
   Answer ask(const ProcessIdentity& subject, const RightRequest& request);
   Answer askQuietly(const ProcessIdentity& subject, const std::string& rightName);
   Answer askPerson(const ProcessIdentity& subject, const RightRequest& request);

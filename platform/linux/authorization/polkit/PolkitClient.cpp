@@ -39,7 +39,8 @@ bool isAbsence(const sd_bus_error& error) {
          std::end(absentErrors);
 }
 
-// What tells that no bus listens; anything else is one that is not to be had just now.
+// Whether nobody listens at the bus's address. After every other failure there is a bus, which just
+// does not take this connection now.
 bool isAbsence(int connectErrno) {
   return connectErrno == ENOENT || connectErrno == ECONNREFUSED;
 }
@@ -158,8 +159,8 @@ bool waitOn(sd_bus* bus, int asker, Clock::time_point deadline) {
   return ready > 0 && waiting[1].revents != 0;
 }
 
-/// Nothing once `call` has its reply, else why it has none. A bus that is there and does not get to
-/// this connection is a failure like any other.
+/// Nothing once `call` has its reply, else why it has none. A bus that accepts the connection but
+/// never gets to its handshake is a failure like any other, and no absence.
 std::optional<PolkitFailure> waitForReply(sd_bus* bus, const PendingCall& call, int asker,
                                           std::chrono::milliseconds patience) {
   PendingCall sign;
@@ -169,9 +170,10 @@ std::optional<PolkitFailure> waitForReply(sd_bus* bus, const PendingCall& call, 
     const int progress = sd_bus_process(bus, nullptr);
     isConnected = isConnected || sd_bus_is_ready(bus) > 0;
     if (call.hasReply()) {
-      // A connection that breaks answers its calls itself.
+      // If the connection breaks in its handshake, the library makes up an error as the reply: that
+      // is nothing that the bus or polkit has said.
       if (!isConnected) return PolkitFailure::Failed;
-      // Who is gone by now is not to have what was granted.
+      // An asker that has gone away meanwhile must not have anything done in its name.
       return hasHungUp(asker, {}) ? std::optional(PolkitFailure::Abandoned) : std::nullopt;
     }
     if (progress < 0) return PolkitFailure::Failed;
@@ -239,7 +241,7 @@ std::variant<PolkitAnswer, PolkitFailure> PolkitClient::ask(const PolkitQuestion
     PendingCall call;
     if (check == nullptr || !call.send(bus.get(), check.get())) return PolkitFailure::Failed;
     if (const auto failure = waitForReply(bus.get(), call, asker, _patience)) {
-      // The connection goes too, and with it what polkit still has to say.
+      // The connection is closed, not given back: what polkit still has to say is for nobody.
       cancelCheck(bus.get(), cancellationId);
       return *failure;
     }
