@@ -138,7 +138,8 @@ Finding examineRegistration() {
       "Register them as root: 'install' does."};
 }
 
-// No installation is fine, but one that is there must have all its parts, in this client's version.
+// There need not be an installation, but one that is there must have all its parts, in this
+// client's version.
 Finding examineInstallation() {
   using PartState = HelperInstallation::Part::State;
   constexpr const char* subject = "installation";
