@@ -16,7 +16,7 @@ folder='{folder}'
 case $1 in
   show) shift; for argument; do printf '<%s>' "$argument"; done; echo ;;
   count) i=0; while [ $i -lt $2 ]; do echo "$i-$3"; i=$((i + 1)); done ;;
-  live) echo output; read -r _ <"$folder/go-on"; echo error >&2; read -r _ <"$folder/go-on" ;;
+  live) exec 3<>"$folder/go-on"; echo output; read -r _ <&3; echo error >&2; read -r _ <&3 ;;
   both) yes output | head -n $2; yes error | head -n $2 >&2; touch "$folder/done" ;;
   wait) echo $$ >"$folder/pid.new"; mv "$folder/pid.new" "$folder/pid"; read -r _ <"$folder/go-on"
         touch "$folder/done" ;;
