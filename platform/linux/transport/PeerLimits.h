@@ -22,8 +22,8 @@ inline constexpr std::size_t maximumMessageDescriptors = 4;
 /// turned into. Root is not limited, and is served whatever others do.
 inline constexpr int maximumConnectionsPerUser = 128;
 inline constexpr std::size_t maximumMessageBytesPerUser = std::size_t{64} << 20;
-/// What those of all users but root may hold together. A connection costs up to eight descriptors:
-/// half of what the service has stay for root.
+/// What those of all users but root may hold together. A connection costs up to eight descriptors,
+/// so they take a quarter of what the service has at the most.
 inline constexpr int maximumConnections = 1024;
 inline constexpr std::size_t maximumMessageBytes = std::size_t{256} << 20;
 /// How much of that is kept for accounts that hold little: no others may take the last of it.
