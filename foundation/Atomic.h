@@ -18,7 +18,7 @@ class Atomic {
     return _value;
   }
   void store(T value) {
-    // The parameter takes the old value along: it is destroyed when the lock is free again.
+    // Swapped, so that the old value is destroyed with the parameter, after the lock is free again.
     const std::lock_guard lock(_mutex);
     std::swap(_value, value);
   }

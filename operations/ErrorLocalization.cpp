@@ -56,7 +56,7 @@ std::string ZELPrivilegedOperationSet::localizedStringForTemplate(const std::str
                                                                   const std::string& table) {
   std::string text = localizedUIPolitenessAgnosticStringForKey(pattern, pattern, table);
   for (std::size_t i = 0; i < parameters.size(); ++i) {
-    // On the growing text: a parameter may bring the placeholder of a later one.
+    // In the text as it has become: a parameter may hold the placeholder of a later one.
     if (const std::string* parameter = parameters[i].string()) {
       replaceAll(text, "$" + std::to_string(i + 1) + "$", *parameter);
     }

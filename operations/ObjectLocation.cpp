@@ -14,7 +14,7 @@ std::optional<Error> locateObject(std::string_view path, ObjectLocation& locatio
   }
   const std::size_t end = path.find_last_not_of('/');
   if (end == std::string_view::npos) {
-    // The root is in no folder; its name leads to it from anywhere.
+    // The root is in no folder, but "/" leads to it from whichever folder is open.
     location.name = "/";
     path = {};
   } else {
@@ -26,7 +26,8 @@ std::optional<Error> locateObject(std::string_view path, ObjectLocation& locatio
     path = path.substr(0, name);
   }
   const std::string folder(path.empty() ? "." : path);
-  // With the slash that it ends in, it leads to nothing but a folder, which need not be readable.
+  // The path ends in a slash, so only a folder can be opened by it. O_PATH: it need not be
+  // readable.
   location.folder.reset(::open(folder.c_str(), O_PATH | O_CLOEXEC));
   if (!location.folder) return posixErrorFromHost(errno);
   return std::nullopt;

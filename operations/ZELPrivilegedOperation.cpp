@@ -45,7 +45,7 @@ std::optional<ZELPrivilegedOperation> ZELPrivilegedOperation::initWithStaticDesc
                                       description.outputCapability != 0, description.argumentCount,
                                       std::move(argumentTypes), description.userPresentation);
   if (!operation) {
-    // The class name in front is that of the object that was not made.
+    // "(null)" stands for the class name of an object that was not made.
     NSLog(
         "(null): implementation error - the static description with code %llu contains "
         "inconsistent data and was not accepted.\n",

@@ -41,8 +41,9 @@ class HelperInstallation {
   /// Undoes what `putInPlace` did unless it was kept.
   virtual ~HelperInstallation() = default;
 
-  /// The package of the system's that the helper came with, which then is who puts its files in
-  /// place and removes them; nothing for one that a client installed, or that is not there.
+  /// The system's package that the helper came with; nothing if a client installed the helper, or
+  /// if there is none. The files of a package are put in place and removed by the system, not by
+  /// this.
   virtual std::optional<std::string> package() const = 0;
 
   /// Keeps other processes from changing the installation while this object is there. Waits for who

@@ -22,7 +22,8 @@ std::vector<Change> changesThatInstallMakes(const std::vector<HelperInstallation
   return changes;
 }
 
-// All of them, or none that was not there before.
+// Registers the rights that are missing. If that fails for one of them, all that it has registered
+// are removed again.
 std::optional<Error> registerAllRights(const Rights& before) {
   auto error = registerRights();
   const Rights after = examineRights();

@@ -9,15 +9,15 @@ namespace corvane {
 /// two folders they are in by default. For service managers and for trying things out.
 inline constexpr const char* AuthorizationDirectoryVariable = "CORVANE_AUTHORIZATION_DIRECTORY";
 
-/// Names the folder of polkit's action files, in the place of that which the system has. With a
-/// folder of the above kind and not of this one, action files go where no polkit sees them.
+/// Names the folder of polkit's action files, in the place of the system's. If only the variable
+/// above is set, they go into a folder in that one, where no polkit looks for them.
 inline constexpr const char* ActionsDirectoryVariable = "CORVANE_POLKIT_ACTIONS_DIRECTORY";
 
-/// Where the key of the external forms is: gone when the system starts anew.
+/// Where the key of the external forms is. It does not outlive a start of the system.
 const std::string& authorizationKeyDirectory();
-/// Where it is kept who has discarded authorizations, for as long.
+/// Where the files are that say which processes have discarded their authorizations. Nor do they.
 const std::string& discardedAuthorizationsDirectory();
-/// Where the embedded authority keeps the definitions of rights: there to stay.
+/// Where the embedded authority keeps the definitions of rights. They stay.
 const std::string& authorizationRightsDirectory();
 /// Where polkit finds actions, each in a file of its own.
 const std::string& polkitActionsDirectory();

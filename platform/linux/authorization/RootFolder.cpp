@@ -16,7 +16,8 @@ namespace {
 
 constexpr off_t largestFile = off_t{1} << 20;
 
-// A name that no two writers share, and that nothing takes for a file of the folder's kind.
+// A random name, as others may be writing at the same time. It begins with a point and has another
+// ending, so nothing that looks for files in the folder takes it for one.
 std::string temporaryNameFor(const std::string& name) {
   std::array<unsigned char, 8> random{};
   randombytes_buf(random.data(), random.size());
@@ -89,7 +90,7 @@ std::optional<Error> RootFolder::writeTemporary(const std::string& name,
     if (count < 0) return errorOf(name, errno);
     bytes = bytes.subspan(static_cast<std::size_t>(count));
   }
-  // The permissions meant, whatever the process's mask takes away.
+  // The process's umask may have taken some of the permissions away when the file was made.
   if (::fchmod(file.get(), permissions) != 0 || ::fsync(file.get()) != 0) {
     return errorOf(name, errno);
   }

@@ -99,8 +99,8 @@ std::optional<Error> changeFlags(int file, FileFlags flags) {
 }  // namespace
 
 std::optional<Error> chflags(int object, FileFlags flags) {
-  // Only what opens without an effect on anything is opened, and its type is asked of the very
-  // object that is.
+  // Only files and folders are opened: to open a device or a fifo may have effects. The type is
+  // asked of the object itself and not of a name, so it cannot change before the opening.
   struct statx attributes {};
   if (::statx(object, "", AT_EMPTY_PATH, STATX_TYPE, &attributes) != 0) {
     return posixErrorFromHost(errno);

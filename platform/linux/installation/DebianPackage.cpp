@@ -15,7 +15,8 @@ std::optional<std::string> packageOf(const std::string& path, const std::string&
 }
 
 std::set<std::string> changedFilesOf(const std::string& package, const std::string& root) {
-  // A line a file: what is wrong, perhaps its kind, and its path, behind which may be a reason.
+  // dpkg prints a line for each file: what is wrong with it, perhaps a letter for its kind, its
+  // path, and perhaps a reason in parentheses.
   std::istringstream lines(
       runProgram("/usr/bin/dpkg", {"--root=" + root, "--verify", package}).text);
   std::set<std::string> changed;
@@ -23,7 +24,7 @@ std::set<std::string> changedFilesOf(const std::string& package, const std::stri
     const std::size_t begin = line.find('/');
     if (begin == std::string::npos) continue;
     const std::filesystem::path path = line.substr(begin, line.find(" (", begin) - begin);
-    // Where one folder has two names the package knows one of them.
+    // A folder may have two names, such as /bin and /usr/bin: all paths are given their real one.
     std::error_code ignored;
     const auto folder = std::filesystem::weakly_canonical(path.parent_path(), ignored);
     changed.insert((folder / path.filename()).string());

@@ -74,7 +74,7 @@ std::optional<Error> FileReplacement::makeFolder(const std::string& path) {
   if (auto error = makeFolder(deletingLastPathComponent(path))) return error;
   if (::mkdir(path.c_str(), 0755) != 0) return posixErrorAbout(path, errno);
   _folders.push_back(path);
-  // Whatever the mask of the process takes away.
+  // The process's umask may have taken some of the permissions away.
   return ::chmod(path.c_str(), 0755) == 0 ? std::nullopt
                                           : std::optional(posixErrorAbout(path, errno));
 }

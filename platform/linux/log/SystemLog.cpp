@@ -9,7 +9,7 @@
 
 #include <sys/uio.h>
 #include <syslog.h>
-// Every message would carry one and the same place in this file.
+// Without this, each message would carry the file and line of the call below, the same for all.
 #define SD_JOURNAL_SUPPRESS_LOCATION
 #include <systemd/sd-journal.h>
 #include <unistd.h>

@@ -52,7 +52,7 @@ class WatchedProcess {
 /// another user, as far as the kernel lets this process see it.
 struct RunningProgram {
   uid_t owner;
-  /// Where its stack begins, which is by chance and anew with each program.
+  /// The address where its stack begins, which is random and another for each program that it runs.
   std::uint64_t stack;
 
   /// Nothing if no such process runs.

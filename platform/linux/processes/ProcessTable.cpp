@@ -86,7 +86,8 @@ std::optional<std::uint32_t> effectiveUserID(const std::string& status) {
   return effective;
 }
 
-// The first thread of a process may end before the others: then only their number tells.
+// The state of a process is that of its first thread. If that has ended before the others, the
+// process runs although its state says otherwise, and only the number of threads tells.
 bool hasOtherThreads(const FileDescriptor& process) {
   const std::string stat = beginningOfFile(process, "stat", 4096).value_or("");
   const auto endOfName = stat.rfind(')');

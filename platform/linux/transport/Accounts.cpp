@@ -85,7 +85,8 @@ uid_t Accounts::accountOf(uid_t user) {
 
 void Accounts::readIfChanged() {
   struct stat status {};
-  // What is not there is all zeros, as it is before the first look.
+  // A file that is missing is noted as all zeros, as is one that has not been looked for yet:
+  // neither has any ranges.
   if (::stat(_subordinateUsersPath.c_str(), &status) != 0) status = {};
   if (identityOf(status) == identityOf(_seen)) return;
   _seen = status;

@@ -282,7 +282,7 @@ int readOptionalError(sd_bus_message* message, std::optional<Error>& error) {
 }
 
 std::size_t leastMessageSize(const Value& value) {
-  // The length and a zero byte of a text in a list; everything else has no less.
+  // An empty text in a list: four bytes of length and a zero byte. No other value takes less.
   constexpr std::size_t leastSize = 5;
   if (const std::string* string = value.string()) return leastSize + string->size();
   if (const Data* data = value.data()) return leastSize + data->size();

@@ -122,7 +122,7 @@ MessageGuard::Result MessageGuard::beginMessage() {
 }
 
 // Takes the first byte of a message, which may bring descriptors only if the whole header is there.
-// Whoever sends a message at once sends them so.
+// It is, for every peer that sends header and descriptors in one call, as libraries do.
 MessageGuard::Result MessageGuard::takeDescriptors() {
   std::array<std::byte, maximumRequestHeaderSize> bytes{};
   bool hasDescriptors = false;

@@ -39,8 +39,9 @@ bool isIn(const Range (&ranges)[count], char32_t character) {
   });
 }
 
-// Some agents read the text as markup, others show it as it is: these mean nothing to the former
-// and look the same in the latter. A dollar sign begins a reference to a detail of the request.
+// Some agents read the text as markup, others show it as it is. So characters of markup are
+// replaced by look-alikes: they mean nothing to the first and look the same with the others. A
+// dollar sign would begin a reference to a detail of the request.
 char32_t harmless(char32_t character) {
   switch (character) {
     case '<':

@@ -66,7 +66,7 @@ std::optional<std::set<std::string>> DiscardedAuthorizations::read(
   std::set<std::string> authorizations;
   if (const auto* error = std::get_if<Error>(&bytes)) {
     if (isPOSIXError(*error, POSIXErrorCode::NoEntry)) return std::nullopt;
-    // A file that is there but cannot be relied on leaves nothing granted.
+    // There is a file, so something was discarded. What was granted since cannot be read: nothing.
     return authorizations;
   }
   std::istringstream lines{std::string(stringFromData(std::get<Data>(bytes)))};

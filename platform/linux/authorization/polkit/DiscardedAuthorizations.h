@@ -11,8 +11,9 @@
 namespace corvane {
 
 /// Which processes have discarded their authorizations, and which they were granted since. polkit
-/// lets nobody outside of a session take back what it keeps for a process, so what it kept before
-/// the discard must be known for what it is.
+/// keeps an authorization for some minutes, and lets only the process's own session take it back,
+/// so the helper cannot. It notes the discard instead, and what was granted later: whatever else
+/// polkit answers from counts as discarded.
 ///
 /// A file a process, in a folder that only root can change: a helper that ends does not forget.
 /// Files of processes that have ended are removed. Any thread.
