@@ -3,6 +3,7 @@
 import os
 import subprocess
 import threading
+import time
 
 from gi.repository import Gio, GLib
 
@@ -60,6 +61,17 @@ class RegistryTest(DaemonTest):
         self.client.register(100)
         self.client.unregister(300)
         self.assertLogged(self.mark, beginning(100), finishing(300), remaining(1))
+
+    def test_unregistering_while_others_remain_waits_for_nobody_who_arrives(self):
+        self.client.register(100)
+        # Each has been accepted and sends no message: the last one to leave would wait that long.
+        count, patience = 60, 0.25
+        begin = time.monotonic()
+        for _ in range(count):
+            silent = RawPeer(self.daemon.connect()).handshake()
+            self.client.unregister(200)
+            silent.close()
+        self.assertLess(time.monotonic() - begin, count * patience)
 
     def test_numbers_are_whatever_the_client_sends(self):
         numbers = [0, -1, 2**31 - 1, -2**31]

@@ -17,12 +17,13 @@ namespace corvane {
 ///     helper               handles A's message first, finds no client left, and ends
 ///     B                    has lost its connection, or was even told that it is registered
 ///
-/// So an unregistration closes the door, which means that nobody is accepted any more, and waits
+/// So that unregistration closes the door, which means that nobody is accepted any more, and waits
 /// until those who were accepted have had their first message handled; one that sends nothing is
 /// waited for as long as `patience`. Who comes to a closed door stays in the queue of the listening
 /// socket, which outlives the process, and is served by the next helper. And as an unregistration
 /// is never handled at the same time as a registration, no registration is acknowledged that has
-/// come too late to count.
+/// come too late to count. An unregistration that leaves others closes no door: whoever has clients
+/// leave without end would otherwise hold up everybody who comes.
 class Arrivals {
  public:
   using Clock = std::chrono::steady_clock;
@@ -46,11 +47,12 @@ class Arrivals {
 
   /// Held while a connection is accepted and becomes an arrival.
   std::unique_lock<std::mutex> accepting() { return std::unique_lock(_door); }
-  /// Held while a registration is handled and acknowledged.
+  /// Held while a registration is handled and acknowledged, and while an unregistration is that
+  /// leaves others.
   std::unique_lock<std::mutex> registering() { return std::unique_lock(_registration); }
 
-  /// Held while an unregistration is handled, with the door closed; waits first for those who are
-  /// arriving.
+  /// Held while the unregistration that leaves nobody is handled, with the door closed; waits first
+  /// for those who are arriving.
   class Leaving {
    public:
     explicit Leaving(Arrivals& arrivals);

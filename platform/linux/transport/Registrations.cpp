@@ -36,6 +36,12 @@ bool Registrations::remove(uid_t user, std::int32_t number) {
   return true;
 }
 
+bool Registrations::wouldBeEmptyWithout(uid_t user, std::int32_t number) const {
+  if (_users.size() != 1) return _users.empty();
+  const auto& [only, users] = *_users.begin();
+  return only == number && (user == 0 || (users.size() == 1 && users.contains(user)));
+}
+
 void Registrations::giveBack(uid_t account) {
   const auto count = _counts.find(account);
   if (--count->second == 0) _counts.erase(count);

@@ -25,6 +25,8 @@ class Registrations {
   /// registration of another user stands: then the registry is not told. The first time that a
   /// user tries this with a number that it had not registered is logged.
   bool remove(uid_t user, std::int32_t number);
+  /// Whether nobody is registered any more once the user has unregistered the number.
+  bool wouldBeEmptyWithout(uid_t user, std::int32_t number) const;
 
  private:
   using Users = std::map<uid_t, uid_t>;  ///< with their accounts

@@ -164,12 +164,28 @@ struct ServedConnection::Handlers {
     // If this is the connection's first message, it counts as arriving no longer: else it would
     // wait for itself, and with others like it for each other.
     connection._arrival.reset();
-    const Arrivals::Leaving leaving(*connection._arrivals);
+    if (!unregisterAmongOthers(connection, pid, oneWay)) {
+      const Arrivals::Leaving leaving(*connection._arrivals);
+      unregister(connection, pid, oneWay);
+    }
+    return 1;
+  }
+
+  // False, with nothing done, if that leaves nobody and so ends the helper.
+  static bool unregisterAmongOthers(ServedConnection& connection, std::int32_t pid,
+                                    OneWayMessage& oneWay) {
+    const auto registering = connection._arrivals->registering();
+    if (connection._registrations->wouldBeEmptyWithout(connection._peer.uid, pid)) return false;
+    unregister(connection, pid, oneWay);
+    return true;
+  }
+
+  // Acknowledged under the lock that is held: whoever comes next to it may end the helper.
+  static void unregister(ServedConnection& connection, std::int32_t pid, OneWayMessage& oneWay) {
     if (connection._registrations->remove(connection._peer.uid, pid)) {
       connection._object->unregisterClientWithPID(pid);
     }
     oneWay.acknowledge();
-    return 1;
   }
 
   static int enableDebugMode(ServedConnection& connection, sd_bus_message* message) {
