@@ -36,11 +36,15 @@ AuthorizationKeyFile::AuthorizationKeyFile(std::string directory)
     : _directory(std::move(directory)), _path(_directory + "/" + fileName) {}
 
 std::variant<AuthorizationKey, Error> AuthorizationKeyFile::key() {
-  const std::lock_guard guard(_lock);
+  // Nobody waits for the file of another: whoever looks at it may not be given a processor for
+  // long.
   const std::optional<FileStamp> stamp = FileStamp::of(_path);
-  if (stamp && stamp == _stamp) return _key;
-
+  {
+    const std::lock_guard guard(_lock);
+    if (stamp && stamp == _stamp) return _key;
+  }
   std::variant<AuthorizationKey, Error> key = readOrMake();
+  const std::lock_guard guard(_lock);
   _stamp.reset();
   if (const auto* read = std::get_if<AuthorizationKey>(&key); read && stamp && stamp->isSettled()) {
     _key = *read;

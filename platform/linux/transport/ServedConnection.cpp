@@ -242,14 +242,13 @@ ServedConnection::ServedConnection(FileDescriptor socket, const std::optional<Pe
                                    std::shared_ptr<Arrivals> arrivals,
                                    std::shared_ptr<Registrations> registrations)
     : _socket(std::move(socket)),
-      _process(peer ? std::nullopt : connectedProcess(_socket.get())),
+      _connectedItself(!peer),
       _peer(peer ? *peer : peerOfSocket(_socket.get())),
       _share(std::move(limits), _peer.uid),
       _isWithinLimits(_share.takeConnection()),
       _arrivals(std::move(arrivals)),
       _registrations(std::move(registrations)) {
   _peer.connection = _socket.get();
-  _peer.process = _process ? &*_process : nullptr;
 }
 
 void ServedConnection::setExportedInterface(XPCInterface interface) {
@@ -276,6 +275,8 @@ void ServedConnection::serve() {
       SD_BUS_VTABLE_END};
 
   const int socket = _socket.get();
+  if (_connectedItself) _process = connectedProcess(socket);
+  _peer.process = _process ? &*_process : nullptr;
   auto [guarded, forward] = connectedSockets();
   MessageGuard guard(socket, std::move(forward), _share);
   const Bus bus = makePeerBus(std::move(_socket), BusRole::Server, std::move(guarded));

@@ -44,6 +44,7 @@ class ServedConnection : public XPCIncomingConnection {
   struct Handlers;
 
   FileDescriptor _socket;
+  bool _connectedItself;
   std::optional<WatchedProcess> _process;
   Peer _peer;
   PeerLimits::Share _share;

@@ -93,6 +93,12 @@ bool reportingExceptions(Function function) {
   return true;
 }
 
+// Whether the peer has left without a word, or has nothing more to say.
+bool hasLeft(int socket) {
+  char byte = 0;
+  return ::recv(socket, &byte, sizeof(byte), MSG_PEEK | MSG_DONTWAIT) == 0;
+}
+
 // Accepts connections and gives each a thread. The socket is the service manager's: it lets clients
 // wait in its queue while no helper runs, and starts one for them. So the worst helper is one that
 // runs, since no other is started then, but serves nobody:
@@ -191,7 +197,8 @@ class LinuxListener : public XPCListener {
       }
       return;
     }
-    offer(std::move(socket), std::nullopt, true);
+    // Who connects and leaves without end costs those behind in the queue little.
+    if (!hasLeft(socket.get())) offer(std::move(socket), std::nullopt, true);
   }
 
   // Serves the connection on a thread of its own if it is within the limits and the delegate
