@@ -44,6 +44,10 @@ FileDescriptor socketFromServiceManager() {
   return first;
 }
 
+// Clients that wait to be accepted, as the service manager has them. They are in front of everybody
+// who comes later, so they are few.
+constexpr int maximumWaiting = 128;
+
 // Where nobody started the daemon on demand: the service's own path.
 FileDescriptor socketAtServicePath(const std::string& name) {
   const std::filesystem::path folder = "/run/" + name;
@@ -68,7 +72,7 @@ FileDescriptor socketAtServicePath(const std::string& name) {
   ::unlink(path.c_str());
   if (::bind(listening.get(), generic, sizeof(address)) != 0) return {};
   // Every user may connect; each request is authorized on its own.
-  if (::chmod(path.c_str(), 0666) != 0 || ::listen(listening.get(), SOMAXCONN) != 0) return {};
+  if (::chmod(path.c_str(), 0666) != 0 || ::listen(listening.get(), maximumWaiting) != 0) return {};
   return listening;
 }
 
