@@ -1,5 +1,6 @@
 #include "bench/support/SocketActivation.h"
 
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <stdexcept>
@@ -49,7 +50,7 @@ long memoryOf(pid_t process, const std::string& figure) {
   throw std::runtime_error("no " + figure + " of process " + std::to_string(process));
 }
 
-SocketActivation::SocketActivation(const std::string& program)
+SocketActivation::SocketActivation(const std::string& program, int backlog)
     : _program(program.find('/') == std::string::npos ? programBeside(program) : program),
       _socketPath(_folder.path() + "/socket") {
   // Where the program keeps keys and rights.
@@ -59,19 +60,28 @@ SocketActivation::SocketActivation(const std::string& program)
   // Only the embedded authority: the figures must not depend on what runs on this machine.
   ::setenv("DBUS_SYSTEM_BUS_ADDRESS", "unix:path=/nonexistent", 1);
   ::setenv("CORVANE_AUTHORIZATION_DIRECTORY", authorizationFolder.c_str(), 1);
+  ::setenv("CORVANE_POLKIT_ACTIONS_DIRECTORY", (_folder.path() + "/actions").c_str(), 1);
 
   sockaddr_un address{};
   address.sun_family = AF_UNIX;
   _socketPath.copy(address.sun_path, sizeof(address.sun_path) - 1);
   _listening.reset(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
   if (::bind(_listening.get(), reinterpret_cast<sockaddr*>(&address), sizeof(address)) != 0 ||
-      ::listen(_listening.get(), SOMAXCONN) != 0) {
+      ::listen(_listening.get(), backlog) != 0) {
     fail(_socketPath);
   }
 }
 
 SocketActivation::~SocketActivation() {
   stop();
+}
+
+void SocketActivation::serveEverybody() const {
+  if (std::system((programBeside("com.corvane.rights-vnt") + " register").c_str()) != 0) {
+    throw std::runtime_error("the rights cannot be registered");
+  }
+  std::filesystem::permissions(_folder.path(), std::filesystem::perms(0711));
+  std::filesystem::permissions(_socketPath, std::filesystem::perms(0666));
 }
 
 void SocketActivation::start() {

@@ -3,6 +3,7 @@
 
 #include <string>
 
+#include <sys/socket.h>
 #include <sys/types.h>
 
 #include "bench/support/TemporaryFolder.h"
@@ -15,13 +16,18 @@ namespace corvane::bench {
 class SocketActivation {
  public:
   /// `program` is a path, or the name of a program that was built beside this one.
-  explicit SocketActivation(const std::string& program);
+  /// As many clients as `backlog` wait to be accepted, others to get in.
+  explicit SocketActivation(const std::string& program, int backlog = SOMAXCONN);
   SocketActivation(const SocketActivation&) = delete;
   SocketActivation& operator=(const SocketActivation&) = delete;
   /// Ends the program.
   ~SocketActivation();
 
   const std::string& socketPath() const { return _socketPath; }
+  const std::string& folder() const { return _folder.path(); }
+
+  /// Lets everybody connect, not root alone, and registers the rights that they may have.
+  void serveEverybody() const;
 
   /// Starts the program now.
   void start();
