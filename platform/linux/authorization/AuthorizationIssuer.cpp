@@ -5,11 +5,11 @@
 
 #include <poll.h>
 #include <sys/socket.h>
-#include <sys/un.h>
 
 #include "foundation/FileDescriptor.h"
 #include "foundation/POSIXError.h"
 #include "foundation/Value.h"
+#include "platform/linux/transport/LocalSocket.h"
 
 namespace corvane {
 
@@ -27,37 +27,13 @@ std::chrono::milliseconds timeLeft(Clock::time_point deadline) {
   return std::max(left, std::chrono::milliseconds(0));
 }
 
-/// 0, or the errno value of the failure. A queue that stays full is a time-out too.
-int connectWithin(std::chrono::milliseconds patience, const FileDescriptor& socket,
-                  const sockaddr_un& address) {
-  // To the kernel a limit of zero means none.
-  patience = std::max(patience, std::chrono::milliseconds(1));
-  const auto seconds = std::chrono::floor<std::chrono::seconds>(patience);
-  const timeval limit = {seconds.count(), std::chrono::microseconds(patience - seconds).count()};
-  ::setsockopt(socket.get(), SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);
-  if (::connect(socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0) {
-    return 0;
-  }
-  return errno == EAGAIN ? ETIMEDOUT : errno;
-}
-
 }  // namespace
 
 std::variant<AuthorizationExternalForm, Error> requestAuthorizationExternalForm(
     const std::string& socketPath, std::chrono::milliseconds patience) {
   const Clock::time_point deadline = Clock::now() + patience;
-  sockaddr_un address = {};
-  address.sun_family = AF_UNIX;
-  if (socketPath.empty() || socketPath.size() >= sizeof address.sun_path) {
-    return issuerError(socketPath, socketPath.empty() ? ENOENT : ENAMETOOLONG);
-  }
-  socketPath.copy(address.sun_path, socketPath.size());
-
-  const FileDescriptor socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  const FileDescriptor socket = connectedTo(socketPath, deadline);
   if (!socket) return issuerError(socketPath, errno);
-  if (const int failure = connectWithin(patience, socket, address); failure != 0) {
-    return issuerError(socketPath, failure);
-  }
 
   AuthorizationExternalForm form = {};
   std::size_t received = 0;

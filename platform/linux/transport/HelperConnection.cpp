@@ -2,12 +2,7 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <thread>
 #include <utility>
-
-#include <poll.h>
-#include <sys/socket.h>
-#include <sys/un.h>
 
 #include "foundation/FileDescriptor.h"
 #include "foundation/POSIXError.h"
@@ -36,28 +31,6 @@ CommunicationFailure failure(int hostErrno, Kind otherwise, const std::string& w
 bool isRefusal(int hostErrno) {
   return hostErrno == ENOENT || hostErrno == ENOTDIR || hostErrno == ENAMETOOLONG ||
          hostErrno == ECONNREFUSED || hostErrno == EACCES;
-}
-
-// A socket connected to `path`; a listener whose queue is full is asked again until `deadline`.
-FileDescriptor connectedSocket(const std::string& path, Clock::time_point deadline) {
-  sockaddr_un address{};
-  address.sun_family = AF_UNIX;
-  if (path.size() >= sizeof(address.sun_path)) {
-    errno = ENAMETOOLONG;
-    return {};
-  }
-  path.copy(address.sun_path, path.size());
-  FileDescriptor socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
-  while (::connect(socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)) !=
-         0) {
-    if (errno != EAGAIN) return {};
-    if (Clock::now() >= deadline) {
-      errno = ETIMEDOUT;
-      return {};
-    }
-    std::this_thread::sleep_for(std::chrono::milliseconds(5));
-  }
-  return socket;
 }
 
 class LinuxHelperConnection : public HelperConnection {
@@ -205,7 +178,7 @@ class LinuxHelperConnection : public HelperConnection {
 HelperConnection::Answer<std::unique_ptr<HelperConnection>> HelperConnection::connect(
     const std::string& path, std::chrono::milliseconds timeout) {
   const Clock::time_point deadline = Clock::now() + timeout;
-  FileDescriptor socket = connectedSocket(path, deadline);
+  FileDescriptor socket = connectedTo(path, deadline);
   if (!socket) {
     const Kind kind = isRefusal(errno) ? Kind::Refused : Kind::Lost;
     return failure(errno, kind, "No helper could be reached at " + path);

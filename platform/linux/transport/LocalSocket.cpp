@@ -3,8 +3,11 @@
 #include <algorithm>
 #include <cerrno>
 
+#include <fcntl.h>
 #include <poll.h>
 #include <sys/socket.h>
+#include <sys/time.h>
+#include <sys/un.h>
 
 #include "foundation/Exception.h"
 #include "foundation/POSIXError.h"
@@ -20,6 +23,33 @@ std::pair<FileDescriptor, FileDescriptor> connectedSockets() {
                     "No socket pair: " + posixDescription(posixCodeFromHost(errno)));
   }
   return {FileDescriptor(ends[0]), FileDescriptor(ends[1])};
+}
+
+FileDescriptor connectedTo(const std::string& path, Clock::time_point deadline) {
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  if (path.empty() || path.size() >= sizeof(address.sun_path)) {
+    errno = path.empty() ? ENOENT : ENAMETOOLONG;
+    return {};
+  }
+  path.copy(address.sun_path, path.size());
+  FileDescriptor socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  if (!socket) return {};
+  do {
+    // To the kernel a limit of zero means none.
+    const auto left =
+        std::max(std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now()),
+                 std::chrono::milliseconds(1));
+    const auto seconds = std::chrono::floor<std::chrono::seconds>(left);
+    const timeval limit = {seconds.count(), std::chrono::microseconds(left - seconds).count()};
+    ::setsockopt(socket.get(), SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);
+    if (::connect(socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0) {
+      ::fcntl(socket.get(), F_SETFL, O_NONBLOCK);
+      return socket;
+    }
+  } while (errno == EINTR);
+  if (errno == EAGAIN) errno = ETIMEDOUT;
+  return {};
 }
 
 bool waitFor(int descriptor, short events, Clock::time_point deadline) {
