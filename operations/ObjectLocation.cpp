@@ -1,9 +1,5 @@
 #include "operations/ObjectLocation.h"
 
-#include <cerrno>
-
-#include <fcntl.h>
-
 #include "foundation/POSIXError.h"
 
 namespace corvane {
@@ -26,15 +22,12 @@ std::optional<Error> locateObject(std::string_view path, ObjectLocation& locatio
     path = path.substr(0, name);
   }
   const std::string folder(path.empty() ? "." : path);
-  // The path ends in a slash, so only a folder can be opened by it. O_PATH: it need not be
-  // readable.
-  location.folder.reset(::open(folder.c_str(), O_PATH | O_CLOEXEC));
-  if (!location.folder) return posixErrorFromHost(errno);
-  return std::nullopt;
+  return holdFolder(folder.c_str(), location.folder);
 }
 
-std::optional<Error> lstat(const ObjectLocation& location, FileStatus& status) {
-  if (auto error = lstat(location.folder.get(), location.name.c_str(), status)) return error;
+std::optional<Error> statusOf(const ObjectLocation& location, FileStatus& status) {
+  const char* name = location.name.c_str();
+  if (auto error = statusOf(location.folder.get(), name, FinalLink::Keep, status)) return error;
   if (location.namesDirectory && status.type != FileType::Directory) {
     return posixError(POSIXErrorCode::NotDirectory);
   }

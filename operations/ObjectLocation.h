@@ -25,7 +25,7 @@ struct ObjectLocation {
 std::optional<Error> locateObject(std::string_view path, ObjectLocation& location);
 
 /// The status of the object itself, also if it is a symbolic link.
-std::optional<Error> lstat(const ObjectLocation& location, FileStatus& status);
+std::optional<Error> statusOf(const ObjectLocation& location, FileStatus& status);
 
 }  // namespace corvane
 

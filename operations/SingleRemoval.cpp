@@ -4,35 +4,28 @@ namespace corvane {
 
 namespace {
 
-// Flags are read from and written to one open object, not twice to a name.
-std::optional<Error> clearUserFlags(const ObjectLocation& location) {
-  FileDescriptor object;
-  if (auto error =
-          openObject(location.folder.get(), location.name.c_str(), FinalLink::Keep, object)) {
-    return error;
-  }
-  FileStatus status;
-  if (auto error = fstat(object.get(), status)) return error;
-  return chflags(object.get(), status.flags & ~(UF_IMMUTABLE | UF_APPEND));
-}
+constexpr FileFlags userFlags = FileFlag::UserImmutable | FileFlag::UserAppend;
+constexpr FileFlags systemFlags = FileFlag::SystemImmutable | FileFlag::SystemAppend;
 
 }  // namespace
 
 std::optional<SingleRemovalFailure> removeSingleObject(const ObjectLocation& location) {
   using Reason = SingleRemovalFailure::Reason;
   FileStatus status;
-  if (auto error = lstat(location, status)) return SingleRemovalFailure{Reason::System, error};
+  if (auto error = statusOf(location, status)) return SingleRemovalFailure{Reason::System, error};
   if (status.type == FileType::Whiteout) return SingleRemovalFailure{Reason::Whiteout, {}};
-  if ((status.flags & (SF_IMMUTABLE | SF_APPEND)) != 0) {
+  if ((status.flags & systemFlags) != 0) {
     return SingleRemovalFailure{Reason::SystemFlags, {}};
   }
-  if ((status.flags & (UF_IMMUTABLE | UF_APPEND)) != 0) {
-    if (auto error = clearUserFlags(location)) {
+  const int folder = location.folder.get();
+  const char* name = location.name.c_str();
+  if ((status.flags & userFlags) != 0) {
+    if (auto error = changeFlags(folder, name, FinalLink::Keep, userFlags, 0)) {
       return SingleRemovalFailure{Reason::FlagsKept, error};
     }
   }
-  const auto remove = status.type == FileType::Directory ? rmdir : unlink;
-  if (auto error = remove(location.folder.get(), location.name.c_str())) {
+  const auto remove = status.type == FileType::Directory ? removeFolder : removeFile;
+  if (auto error = remove(folder, name)) {
     return SingleRemovalFailure{Reason::System, error};
   }
   return std::nullopt;

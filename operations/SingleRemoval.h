@@ -14,7 +14,7 @@ struct SingleRemovalFailure {
   enum class Reason : std::uint8_t {
     Whiteout,     ///< it is of that type
     FlagsKept,    ///< its user flags could not be cleared
-    SystemFlags,  ///< it has SF_IMMUTABLE or SF_APPEND; its user flags were left alone
+    SystemFlags,  ///< it has one of these; its user flags were left alone
     System,       ///< it could not be looked at or removed
   };
   Reason reason;
@@ -22,7 +22,7 @@ struct SingleRemovalFailure {
   std::optional<Error> error;
 };
 
-/// Removes one file, link or empty directory, clearing its flags UF_IMMUTABLE and UF_APPEND first.
+/// Removes one file, link or empty directory, clearing its user flags first.
 /// A symbolic link is removed itself.
 std::optional<SingleRemovalFailure> removeSingleObject(const ObjectLocation& location);
 

@@ -18,7 +18,7 @@ Error removalError(const OperationErrorText& text, const std::string& path,
 
 bool isRestricted(const ObjectLocation& location) {
   FileStatus status;
-  return !lstat(location, status) && (status.flags & SF_RESTRICTED) != 0;
+  return !statusOf(location, status) && (status.flags & FileFlag::Restricted) != 0;
 }
 
 std::optional<Error> removeSingle(const std::string& path) {
@@ -57,13 +57,14 @@ std::optional<Error> setImmutableFlagAtPath(bool set, const std::string& path,
   ObjectLocation location;
   if (auto error = locateObject(path, location)) return error;
   FileStatus status;
-  if (auto error = lstat(location, status)) return error;
-  FileDescriptor object;
-  if (openObject(location.folder.get(), location.name.c_str(), FinalLink::Follow, object)) {
+  if (auto error = statusOf(location, status)) return error;
+  const int folder = location.folder.get();
+  const char* name = location.name.c_str();
+  if (statusOf(folder, name, FinalLink::Follow, status)) {
     if (checkingExistenceOfLinkTarget) return posixError(POSIXErrorCode::NoEntry);
     return std::nullopt;
   }
-  return setImmutableFlagOfObject(object.get(), set);
+  return changeImmutableFlag(folder, name, FinalLink::Follow, set);
 }
 
 // Writes a failure to `error`, which may be null. Returns whether there was none; then `error`

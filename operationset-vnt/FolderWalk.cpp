@@ -170,9 +170,9 @@ std::optional<Error> Walker::ascend() {
   if (level.reader == nullptr) {
     FileDescriptor folder;
     if (auto error = open(child.reader->folder(), "..", folder)) return error;
-    FileStatus status;
-    if (auto error = fstat(folder.get(), status)) return error;
-    if (status.identity != level.identity) return posixError(POSIXErrorCode::Stale);
+    FileIdentity identity;
+    if (auto error = ancestorOf(folder.get(), 0, identity)) return error;
+    if (identity != level.identity) return posixError(POSIXErrorCode::Stale);
     level.reader = std::make_shared<FolderReader>(std::move(folder), level.position);
     --_closed;
   }
@@ -192,9 +192,7 @@ std::optional<Error> Walker::open(int folder, const char* name, FileDescriptor& 
 
 std::optional<Error> Walker::closeTopmost() {
   Level& level = _levels[_closed];
-  FileStatus status;
-  if (auto error = fstat(level.reader->folder(), status)) return error;
-  level.identity = status.identity;
+  if (auto error = ancestorOf(level.reader->folder(), 0, level.identity)) return error;
   level.position = level.reader->position();
   level.reader.reset();
   ++_closed;

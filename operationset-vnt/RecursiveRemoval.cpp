@@ -15,9 +15,7 @@ namespace {
 constexpr unsigned maximumThreads = 4;
 
 std::optional<Error> clearImmutableFlag(int folder, const char* name) {
-  FileDescriptor object;
-  if (auto error = openObject(folder, name, FinalLink::Keep, object)) return error;
-  return setImmutableFlagOfObject(object.get(), false);
+  return changeImmutableFlag(folder, name, FinalLink::Keep, false);
 }
 
 // The first walk: takes the protection off every entry and makes sure that all of the tree can go.
@@ -34,7 +32,7 @@ class Unprotection : public FolderVisitor {
  private:
   static std::optional<Error> unprotect(int folder, const char* name, bool& descend) {
     FileStatus status;
-    if (auto error = lstat(folder, name, status)) return error;
+    if (auto error = statusOf(folder, name, FinalLink::Keep, status)) return error;
     descend = status.type == FileType::Directory;
     // Another device number would not mean a mount: Btrfs subvolumes have their own, and so have
     // files in an overlay.
@@ -51,24 +49,24 @@ class Deletion : public FolderVisitor {
     std::optional<Error> error;
     if (!type) {
       FileStatus status;
-      error = lstat(folder, entry.name, status);
+      error = statusOf(folder, entry.name, FinalLink::Keep, status);
       type = status.type;
     }
     descend = !error && type == FileType::Directory;
-    if (!error && !descend) error = unlink(folder, entry.name);
+    if (!error && !descend) error = removeFile(folder, entry.name);
     return error && isPOSIXError(*error, POSIXErrorCode::NoEntry) ? std::nullopt : error;
   }
 
   // A folder in which another thread is still busy is left to the next walk.
   std::optional<Error> leave(int folder, const char* name) override {
-    auto error = rmdir(folder, name);
+    auto error = removeFolder(folder, name);
     const bool isDone = !error || isPOSIXError(*error, POSIXErrorCode::NoEntry) ||
                         isPOSIXError(*error, POSIXErrorCode::NotEmpty);
     return isDone ? std::nullopt : error;
   }
 };
 
-std::optional<Error> removeFolder(const ObjectLocation& location, const FileStatus& status) {
+std::optional<Error> removeTree(const ObjectLocation& location, const FileStatus& status) {
   // These two could not be removed after all that is in them had been, so they are refused before
   // anything is deleted.
   if (status.isMountPoint) return posixError(POSIXErrorCode::Busy);
@@ -87,7 +85,7 @@ std::optional<Error> removeFolder(const ObjectLocation& location, const FileStat
   std::optional<Error> error;
   for (const unsigned crew : {threads, 1U, 1U}) {
     if ((error = walkFolder(folder, name, deletion, crew))) return error;
-    error = rmdir(folder, name);
+    error = removeFolder(folder, name);
     if (!error || !isPOSIXError(*error, POSIXErrorCode::NotEmpty)) return error;
   }
   return error;
@@ -102,10 +100,9 @@ bool meansNoObject(const Error& error) {
          isPOSIXError(error, POSIXErrorCode::NameTooLong);
 }
 
-std::optional<Error> setImmutableFlagOfObject(int object, bool set) {
-  FileStatus status;
-  if (auto error = fstat(object, status)) return error;
-  auto error = chflags(object, set ? status.flags | UF_IMMUTABLE : status.flags & ~UF_IMMUTABLE);
+std::optional<Error> changeImmutableFlag(int folder, const char* name, FinalLink link, bool set) {
+  constexpr FileFlags flag = FileFlag::UserImmutable;
+  auto error = changeFlags(folder, name, link, set ? 0 : flag, set ? flag : 0);
   const bool hasNoFlags = error && isPOSIXError(*error, POSIXErrorCode::NotSupported);
   return hasNoFlags && !set ? std::nullopt : error;
 }
@@ -115,25 +112,31 @@ std::optional<Error> removeObjectRecursively(const ObjectLocation& location) {
   const char* name = location.name.c_str();
   FileStatus status;
   // Unlike elsewhere, a link to a directory counts as the link also where a slash follows it.
-  if (auto error = lstat(folder, name, status)) return meansNoObject(*error) ? std::nullopt : error;
+  if (auto error = statusOf(folder, name, FinalLink::Keep, status)) {
+    return meansNoObject(*error) ? std::nullopt : error;
+  }
   switch (status.type) {
     case FileType::Directory:
-      return removeFolder(location, status);
+      return removeTree(location, status);
     case FileType::SymbolicLink: {
       const std::string path = location.namesDirectory ? location.name + "/" : location.name;
-      FileDescriptor target;
-      if (auto error = openObject(folder, path.c_str(), FinalLink::Follow, target)) {
+      FileStatus target;
+      if (auto error = statusOf(folder, path.c_str(), FinalLink::Follow, target)) {
         if (meansNoObject(*error)) return std::nullopt;
         // EACCES: there are links that the kernel does not let even root follow
-        // (protected_symlinks). What matters is that the link itself is there.
-        if (!isPOSIXError(*error, POSIXErrorCode::Access)) return error;
+        // (protected_symlinks). EBUSY: the link leads to a mount that only its user may look at.
+        // What matters is that the link itself is there.
+        if (!isPOSIXError(*error, POSIXErrorCode::Access) &&
+            !isPOSIXError(*error, POSIXErrorCode::Busy)) {
+          return error;
+        }
       }
-      return unlink(folder, name);
+      return removeFile(folder, name);
     }
     default:
       if (location.namesDirectory) return std::nullopt;
       if (auto error = clearImmutableFlag(folder, name)) return error;
-      return unlink(folder, name);
+      return removeFile(folder, name);
   }
 }
 

@@ -8,13 +8,14 @@
 
 namespace corvane {
 
-/// Sets or clears UF_IMMUTABLE of an object. Clearing succeeds where there are no flags to clear.
-std::optional<Error> setImmutableFlagOfObject(int object, bool set);
+/// Sets or clears FileFlag::UserImmutable of the object `name` of an open folder. Clearing succeeds
+/// where there are no flags to clear.
+std::optional<Error> changeImmutableFlag(int folder, const char* name, FinalLink link, bool set);
 
-/// Removes an object with everything below it. Before anything is deleted, UF_IMMUTABLE is cleared
-/// on all of it, and a mount point anywhere in it fails with EBUSY. No other flag is looked at. A
-/// symbolic link is removed itself. An object that does not exist is a success, and so is a link
-/// whose target does not exist, which stays.
+/// Removes an object with everything below it. Before anything is deleted, the user's
+/// immutable flag is cleared on all of it, and a mount point anywhere in it fails with EBUSY. No
+/// other flag is looked at. A symbolic link is removed itself. An object that does not exist is a
+/// success, and so is a link whose target does not exist, which stays.
 std::optional<Error> removeObjectRecursively(const ObjectLocation& location);
 
 /// True for the failures by which a path turns out to lead to no object.

@@ -51,12 +51,12 @@ class ZELPrivilegedOperationSetVNT : public ZELPrivilegedOperationSet,
   /// Removes a file, a link itself or an empty directory, clearing its user flags.
   bool enforceSingleRemovalOfFileSystemObjectAtPath(const std::string& path,
                                                     std::optional<Error>* error);
-  /// Removes an object with all that is below it, clearing UF_IMMUTABLE everywhere first. What
-  /// does not exist is a success, and so is a link without a target, which stays.
+  /// Removes an object with all that is below it, clearing FileFlag::UserImmutable everywhere
+  /// first. What does not exist is a success, and so is a link without a target, which stays.
   bool enforceRecursiveRemovalOfFileSystemObjectAtPath(const std::string& path,
                                                        std::optional<Error>* error);
-  /// Sets or clears UF_IMMUTABLE of the object that `path` leads to, links followed. A link
-  /// without a target is a success unless its existence is to be checked.
+  /// Sets or clears FileFlag::UserImmutable of the object that `path` leads to, links followed. A
+  /// link without a target is a success unless its existence is to be checked.
   bool setImmutableFlag(bool set, const std::string& path, bool checkingExistenceOfLinkTarget,
                         std::optional<Error>* error);
   /// True if the object is protected by System Integrity Protection; `error` is then replaced by

@@ -10,15 +10,19 @@
 
 namespace corvane {
 
-/// The protection flags of a file system object, by their bits in the BSD file flags word.
+/// The protection flags of a file system object: a set of those below, by their bits in the BSD
+/// file flags word.
 using FileFlags = std::uint32_t;
-inline constexpr FileFlags UF_IMMUTABLE = 0x2;
-inline constexpr FileFlags UF_APPEND = 0x4;
-/// What only a system that is not in full operation clears.
-inline constexpr FileFlags SF_IMMUTABLE = 0x20000;
-inline constexpr FileFlags SF_APPEND = 0x40000;
-/// Protected by System Integrity Protection: removal and every change of flags are refused.
-inline constexpr FileFlags SF_RESTRICTED = 0x80000;
+namespace FileFlag {
+inline constexpr FileFlags UserImmutable = 0x2;  ///< UF_IMMUTABLE
+inline constexpr FileFlags UserAppend = 0x4;     ///< UF_APPEND
+// What only a system that is not in full operation clears.
+inline constexpr FileFlags SystemImmutable = 0x20000;  ///< SF_IMMUTABLE
+inline constexpr FileFlags SystemAppend = 0x40000;     ///< SF_APPEND
+/// SF_RESTRICTED. Protected by System Integrity Protection: removal and every change of flags are
+/// refused.
+inline constexpr FileFlags Restricted = 0x80000;
+}  // namespace FileFlag
 
 /// The types that are told apart. A whiteout hides an object of a lower layer of a union mount.
 enum class FileType : std::uint8_t { Directory, SymbolicLink, Whiteout, Other };
@@ -45,30 +49,32 @@ struct FileStatus {
 /// Whether a symbolic link that stands at the end of a name is taken for itself or for its target.
 enum class FinalLink : std::uint8_t { Keep, Follow };
 
-/// Gets hold of an object, of whatever type, without opening what it stands for: a device, a fifo
-/// or a socket does not notice. The result serves for `fstat` and `chflags` only.
-std::optional<Error> openObject(int folder, const char* name, FinalLink link,
-                                FileDescriptor& object);
+/// Gets hold of the folder that `path` leads to, links followed, as the folder of other calls. It
+/// need not be readable.
+std::optional<Error> holdFolder(const char* path, FileDescriptor& folder);
 /// Opens a subfolder (or "..") for reading and as the folder of other calls. A symbolic link fails
 /// with ENOTDIR, a mount point with EBUSY.
 std::optional<Error> openFolder(int folder, const char* name, FileDescriptor& subfolder);
 /// Which folder is, at this moment, so many levels above an open one. 0 is the folder itself.
 std::optional<Error> ancestorOf(int folder, std::size_t levels, FileIdentity& ancestor);
 
-/// The status of an object; a final symbolic link is not followed. EBUSY for a mount point that
-/// does not let its status be read.
-std::optional<Error> lstat(int folder, const char* name, FileStatus& status);
-std::optional<Error> fstat(int object, FileStatus& status);
+// An object of whatever type is asked for its status and its flags without being opened for use: a
+// device, a fifo or a socket does not notice.
 
-/// Replaces the flags word of an object. A word that is already there is a success and writes
-/// nothing. EPERM for an object with SF_RESTRICTED and for clearing a system flag; ENOTSUP for an
-/// object that has no flags.
-std::optional<Error> chflags(int object, FileFlags flags);
+/// The status of an object. EBUSY for a mount point that does not let its status be read.
+std::optional<Error> statusOf(int folder, const char* name, FinalLink link, FileStatus& status);
+
+/// Takes the flags `clear` from an object and gives it the flags `set`, which are read from and
+/// written to one and the same object, whatever the name comes to mean meanwhile. Flags that are
+/// already so are a success, and nothing is written. EPERM for an object with FileFlag::Restricted
+/// and for clearing a system flag; ENOTSUP for an object that has no flags.
+std::optional<Error> changeFlags(int folder, const char* name, FinalLink link, FileFlags clear,
+                                 FileFlags set);
 
 /// Removes what is not a directory.
-std::optional<Error> unlink(int folder, const char* name);
+std::optional<Error> removeFile(int folder, const char* name);
 /// Removes an empty directory.
-std::optional<Error> rmdir(int folder, const char* name);
+std::optional<Error> removeFolder(int folder, const char* name);
 
 }  // namespace corvane
 

@@ -37,8 +37,9 @@ void makeTree(const std::string& path, const TreeShape& shape) {
       const FileDescriptor file(
           ::openat(folder.get(), name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644));
       if (!file) fail(name);
-      if (shape.protectedEvery != 0 && ++count % shape.protectedEvery == 0) {
-        if (chflags(file.get(), UF_IMMUTABLE)) fail(name);
+      if (shape.protectedEvery != 0 && ++count % shape.protectedEvery == 0 &&
+          changeFlags(folder.get(), name.c_str(), FinalLink::Keep, 0, FileFlag::UserImmutable)) {
+        fail(name);
       }
     }
   }

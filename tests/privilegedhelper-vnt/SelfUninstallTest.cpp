@@ -67,7 +67,8 @@ TEST_F(SelfUninstallTest, AFolderWithContentsStays) {
 }
 
 TEST_F(SelfUninstallTest, FlagsOfTheUserAreTakenOff) {
-  for (const FileFlags flags : {UF_IMMUTABLE, UF_APPEND, UF_IMMUTABLE | UF_APPEND}) {
+  for (const FileFlags flags : {FileFlag::UserImmutable, FileFlag::UserAppend,
+                                FileFlag::UserImmutable | FileFlag::UserAppend}) {
     const std::string file = folder.makeFile("file");
     ASSERT_EQ(changeFileFlags(file, flags), std::nullopt);
     EXPECT_EQ(remove(file), std::nullopt) << flags;
@@ -77,7 +78,8 @@ TEST_F(SelfUninstallTest, FlagsOfTheUserAreTakenOff) {
 TEST_F(SelfUninstallTest, FlagsOfTheSystemAndWhiteoutsAreOneError) {
   const Error inputOutput = posixError(POSIXErrorCode::InputOutput);
   int count = 0;
-  for (const FileFlags flags : {SF_IMMUTABLE, SF_APPEND, SF_IMMUTABLE | UF_IMMUTABLE}) {
+  for (const FileFlags flags : {FileFlag::SystemImmutable, FileFlag::SystemAppend,
+                                FileFlag::SystemImmutable | FileFlag::UserImmutable}) {
     const std::string file = folder.makeFile("file" + std::to_string(++count));
     ASSERT_EQ(changeFileFlags(file, flags), std::nullopt);
     EXPECT_EQ(remove(file), inputOutput) << flags;

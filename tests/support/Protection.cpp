@@ -30,15 +30,13 @@ int kernelFlags(const std::string& path) {
 
 FileFlags fileFlags(const std::string& path) {
   FileStatus status;
-  const auto error = lstat(AT_FDCWD, path.c_str(), status);
+  const auto error = statusOf(AT_FDCWD, path.c_str(), FinalLink::Keep, status);
   EXPECT_FALSE(error) << path;
   return status.flags;
 }
 
 std::optional<Error> changeFileFlags(const std::string& path, FileFlags flags) {
-  FileDescriptor object;
-  if (auto error = openObject(AT_FDCWD, path.c_str(), FinalLink::Keep, object)) return error;
-  return chflags(object.get(), flags);
+  return changeFlags(AT_FDCWD, path.c_str(), FinalLink::Keep, ~FileFlags{0}, flags);
 }
 
 std::string obstacleToProtection(const std::string& parent) {

@@ -47,9 +47,9 @@ std::optional<fs::path> lastingPath(const fs::path& folder) {
 // Adds the object to the findings. True if it is a folder to go into.
 bool examine(const std::string& path, Findings& findings, const FileStatus* top,
              FileStatus& status) {
-  if (lstat(AT_FDCWD, path.c_str(), status)) return false;
-  findings.areInVain |= (status.flags & (SF_IMMUTABLE | SF_APPEND)) != 0;
-  if ((status.flags & UF_APPEND) != 0) findings.appendOnly.push_back(path);
+  if (statusOf(AT_FDCWD, path.c_str(), FinalLink::Keep, status)) return false;
+  findings.areInVain |= (status.flags & (FileFlag::SystemImmutable | FileFlag::SystemAppend)) != 0;
+  if ((status.flags & FileFlag::UserAppend) != 0) findings.appendOnly.push_back(path);
   const bool isElsewhere = top != nullptr && status.identity.device != top->identity.device;
   return status.type == FileType::Directory && !status.isMountPoint && !isElsewhere &&
          isOurs(path, false);

@@ -30,10 +30,12 @@ std::string fileOf(const std::string& tree) {
   return foldersOf(tree).back() + "/file";
 }
 
-std::optional<Error> setFlags(const std::string& path, FileFlags flags) {
-  FileDescriptor object;
-  if (auto error = openObject(AT_FDCWD, path.c_str(), FinalLink::Keep, object)) return error;
-  return chflags(object.get(), flags);
+std::optional<Error> protect(const std::string& path) {
+  return changeFlags(AT_FDCWD, path.c_str(), FinalLink::Keep, 0, FileFlag::UserImmutable);
+}
+
+void unprotect(const std::string& path) {
+  changeFlags(AT_FDCWD, path.c_str(), FinalLink::Keep, FileFlag::UserImmutable, 0);
 }
 
 }  // namespace
@@ -57,17 +59,17 @@ std::optional<Error> ProtectedTree::make() {
   if (!FileDescriptor(::open(file.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600))) {
     return posixErrorAbout(file, errno);
   }
-  if (auto error = setFlags(file, UF_IMMUTABLE)) return error;
+  if (auto error = protect(file)) return error;
   for (const std::string& folder : foldersOf(_path)) {
-    if (auto error = setFlags(folder, UF_IMMUTABLE)) return error;
+    if (auto error = protect(folder)) return error;
   }
   return std::nullopt;
 }
 
 ProtectedTree::~ProtectedTree() {
   if (_folder.empty()) return;
-  for (const std::string& folder : foldersOf(_path)) setFlags(folder, 0);
-  setFlags(fileOf(_path), 0);
+  for (const std::string& folder : foldersOf(_path)) unprotect(folder);
+  unprotect(fileOf(_path));
   std::error_code ignored;
   fs::remove_all(_folder, ignored);
 }

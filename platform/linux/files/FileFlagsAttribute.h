@@ -16,7 +16,7 @@ inline constexpr const char* fileFlagsAttribute = "trusted.corvane.flags";
 
 /// The flags word that the kernel's own two flags amount to.
 constexpr FileFlags fileFlagsFromKernel(bool immutable, bool append) {
-  return (immutable ? UF_IMMUTABLE : 0) | (append ? UF_APPEND : 0);
+  return (immutable ? FileFlag::UserImmutable : 0) | (append ? FileFlag::UserAppend : 0);
 }
 
 /// A path of this process by which calls that take no descriptor reach an open object.

@@ -7,6 +7,7 @@
 #include "foundation/POSIXError.h"
 #include "platform/FileSystem.h"
 #include "platform/linux/files/FileFlagsAttribute.h"
+#include "platform/linux/files/OpenObject.h"
 
 namespace corvane {
 
@@ -45,7 +46,7 @@ FileStatus statusFrom(const struct statx& attributes) {
 
 }  // namespace
 
-std::optional<Error> fstat(int object, FileStatus& status) {
+std::optional<Error> statusOfObject(int object, FileStatus& status) {
   struct statx attributes {};
   if (auto error = query(object, "", AT_EMPTY_PATH, attributes)) return error;
   status = statusFrom(attributes);
@@ -56,7 +57,12 @@ std::optional<Error> fstat(int object, FileStatus& status) {
   return std::nullopt;
 }
 
-std::optional<Error> lstat(int folder, const char* name, FileStatus& status) {
+std::optional<Error> statusOf(int folder, const char* name, FinalLink link, FileStatus& status) {
+  if (link == FinalLink::Follow) {
+    FileDescriptor object;
+    if (auto error = openObject(folder, name, link, object)) return error;
+    return statusOfObject(object.get(), status);
+  }
   struct statx attributes {};
   if (auto error = query(folder, name, AT_SYMLINK_NOFOLLOW, attributes)) return error;
   status = statusFrom(attributes);

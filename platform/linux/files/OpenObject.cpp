@@ -1,9 +1,10 @@
+#include "platform/linux/files/OpenObject.h"
+
 #include <cerrno>
 
 #include <fcntl.h>
 
 #include "foundation/POSIXError.h"
-#include "platform/FileSystem.h"
 
 namespace corvane {
 

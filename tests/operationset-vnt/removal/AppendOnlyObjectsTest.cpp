@@ -78,7 +78,7 @@ TEST_F(AppendOnlyObjectsTest, CountForNothingBesideWhatCannotBeDeleted) {
   const std::string top = folder.makeFolder("top");
   makeAppendOnlyFile("top/file");
   const std::string locked = folder.makeFile("top/locked");
-  ASSERT_EQ(changeFileFlags(locked, SF_IMMUTABLE), std::nullopt);
+  ASSERT_EQ(changeFileFlags(locked, FileFlag::SystemImmutable), std::nullopt);
   EXPECT_THAT(appendOnlyObjects({top}), IsEmpty());
 }
 

@@ -116,7 +116,7 @@ TEST_F(MountPointTest, AMountPointItselfKeepsItsFlags) {
 
 TEST_F(MountPointTest, ARestrictedTopRefinesEveryErrorOfARecursiveRemoval) {
   const std::string outside = folder.makeFolder("outside");
-  ASSERT_EQ(changeFileFlags(outside, SF_RESTRICTED), std::nullopt);
+  ASSERT_EQ(changeFileFlags(outside, FileFlag::Restricted), std::nullopt);
   ASSERT_EQ(::mount(outside.c_str(), mountPoint.c_str(), nullptr, MS_BIND, nullptr), 0);
   const auto error = remove(mountPoint);
   ASSERT_TRUE(error);
@@ -126,7 +126,7 @@ TEST_F(MountPointTest, ARestrictedTopRefinesEveryErrorOfARecursiveRemoval) {
 
 TEST_F(MountPointTest, ARestrictedObjectRefinesNothingButAPermissionThatIsMissing) {
   const std::string outside = folder.makeFolder("outside");
-  ASSERT_EQ(changeFileFlags(folder.makeFile("outside/file"), SF_RESTRICTED), std::nullopt);
+  ASSERT_EQ(changeFileFlags(folder.makeFile("outside/file"), FileFlag::Restricted), std::nullopt);
   ASSERT_EQ(::mount(outside.c_str(), mountPoint.c_str(), nullptr, MS_BIND, nullptr), 0);
   ASSERT_EQ(
       ::mount(nullptr, mountPoint.c_str(), nullptr, MS_REMOUNT | MS_BIND | MS_RDONLY, nullptr), 0);
@@ -179,7 +179,7 @@ TEST_F(MountPointTest, ATreeOnAFileSystemWithoutFlagsIsRemoved) {
   ASSERT_EQ(::mount("none", mountPoint.c_str(), "ramfs", 0, nullptr), 0);
   const std::string inner = folder.makeFolder("tree/mounted/inner");
   folder.makeFile("tree/mounted/inner/file");
-  EXPECT_EQ(changeFileFlags(inner, UF_IMMUTABLE), Error(NSPOSIXErrorDomain, 45));
+  EXPECT_EQ(changeFileFlags(inner, FileFlag::UserImmutable), Error(NSPOSIXErrorDomain, 45));
   EXPECT_EQ(remove(inner), std::nullopt);
   EXPECT_FALSE(exists(inner));
 }

@@ -158,9 +158,9 @@ TEST_F(RecursiveRemovalTest, AnAppendOnlyObjectMakesItFailAndKeepsTheFlag) {
 TEST_F(RecursiveRemovalTest, SystemFlagsMakeItFailWithTheErrorOfTheSystem) {
   const std::string tree = folder.makeFolder("tree");
   const std::string inner = folder.makeFile("tree/inner");
-  ASSERT_EQ(changeFileFlags(inner, SF_IMMUTABLE), std::nullopt);
+  ASSERT_EQ(changeFileFlags(inner, FileFlag::SystemImmutable), std::nullopt);
   EXPECT_EQ(remove(tree), Error(NSPOSIXErrorDomain, 1));
-  EXPECT_EQ(fileFlags(inner), SF_IMMUTABLE);
+  EXPECT_EQ(fileFlags(inner), FileFlag::SystemImmutable);
 }
 
 TEST_F(RecursiveRemovalTest, ARestrictedEntryStopsItBeforeAnythingIsDeleted) {
@@ -169,7 +169,7 @@ TEST_F(RecursiveRemovalTest, ARestrictedEntryStopsItBeforeAnythingIsDeleted) {
     folder.makeFolder("tree/" + std::to_string(i));
     folder.makeFile("tree/" + std::to_string(i) + "/file");
   }
-  ASSERT_EQ(changeFileFlags(folder.path("tree/7/file"), SF_RESTRICTED), std::nullopt);
+  ASSERT_EQ(changeFileFlags(folder.path("tree/7/file"), FileFlag::Restricted), std::nullopt);
   // The error is refined for the top of the tree, which is not restricted.
   EXPECT_EQ(remove(tree), Error(NSPOSIXErrorDomain, 1));
   for (int i = 0; i < 20; ++i) {
@@ -180,7 +180,7 @@ TEST_F(RecursiveRemovalTest, ARestrictedEntryStopsItBeforeAnythingIsDeleted) {
 TEST_F(RecursiveRemovalTest, ARestrictedTopRefinesTheError) {
   const std::string tree = folder.makeFolder("tree");
   const std::string file = folder.makeFile("tree/file");
-  ASSERT_EQ(changeFileFlags(tree, SF_RESTRICTED), std::nullopt);
+  ASSERT_EQ(changeFileFlags(tree, FileFlag::Restricted), std::nullopt);
   const auto error = remove(tree);
   ASSERT_TRUE(error);
   EXPECT_TRUE(error->is("com.corvane.error.privileged-operation", 8));
@@ -203,7 +203,7 @@ TEST_F(RecursiveRemovalTest, TheImmutableFlagIsSetAndClearedThroughLinks) {
   const std::string link = folder.makeLink("link", "file");
   std::optional<Error> error;
   EXPECT_TRUE(set.setImmutableFlag(true, link, true, &error));
-  EXPECT_EQ(fileFlags(file), UF_IMMUTABLE);
+  EXPECT_EQ(fileFlags(file), FileFlag::UserImmutable);
   EXPECT_TRUE(set.setImmutableFlag(false, link, true, &error));
   EXPECT_EQ(fileFlags(file), 0U);
   EXPECT_EQ(error, std::nullopt);

@@ -120,8 +120,10 @@ TEST_F(SingleRemovalTest, AWhiteoutIsRefused) {
 
 TEST_F(SingleRemovalTest, SystemFlagsNeedSingleUserModeAndUserFlagsStay) {
   int count = 0;
-  for (const FileFlags flags : {SF_IMMUTABLE, SF_APPEND, SF_IMMUTABLE | UF_IMMUTABLE,
-                                SF_APPEND | UF_APPEND | UF_IMMUTABLE}) {
+  for (const FileFlags flags :
+       {FileFlag::SystemImmutable, FileFlag::SystemAppend,
+        FileFlag::SystemImmutable | FileFlag::UserImmutable,
+        FileFlag::SystemAppend | FileFlag::UserAppend | FileFlag::UserImmutable}) {
     const std::string path = folder.makeFile("file" + std::to_string(++count));
     ASSERT_EQ(changeFileFlags(path, flags), std::nullopt);
     const auto error = remove(path);
@@ -143,7 +145,7 @@ constexpr const char* integrityProtectionTemplate =
 
 TEST_F(SingleRemovalTest, ARestrictedObjectStaysAndTheErrorSaysWhy) {
   const std::string path = folder.makeFile("file");
-  ASSERT_EQ(changeFileFlags(path, SF_RESTRICTED), std::nullopt);
+  ASSERT_EQ(changeFileFlags(path, FileFlag::Restricted), std::nullopt);
   const auto error = remove(path);
   expectError(error, 8, path, integrityProtectionDescription, integrityProtectionTemplate);
   ASSERT_EQ(error->userInfo().size(), 5U);
@@ -155,10 +157,10 @@ TEST_F(SingleRemovalTest, ARestrictedObjectStaysAndTheErrorSaysWhy) {
 
 TEST_F(SingleRemovalTest, ARestrictedObjectKeepsItsUserFlags) {
   const std::string path = folder.makeFile("file");
-  ASSERT_EQ(changeFileFlags(path, SF_RESTRICTED | UF_IMMUTABLE), std::nullopt);
+  ASSERT_EQ(changeFileFlags(path, FileFlag::Restricted | FileFlag::UserImmutable), std::nullopt);
   expectError(remove(path), 5, path, "The operating system could not change protection flags.",
               "Please check if the file system storing the object '$1$' is working properly.");
-  EXPECT_EQ(fileFlags(path), SF_RESTRICTED | UF_IMMUTABLE);
+  EXPECT_EQ(fileFlags(path), FileFlag::Restricted | FileFlag::UserImmutable);
 }
 
 TEST_F(SingleRemovalTest, AFolderProtectedAboveTheObjectIsNoIntegrityProtection) {
@@ -172,7 +174,7 @@ TEST_F(SingleRemovalTest, AFolderProtectedAboveTheObjectIsNoIntegrityProtection)
 TEST_F(SingleRemovalTest, TheIntegrityProtectionTestRefinesOnlyErrorsOfRestrictedObjects) {
   const std::string plain = folder.makeFile("plain");
   const std::string restricted = folder.makeFile("restricted");
-  ASSERT_EQ(changeFileFlags(restricted, SF_RESTRICTED), std::nullopt);
+  ASSERT_EQ(changeFileFlags(restricted, FileFlag::Restricted), std::nullopt);
   const Error before = posixError(POSIXErrorCode::Busy);
   std::optional<Error> error = before;
   EXPECT_FALSE(set.isSIPRestrictedObjectAtPath(plain, &error));

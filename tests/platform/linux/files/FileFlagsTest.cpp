@@ -31,17 +31,17 @@ TEST_F(FileFlagsTest, WhatTheKernelProtectsCountsAsAUserFlag) {
   const std::string file = folder.makeFile("file");
   EXPECT_EQ(fileFlags(file), 0U);
   setKernelFlags(file, FS_IMMUTABLE_FL);
-  EXPECT_EQ(fileFlags(file), UF_IMMUTABLE);
+  EXPECT_EQ(fileFlags(file), FileFlag::UserImmutable);
   setKernelFlags(file, FS_APPEND_FL);
-  EXPECT_EQ(fileFlags(file), UF_APPEND);
+  EXPECT_EQ(fileFlags(file), FileFlag::UserAppend);
 }
 
 TEST_F(FileFlagsTest, UserFlagsNeedNoAttribute) {
   const std::string file = folder.makeFile("file");
-  ASSERT_EQ(changeFileFlags(file, UF_IMMUTABLE | UF_APPEND), std::nullopt);
+  ASSERT_EQ(changeFileFlags(file, FileFlag::UserImmutable | FileFlag::UserAppend), std::nullopt);
   EXPECT_EQ(kernelFlags(file), FS_IMMUTABLE_FL | FS_APPEND_FL);
   EXPECT_EQ(::listxattr(file.c_str(), nullptr, 0), 0);
-  ASSERT_EQ(changeFileFlags(file, UF_APPEND), std::nullopt);
+  ASSERT_EQ(changeFileFlags(file, FileFlag::UserAppend), std::nullopt);
   EXPECT_EQ(kernelFlags(file), FS_APPEND_FL);
   ASSERT_EQ(changeFileFlags(file, 0), std::nullopt);
   EXPECT_EQ(kernelFlags(file), 0);
@@ -54,16 +54,17 @@ TEST_F(FileFlagsTest, ALeaseOnAFileHoldsNobodyUp) {
   {
     const FileDescriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
     if (::fcntl(file.get(), F_SETLEASE, F_WRLCK) != 0) GTEST_SKIP() << "needs leases";
-    EXPECT_EQ(changeFileFlags(path, UF_IMMUTABLE), Error(NSPOSIXErrorDomain, 35));
+    EXPECT_EQ(changeFileFlags(path, FileFlag::UserImmutable), Error(NSPOSIXErrorDomain, 35));
   }
   std::signal(SIGIO, former);
-  EXPECT_EQ(changeFileFlags(path, UF_IMMUTABLE), std::nullopt);
+  EXPECT_EQ(changeFileFlags(path, FileFlag::UserImmutable), std::nullopt);
 }
 
 TEST_F(FileFlagsTest, SystemFlagsAreToldApartFromUserFlags) {
   int count = 0;
   for (const FileFlags flags :
-       {SF_IMMUTABLE, SF_APPEND, SF_RESTRICTED, SF_IMMUTABLE | SF_APPEND | UF_APPEND}) {
+       {FileFlag::SystemImmutable, FileFlag::SystemAppend, FileFlag::Restricted,
+        FileFlag::SystemImmutable | FileFlag::SystemAppend | FileFlag::UserAppend}) {
     const std::string file = folder.makeFile("file" + std::to_string(++count));
     ASSERT_EQ(changeFileFlags(file, flags), std::nullopt);
     EXPECT_EQ(fileFlags(file), flags);
@@ -73,33 +74,35 @@ TEST_F(FileFlagsTest, SystemFlagsAreToldApartFromUserFlags) {
 
 TEST_F(FileFlagsTest, SystemFlagsCanBeAddedToUserFlagsButNotCleared) {
   const std::string file = folder.makeFile("file");
-  ASSERT_EQ(changeFileFlags(file, UF_IMMUTABLE), std::nullopt);
-  ASSERT_EQ(changeFileFlags(file, UF_IMMUTABLE | SF_IMMUTABLE), std::nullopt);
-  EXPECT_EQ(fileFlags(file), UF_IMMUTABLE | SF_IMMUTABLE);
-  EXPECT_EQ(changeFileFlags(file, UF_IMMUTABLE), Error(NSPOSIXErrorDomain, 1));
+  ASSERT_EQ(changeFileFlags(file, FileFlag::UserImmutable), std::nullopt);
+  ASSERT_EQ(changeFileFlags(file, FileFlag::UserImmutable | FileFlag::SystemImmutable),
+            std::nullopt);
+  EXPECT_EQ(fileFlags(file), FileFlag::UserImmutable | FileFlag::SystemImmutable);
+  EXPECT_EQ(changeFileFlags(file, FileFlag::UserImmutable), Error(NSPOSIXErrorDomain, 1));
   EXPECT_EQ(changeFileFlags(file, 0), Error(NSPOSIXErrorDomain, 1));
-  EXPECT_EQ(fileFlags(file), UF_IMMUTABLE | SF_IMMUTABLE);
-  ASSERT_EQ(changeFileFlags(file, SF_IMMUTABLE), std::nullopt);
-  EXPECT_EQ(fileFlags(file), SF_IMMUTABLE);
+  EXPECT_EQ(fileFlags(file), FileFlag::UserImmutable | FileFlag::SystemImmutable);
+  ASSERT_EQ(changeFileFlags(file, FileFlag::SystemImmutable), std::nullopt);
+  EXPECT_EQ(fileFlags(file), FileFlag::SystemImmutable);
   EXPECT_EQ(kernelFlags(file), FS_IMMUTABLE_FL);
 }
 
 TEST_F(FileFlagsTest, ARestrictedObjectRefusesEveryChange) {
   const std::string file = folder.makeFile("file");
-  ASSERT_EQ(changeFileFlags(file, SF_RESTRICTED), std::nullopt);
+  ASSERT_EQ(changeFileFlags(file, FileFlag::Restricted), std::nullopt);
   EXPECT_EQ(changeFileFlags(file, 0), Error(NSPOSIXErrorDomain, 1));
-  EXPECT_EQ(changeFileFlags(file, SF_RESTRICTED), Error(NSPOSIXErrorDomain, 1));
-  EXPECT_EQ(changeFileFlags(file, SF_RESTRICTED | UF_APPEND), Error(NSPOSIXErrorDomain, 1));
-  EXPECT_EQ(fileFlags(file), SF_RESTRICTED);
+  EXPECT_EQ(changeFileFlags(file, FileFlag::Restricted), Error(NSPOSIXErrorDomain, 1));
+  EXPECT_EQ(changeFileFlags(file, FileFlag::Restricted | FileFlag::UserAppend),
+            Error(NSPOSIXErrorDomain, 1));
+  EXPECT_EQ(fileFlags(file), FileFlag::Restricted);
 }
 
 TEST_F(FileFlagsTest, AnAttributeCountsOnlyWhileTheKernelProtects) {
   const std::string file = folder.makeFile("file");
-  ASSERT_EQ(changeFileFlags(file, SF_IMMUTABLE), std::nullopt);
+  ASSERT_EQ(changeFileFlags(file, FileFlag::SystemImmutable), std::nullopt);
   setKernelFlags(file, 0);
   EXPECT_EQ(fileFlags(file), 0U);
-  ASSERT_EQ(changeFileFlags(file, UF_IMMUTABLE), std::nullopt);
-  EXPECT_EQ(fileFlags(file), UF_IMMUTABLE);
+  ASSERT_EQ(changeFileFlags(file, FileFlag::UserImmutable), std::nullopt);
+  EXPECT_EQ(fileFlags(file), FileFlag::UserImmutable);
 }
 
 TEST_F(FileFlagsTest, AnAttributeThatMakesNoSenseIsAnError) {
@@ -108,7 +111,9 @@ TEST_F(FileFlagsTest, AnAttributeThatMakesNoSenseIsAnError) {
     ASSERT_EQ(::setxattr(file.c_str(), "trusted.corvane.flags", text.data(), text.size(), 0), 0);
     setKernelFlags(file, FS_IMMUTABLE_FL);
     FileStatus status;
-    EXPECT_EQ(lstat(AT_FDCWD, file.c_str(), status), Error(NSPOSIXErrorDomain, 5)) << text;
+    EXPECT_EQ(statusOf(AT_FDCWD, file.c_str(), FinalLink::Keep, status),
+              Error(NSPOSIXErrorDomain, 5))
+        << text;
     setKernelFlags(file, 0);
   }
 }
@@ -116,7 +121,7 @@ TEST_F(FileFlagsTest, AnAttributeThatMakesNoSenseIsAnError) {
 TEST_F(FileFlagsTest, OtherFlagsOfTheKernelStay) {
   const std::string file = folder.makeFile("file");
   setKernelFlags(file, FS_NODUMP_FL);
-  ASSERT_EQ(changeFileFlags(file, UF_IMMUTABLE), std::nullopt);
+  ASSERT_EQ(changeFileFlags(file, FileFlag::UserImmutable), std::nullopt);
   ASSERT_EQ(changeFileFlags(file, 0), std::nullopt);
   const FileDescriptor descriptor(::open(file.c_str(), O_RDONLY | O_CLOEXEC));
   int flags = 0;
@@ -126,16 +131,18 @@ TEST_F(FileFlagsTest, OtherFlagsOfTheKernelStay) {
 
 // Opening a fifo for reading would wait for a writer.
 TEST_F(FileFlagsTest, FifosDevicesAndLinksHaveNoFlagsAndAreNotOpened) {
-  EXPECT_EQ(changeFileFlags(folder.makeFifo("fifo"), UF_IMMUTABLE), Error(NSPOSIXErrorDomain, 45));
-  EXPECT_EQ(changeFileFlags(folder.makeWhiteout("device"), UF_IMMUTABLE),
+  EXPECT_EQ(changeFileFlags(folder.makeFifo("fifo"), FileFlag::UserImmutable),
             Error(NSPOSIXErrorDomain, 45));
-  EXPECT_EQ(changeFileFlags(folder.makeLink("link", "fifo"), UF_IMMUTABLE),
+  EXPECT_EQ(changeFileFlags(folder.makeWhiteout("device"), FileFlag::UserImmutable),
+            Error(NSPOSIXErrorDomain, 45));
+  EXPECT_EQ(changeFileFlags(folder.makeLink("link", "fifo"), FileFlag::UserImmutable),
             Error(NSPOSIXErrorDomain, 45));
   EXPECT_EQ(changeFileFlags(folder.path("fifo"), 0), std::nullopt);
 }
 
 TEST_F(FileFlagsTest, AFileSystemWithoutFlagsDoesNotSupportAChange) {
-  EXPECT_EQ(changeFileFlags("/proc/self/comm", UF_IMMUTABLE), Error(NSPOSIXErrorDomain, 45));
+  EXPECT_EQ(changeFileFlags("/proc/self/comm", FileFlag::UserImmutable),
+            Error(NSPOSIXErrorDomain, 45));
   EXPECT_EQ(changeFileFlags("/proc/self/comm", 0), std::nullopt);
 }
 
@@ -146,7 +153,7 @@ TEST_F(FileFlagsTest, AFlagThatCannotBeKeptIsNotSupported) {
 TEST_F(FileFlagsTest, StatusTellsTypesApart) {
   const auto typeOf = [](const std::string& path) {
     FileStatus status;
-    EXPECT_EQ(lstat(AT_FDCWD, path.c_str(), status), std::nullopt);
+    EXPECT_EQ(statusOf(AT_FDCWD, path.c_str(), FinalLink::Keep, status), std::nullopt);
     return status.type;
   };
   EXPECT_EQ(typeOf(folder.path()), FileType::Directory);
@@ -175,7 +182,8 @@ TEST_F(FileFlagsTest, OnlyFilesAndFoldersAreOpenedToChangeTheirFlags) {
   const std::string fifo = folder.makeFifo("fifo");
   for (const std::string& path : {fifo, socket, device}) {
     ASSERT_GE(::inotify_add_watch(watch.get(), path.c_str(), IN_OPEN), 0);
-    EXPECT_EQ(changeFileFlags(path, UF_IMMUTABLE), Error(NSPOSIXErrorDomain, 45)) << path;
+    EXPECT_EQ(changeFileFlags(path, FileFlag::UserImmutable), Error(NSPOSIXErrorDomain, 45))
+        << path;
     EXPECT_EQ(changeFileFlags(path, 0), std::nullopt) << path;
   }
   char event[256];
@@ -188,8 +196,8 @@ TEST_F(FileFlagsTest, OnlyFilesAndFoldersAreOpenedToChangeTheirFlags) {
 TEST_F(FileFlagsTest, WhoDoesNotSeeSystemFlagsChangesNothingThatIsProtected) {
   const std::string locked = folder.makeFile("locked");
   const std::string mine = folder.makeFile("mine");
-  ASSERT_EQ(changeFileFlags(locked, SF_IMMUTABLE), std::nullopt);
-  ASSERT_EQ(changeFileFlags(mine, UF_IMMUTABLE), std::nullopt);
+  ASSERT_EQ(changeFileFlags(locked, FileFlag::SystemImmutable), std::nullopt);
+  ASSERT_EQ(changeFileFlags(mine, FileFlag::UserImmutable), std::nullopt);
   const pid_t child = ::fork();
   if (child == 0) {
     __user_cap_header_struct header = {_LINUX_CAPABILITY_VERSION_3, 0};
@@ -200,15 +208,15 @@ TEST_F(FileFlagsTest, WhoDoesNotSeeSystemFlagsChangesNothingThatIsProtected) {
     const Error notPermitted(NSPOSIXErrorDomain, 1);
     for (const std::string& path : {locked, mine}) {
       isRefused = isRefused && changeFileFlags(path, 0) == notPermitted &&
-                  changeFileFlags(path, UF_IMMUTABLE) == notPermitted;
+                  changeFileFlags(path, FileFlag::UserImmutable) == notPermitted;
     }
     ::_exit(isRefused ? 0 : 1);
   }
   int status = -1;
   EXPECT_EQ(::waitpid(child, &status, 0), child);
   EXPECT_EQ(status, 0);
-  EXPECT_EQ(fileFlags(locked), SF_IMMUTABLE);
-  EXPECT_EQ(fileFlags(mine), UF_IMMUTABLE);
+  EXPECT_EQ(fileFlags(locked), FileFlag::SystemImmutable);
+  EXPECT_EQ(fileFlags(mine), FileFlag::UserImmutable);
 }
 
 }  // namespace

@@ -8,7 +8,7 @@
 
 namespace corvane {
 
-std::optional<Error> unlink(int folder, const char* name) {
+std::optional<Error> removeFile(int folder, const char* name) {
   if (::unlinkat(folder, name, 0) != 0) return posixErrorFromHost(errno);
   return std::nullopt;
 }

@@ -8,7 +8,7 @@
 
 namespace corvane {
 
-std::optional<Error> rmdir(int folder, const char* name) {
+std::optional<Error> removeFolder(int folder, const char* name) {
   if (::unlinkat(folder, name, AT_REMOVEDIR) != 0) return posixErrorFromHost(errno);
   return std::nullopt;
 }

@@ -10,15 +10,18 @@
 #include "foundation/POSIXError.h"
 #include "platform/FileSystem.h"
 #include "platform/linux/files/FileFlagsAttribute.h"
+#include "platform/linux/files/OpenObject.h"
 
 namespace corvane {
 
 namespace {
 
-constexpr FileFlags systemFlags = SF_IMMUTABLE | SF_APPEND | SF_RESTRICTED;
-constexpr FileFlags knownFlags = UF_IMMUTABLE | UF_APPEND | systemFlags;
-constexpr FileFlags immutableFlags = UF_IMMUTABLE | SF_IMMUTABLE | SF_RESTRICTED;
-constexpr FileFlags appendFlags = UF_APPEND | SF_APPEND;
+constexpr FileFlags systemFlags =
+    FileFlag::SystemImmutable | FileFlag::SystemAppend | FileFlag::Restricted;
+constexpr FileFlags knownFlags = FileFlag::UserImmutable | FileFlag::UserAppend | systemFlags;
+constexpr FileFlags immutableFlags =
+    FileFlag::UserImmutable | FileFlag::SystemImmutable | FileFlag::Restricted;
+constexpr FileFlags appendFlags = FileFlag::UserAppend | FileFlag::SystemAppend;
 constexpr int kernelProtection = FS_IMMUTABLE_FL | FS_APPEND_FL;
 
 constexpr int kernelProtectionFor(FileFlags flags) {
@@ -53,16 +56,20 @@ std::optional<Error> writeAttribute(int file, std::optional<FileFlags> flags) {
   return posixErrorFromHost(errno);
 }
 
+bool isDone(FileFlags current, FileFlags wanted) {
+  return current == wanted && (current & FileFlag::Restricted) == 0;
+}
+
 // Nothing if the flags may be changed from `current` to `wanted`, which differs; else why not.
 std::optional<Error> checkChange(FileFlags current, FileFlags wanted) {
-  if ((current & SF_RESTRICTED) != 0 || (current & systemFlags & ~wanted) != 0) {
+  if ((current & FileFlag::Restricted) != 0 || (current & systemFlags & ~wanted) != 0) {
     return posixError(POSIXErrorCode::NotPermitted);
   }
   if ((wanted & ~knownFlags) != 0) return posixError(POSIXErrorCode::NotSupported);
   return std::nullopt;
 }
 
-std::optional<Error> changeFlags(int file, FileFlags flags) {
+std::optional<Error> changeFlagsOfFile(int file, FileFlags clear, FileFlags set) {
   int kernelFlags = 0;
   if (::ioctl(file, FS_IOC_GETFLAGS, &kernelFlags) != 0) return errorOfFlagsRequest(errno);
   std::optional<FileFlags> attribute;
@@ -76,7 +83,8 @@ std::optional<Error> changeFlags(int file, FileFlags flags) {
   }
   FileFlags current = wordOfKernelFlags(kernelFlags);
   if (current != 0) current = attribute.value_or(current);
-  if (current == flags && (current & SF_RESTRICTED) == 0) return std::nullopt;
+  const FileFlags flags = (current & ~clear) | set;
+  if (isDone(current, flags)) return std::nullopt;
   if (auto error = checkChange(current, flags)) return error;
 
   const int wanted = unprotected | kernelProtectionFor(flags);
@@ -98,28 +106,32 @@ std::optional<Error> changeFlags(int file, FileFlags flags) {
 
 }  // namespace
 
-std::optional<Error> chflags(int object, FileFlags flags) {
+std::optional<Error> changeFlags(int folder, const char* name, FinalLink link, FileFlags clear,
+                                 FileFlags set) {
+  FileDescriptor object;
+  if (auto error = openObject(folder, name, link, object)) return error;
   // Only files and folders are opened: to open a device or a fifo may have effects. The type is
   // asked of the object itself and not of a name, so it cannot change before the opening.
   struct statx attributes {};
-  if (::statx(object, "", AT_EMPTY_PATH, STATX_TYPE, &attributes) != 0) {
+  if (::statx(object.get(), "", AT_EMPTY_PATH, STATX_TYPE, &attributes) != 0) {
     return posixErrorFromHost(errno);
   }
   if (!S_ISREG(attributes.stx_mode) && !S_ISDIR(attributes.stx_mode)) {
     FileStatus status;
-    if (auto error = fstat(object, status)) return error;
-    if (status.flags == flags && (flags & SF_RESTRICTED) == 0) return std::nullopt;
+    if (auto error = statusOfObject(object.get(), status)) return error;
+    const FileFlags flags = (status.flags & ~clear) | set;
+    if (isDone(status.flags, flags)) return std::nullopt;
     if (auto error = checkChange(status.flags, flags)) return error;
     return posixError(POSIXErrorCode::NotSupported);
   }
   const bool isProtected =
       (attributes.stx_attributes & (STATX_ATTR_IMMUTABLE | STATX_ATTR_APPEND)) != 0;
-  if (!isProtected && flags == 0) return std::nullopt;
+  if (!isProtected && set == 0) return std::nullopt;
   // Without O_NONBLOCK, another process's lease on the file would make this wait for its end.
   const FileDescriptor file(
-      ::open(pathOfDescriptor(object).c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK));
+      ::open(pathOfDescriptor(object.get()).c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK));
   if (!file) return posixErrorFromHost(errno);
-  return changeFlags(file.get(), flags);
+  return changeFlagsOfFile(file.get(), clear, set);
 }
 
 }  // namespace corvane

@@ -13,18 +13,18 @@
 namespace corvane {
 
 namespace {
-std::optional<Error> chflagsResult;
+std::optional<Error> changeResult;
 }
 
-std::optional<Error> chflags(int, FileFlags) {
-  return chflagsResult;
+std::optional<Error> changeFlags(int, const char*, FinalLink, FileFlags, FileFlags) {
+  return changeResult;
 }
 
 namespace {
 
-class FailingChflagsTest : public ProtectionTest {
+class FailingChangeOfFlagsTest : public ProtectionTest {
  protected:
-  void TearDown() override { chflagsResult.reset(); }
+  void TearDown() override { changeResult.reset(); }
 
   std::string makeProtectedFile(const std::string& name) {
     std::string file = folder.makeFile(name);
@@ -37,10 +37,10 @@ class FailingChflagsTest : public ProtectionTest {
   std::optional<Error> error;
 };
 
-TEST_F(FailingChflagsTest, ASingleRemovalSaysThatFlagsCouldNotBeChanged) {
+TEST_F(FailingChangeOfFlagsTest, ASingleRemovalSaysThatFlagsCouldNotBeChanged) {
   const std::string file = makeProtectedFile("file");
   for (const POSIXErrorCode code : {POSIXErrorCode::InputOutput, POSIXErrorCode::NotSupported}) {
-    chflagsResult = posixError(code);
+    changeResult = posixError(code);
     EXPECT_FALSE(set.enforceSingleRemovalOfFileSystemObjectAtPath(file, &error));
     ASSERT_TRUE(error->is("com.corvane.error.privileged-operation", 5));
     EXPECT_EQ(error->localizedDescription(),
@@ -50,7 +50,7 @@ TEST_F(FailingChflagsTest, ASingleRemovalSaysThatFlagsCouldNotBeChanged) {
   }
 }
 
-TEST_F(FailingChflagsTest, ARecursiveRemovalDeletesNothingWhenAFlagStays) {
+TEST_F(FailingChangeOfFlagsTest, ARecursiveRemovalDeletesNothingWhenAFlagStays) {
   const std::string tree = folder.makeFolder("tree");
   for (int i = 0; i < 50; ++i) {
     folder.makeFolder("tree/" + std::to_string(i));
@@ -59,7 +59,7 @@ TEST_F(FailingChflagsTest, ARecursiveRemovalDeletesNothingWhenAFlagStays) {
     }
   }
   setKernelFlags(folder.path("tree/33/3"), FS_IMMUTABLE_FL);
-  chflagsResult = posixError(POSIXErrorCode::ReadOnly);
+  changeResult = posixError(POSIXErrorCode::ReadOnly);
   EXPECT_FALSE(set.enforceRecursiveRemovalOfFileSystemObjectAtPath(tree, &error));
   EXPECT_EQ(error, posixError(POSIXErrorCode::ReadOnly));
   for (int i = 0; i < 50; ++i) {
@@ -69,16 +69,16 @@ TEST_F(FailingChflagsTest, ARecursiveRemovalDeletesNothingWhenAFlagStays) {
   }
 }
 
-TEST_F(FailingChflagsTest, ARecursiveRemovalFailsWhereTheTopKeepsItsFlag) {
+TEST_F(FailingChangeOfFlagsTest, ARecursiveRemovalFailsWhereTheTopKeepsItsFlag) {
   const std::string file = makeProtectedFile("file");
-  chflagsResult = posixError(POSIXErrorCode::ReadOnly);
+  changeResult = posixError(POSIXErrorCode::ReadOnly);
   EXPECT_FALSE(set.enforceRecursiveRemovalOfFileSystemObjectAtPath(file, &error));
   EXPECT_EQ(error, posixError(POSIXErrorCode::ReadOnly));
 }
 
-TEST_F(FailingChflagsTest, AFileSystemWithoutFlagsHasNothingToClear) {
+TEST_F(FailingChangeOfFlagsTest, AFileSystemWithoutFlagsHasNothingToClear) {
   const std::string file = makeProtectedFile("file");
-  chflagsResult = posixError(POSIXErrorCode::NotSupported);
+  changeResult = posixError(POSIXErrorCode::NotSupported);
   EXPECT_TRUE(set.setImmutableFlag(false, file, true, &error));
   EXPECT_EQ(error, std::nullopt);
   EXPECT_FALSE(set.setImmutableFlag(true, file, true, &error));
