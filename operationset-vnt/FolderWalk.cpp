@@ -88,7 +88,7 @@ class Walker {
     // One subfolder is held back, so that there is work left once others were given away.
     std::string heldBack;
     FileIdentity identity;
-    std::uint64_t position = 0;
+    FolderReader::Place place;
   };
 
   static constexpr std::size_t openLevels = 8;
@@ -120,7 +120,7 @@ class Walker {
 
 std::optional<Error> Walker::walk(Place top) {
   _depthOfTop = top.depth;
-  _levels.push_back({{}, std::move(top.reader), {}, {}, 0});
+  _levels.push_back({{}, std::move(top.reader), {}, {}, {}});
   while (!_levels.empty() && !_pool.isStopped()) {
     if (auto error = step()) return error;
   }
@@ -158,7 +158,7 @@ std::optional<Error> Walker::descend(std::string name) {
     return isPOSIXError(*error, POSIXErrorCode::NoEntry) ? std::nullopt : error;
   }
   _levels.push_back(
-      {std::move(name), std::make_shared<FolderReader>(std::move(folder)), {}, {}, 0});
+      {std::move(name), std::make_shared<FolderReader>(std::move(folder)), {}, {}, {}});
   return openCount() > openLevels ? closeTopmost() : std::nullopt;
 }
 
@@ -173,7 +173,7 @@ std::optional<Error> Walker::ascend() {
     FileIdentity identity;
     if (auto error = ancestorOf(folder.get(), 0, identity)) return error;
     if (identity != level.identity) return posixError(POSIXErrorCode::Stale);
-    level.reader = std::make_shared<FolderReader>(std::move(folder), level.position);
+    level.reader = std::make_shared<FolderReader>(std::move(folder), std::move(level.place));
     --_closed;
   }
   if (auto error = checkPlace(true)) return error;
@@ -193,7 +193,7 @@ std::optional<Error> Walker::open(int folder, const char* name, FileDescriptor& 
 std::optional<Error> Walker::closeTopmost() {
   Level& level = _levels[_closed];
   if (auto error = ancestorOf(level.reader->folder(), 0, level.identity)) return error;
-  level.position = level.reader->position();
+  level.place = level.reader->takePlace();
   level.reader.reset();
   ++_closed;
   return std::nullopt;

@@ -1,8 +1,6 @@
 #ifndef CORVANE_PLATFORM_FOLDERREADER_H
 #define CORVANE_PLATFORM_FOLDERREADER_H
 
-#include <cstddef>
-#include <cstdint>
 #include <memory>
 #include <optional>
 
@@ -19,13 +17,33 @@ struct FolderEntry {
   std::optional<FileType> type;
 };
 
-/// Reads the entries of one folder in the order of the file system, with a buffer of constant size.
-/// "." and ".." are left out. Entries that are added or removed meanwhile may or may not appear;
-/// every other entry appears once. One thread.
+/// Reads the entries of one folder in the order of the file system. "." and ".." are left out.
+/// Entries that are added or removed meanwhile may or may not appear; every other entry appears
+/// once. What it holds in memory is constant; where a system has no way to go on in the middle of a
+/// folder, it is of the size of the folder's names at most. One thread.
 class FolderReader {
  public:
-  /// Begins at `position`, which another reader of the same folder gave, or at the first entry.
-  explicit FolderReader(FileDescriptor folder, std::uint64_t position = 0);
+  /// Where a reader has got to, for another reader of the same folder. It holds no descriptor and
+  /// is used once.
+  class Place {
+   public:
+    /// Before the first entry.
+    Place();
+    Place(Place&& other) noexcept;
+    Place& operator=(Place&& other) noexcept;
+    ~Place();
+
+   private:
+    friend class FolderReader;
+    struct State;
+    std::unique_ptr<State> _state;
+  };
+
+  /// Begins at `place`, which another reader of the same folder gave, or at the first entry.
+  explicit FolderReader(FileDescriptor folder, Place place = {});
+  FolderReader(const FolderReader&) = delete;
+  FolderReader& operator=(const FolderReader&) = delete;
+  ~FolderReader();
 
   int folder() const { return _folder.get(); }
 
@@ -34,17 +52,14 @@ class FolderReader {
   /// True if the last entry returned is the first of those that were read at once: all of them were
   /// in the folder a moment ago.
   bool hasJustRead() const { return _hasJustRead; }
-  /// Where the entry after the last one returned stands.
-  std::uint64_t position() const { return _position; }
+  /// Gives up where the entry after the last one returned stands. Nothing more is read here.
+  Place takePlace();
 
  private:
-  static constexpr std::size_t bufferSize = 32768;
+  struct Reading;
 
   FileDescriptor _folder;
-  std::uint64_t _position;
-  std::unique_ptr<std::byte[]> _buffer;
-  std::size_t _filled = 0;
-  std::size_t _consumed = 0;
+  std::unique_ptr<Reading> _reading;
   bool _hasJustRead = false;
   FolderEntry _entry{};
 };
