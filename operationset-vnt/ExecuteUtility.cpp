@@ -11,7 +11,7 @@
 #include "foundation/Path.h"
 #include "operationset-vnt/OperationErrors.h"
 #include "operationset-vnt/ZELPrivilegedOperationSetVNT.h"
-#include "platform/Environment.h"
+#include "platform/ChildEnvironment.h"
 #include "process/ZELTaskExecutor.h"
 
 namespace corvane {
@@ -108,9 +108,9 @@ std::optional<Error> ZELPrivilegedOperationSetVNT::executeTrusted(
     return operationError(unsafeUtilityError, Array{systemProgramAtPath}, systemProgramAtPath);
   }
   if (safePathEnvironment) {
-    setenv("PATH", safePath, 1);
+    ChildEnvironment::set("PATH", safePath);
   } else {
-    unsetenv("PATH");
+    ChildEnvironment::remove("PATH");
   }
 
   setOutputConnection(forwardingOutputToConnection);

@@ -16,7 +16,7 @@ inline constexpr const char* NSInvalidArgumentException = "NSInvalidArgumentExce
 /// One program to be run as a child of this process, once.
 ///
 /// The child has its three standard streams and no other descriptor, the default action for every
-/// signal and none blocked, and the environment of platform/Environment.h. Its name for itself
+/// signal and none blocked, and the environment of platform/ChildEnvironment.h. Its name for itself
 /// (argument 0) is its launch path.
 ///
 /// Set up and waited for by one thread at a time; `terminate` and `interrupt` by any.

@@ -21,7 +21,7 @@
 #include <unistd.h>
 
 #include "foundation/Exception.h"
-#include "platform/Environment.h"
+#include "platform/ChildEnvironment.h"
 #include "process/ZELTaskExecutor.h"
 #include "tests/process/ProcessResources.h"
 #include "tests/process/RecordingDelegate.h"
@@ -452,16 +452,16 @@ TEST(TaskExecutorTest, ChildHasDefaultSignalActionsAndNoneBlocked) {
 }
 
 TEST(TaskExecutorTest, ChildInheritsTheEnvironmentWithItsChanges) {
-  setenv("CORVANE_TEST", "one", 1);
-  setenv("CORVANE_TEST", "two", 0);
-  setenv("CORVANE_TEST_2", "three", 0);
-  unsetenv("PATH");
+  ChildEnvironment::set("CORVANE_TEST", "two");
+  ChildEnvironment::set("CORVANE_TEST", "one");
+  ChildEnvironment::set("CORVANE_TEST_2", "three");
+  ChildEnvironment::remove("PATH");
   const Runner run;
   EXPECT_EQ(run.executor->executeProgramAtPath("/usr/bin/env", Arguments{}), 0);
   EXPECT_THAT(run.delegate->output(), HasSubstr("CORVANE_TEST=one\n"));
   EXPECT_THAT(run.delegate->output(), HasSubstr("CORVANE_TEST_2=three\n"));
   EXPECT_THAT("\n" + run.delegate->output(), Not(HasSubstr("\nPATH=")));
-  unsetenv("CORVANE_TEST");
+  ChildEnvironment::remove("CORVANE_TEST");
   const Runner next;
   EXPECT_EQ(next.executor->executeProgramAtPath("/usr/bin/env", Arguments{}), 0);
   EXPECT_THAT(next.delegate->output(), Not(HasSubstr("CORVANE_TEST=")));

@@ -16,7 +16,7 @@
 
 #include "foundation/Exception.h"
 #include "foundation/POSIXError.h"
-#include "platform/Environment.h"
+#include "platform/ChildEnvironment.h"
 
 namespace corvane {
 
@@ -126,7 +126,7 @@ void ChildProcess::launch() {
   }
 
   _arguments.insert(_arguments.begin(), _launchPath);
-  std::vector<std::string> variables = environment();
+  std::vector<std::string> variables = ChildEnvironment::entries();
   const SpawnSettings settings(_input->fileDescriptor(), _output->fileDescriptor(),
                                _error->fileDescriptor());
   {

@@ -10,7 +10,7 @@
 #include "foundation/Exception.h"
 #include "foundation/POSIXError.h"
 #include "operationset-vnt/ZELPrivilegedOperationSetVNT.h"
-#include "platform/Environment.h"
+#include "platform/ChildEnvironment.h"
 #include "tests/operationset-vnt/execute/ApplicationBundle.h"
 #include "tests/process/ProcessResources.h"
 #include "tests/support/RecordingConnection.h"
@@ -359,7 +359,7 @@ TEST_F(ExecuteUtilityTest, OutputOfTheSetAsDelegateGoesToItsConnection) {
 }
 
 TEST_F(ExecuteUtilityTest, RemovesThePathVariable) {
-  setenv("PATH", "/evil", 1);
+  ChildEnvironment::set("PATH", "/evil");
   application.addUtility("/usr/bin/env");
   EXPECT_EQ(lipo(), std::nullopt);
   // The shell that runs the script may have one of its own, which it does not hand on.
@@ -367,13 +367,13 @@ TEST_F(ExecuteUtilityTest, RemovesThePathVariable) {
 }
 
 TEST_F(ExecuteUtilityTest, SetsASafePathVariableWhenAskedTo) {
-  setenv("PATH", "/evil", 1);
+  ChildEnvironment::set("PATH", "/evil");
   EXPECT_EQ(set.executeTrusted(true, "/usr/bin/env", {}, true, connection), std::nullopt);
   EXPECT_THAT("\n" + connection->output(), HasSubstr("\nPATH=/usr/bin:/bin:/usr/sbin:/sbin\n"));
   EXPECT_THAT(connection->output(), Not(HasSubstr("/evil")));
 
   // It stays until the next run says otherwise.
-  EXPECT_THAT(environment(), testing::Contains("PATH=/usr/bin:/bin:/usr/sbin:/sbin"));
+  EXPECT_THAT(ChildEnvironment::entries(), testing::Contains("PATH=/usr/bin:/bin:/usr/sbin:/sbin"));
   const auto next = std::make_shared<RecordingConnection>();
   EXPECT_EQ(set.executeTrusted(true, "/usr/bin/env", {}, false, next), std::nullopt);
   EXPECT_THAT("\n" + next->output(), Not(HasSubstr("\nPATH=")));
@@ -385,9 +385,9 @@ TEST_F(ExecuteUtilityTest, OnlyWhatIsNotTrustedIsTested) {
   chmod(application.utilityPath().c_str(), 0775);
   EXPECT_EQ(lipo(), std::nullopt);
   EXPECT_EQ(connection->output(), "ran\n");
-  setenv("PATH", "/kept", 1);
+  ChildEnvironment::set("PATH", "/kept");
   EXPECT_TRUE(set.executeTrusted(false, application.utilityPath(), {}, false, nullptr));
-  EXPECT_THAT(environment(), testing::Contains("PATH=/kept"));
+  EXPECT_THAT(ChildEnvironment::entries(), testing::Contains("PATH=/kept"));
   chmod(application.utilityPath().c_str(), 0755);
   EXPECT_EQ(set.executeTrusted(false, application.utilityPath(), {}, false, nullptr), std::nullopt);
 }

@@ -11,7 +11,7 @@
 #include <unistd.h>
 
 #include "operationset-vnt/ZELPrivilegedOperationSetVNT.h"
-#include "platform/Environment.h"
+#include "platform/ChildEnvironment.h"
 #include "tests/support/RecordingConnection.h"
 #include "tests/support/TemporaryFolder.h"
 
@@ -66,7 +66,7 @@ class LaunchctlUtilityTest : public testing::Test {
 };
 
 TEST_F(LaunchctlUtilityTest, RunsWithTheArgumentAndWithoutThePathVariable) {
-  setenv("PATH", "/evil", 1);
+  ChildEnvironment::set("PATH", "/evil");
   install("echo $0 $# $1; /usr/bin/env | /usr/bin/grep -c ^PATH=; echo err >&2");
   // The pipeline of the script has no match to count: grep says 0, the last command decides.
   EXPECT_EQ(execute({"list"}), std::nullopt);
