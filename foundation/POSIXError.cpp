@@ -11,6 +11,9 @@ namespace corvane {
 
 namespace {
 
+// Then they are all known, also those that no other host has.
+constexpr bool hostHasTheseNumbers = ENOTEMPTY == 66;
+
 struct Pair {
   int host;
   std::int32_t code;
@@ -111,6 +114,7 @@ constexpr auto pairs = std::to_array<Pair>({
 }  // namespace
 
 std::int32_t posixCodeFromHost(int hostErrno) {
+  if constexpr (hostHasTheseNumbers) return hostErrno;
   const auto* pair =
       std::find_if(pairs.begin(), pairs.end(), [=](Pair p) { return p.host == hostErrno; });
   return pair == pairs.end() ? static_cast<std::int32_t>(POSIXErrorCode::InputOutput) : pair->code;
@@ -136,6 +140,9 @@ bool isPOSIXError(const Error& error, POSIXErrorCode code) {
 }
 
 std::string posixDescription(std::int64_t code) {
+  if constexpr (hostHasTheseNumbers) {
+    return std::generic_category().message(static_cast<int>(code));
+  }
   const auto* pair =
       std::find_if(pairs.begin(), pairs.end(), [=](Pair p) { return p.code == code; });
   if (pair == pairs.end()) return "Unknown error: " + std::to_string(code);

@@ -38,7 +38,8 @@ enum class POSIXErrorCode : std::int32_t {
   BadMessage = 94,           ///< EBADMSG
 };
 
-/// The number this system uses for the host's `errno` value; EIO (5) for one it has no number for.
+/// The number this system uses for the host's `errno` value: the value itself on a host of the BSD
+/// numbering; elsewhere EIO (5) for one that this system has no number for.
 std::int32_t posixCodeFromHost(int hostErrno);
 
 /// An error in `NSPOSIXErrorDomain` without user information.

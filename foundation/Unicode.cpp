@@ -90,10 +90,10 @@ std::optional<std::string> stringFromUTF16(std::u16string_view units) {
   std::string text;
   text.reserve(units.size());
   for (std::size_t i = 0; i < units.size(); ++i) {
-    char32_t character = units[i];
+    auto character = static_cast<char32_t>(units[i]);
     if (isSurrogate(character)) {
       if (character >= lowSurrogates || i + 1 == units.size()) return std::nullopt;
-      const char32_t low = units[++i];
+      const auto low = static_cast<char32_t>(units[++i]);
       if (low < lowSurrogates || low >= surrogatesEnd) return std::nullopt;
       character = supplementary + ((character - highSurrogates) << 10U) + (low - lowSurrogates);
     }
