@@ -5,7 +5,6 @@
 #include <cstdlib>
 #include <exception>
 #include <future>
-#include <semaphore>
 #include <system_error>
 #include <thread>
 #include <utility>
@@ -98,23 +97,13 @@ void ZELTaskExecutor::setDelegate(std::weak_ptr<ZELTaskExecutorDelegate> delegat
 
 std::int32_t ZELTaskExecutor::executeProgramAtPath(const std::optional<std::string>& path,
                                                    const std::optional<Arguments>& arguments) {
-  // The lock is released before the status is stored, so it says that the run is over, not that
-  // the status is there. The future says that.
-  struct Signal {
-    std::binary_semaphore lock{0};
-    std::promise<std::int32_t> status;
-  };
-  const auto signal = std::make_shared<Signal>();
-  std::future<std::int32_t> status = signal->status.get_future();
-
+  const auto end = std::make_shared<std::promise<std::int32_t>>();
+  std::future<std::int32_t> status = end->get_future();
   const bool started = executeProgramAtPath(
-      path, arguments, [signal](bool /*interrupted*/, std::int32_t terminationStatus) {
-        signal->lock.release();
-        signal->status.set_value(terminationStatus);
+      path, arguments, [end](bool /*interrupted*/, std::int32_t terminationStatus) {
+        end->set_value(terminationStatus);
       });
-  if (!started) return -1;
-  signal->lock.acquire();
-  return status.get();
+  return started ? status.get() : -1;
 }
 
 bool ZELTaskExecutor::executeProgramAtPath(const std::optional<std::string>& path,
