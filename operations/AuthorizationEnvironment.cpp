@@ -27,8 +27,8 @@ AuthorizationEnvironment* ZELPrivilegedOperationSet::createAuthorizationEnvironm
 
   environment->items = new AuthorizationItem[environment->count];
   AuthorizationItem* next = environment->items;
-  if (hasPrompt) *next++ = makeItem(kAuthorizationEnvironmentPrompt, *prompt);
-  if (hasIcon) *next = makeItem(kAuthorizationEnvironmentIcon, *iconPath);
+  if (hasPrompt) *next++ = makeItem(AuthorizationEnvironmentPrompt, *prompt);
+  if (hasIcon) *next = makeItem(AuthorizationEnvironmentIcon, *iconPath);
   return environment;
 }
 

@@ -28,8 +28,9 @@ inline constexpr AuthorizationFlags kAuthorizationFlagInteractionAllowed = 1;
 inline constexpr AuthorizationFlags kAuthorizationFlagExtendRights = 2;
 inline constexpr AuthorizationFlags kAuthorizationFlagDestroyRights = 8;
 
-inline constexpr const char* kAuthorizationEnvironmentPrompt = "prompt";
-inline constexpr const char* kAuthorizationEnvironmentIcon = "icon";
+// The names of an environment's values.
+inline constexpr const char* AuthorizationEnvironmentPrompt = "prompt";
+inline constexpr const char* AuthorizationEnvironmentIcon = "icon";
 
 /// One named right, or one named value of an environment. `valueLength` counts the bytes at
 /// `value`; for the texts of an environment the terminating zero byte is among them.
@@ -54,6 +55,13 @@ struct AuthorizationExternalForm {
 
 struct AuthorizationOpaqueRef;
 using AuthorizationRef = AuthorizationOpaqueRef*;
+
+// A system that has these services has them with these layouts and signatures, and under these
+// names in its libraries: no code of ours stands in between.
+static_assert(sizeof(AuthorizationItem) == 32 && offsetof(AuthorizationItem, flags) == 24);
+static_assert(sizeof(AuthorizationItemSet) == 16 && offsetof(AuthorizationItemSet, items) == 8);
+static_assert(sizeof(AuthorizationExternalForm) == 32);
+extern "C" {
 
 /// Makes an authorization of the calling process itself. `rights` and `environment` may be null
 /// and `flags` is kAuthorizationFlagDefaults: nothing is asked for. The caller frees
@@ -80,6 +88,8 @@ OSStatus AuthorizationCopyRights(AuthorizationRef authorization, const Authoriza
 /// Frees the authorization; with kAuthorizationFlagDestroyRights what was granted to its process
 /// is forgotten, so that the next request asks again.
 OSStatus AuthorizationFree(AuthorizationRef authorization, AuthorizationFlags flags);
+
+}  // extern "C"
 
 /// Looks a right up in the authorization database: 0, or errAuthorizationDenied if it does not
 /// exist. `definition`, if not null, receives a dictionary with the name of the right's rule under

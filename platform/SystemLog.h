@@ -21,13 +21,17 @@ enum LogPriority : int {
   LogPriorityDebug = 7,
 };
 
-inline constexpr std::uint32_t ASL_TYPE_MSG = 0;
-inline constexpr const char* ASL_KEY_SENDER = "Sender";
+inline constexpr std::uint32_t LogTypeMessage = 0;     ///< ASL_TYPE_MSG
+inline constexpr const char* LogKeySender = "Sender";  ///< ASL_KEY_SENDER
+
+// A system that has this log has these functions under these names in its libraries: no code of
+// ours stands in between.
+extern "C" {
 
 /// Opens the log for messages of `ident` and `facility` ("Daemon"); null if it cannot be had. The
 /// caller owns the handle and gives it to `asl_close`. `options` is 0.
 aslclient asl_open(const char* ident, const char* facility, std::uint32_t options);
-/// Makes an empty template of type ASL_TYPE_MSG; null on failure. Given back to `asl_free`.
+/// Makes an empty template of type LogTypeMessage; null on failure. Given back to `asl_free`.
 aslmsg asl_new(std::uint32_t type);
 /// Sets an attribute of the template; 0 on success.
 int asl_set(aslmsg message, const char* key, const char* value);
@@ -38,6 +42,8 @@ int asl_vlog(aslclient client, aslmsg message, int priority, const char* format,
     __attribute__((format(printf, 4, 0)));
 void asl_free(aslmsg message);
 void asl_close(aslclient client);
+
+}  // extern "C"
 
 }  // namespace corvane
 

@@ -82,9 +82,9 @@ int main(int argc, char* argv[]) {
   const std::string bundleIdentifier = text(info, "CFBundleIdentifier");
   aslclient aslHandle = asl_open(bundleIdentifier.c_str(), "Daemon", 0);
   assert(aslHandle != NULL);  // NOLINT(modernize-use-nullptr): the text of the failure
-  aslmsg aslMessage = asl_new(ASL_TYPE_MSG);
+  aslmsg aslMessage = asl_new(LogTypeMessage);
   assert(aslMessage != NULL);  // NOLINT(modernize-use-nullptr)
-  asl_set(aslMessage, ASL_KEY_SENDER, bundleIdentifier.c_str());
+  asl_set(aslMessage, LogKeySender, bundleIdentifier.c_str());
   const int status = serve(operationSet, version, aslHandle, aslMessage);
   asl_log(aslHandle, aslMessage, LogPriorityInformational, "Privileged helper is shutting down.");
   asl_free(aslMessage);

@@ -131,8 +131,8 @@ OSStatus AuthorizationCopyRights(AuthorizationRef authorization, const Authoriza
 
   for (const AuthorizationItem& item : items) {
     const OSStatus status = authority().decide(
-        authorization->subject, {item.name, textOf(environment, kAuthorizationEnvironmentPrompt),
-                                 textOf(environment, kAuthorizationEnvironmentIcon),
+        authorization->subject, {item.name, textOf(environment, AuthorizationEnvironmentPrompt),
+                                 textOf(environment, AuthorizationEnvironmentIcon),
                                  (flags & kAuthorizationFlagInteractionAllowed) != 0});
     if (status != errAuthorizationSuccess) return status;
   }

@@ -66,7 +66,7 @@ aslclient asl_open(const char* ident, const char* facility, std::uint32_t /*opti
 }
 
 aslmsg asl_new(std::uint32_t type) {
-  return type == ASL_TYPE_MSG ? new LogMessage : nullptr;
+  return type == LogTypeMessage ? new LogMessage : nullptr;
 }
 
 int asl_set(aslmsg message, const char* key, const char* value) {
