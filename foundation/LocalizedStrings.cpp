@@ -1,12 +1,10 @@
 #include "foundation/LocalizedStrings.h"
 
-#include <algorithm>
-#include <cstdlib>
 #include <functional>
 #include <map>
-#include <vector>
 
 #include "foundation/EmbeddedResources.h"
+#include "foundation/PreferredLanguages.h"
 #include "foundation/PropertyList.h"
 
 namespace corvane {
@@ -48,33 +46,6 @@ const Tables& tables() {
   return *tables;
 }
 
-/// The value of an environment variable; empty if it is not set.
-std::string_view variable(const char* name) {
-  const char* value = std::getenv(name);
-  return value != nullptr ? value : "";
-}
-
-bool isC(std::string_view locale) {
-  return locale == "C" || locale == "POSIX";
-}
-
-/// The locales that the user wants, the most wanted first.
-std::vector<std::string_view> wantedLocales() {
-  std::string_view locale;
-  for (const char* name : {"LC_ALL", "LC_MESSAGES", "LANG"}) {
-    if (locale.empty()) locale = variable(name);
-  }
-  std::vector<std::string_view> wanted;
-  std::string_view list = isC(locale) ? std::string_view() : variable("LANGUAGE");
-  while (!list.empty()) {
-    const std::size_t end = std::min(list.find(':'), list.size());
-    wanted.push_back(list.substr(0, end));
-    list.remove_prefix(std::min(end + 1, list.size()));
-  }
-  wanted.push_back(locale);
-  return wanted;
-}
-
 const Table* tableNamed(std::string_view name) {
   const auto language = tables().find(userLanguage());
   if (language == tables().end()) return nullptr;
@@ -85,13 +56,9 @@ const Table* tableNamed(std::string_view name) {
 }  // namespace
 
 std::string userLanguage() {
-  for (const std::string_view locale : wantedLocales()) {
-    // language[_territory][.codeset][@modifier]
-    const std::string_view region = locale.substr(0, locale.find_first_of(".@"));
-    const std::string_view language = region.substr(0, region.find('_'));
-    if (isC(region)) break;
-    for (const std::string_view name : {region, language}) {
-      if (tables().contains(name)) return std::string(name);
+  for (const std::string& wanted : preferredLanguages()) {
+    for (const std::string& name : {wanted, wanted.substr(0, wanted.find('_'))}) {
+      if (tables().contains(name)) return name;
     }
   }
   return std::string(english);

@@ -11,10 +11,8 @@ namespace corvane {
 /// The name of the strings table that is meant where none is named.
 inline constexpr std::string_view defaultStringsTable = "Localizable";
 
-/// The language of the user among those that the program has tables in, else "en": the first of
-/// LANGUAGE (names with ":" between them), else that of the first of LC_ALL, LC_MESSAGES and LANG
-/// that is set. "de_AT.UTF-8" is Austria's German where there is such, else German. The locale "C"
-/// is English, whatever LANGUAGE says. Read from the environment at every call.
+/// The first of the user's preferred languages that the program has tables in, else "en": "de_AT"
+/// is Austria's German where there is such, else German. Asked for at every call.
 std::string userLanguage();
 
 /// True if there is a strings table of this name in the user's language.
