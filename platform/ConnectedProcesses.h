@@ -2,6 +2,7 @@
 #define CORVANE_PLATFORM_CONNECTEDPROCESSES_H
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -14,8 +15,9 @@ struct ConnectedProcess {
 };
 
 /// The processes other than the calling one that hold a connection to whoever listens at the
-/// socket `path`, each once. Root sees all, others those that the system lets them see.
-std::vector<ConnectedProcess> processesConnectedTo(const std::string& path);
+/// address `helper`, each once; nothing where the system does not tell who they are. Root sees all,
+/// others those that the system lets them see.
+std::optional<std::vector<ConnectedProcess>> processesConnectedTo(const std::string& helper);
 
 }  // namespace corvane
 

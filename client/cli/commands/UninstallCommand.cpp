@@ -39,8 +39,10 @@ Error explained(const Error& error, const std::string& description, const std::s
 // Who is connected to the helper, for a person to read. The helper itself refuses without saying
 // whose clients keep it, so the system is asked.
 std::string otherClients(const std::string& socketPath) {
+  const auto processes = processesConnectedTo(socketPath);
+  if (!processes) return "one of which the system does not tell";
   std::string clients;
-  for (const ConnectedProcess& process : processesConnectedTo(socketPath)) {
+  for (const ConnectedProcess& process : *processes) {
     clients += (clients.empty() ? "'" : ", '") + process.name + "' of user " + process.user +
                " with process id " + std::to_string(process.pid);
   }

@@ -99,7 +99,7 @@ bool holdsOneOf(const fs::path& process, const Inodes& sockets) {
 
 }  // namespace
 
-std::vector<ConnectedProcess> processesConnectedTo(const std::string& path) {
+std::optional<std::vector<ConnectedProcess>> processesConnectedTo(const std::string& path) {
   std::vector<ConnectedProcess> processes;
   const Inodes sockets = clientSocketsOf(path);
   if (sockets.empty()) return processes;

@@ -36,13 +36,13 @@ class ConnectedProcessesTest : public testing::Test {
 };
 
 TEST_F(ConnectedProcessesTest, NobodyIsConnected) {
-  EXPECT_TRUE(processesConnectedTo(path).empty());
+  EXPECT_TRUE(processesConnectedTo(path).value().empty());
 }
 
 TEST_F(ConnectedProcessesTest, TheCallingProcessIsNotNamed) {
   const FileDescriptor own = connect();
   const FileDescriptor served(::accept(listening.get(), nullptr, nullptr));
-  EXPECT_TRUE(processesConnectedTo(path).empty());
+  EXPECT_TRUE(processesConnectedTo(path).value().empty());
 }
 
 TEST_F(ConnectedProcessesTest, AnotherProcessIsNamedOnceHoweverOftenItIsConnected) {
@@ -57,7 +57,7 @@ TEST_F(ConnectedProcessesTest, AnotherProcessIsNamedOnceHoweverOftenItIsConnecte
   }
   const FileDescriptor first(::accept(listening.get(), nullptr, nullptr));
   const FileDescriptor second(::accept(listening.get(), nullptr, nullptr));
-  const auto processes = processesConnectedTo(path);
+  const auto processes = processesConnectedTo(path).value();
   ASSERT_EQ(processes.size(), 1U);
   EXPECT_EQ(processes[0].pid, other);
   EXPECT_EQ(processes[0].name, "another client");
