@@ -24,9 +24,6 @@ namespace {
 
 using Kind = CommunicationFailure::Kind;
 
-constexpr const char* defaultHelperSocketPath =
-    "/run/com.corvane.system.privilegedhelper-vnt/socket";
-
 using Clock = std::chrono::steady_clock;
 
 // Between two attempts, where the connection to a helper or an issuer was lost because that has
@@ -118,10 +115,7 @@ class FeedbackReceiver : public ZELPrivilegedOperationFeedbackProtocol {
 class PrivilegedHelperClient::Session {
  public:
   explicit Session(Options options) : _options(std::move(options)) {
-    if (_options.helperSocketPath.empty()) _options.helperSocketPath = defaultHelperSocketPath;
-    if (_options.authorizationSocketPath.empty()) {
-      _options.authorizationSocketPath = AuthorizationIssuerSocketPath;
-    }
+    if (_options.helperSocketPath.empty()) _options.helperSocketPath = defaultHelperAddress();
   }
 
   ~Session() {
@@ -202,7 +196,7 @@ class PrivilegedHelperClient::Session {
       endpoint = listener->takeEndpoint();
     }
     const auto answer = _connection->performPrivilegedOperation(
-        code, _authorization, std::move(endpoint), all, _options.operationTimeout);
+        code, authorizationData(), std::move(endpoint), all, _options.operationTimeout);
     if (const auto failure = failureOf(answer)) {
       dropConnection();
       return {failure, std::nullopt};
@@ -256,13 +250,16 @@ class PrivilegedHelperClient::Session {
   }
 
   std::optional<CommunicationFailure> obtainAuthorization() {
-    if (!_authorization.empty()) return std::nullopt;
-    const auto form =
-        requestAuthorizationExternalForm(_options.authorizationSocketPath, _options.patience);
-    if (const auto* error = std::get_if<Error>(&form)) return failureOfIssuer(*error);
-    const auto& bytes = std::get<AuthorizationExternalForm>(form).bytes;
-    _authorization.assign(std::begin(bytes), std::end(bytes));
+    if (_authorization != nullptr) return std::nullopt;
+    auto issued = IssuedAuthorization::request(_options.authorizationSocketPath, _options.patience);
+    if (const auto* error = std::get_if<Error>(&issued)) return failureOfIssuer(*error);
+    _authorization = std::get<std::unique_ptr<IssuedAuthorization>>(std::move(issued));
     return std::nullopt;
+  }
+
+  Data authorizationData() const {
+    const auto& bytes = _authorization->externalForm().bytes;
+    return {std::begin(bytes), std::end(bytes)};
   }
 
   Array withMetadata(const std::vector<Value>& arguments) const {
@@ -278,7 +275,7 @@ class PrivilegedHelperClient::Session {
   Options _options;
   std::unique_ptr<HelperConnection> _connection;
   bool _isRegistered = false;
-  Data _authorization;
+  std::unique_ptr<IssuedAuthorization> _authorization;
 };
 
 PrivilegedHelperClient::PrivilegedHelperClient(Options options)

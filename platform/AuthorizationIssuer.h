@@ -2,6 +2,7 @@
 #define CORVANE_PLATFORM_AUTHORIZATIONISSUER_H
 
 #include <chrono>
+#include <memory>
 #include <string>
 #include <variant>
 
@@ -10,17 +11,24 @@
 
 namespace corvane {
 
-/// Where the system's issuer of authorizations is found.
-inline constexpr const char* AuthorizationIssuerSocketPath =
-    "/run/com.corvane.authorization/socket";
+/// An authorization of this process, made by the system for somebody else to use. Its external form
+/// may be good only while the object lives, so it is held until the request that carries the form
+/// is answered.
+class IssuedAuthorization {
+ public:
+  /// Has one made, within `patience`, by the issuer at `address`; by the system's own if that is
+  /// empty. Any thread.
+  ///
+  /// Errors are in NSPOSIXErrorDomain and name the address: ENOENT, nobody has set an issuer up
+  /// there; ECONNREFUSED, nobody listens; ETIMEDOUT, no answer in time; ECONNRESET, the issuer
+  /// refused.
+  static std::variant<std::unique_ptr<IssuedAuthorization>, Error> request(
+      const std::string& address, std::chrono::milliseconds patience);
 
-/// Has the issuer at `socketPath` make an authorization of the calling process and brings back its
-/// external form, within `patience`. Any thread.
-///
-/// Errors are in NSPOSIXErrorDomain and name the path: ENOENT, nobody has set an issuer up there;
-/// ECONNREFUSED, nobody listens; ETIMEDOUT, no answer in time; ECONNRESET, the issuer refused.
-std::variant<AuthorizationExternalForm, Error> requestAuthorizationExternalForm(
-    const std::string& socketPath, std::chrono::milliseconds patience);
+  virtual ~IssuedAuthorization() = default;
+
+  virtual const AuthorizationExternalForm& externalForm() const = 0;
+};
 
 }  // namespace corvane
 

@@ -15,6 +15,10 @@
 
 namespace corvane {
 
+/// Where the system has the helper listen: on Linux the path of a socket, elsewhere maybe the name
+/// of a service.
+std::string defaultHelperAddress();
+
 /// A client's connection to the helper. Calls wait for their answer. One thread at a time.
 class HelperConnection {
  public:
@@ -22,9 +26,9 @@ class HelperConnection {
   using Answer = std::variant<T, CommunicationFailure>;
   using Timeout = std::optional<std::chrono::milliseconds>;
 
-  /// Connects to the service at `path`; on Linux the path of its socket. Waits at most `timeout`,
-  /// the start of a helper that is not running included.
-  static Answer<std::unique_ptr<HelperConnection>> connect(const std::string& path,
+  /// Connects to the helper at `address`. Waits at most `timeout`, the start of a helper that is
+  /// not running included.
+  static Answer<std::unique_ptr<HelperConnection>> connect(const std::string& address,
                                                            std::chrono::milliseconds timeout);
 
   virtual ~HelperConnection() = default;

@@ -73,11 +73,11 @@ struct Attack {
 };
 
 Data formOfThisProcess(const Place& place) {
-  const auto form = requestAuthorizationExternalForm(place.issuer, patience);
-  if (const auto* error = std::get_if<Error>(&form)) {
+  const auto issued = IssuedAuthorization::request(place.issuer, patience);
+  if (const auto* error = std::get_if<Error>(&issued)) {
     throw std::runtime_error(error->localizedDescription());
   }
-  const auto& bytes = std::get<AuthorizationExternalForm>(form).bytes;
+  const auto& bytes = std::get<std::unique_ptr<IssuedAuthorization>>(issued)->externalForm().bytes;
   return {std::begin(bytes), std::end(bytes)};
 }
 

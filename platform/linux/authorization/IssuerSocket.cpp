@@ -1,4 +1,4 @@
-#include "platform/AuthorizationIssuer.h"
+#include "platform/linux/authorization/IssuerSocket.h"
 
 #include <algorithm>
 #include <cerrno>

@@ -175,6 +175,10 @@ class LinuxHelperConnection : public HelperConnection {
 
 }  // namespace
 
+std::string defaultHelperAddress() {
+  return "/run/com.corvane.system.privilegedhelper-vnt/socket";
+}
+
 HelperConnection::Answer<std::unique_ptr<HelperConnection>> HelperConnection::connect(
     const std::string& path, std::chrono::milliseconds timeout) {
   const Clock::time_point deadline = Clock::now() + timeout;

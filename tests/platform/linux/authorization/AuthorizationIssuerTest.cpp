@@ -15,9 +15,9 @@
 
 #include "foundation/FileDescriptor.h"
 #include "foundation/POSIXError.h"
-#include "platform/AuthorizationIssuer.h"
 #include "platform/linux/authorization/AuthorizationKey.h"
 #include "platform/linux/authorization/ExternalForm.h"
+#include "platform/linux/authorization/IssuerSocket.h"
 #include "tests/support/ChildProcess.h"
 #include "tests/support/Files.h"
 #include "tests/support/TemporaryFolder.h"
