@@ -8,6 +8,10 @@
 namespace corvane {
 
 /// What is raised where a failure is not a value: a name that tells the kind, and a reason.
+///
+/// This and what else derives from std::exception may pass the seam, in both directions, where its
+/// headers do not say otherwise. A side catches the exceptions of a runtime of its system's own and
+/// raises one of these in their place, and lets nothing of ours into frames of that runtime.
 class Exception : public std::exception {
  public:
   Exception(std::string name, std::string reason)

@@ -20,11 +20,14 @@ inline constexpr std::string_view kCFPreferencesCurrentHost = "kCFPreferencesCur
 
 /// Preferences are kept by domain: an application (its identifier, or any), a user (a name of the
 /// user database, the user this process runs as, or any) and a host (this one by its name or as
-/// the current one, or any).
+/// the current one, or any). Each part is a text: one of the constants above says any or current,
+/// every other one is a name. They come so from clients of whatever system; a side whose system has
+/// constants of its own puts these in their place.
 ///
 /// A change belongs to the thread that made it. It is pending until that thread synchronises the
 /// domain: threads that work for different callers at the same time never write, lose or fail each
-/// other's changes.
+/// other's changes. Where the system keeps pending changes for all of a process, its side keeps
+/// them by thread in front of it.
 
 /// Makes `value` the pending value of `key`; no value removes the key. Touches no file.
 void CFPreferencesSetValue(const std::string& key, std::optional<Value> value,
@@ -36,7 +39,8 @@ void CFPreferencesSetValue(const std::string& key, std::optional<Value> value,
 /// success, which is also when there was nothing to change. False, with the file as it was, for a
 /// domain that does not exist, a file that is not a property list or not the user's, a key or value
 /// that no file can hold, and whatever the file system refuses. Keys are names, not paths: one with
-/// a slash is refused. Waits eleven seconds at most.
+/// a slash is refused. How long it waits for others who write is bounded where the side can bound
+/// it.
 ///
 /// Run by root it has in a user's folder the rights of that user, no more.
 bool CFPreferencesSynchronize(const std::string& application, const std::string& user,

@@ -18,12 +18,13 @@ struct XPCInterface {
 
 /// A connection to the feedback object that a client serves behind an endpoint.
 ///
-/// Messages are sent in the order of the calls and not awaited, from any thread. A receiver that
-/// reads slowly slows the sender down, for as long as it goes on reading; one that does not read at
-/// all for ten seconds, or that is gone, is given up: what is sent to it from then on is dropped.
+/// Messages are sent in the order of the calls and not awaited, from any thread. What waits for a
+/// receiver that reads slowly is bounded; how it is held, and when it is given up, is the side's.
+/// What is sent to one that is given up, or gone, is dropped.
 class XPCConnection {
  public:
-  /// Told of a transport error, on the sending thread; may be called more than once.
+  /// Told of a transport error, on any thread; maybe after the message's call has returned, and
+  /// more than once.
   using ErrorHandler = std::function<void(const Error&)>;
 
   /// Makes a connection that is not yet resumed. Never null.

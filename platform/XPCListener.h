@@ -34,8 +34,8 @@ class XPCListenerDelegate {
 /// Offers a service to the processes of the machine under a name.
 ///
 /// Each connection's messages are handled one at a time, different connections in parallel. A peer
-/// costs only itself: handshakes and half-sent messages have deadlines, and what a user may hold
-/// (connections, bytes of messages on their way) is bounded.
+/// costs only itself: what it may hold, and for how long it may leave something half done, is
+/// limited by the system or, where the system has no such limits, by its side.
 class XPCListener {
  public:
   /// A listener that is not yet resumed. Never null; a name that cannot be served fails in `run`.
@@ -47,8 +47,8 @@ class XPCListener {
   virtual void setDelegate(XPCListenerDelegate* delegate) = 0;
   virtual void resume() = 0;
   virtual void suspend() = 0;
-  /// Takes no more connections, for good. A one-way message that the calling thread is handling is
-  /// acknowledged now if its sender wanted that: the caller may be about to end the process.
+  /// Takes no more connections, for good. The caller may be about to end the process: whatever the
+  /// side owes to the sender of the one-way message that the calling thread is handling is sent.
   virtual void invalidate() = 0;
   /// A new way to this listener.
   virtual XPCListenerEndpoint endpoint() = 0;

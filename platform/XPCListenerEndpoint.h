@@ -6,7 +6,7 @@
 namespace corvane {
 
 /// The way to one listener, as a value that can be sent to another process: whoever holds it can
-/// connect once, and nobody else can. Move-only; dropping it unused closes the way.
+/// connect at least once, and nobody else can. Move-only; dropping it unused closes the way.
 class XPCListenerEndpoint {
  public:
   /// What the platform needs to connect; defined by the platform.

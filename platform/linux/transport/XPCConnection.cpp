@@ -49,6 +49,8 @@ int untakenBytes(int socket) {
   return ::ioctl(socket, SIOCOUTQ, &count) == 0 ? count : 0;
 }
 
+// A receiver that reads slowly slows the sender down, for as long as it goes on reading; one that
+// does not read at all for the time above is given up. Errors are told on the sending thread.
 class FeedbackSender : public XPCConnection, public ZELPrivilegedOperationFeedbackProtocol {
  public:
   explicit FeedbackSender(XPCListenerEndpoint endpoint) : _transport(endpoint.takeTransport()) {}

@@ -125,6 +125,7 @@ class LinuxListener : public XPCListener {
   void suspend() override { setState(State::Suspended); }
   void invalidate() override {
     setState(State::Invalid);
+    // Where its sender wanted that; later it may never be.
     acknowledgeCurrentOneWayMessage();
   }
 
