@@ -1,6 +1,7 @@
 #!/usr/bin/python3
 """Which folder may include which: what CONTRIBUTING calls the order of dependency, rooms included."""
 
+import ctypes
 import os
 import re
 import unittest
@@ -45,6 +46,17 @@ ONE_ROOM = {(f"{LINUX}/authorization", f"{LINUX}/authorization/polkit")}
 # What only one system has, and so only its own folder may include. POSIX is what all have.
 SYSTEM_HEADER = re.compile(r"#include <((asm|linux|mach|systemd)/.*|sys/(epoll|event|eventfd|inotify|"
                            r"prctl|sendfile|signalfd|statfs|syscall|sysctl|sysmacros|vfs|xattr)\.h)>")
+SYSTEM_NAME = re.compile(
+    # Calls and constants of Linux
+    r"\b(accept4|AT_EMPTY_PATH|AT_NO_AUTOMOUNT|dup3|epoll_\w+|eventfd|getdents64|getrandom|gettid|"
+    r"memfd_create|MSG_CMSG_CLOEXEC|MSG_NOSIGNAL|O_PATH|O_TMPFILE|openat2|pidfd_\w+|pipe2|"
+    r"posix_spawn_file_actions_addclosefrom_np|ppoll|prctl|renameat2|secure_getenv|signalfd|"
+    r"SO_PEERCRED|SOCK_CLOEXEC|SOCK_NONBLOCK|sd_\w+|statx|syscall|"
+    # of macOS,
+    r"kevent|kqueue|NSGetEnviron|O_EVTONLY|O_SYMLINK|sysctl\w*|UF_\w+|SF_\w+|xpc_\w+|"
+    # and what polls where the C++ library of a system has nothing better.
+    r"binary_semaphore|counting_semaphore)\b|\"/(proc|sys|run)/")
+COMMENT = re.compile(r"//.*")
 CONDITION = re.compile(r"#\s*(if|ifdef|elif)\b.*(__linux__|__APPLE__|__unix__|_WIN32)")
 
 
@@ -95,7 +107,21 @@ class LayersTest(unittest.TestCase):
             if not folder.startswith(LINUX):
                 wrong += [f"{path}: {found[0]}" for found in SYSTEM_HEADER.finditer(text)]
                 wrong += [f"{path}: {found[0]}" for found in CONDITION.finditer(text)]
+                wrong += [f"{path}: {found[0]}"
+                          for found in SYSTEM_NAME.finditer(COMMENT.sub("", text))]
         self.assertEqual(wrong, [])
+
+    def test_no_function_of_the_seam_is_taken_for_one_of_the_c_library(self):
+        library = ctypes.CDLL(None)
+        functions = []
+        for folder, path, text in sources():
+            if folder == "platform":
+                # What stands in a namespace of its own is not called by its bare name.
+                text = re.sub(r"^namespace [A-Z].*?^}  // namespace", "", text, flags=re.M | re.S)
+                functions += [(path, name)
+                              for name in re.findall(r"^\w[^(){};#]*\b(\w+)\(", text, re.MULTILINE)]
+        self.assertIn(("platform/FileSystem.h", "removeFile"), functions)
+        self.assertEqual([(path, name) for path, name in functions if hasattr(library, name)], [])
 
 
 if __name__ == "__main__":
