@@ -10,6 +10,7 @@
 
 #include <unistd.h>
 
+#include "client/FileObjectDeletion.h"
 #include "foundation/POSIXError.h"
 #include "foundation/Unicode.h"
 #include "operations/OperationCodes.h"
@@ -75,12 +76,39 @@ bool isSendable(const Value& value) {
   return true;
 }
 
+// Whether the operation begins with a message of feedback to whoever wants some.
+bool hasFeedback(std::uint64_t code) {
+  return code == codeDeleteFileobjects || code == codeExecuteUtility;
+}
+
+// Whether a request that was answered with `error`, before any feedback came, was authorized.
+std::optional<bool> wasAuthorized(const std::optional<Error>& error, bool isFeedbackMissing) {
+  if (!error) return true;
+  if (error->domain() == NSOSStatusErrorDomain || isPOSIXError(*error, POSIXErrorCode::Canceled)) {
+    return false;
+  }
+  // A helper that does not know the operation answers so before it authorizes anything.
+  if (isPOSIXError(*error, POSIXErrorCode::Invalid) ||
+      isPOSIXError(*error, POSIXErrorCode::NotImplemented)) {
+    return std::nullopt;
+  }
+  if (!isPOSIXError(*error, POSIXErrorCode::NotPermitted)) return true;
+  if (isFeedbackMissing) return false;
+  // The authority refuses root nothing, and where none can ask somebody it answers otherwise.
+  const AuthorizationDialogs dialogs = authorizationDialogsOfThisProcess();
+  const bool isNeverRefused =
+      dialogs == AuthorizationDialogs::NotNeeded || dialogs == AuthorizationDialogs::NoAuthority;
+  return isNeverRefused ? std::optional(true) : std::nullopt;
+}
+
 // Takes the messages apart for the callbacks.
 class FeedbackReceiver : public ZELPrivilegedOperationFeedbackProtocol {
  public:
   explicit FeedbackReceiver(const PrivilegedHelperClient::Feedback& feedback)
       : _feedback(feedback) {}
 
+  /// Whether any message came, which tells that the request was authorized.
+  bool hasBegun() const { return _hasBegun; }
   /// Whether some of the operation's messages, which had begun to come, did not come or not
   /// through.
   bool hasLost() const { return _hasBegun && !(_hasEnded && _isComplete); }
@@ -174,6 +202,7 @@ class PrivilegedHelperClient::Session {
         outcome.error &&
         outcome.error->is(NSOSStatusErrorDomain, errAuthorizationInteractionNotAllowed);
     if (!couldNobodyBeAsked || !_options.asksOnTerminal) return outcome;
+    if (_options.beforeAskingOnTerminal) _options.beforeAskingOnTerminal();
     const auto agent = AuthenticationAgent::startOnTerminal();
     return agent == nullptr ? outcome : performOnce(code, arguments, feedback);
   }
@@ -203,7 +232,10 @@ class PrivilegedHelperClient::Session {
     }
     // The helper closes its end before it answers, so what it sent has arrived or is about to.
     if (listener != nullptr) listener->waitUntilClosed();
-    return {std::nullopt, std::get<std::optional<Error>>(answer), receiver && receiver->hasLost()};
+    const auto& error = std::get<std::optional<Error>>(answer);
+    const bool hasBegun = receiver && receiver->hasBegun();
+    return {std::nullopt, error, receiver && receiver->hasLost(),
+            hasBegun ? true : wasAuthorized(error, receiver && hasFeedback(code))};
   }
 
   std::optional<CommunicationFailure> connect() {
@@ -317,17 +349,20 @@ PrivilegedHelperClient::Outcome PrivilegedHelperClient::discardAuthorization() {
   return perform(codeDiscardAuth, {});
 }
 
-PrivilegedHelperClient::Outcome PrivilegedHelperClient::deleteFileObjects(
+PrivilegedHelperClient::DeletionOutcome PrivilegedHelperClient::deleteFileObjects(
     const std::vector<std::string>& paths, bool recursive, bool stopOnFirstError,
     const std::optional<Feedback>& feedback) {
-  std::vector<Value> arguments = {recursive ? "1" : "0", stopOnFirstError ? "1" : "0"};
-  arguments.insert(arguments.end(), paths.begin(), paths.end());
-  return perform(codeDeleteFileobjects, arguments, feedback);
+  return FileObjectDeletion(*this, paths, recursive, stopOnFirstError, feedback).run();
 }
 
 PrivilegedHelperClient::Outcome PrivilegedHelperClient::deleteFiles(
     const std::vector<std::string>& paths) {
-  return perform(codeDeleteFiles, {paths.begin(), paths.end()});
+  const std::vector<std::string> there = whereSomethingIs(paths);
+  Outcome outcome = perform(codeDeleteFiles, {paths.begin(), paths.end()});
+  if (outcome.error && !outcome.wasAuthorized && isEvidentlyAuthorized(there, false)) {
+    outcome.wasAuthorized = true;
+  }
+  return outcome;
 }
 
 PrivilegedHelperClient::Outcome PrivilegedHelperClient::modifyPreferences(

@@ -24,6 +24,7 @@ enum class POSIXErrorCode : std::int32_t {
   TooManyOpenFiles = 24,     ///< EMFILE
   NoSpace = 28,              ///< ENOSPC
   ReadOnly = 30,             ///< EROFS
+  Again = 35,                ///< EAGAIN
   NotSupported = 45,         ///< ENOTSUP
   ConnectionReset = 54,      ///< ECONNRESET
   TimedOut = 60,             ///< ETIMEDOUT

@@ -80,15 +80,15 @@ int runCommandLine(int argc, char** argv) {
   };
 
   std::vector<std::string> paths;
-  bool recursive = false;
-  bool stopOnFirstError = false;
-  CLI::App* remove = command("delete", "Delete files and folders, whatever protects them", [&] {
-    return deleteObjects(context, paths, recursive, stopOnFirstError);
-  });
-  remove->add_flag("-r,--recursive", recursive, "Delete folders with their contents");
-  remove->add_flag("--stop-on-first-error", stopOnFirstError,
+  Deletion deletion;
+  CLI::App* remove = command("delete", "Delete files and folders, whatever protects them",
+                             [&] { return deleteObjects(context, deletion); });
+  remove->add_flag("-r,--recursive", deletion.isRecursive, "Delete folders with their contents");
+  remove->add_flag("-f,--force", deletion.ignoresMissing,
+                   "Say nothing about paths where nothing is");
+  remove->add_flag("--stop-on-first-error", deletion.stopsOnFirstError,
                    "Stop at the first object that cannot be deleted");
-  remove->add_option("PATH", paths, "What to delete")->required();
+  remove->add_option("PATH", deletion.paths, "What to delete")->required();
 
   std::string application = "/";
   std::string utility;

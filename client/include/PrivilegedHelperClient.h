@@ -38,14 +38,20 @@ class PrivilegedHelperClient {
     /// Shows authorization dialogs on this process's terminal when the system has nobody else who
     /// could.
     bool asksOnTerminal = false;
+    /// Called before a dialog is shown there, on the calling thread: what else is shown there must
+    /// make way. Must not throw.
+    std::function<void()> beforeAskingOnTerminal;
   };
 
   /// What a running operation reports. Called on a thread of the client, one at a time, and not
   /// after the call that runs the operation has returned. Empty functions are not called; the
   /// others must not throw.
   struct Feedback {
-    /// The part that is done, 0.0 to 1.0. The first call tells that the request was authorized.
+    /// The part that is done, 0.0 to 1.0, and never less than before. The first call tells that the
+    /// request was authorized.
     std::function<void(double fraction)> progress;
+    /// The path that a deletion has come to; before `progress`.
+    std::function<void(const std::string& path)> object;
     /// A chunk of the program's standard output, and of its standard error; possibly empty.
     std::function<void(const Data& chunk)> output;
     std::function<void(const Data& chunk)> errorOutput;
@@ -65,8 +71,31 @@ class PrivilegedHelperClient {
     /// Feedback that had begun did not come to its end: the last of it is missing. The helper
     /// gives up a receiver that takes nothing for ten seconds.
     bool hasLostFeedback = false;
+    /// Whether the request was authorized. Nothing if that is not known: EPERM stands both for a
+    /// refusal and for what the file system does not permit. Only feedback, which begins after the
+    /// authorization, tells an ordinary user's process which of them it is.
+    std::optional<bool> wasAuthorized = std::nullopt;
 
     bool isSuccess() const { return !failure && !error; }
+  };
+
+  /// An object that a deletion has not deleted.
+  struct ObjectLeft {
+    std::string path;
+    /// Why; nothing if that is not known, or if the deletion stopped before it.
+    std::optional<Error> error;
+  };
+  struct DeletionOutcome : Outcome {
+    /// Both in the order of the paths: what is left, and what could not be deleted. The latter is
+    /// without what a deletion that stops did not come to, and has paths where nothing was, unless
+    /// the deletion was recursive.
+    std::vector<ObjectLeft> left;
+    std::vector<ObjectLeft> failed;
+    /// The paths where nothing was.
+    std::vector<std::string> missing;
+    /// Some of what is left is append-only, and was not touched: somebody else could have made its
+    /// path lead elsewhere meanwhile, or its name cannot be sent.
+    bool isAppendOnlyLeft = false;
   };
 
   template <typename T>
@@ -107,12 +136,18 @@ class PrivilegedHelperClient {
   Outcome nop();
   /// Makes the system ask again before it authorizes anything more for this process.
   Outcome discardAuthorization();
-  /// Deletes the objects at absolute paths, in their order, whatever protects them; folders with
-  /// their contents if `recursive`. Goes on after an object that cannot be deleted unless
-  /// `stopOnFirstError`; the outcome is the error of the last such object.
-  Outcome deleteFileObjects(const std::vector<std::string>& paths, bool recursive,
-                            bool stopOnFirstError,
-                            const std::optional<Feedback>& feedback = std::nullopt);
+  /// Deletes the objects at absolute paths, whatever protects them; folders with their contents if
+  /// `recursive`. A link is deleted itself, be its target there or not. Goes on after an object
+  /// that cannot be deleted unless `stopOnFirstError`, which deletes in the order of the paths and
+  /// nothing behind the first such object; else the outcome is the error of the last.
+  ///
+  /// This may take several requests, of which each is authorized: with links among trees, with more
+  /// paths than a message holds, and with append-only objects in a tree, which the helper's own
+  /// recursive deletion keeps. What is sent once more is only what is left. Progress is that of
+  /// all.
+  DeletionOutcome deleteFileObjects(const std::vector<std::string>& paths, bool recursive,
+                                    bool stopOnFirstError,
+                                    const std::optional<Feedback>& feedback = std::nullopt);
   /// Deletes single objects; never folders with contents. Meant for the helper's own files, which
   /// it does not check: it deletes whatever is named.
   Outcome deleteFiles(const std::vector<std::string>& paths);

@@ -1,14 +1,17 @@
 """The client's command that deletes, as a person at a terminal sees it."""
 
+import contextlib
+import json
 import os
 import re
+import signal
 import subprocess
 import sys
 
 SOURCES = os.environ["CORVANE_SOURCES"]
 sys.path += [f"{SOURCES}/tests/daemon", f"{SOURCES}/tests/support"]
 from bus import Client
-from support import PROGRAMS, DaemonTest, environment_for, main
+from support import PATIENCE, PROGRAMS, DaemonTest, environment_for, main
 from terminal import Terminal
 
 PROTECTED = "An object there has a protection that the helper does not lift"
@@ -19,9 +22,10 @@ def change_flags(flags, *paths):
     subprocess.run(["chattr", flags, *paths], check=True)
 
 
-class DeleteCommandTest(DaemonTest):
+class Deletions:
+    """What there is to delete, and what became of it; for a test of a daemon."""
 
-    def prepare(self):
+    def prepare_flags(self):
         # Before the folder is removed, which comes last.
         self.addCleanup(subprocess.run, ["chattr", "-R", "-f", "-ia", self.folder], check=False,
                         stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
@@ -29,11 +33,6 @@ class DeleteCommandTest(DaemonTest):
         self.make(probe)
         if subprocess.run(["chattr", "+i", probe], check=False).returncode != 0:
             self.skipTest("needs a file system with flags")
-
-    def setUp(self):
-        super().setUp()
-        # Another client keeps the daemon from ending.
-        Client(self.daemon.connect()).register(1)
 
     def make(self, path, flags=None):
         """A file with the folders above it; its path."""
@@ -48,20 +47,6 @@ class DeleteCommandTest(DaemonTest):
     def path(self, name):
         return f"{self.folder}/{name}"
 
-    def command(self, *arguments):
-        return [f"{PROGRAMS}/privilegerequestor-vnt", "--socket", f"{self.folder}/helper.socket",
-                "--authorization-socket", f"{self.folder}/authorization.socket", *arguments]
-
-    def delete(self, *arguments, options=()):
-        """On a terminal: the exit status, and the lines that are there in the end."""
-        terminal = Terminal(self.command(*options, "delete", *arguments),
-                            {**os.environ, **environment_for(self.folder), "LC_ALL": "C.UTF-8",
-                             "TERM": "xterm"})
-        status = terminal.wait()
-        self.screen = terminal.seen
-        return status, [re.sub(r".*(\r|\033\[K)", "", line) for line in
-                        terminal.seen.replace("\r\n", "\n").split("\n")]
-
     def assertLeft(self, *names):
         for name in names:
             self.assertTrue(os.path.lexists(self.path(name)), name)
@@ -71,8 +56,58 @@ class DeleteCommandTest(DaemonTest):
             self.assertFalse(os.path.lexists(self.path(name)), name)
 
     def requests(self):
-        return [line for line in self.log.after(0)
-                if "About to perform privileged operation 'delete-fileobjects'" in line]
+        """How many objects each deletion was about, in their order."""
+        counts = [re.search(r"operation 'delete-file(?:objects|s)' with (\d+) arguments", line)
+                  for line in self.log.after(0)]
+        return [int(count[1]) - 2 for count in counts if count]
+
+    def requests_with_feedback(self):
+        return len([line for line in self.log.after(0) if "feedback option enabled" in line])
+
+    def lines_of(self, terminal):
+        """Those that are there in the end."""
+        return [re.sub(r".*(\r|\033\[K)", "", line)
+                for line in terminal.seen.replace("\r\n", "\n").split("\n")]
+
+
+class DeleteCommandTest(Deletions, DaemonTest):
+
+    def prepare(self):
+        self.prepare_flags()
+
+    def setUp(self):
+        super().setUp()
+        # Another client keeps the daemon from ending.
+        Client(self.daemon.connect()).register(1)
+
+    def command(self, *arguments):
+        return [f"{PROGRAMS}/privilegerequestor-vnt", "--socket", f"{self.folder}/helper.socket",
+                "--authorization-socket", f"{self.folder}/authorization.socket", *arguments]
+
+    def start_terminal(self, *arguments, terminal="xterm", width=80):
+        command = ["/bin/sh", "-c", f'stty cols {width}; exec "$@"', "sh"]
+        return Terminal(command + self.command(*arguments), {
+            **os.environ, **environment_for(self.folder), "LC_ALL": "C.UTF-8", "TERM": terminal})
+
+    def delete(self, *arguments, options=(), **how):
+        """On a terminal: the exit status, and the lines that are there in the end."""
+        terminal = self.start_terminal(*options, "delete", *arguments, **how)
+        status = terminal.wait()
+        self.screen = terminal.seen
+        return status, self.lines_of(terminal)
+
+    def delete_silently(self, *arguments, options=()):
+        """Without a terminal: the exit status and both outputs."""
+        result = subprocess.run(self.command(*options, "delete", *arguments), text=True,
+                                stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
+                                stderr=subprocess.PIPE, timeout=PATIENCE, check=False,
+                                start_new_session=True,
+                                env={**os.environ, **environment_for(self.folder),
+                                     "LC_ALL": "C.UTF-8"})
+        return result.returncode, result.stdout, result.stderr
+
+    def percents(self):
+        return [int(number) for number in re.findall(r"(\d+)%", self.screen)]
 
 
 class StopOnFirstErrorTest(DeleteCommandTest):
@@ -84,8 +119,8 @@ class StopOnFirstErrorTest(DeleteCommandTest):
         self.make("log", "+a")
         status, lines = self.delete("-r", "--stop-on-first-error", self.path("kept/tree"),
                                     self.path("later"), self.path("log"))
-        self.assertEqual((status, lines[0]), (1, f"Cannot delete '{self.path('kept/tree')}' and "
-                                              "others: Operation not permitted"))
+        self.assertEqual((status, lines[0]), (1, f"Cannot delete '{self.path('kept/tree')}': "
+                                              "Operation not permitted"))
         self.assertLeft("kept/tree", "later/log", "log")
 
     def test_append_only_objects_of_one_path_after_the_other_are_deleted(self):
@@ -101,6 +136,211 @@ class StopOnFirstErrorTest(DeleteCommandTest):
         self.assertEqual(status, 1)
         self.assertGone("tree-0", "tree-1", "tree-2")
         self.assertLeft("kept/tree", "later/log")
+
+
+class AppendOnlyTest(DeleteCommandTest):
+
+    def test_a_tree_is_sent_twice_and_feedback_is_asked_for_once(self):
+        for name in ("a", "b", "c"):
+            self.make(f"tree/{name}/log", "+a")
+        self.assertEqual(self.delete("-r", self.path("tree")), (0, [""]))
+        self.assertGone("tree")
+        self.assertEqual(self.requests(), [1, 1])
+        self.assertEqual(self.requests_with_feedback(), 1)
+
+    def test_of_several_trees_only_what_is_left_is_sent_again(self):
+        for number in range(10):
+            self.make(f"tree-{number}/file", "+a" if number in (3, 7) else None)
+        paths = [self.path(f"tree-{number}") for number in range(10)]
+        self.assertEqual(self.delete("-r", *paths), (0, [""]))
+        self.assertGone(*(f"tree-{number}" for number in range(10)))
+        self.assertEqual(self.requests(), [10, 1, 1])
+
+    def test_trees_of_other_users_and_writable_ones_for_root(self):
+        self.make("foreign/folder/log", "+a")
+        self.make("writable/folder/log", "+a")
+        subprocess.run(["chown", "-R", "65534:65534", self.path("foreign")], check=False,
+                       stderr=subprocess.DEVNULL)
+        os.chown(self.path("foreign/folder"), 65534, 65534)
+        os.chmod(self.path("writable/folder"), 0o775)
+        self.assertEqual(self.delete("-r", self.path("foreign"), self.path("writable")), (0, [""]))
+        self.assertGone("foreign", "writable")
+
+    def test_names_that_are_not_text(self):
+        os.makedirs(self.path("tree"))
+        name = os.fsencode(self.path("tree/")) + b"\xff"
+        with open(name, "w", encoding="ascii"):
+            pass
+        change_flags("+a", name)
+        self.assertEqual(self.delete("-r", self.path("tree")), (0, [""]))
+        self.assertGone("tree")
+
+    def test_whatever_the_last_error_is(self):
+        self.make("tree/log", "+a")
+        os.makedirs(self.path("mounted/inside"))
+        mounted = subprocess.run(["mount", "-t", "tmpfs", "none", self.path("mounted/inside")],
+                                 check=False)
+        if mounted.returncode != 0:
+            self.skipTest("nothing can be mounted here")
+        self.addCleanup(subprocess.run, ["umount", self.path("mounted/inside")], check=True)
+        status, lines = self.delete("-r", self.path("tree"), self.path("mounted"))
+        self.assertEqual((status, lines[0]),
+                         (1, f"Cannot delete '{self.path('mounted')}': Device or resource busy"))
+        self.assertGone("tree")
+        self.assertLeft("mounted")
+
+
+class ProgressTest(DeleteCommandTest):
+
+    def test_never_goes_back_and_is_complete_only_in_the_end(self):
+        for number in range(20):
+            self.make(f"tree-{number:02}/file", "+a" if number % 7 == 0 else None)
+        paths = [self.path(f"tree-{number:02}") for number in range(20)]
+        self.assertEqual(self.delete("-r", *paths), (0, [""]))
+        percents = self.percents()
+        self.assertEqual(percents, sorted(percents))
+        self.assertEqual((percents[0], percents[-1]), (0, 100))
+        # Once, as the last that is drawn, though each request ends with all of its own done.
+        self.assertEqual(percents.count(100), 1)
+        self.assertGreater(len(self.requests()), 1)
+
+    def test_a_single_tree_shows_the_time_and_what_it_is_at(self):
+        self.make("tree/file")
+        self.assertEqual(self.delete("-r", self.path("tree")), (0, [""]))
+        self.assertRegex(self.screen, rf"\r[|/\\-] 0:0\d {re.escape(self.path('tree'))}")
+        self.assertEqual(self.percents(), [])
+
+    def test_moves_while_nothing_is_reported(self):
+        """The helper is stopped while it deletes, be it that it needs more to do for that."""
+        self.addCleanup(os.kill, self.daemon.process.pid, signal.SIGCONT)
+        for count in (1, 1000, 10000, 30000):
+            terminal = self.start_terminal("delete", "-r", *(self.make(str(number))
+                                                             for number in range(count)))
+            terminal.expect(r"\r[|/\\-] 0:00")
+            os.kill(self.daemon.process.pid, signal.SIGSTOP)
+            with contextlib.suppress(AssertionError):
+                terminal.expect(r"(?s)0:00.*0:01.*0:02")
+                break
+            os.kill(self.daemon.process.pid, signal.SIGCONT)
+        os.kill(self.daemon.process.pid, signal.SIGCONT)
+        self.assertRegex(terminal.seen, r"(?s)0:00.*0:01.*0:02")
+        self.assertEqual(terminal.wait(), 0)
+
+    def test_a_terminal_that_cannot_take_a_line_back_shows_nothing(self):
+        for name in ("dumb", ""):
+            self.make("tree/file")
+            self.assertEqual(self.delete("-r", self.path("tree"), terminal=name), (0, [""]))
+            self.assertEqual(self.screen, "")
+
+    def test_a_narrow_terminal_does_not_wrap(self):
+        for width in (1, 2, 5, 10, 20, 40, 79):
+            names = [f"folder-{'long' * 30}/\u4f60\u597d{number}" for number in range(5)]
+            for name in names:
+                self.make(name)
+            status, _ = self.delete(*map(self.path, names), width=width)
+            self.assertEqual(status, 0)
+            drawn = [part.replace("\033[K", "") for part in self.screen.split("\r")]
+            self.assertGreater(len(drawn), 2)
+            self.assertNotIn("\n", self.screen)
+            for part in drawn:
+                columns = sum(1 if ord(character) < 0x1100 else 2 for character in part)
+                self.assertLess(columns, width, (width, part))
+
+    def test_without_a_terminal_no_feedback_is_asked_for(self):
+        self.assertEqual(self.delete_silently(self.make("file")), (0, "", ""))
+        self.assertEqual(self.delete("--", self.make("file"), options=["--json"])[0], 0)
+        self.assertEqual(self.delete("--", self.make("file"), options=["--quiet"])[0], 0)
+        self.assertEqual(self.requests_with_feedback(), 0)
+        self.assertEqual(self.requests(), [1, 1, 1])
+
+
+class PathsTest(DeleteCommandTest):
+
+    def test_a_link_is_removed_whether_or_not_its_target_is_there(self):
+        self.make("target/file")
+        os.symlink("target", self.path("link"))
+        os.symlink("nowhere", self.path("dangling"))
+        self.make("tree/file")
+        self.assertEqual(self.delete("-r", self.path("link"), self.path("dangling"),
+                                     self.path("tree")), (0, [""]))
+        self.assertGone("link", "dangling", "tree")
+        self.assertLeft("target/file")
+
+    def test_a_path_where_nothing_is_is_told_unless_that_is_forced(self):
+        self.make("tree/file")
+        missing = self.path("missing")
+        self.assertEqual(self.delete("-r", missing, self.path("tree")),
+                         (0, [f"There was nothing at '{missing}'.", ""]))
+        self.assertEqual(self.delete("-r", "-f", missing), (0, [""]))
+        self.assertEqual(self.delete("--force", missing), (0, [""]))
+        self.assertEqual(self.delete(missing), (1, [
+            f"Cannot delete '{missing}': No such file or directory", "Check the path.", ""]))
+
+    def test_each_object_has_its_own_error(self):
+        self.make("full/file")
+        self.make("kept/file")
+        change_flags("+a", self.path("kept"))
+        self.make("gone")
+        names = ("full", "missing", "gone", "kept/file")
+        expected = [f"Cannot delete '{self.path('full')}': Directory not empty",
+                    "The folder is not empty. Use -r to delete it with its contents.",
+                    f"Cannot delete '{self.path('missing')}': No such file or directory",
+                    "Check the path.",
+                    f"Cannot delete '{self.path('kept/file')}': Operation not permitted"]
+        status, lines = self.delete(*map(self.path, names))
+        self.assertEqual((status, lines[:5]), (1, expected))
+        status, output, error = self.delete_silently(*map(self.path, names), options=["--json"])
+        self.assertEqual((status, error), (1, ""))
+        left = json.loads(output)["result"]["left"]
+        self.assertEqual([(each["path"], each["error"]["code"]) for each in left],
+                         [(self.path("full"), 66), (self.path("kept/file"), 1)])
+
+
+class AuthorizedTest(DeleteCommandTest):
+    """What the file system does not permit is no refusal, however it was asked."""
+
+    def setUp(self):
+        super().setUp()
+        self.kept = self.make("kept/file")
+        change_flags("+a", self.path("kept"))
+
+    def assertNotRefused(self, answer):
+        status, lines = answer
+        self.assertEqual((status, lines[0]),
+                         (1, f"Cannot delete '{self.kept}': Operation not permitted"))
+        self.assertTrue(lines[1].startswith(PROTECTED), lines[1])
+
+    def test_with_feedback(self):
+        self.assertNotRefused(self.delete(self.kept))
+
+    def test_without_feedback(self):
+        self.assertNotRefused(self.delete(self.kept, options=["--no-feedback"]))
+        status, _, error = self.delete_silently("-r", self.kept)
+        self.assertNotRefused((status, error.splitlines()))
+        self.assertEqual(self.requests(), [1, 1])
+
+    def test_of_the_helpers_own_files(self):
+        result = subprocess.run(self.command("delete-files", self.kept), stderr=subprocess.PIPE,
+                                text=True, timeout=PATIENCE, check=False,
+                                env={**os.environ, **environment_for(self.folder),
+                                     "LC_ALL": "C.UTF-8"})
+        self.assertNotRefused((result.returncode, result.stderr.splitlines()))
+
+
+class AdviceTest(DeleteCommandTest):
+
+    def test_names_that_are_too_long_and_links_without_end(self):
+        os.symlink("loop", self.path("loop"))
+        self.make("file")
+        for name, what, advice in (
+                ("x" * 256, "File name too long", "The path, or a name in it, is too long. "
+                 "Delete a folder further up instead."),
+                ("loop/file", "Too many levels of symbolic links",
+                 "The path leads through too many links. Name the object without them."),
+                ("file/file", "Not a directory",
+                 "Something in the path is no folder. Check the path.")):
+            self.assertEqual(self.delete(self.path(name)),
+                             (1, [f"Cannot delete '{self.path(name)}': {what}", advice, ""]))
 
 
 if __name__ == "__main__":

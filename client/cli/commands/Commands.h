@@ -16,10 +16,17 @@ struct PreferenceDomain {
   std::string host;
 };
 
+/// What is to be deleted, and how.
+struct Deletion {
+  std::vector<std::string> paths;
+  bool isRecursive = false;
+  bool stopsOnFirstError = false;
+  bool ignoresMissing = false;  ///< says nothing about paths where nothing is
+};
+
 /// The commands. Each returns the status to exit with.
 
-int deleteObjects(const Context& context, const std::vector<std::string>& paths, bool recursive,
-                  bool stopOnFirstError);
+int deleteObjects(const Context& context, const Deletion& deletion);
 int deleteFiles(const Context& context, const std::vector<std::string>& paths);
 int executeUtility(const Context& context, const std::string& application,
                    const std::string& utility, const std::vector<std::string>& arguments);

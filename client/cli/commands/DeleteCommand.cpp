@@ -1,10 +1,10 @@
-#include <atomic>
+#include <cstdio>
 #include <filesystem>
+#include <utility>
 
-#include "client/cli/commands/AppendOnlyObjects.h"
 #include "client/cli/commands/Commands.h"
+#include "client/cli/output/Advice.h"
 #include "client/cli/output/ProgressBar.h"
-#include "foundation/POSIXError.h"
 #include "foundation/Unicode.h"
 
 namespace corvane::cli {
@@ -28,77 +28,50 @@ std::string quoted(const std::string& path) {
   return "'" + path + "'";
 }
 
-// Those of the paths where something is, or may be: this user does not see everything.
-std::vector<std::string> leftOf(const std::vector<std::string>& paths) {
-  std::vector<std::string> left;
-  for (const std::string& path : paths) {
-    std::error_code error;
-    if (fs::symlink_status(path, error).type() != fs::file_type::not_found) left.push_back(path);
-  }
-  return left;
-}
-
-// What the line about a failure is about: what is left of the paths, or all if nothing is.
-std::vector<std::string> namedInFailure(const std::vector<std::string>& paths) {
-  std::vector<std::string> left = leftOf(paths);
-  return left.empty() ? paths : left;
-}
-
-// Whether append-only objects may be what was in the way of a recursive deletion.
-bool mayBeAppendOnly(const PrivilegedHelperClient::Outcome& outcome) {
-  return outcome.error && isPOSIXError(*outcome.error, POSIXErrorCode::NotPermitted);
+bool isMissing(const std::string& path) {
+  std::error_code error;
+  return fs::symlink_status(path, error).type() == fs::file_type::not_found;
 }
 
 }  // namespace
 
-int deleteObjects(const Context& context, const std::vector<std::string>& paths, bool recursive,
-                  bool stopOnFirstError) {
-  std::vector<std::string> absolute;
-  for (const std::string& path : paths) {
-    absolute.push_back(helperPath(path));
-    if (absolute.back().empty()) {
+int deleteObjects(const Context& context, const Deletion& deletion) {
+  std::vector<std::string> paths;
+  for (const std::string& given : deletion.paths) {
+    const std::string path = helperPath(given);
+    if (path.empty()) {
       return reportUsage(context,
-                         "Refusing to delete " + quoted(path) + ": that does not name an object.");
+                         "Refusing to delete " + quoted(given) + ": that does not name an object.");
     }
-    if (!isUTF8(absolute.back())) {
-      return reportUsage(context, "The name " + quoted(path) +
+    if (!isUTF8(path)) {
+      return reportUsage(context, "The name " + quoted(given) +
                                       " is not UTF-8 and cannot be sent; delete its folder.");
     }
+    if (!deletion.ignoresMissing || !isMissing(path)) paths.push_back(path);
   }
+  const Action action = deletion.isRecursive ? Action::DeleteTree : Action::Delete;
+  if (paths.empty()) return report(context, action, "", PrivilegedHelperClient::Outcome());
 
-  std::atomic<bool> wasAuthorized = false;
-  PrivilegedHelperClient::Outcome outcome;
+  PrivilegedHelperClient::DeletionOutcome outcome;
   {
-    ProgressBar bar(!context.isQuiet && !context.isJSON);
+    ProgressBar bar(!context.isQuiet && !context.isJSON && !context.isWithoutFeedback,
+                    paths.size() > 1);
     PrivilegedHelperClient::Feedback reporting;
-    reporting.progress = [&](double fraction) {
-      wasAuthorized = true;
-      bar.show(fraction);
-    };
-    const auto feedback = context.isWithoutFeedback ? std::nullopt : std::optional(reporting);
-    PrivilegedHelperClient client(context.client);
-    outcome = client.deleteFileObjects(absolute, recursive, stopOnFirstError, feedback);
-
-    // The recursive deletion takes immutability off, but not this; the single one does, be it that
-    // a folder then stays because it is not empty. What this user cannot see, the helper finds in
-    // its way again. A deletion that stops has done so at the first object that is left: what is
-    // behind that is not touched before the helper gets there.
-    std::vector<std::string> left = absolute;
-    std::string obstacle;
-    while (recursive && mayBeAppendOnly(outcome) && (wasAuthorized || context.isWithoutFeedback)) {
-      left = leftOf(left);
-      if (left.empty() || left.front() == obstacle) break;
-      const std::vector<std::string> inTheWay =
-          appendOnlyObjects(stopOnFirstError ? std::vector{left.front()} : left);
-      if (inTheWay.empty()) break;
-      obstacle = left.front();
-      client.deleteFileObjects(inTheWay, false, false, feedback);
-      outcome = client.deleteFileObjects(left, recursive, stopOnFirstError, feedback);
+    reporting.object = [&bar](const std::string& path) { bar.name(path); };
+    reporting.progress = [&bar](double fraction) { bar.show(fraction); };
+    PrivilegedHelperClient::Options options = context.client;
+    options.beforeAskingOnTerminal = [&bar] { bar.hide(); };
+    outcome = PrivilegedHelperClient(std::move(options))
+                  .deleteFileObjects(paths, deletion.isRecursive, deletion.stopsOnFirstError,
+                                     bar.isShown() ? std::optional(reporting) : std::nullopt);
+  }
+  const bool wasCarriedOut = !outcome.failure && outcome.wasAuthorized.value_or(false);
+  if (deletion.isRecursive && wasCarriedOut) {
+    for (const std::string& path : outcome.missing) {
+      std::fprintf(stderr, "%s\n", printable(translated(nothingThereText, path)).c_str());
     }
   }
-  const std::vector<std::string> named = namedInFailure(absolute);
-  return report(context, named.size() > 1 ? Action::DeleteSeveral : Action::Delete, named.front(),
-                outcome, wasAuthorized);
+  return report(context, action, paths, outcome);
 }
 
 }  // namespace corvane::cli

@@ -1,4 +1,3 @@
-#include <atomic>
 #include <filesystem>
 
 #include <unistd.h>
@@ -23,11 +22,9 @@ std::optional<Error> lossOf(const PrivilegedHelperClient::Outcome& outcome, int 
 
 int executeUtility(const Context& context, const std::string& application,
                    const std::string& utility, const std::vector<std::string>& arguments) {
-  std::atomic<bool> wasAuthorized = false;
   OutputWriter writer;
   PrivilegedHelperClient::Feedback feedback;
   feedback.output = [&](const Data& chunk) {
-    wasAuthorized = true;
     // With --json there is one object on standard output and nothing else.
     writer.write(context.isJSON ? STDERR_FILENO : STDOUT_FILENO, chunk);
   };
@@ -43,10 +40,11 @@ int executeUtility(const Context& context, const std::string& application,
   const std::optional<Error> loss = lossOf(outcome, writer.finish());
   // With --json only one object may be printed: a failure of the utility comes before lost output.
   if (loss && (outcome.isSuccess() || !context.isJSON)) {
-    const int status = report(context, Action::PassOnOutput, utility, {std::nullopt, loss}, true);
+    const int status =
+        report(context, Action::PassOnOutput, utility, {std::nullopt, loss, false, true});
     if (outcome.isSuccess()) return status;
   }
-  return report(context, Action::Run, utility, outcome, wasAuthorized);
+  return report(context, Action::Run, utility, outcome);
 }
 
 }  // namespace corvane::cli

@@ -70,7 +70,7 @@ Error explained(const Error& error, const PrivilegedHelperClient& client) {
     return explained(error, "a file of the helper is protected by a flag of the system",
                      "Take the flag off and try again.");
   }
-  return explained(error, descriptionOf(error), suggestionFor(error, true));
+  return explained(error, descriptionOf(error), suggestionFor(error, Action::Uninstall, true));
 }
 
 using Outcome = PrivilegedHelperClient::Outcome;

@@ -16,6 +16,7 @@ constexpr const char* texts[] = {
     "Cannot switch the helper's debug messages",
     "Cannot discard the authorization",
     "Cannot delete '$1$'",
+    "Cannot delete '$1$'",
     "Cannot delete '$1$' and others",
     "Cannot run '$1$'",
     "Cannot pass on all output of '$1$'",

@@ -14,6 +14,7 @@ enum class Action {
   SwitchDebugMessages,
   DiscardAuthorization,
   Delete,
+  DeleteTree,
   DeleteSeveral,
   Run,
   PassOnOutput,

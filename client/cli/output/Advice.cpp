@@ -38,6 +38,13 @@ constexpr Advice advices[] = {
     {POSIXErrorCode::Invalid, "The helper refused the arguments. Check them."},
     {POSIXErrorCode::ReadOnly, "The file system is read-only."},
     {POSIXErrorCode::NotEmpty, "The folder is not empty. Use -r to delete it with its contents."},
+    {POSIXErrorCode::NotDirectory, "Something in the path is no folder. Check the path."},
+    {POSIXErrorCode::Again,
+     "Another program holds a lease on it. Close that program, or wait, and try again."},
+    {POSIXErrorCode::LinkLoop,
+     "The path leads through too many links. Name the object without them."},
+    {POSIXErrorCode::NameTooLong,
+     "The path, or a name in it, is too long. Delete a folder further up instead."},
     {POSIXErrorCode::NotImplemented, "The installed helper does not offer this operation."},
     {POSIXErrorCode::Canceled, "The authorization was cancelled. Nothing was done."},
     {POSIXErrorCode::IllegalByteSequence, "Text must be UTF-8, and without zero bytes.",
@@ -56,6 +63,8 @@ constexpr Advice advices[] = {
     {clientErrorDomain, outputIncomplete, "Read it without long pauses, or into a file.",
      "The output is incomplete: nobody took it for too long."},
 };
+constexpr const char* adviceWhenFilledAgain =
+    "Somebody keeps writing into it. Put an end to that, and try again.";
 constexpr const char* adviceWhenRefused =
     "You are not authorized to do this. Ask an administrator of this machine.";
 constexpr const char* adviceWhenProtected =
@@ -84,7 +93,8 @@ constexpr POSIXErrorCode commonCodes[] = {
     POSIXErrorCode::Access,         POSIXErrorCode::Busy,        POSIXErrorCode::Exists,
     POSIXErrorCode::NotDirectory,   POSIXErrorCode::IsDirectory, POSIXErrorCode::Invalid,
     POSIXErrorCode::NoSpace,        POSIXErrorCode::ReadOnly,    POSIXErrorCode::NotEmpty,
-    POSIXErrorCode::NotImplemented, POSIXErrorCode::Canceled};
+    POSIXErrorCode::NotImplemented, POSIXErrorCode::Canceled,    POSIXErrorCode::Again,
+    POSIXErrorCode::LinkLoop,       POSIXErrorCode::NameTooLong};
 
 const Advice* adviceFor(const Error& error) {
   const auto* advice =
@@ -105,7 +115,7 @@ std::string translated(const std::string& text, const std::string& parameter) {
                                                                   clientStringsTable);
 }
 
-std::string suggestionFor(const Error& error, bool wasAuthorized) {
+std::string suggestionFor(const Error& error, Action action, bool wasAuthorized) {
   const auto localized =
       ZELPrivilegedOperationSetVNT::localizedErrorForPrivilegedOperationError(error);
   const Value* suggestion = localized->userInfo().find(NSLocalizedRecoverySuggestionErrorKey);
@@ -116,6 +126,9 @@ std::string suggestionFor(const Error& error, bool wasAuthorized) {
   // The advice is about an operation that the helper does not have; from one that was carried out
   // this error came from a file system.
   if (wasAuthorized && isPOSIXError(error, POSIXErrorCode::NotImplemented)) return {};
+  if (isPOSIXError(error, POSIXErrorCode::NotEmpty) && action == Action::DeleteTree) {
+    return translated(adviceWhenFilledAgain);
+  }
   const Advice* advice = adviceFor(error);
   return advice == nullptr ? std::string() : translated(advice->text);
 }
@@ -136,8 +149,9 @@ std::string suggestionFor(const CommunicationFailure& failure) {
 }
 
 std::set<std::string> clientTexts() {
-  std::set<std::string> texts = {adviceWhenRefused, adviceWhenProtected, causeText,
-                                 needsRootText,     runAsRootText,       runLineAsRootText};
+  std::set<std::string> texts = {adviceWhenRefused, adviceWhenProtected, adviceWhenFilledAgain,
+                                 causeText,         needsRootText,       runAsRootText,
+                                 runLineAsRootText, nothingThereText,    appendOnlyLeftText};
   texts.insert(actionTexts().begin(), actionTexts().end());
   for (const Advice& advice : advices) {
     texts.insert(advice.text);

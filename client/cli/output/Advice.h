@@ -5,6 +5,7 @@
 #include <set>
 #include <string>
 
+#include "client/cli/output/Action.h"
 #include "foundation/CommunicationFailure.h"
 #include "foundation/Error.h"
 
@@ -16,9 +17,9 @@ inline constexpr std::int64_t noSuchPreference = 1;
 inline constexpr std::int64_t outputIncomplete = 2;
 
 /// What to do about an error, and what it is, in the user's language: its own texts if it carries
-/// some, else the client's. `wasAuthorized` tells a refused authorization from an operation that
-/// was itself not permitted. A suggestion may be empty.
-std::string suggestionFor(const Error& error, bool wasAuthorized);
+/// some, else the client's for what was to be done. `wasAuthorized` tells a refused authorization
+/// from an operation that was itself not permitted. A suggestion may be empty.
+std::string suggestionFor(const Error& error, Action action, bool wasAuthorized);
 std::string descriptionOf(const Error& error);
 std::string suggestionFor(const CommunicationFailure& failure);
 
@@ -32,6 +33,12 @@ inline constexpr const char* causeText = "because: $1$";
 inline constexpr const char* needsRootText = "Only root may do this.";
 inline constexpr const char* runAsRootText = "Run the command as root.";
 inline constexpr const char* runLineAsRootText = "Run it as root: $1$";
+
+inline constexpr const char* nothingThereText = "There was nothing at '$1$'.";
+inline constexpr const char* appendOnlyLeftText =
+    "Append-only objects are left: their names cannot be sent, or others can change the folders "
+    "that "
+    "they are in. Run the command as root.";
 
 /// The strings table of the client's texts, and all that has to be in it.
 inline constexpr const char* clientStringsTable = "PrivilegedHelperClient";

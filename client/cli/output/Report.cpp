@@ -45,6 +45,12 @@ Json objectFor(const Error& error) {
           {"userInfo", toJson(Value(error.userInfo()))}};
 }
 
+Json objectFor(const Error& error, const std::string& suggestion) {
+  Json object = objectFor(error);
+  object["recoverySuggestion"] = suggestion.empty() ? Json() : Json(suggestion);
+  return object;
+}
+
 void printJson(const Json& json) {
   // Texts from elsewhere may not be UTF-8; they are shown as well as they can be. What is not ASCII
   // is escaped, so that nothing of it controls a terminal.
@@ -63,6 +69,31 @@ void printProblem(const std::string& failure, std::string_view description,
                   std::string_view suggestion) {
   std::fprintf(stderr, "%s: %s\n", printable(failure).c_str(), printable(description).c_str());
   if (!suggestion.empty()) std::fprintf(stderr, "%s\n", printable(suggestion).c_str());
+}
+
+void printProblem(const std::string& failure, const Error& error, std::string_view suggestion) {
+  printProblem(failure, descriptionOf(error), suggestion);
+  for (const Error* cause = underlyingError(error); cause != nullptr;
+       cause = underlyingError(*cause)) {
+    std::fprintf(stderr, "  %s\n", printable(translated(causeText, descriptionOf(*cause))).c_str());
+  }
+}
+
+// A line for each object, and the advice after the last one that it is about.
+template <typename Suggest>
+void printFailures(Action action, const std::vector<PrivilegedHelperClient::ObjectLeft>& failed,
+                   const Suggest& suggestionAbout) {
+  for (std::size_t i = 0; i < failed.size(); ++i) {
+    const auto& [path, error] = failed[i];
+    if (!error) {
+      std::fprintf(stderr, "%s\n", printable(failureOf(action, path)).c_str());
+      continue;
+    }
+    const std::string suggestion = suggestionAbout(*error);
+    const bool isRepeated = i + 1 < failed.size() && failed[i + 1].error &&
+                            suggestionAbout(*failed[i + 1].error) == suggestion;
+    printProblem(failureOf(action, path), *error, isRepeated ? std::string() : suggestion);
+  }
 }
 
 }  // namespace
@@ -108,27 +139,50 @@ std::string printable(std::string_view text, std::string_view kept) {
 }
 
 int report(const Context& context, Action action, const std::string& subject,
-           const PrivilegedHelperClient::Outcome& outcome, bool wasAuthorized) {
+           const PrivilegedHelperClient::Outcome& outcome) {
   if (outcome.failure) return report(context, action, subject, *outcome.failure);
   if (!outcome.error) {
     if (context.isJSON) printJson(successObject());
     return ExitDone;
   }
   const Error& error = *outcome.error;
-  const std::string suggestion = suggestionFor(error, wasAuthorized);
+  const bool wasAuthorized = outcome.wasAuthorized.value_or(false);
+  const std::string suggestion = suggestionFor(error, action, wasAuthorized);
   if (context.isJSON) {
-    Json object = objectFor(error);
-    object["recoverySuggestion"] = suggestion.empty() ? Json() : Json(suggestion);
-    printJson(object);
+    printJson(objectFor(error, suggestion));
   } else {
-    printProblem(failureOf(action, subject), descriptionOf(error), suggestion);
-    for (const Error* cause = underlyingError(error); cause != nullptr;
-         cause = underlyingError(*cause)) {
-      std::fprintf(stderr, "  %s\n",
-                   printable(translated(causeText, descriptionOf(*cause))).c_str());
-    }
+    printProblem(failureOf(action, subject), error, suggestion);
   }
   return statusFor(error, wasAuthorized);
+}
+
+int report(const Context& context, Action action, const std::vector<std::string>& paths,
+           const PrivilegedHelperClient::DeletionOutcome& outcome) {
+  const bool wasAuthorized = outcome.wasAuthorized.value_or(false);
+  if (!outcome.error || outcome.failure || isRefusal(*outcome.error, wasAuthorized)) {
+    const Action about = paths.size() > 1 ? Action::DeleteSeveral : action;
+    return report(context, about, paths.front(),
+                  static_cast<const PrivilegedHelperClient::Outcome&>(outcome));
+  }
+  const auto suggestionAbout = [&](const Error& error) {
+    const bool isAppendOnly =
+        outcome.isAppendOnlyLeft && isPOSIXError(error, POSIXErrorCode::NotPermitted);
+    return isAppendOnly ? translated(appendOnlyLeftText)
+                        : suggestionFor(error, action, wasAuthorized);
+  };
+  if (context.isJSON) {
+    Json object = objectFor(*outcome.error, suggestionAbout(*outcome.error));
+    for (const auto& [path, error] : outcome.left) {
+      object["result"]["left"].push_back(
+          {{"path", path}, {"error", error ? objectFor(*error) : Json()}});
+    }
+    printJson(object);
+  } else {
+    // What failed may be gone meanwhile.
+    const std::vector<PrivilegedHelperClient::ObjectLeft> gone = {{paths.back(), outcome.error}};
+    printFailures(action, outcome.failed.empty() ? gone : outcome.failed, suggestionAbout);
+  }
+  return statusFor(*outcome.error, wasAuthorized);
 }
 
 int report(const Context& context, Action action, const std::string& subject,

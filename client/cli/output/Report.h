@@ -4,6 +4,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include <nlohmann/json.hpp>
 
@@ -30,11 +31,14 @@ struct Context {
 };
 
 /// Tells how a command ended and returns the status to exit with. `action` and `subject` say what
-/// was to be done. `wasAuthorized` tells a refused authorization from an operation that was itself
-/// not permitted: both are EPERM. With --json one object goes to standard output;
-/// otherwise a failure goes to standard error and success says nothing.
+/// was to be done. With --json one object goes to standard output; otherwise a failure goes to
+/// standard error and success says nothing.
 int report(const Context& context, Action action, const std::string& subject,
-           const PrivilegedHelperClient::Outcome& outcome, bool wasAuthorized = false);
+           const PrivilegedHelperClient::Outcome& outcome);
+
+/// The same for a deletion of `paths` that was carried out or begun, object by object.
+int report(const Context& context, Action action, const std::vector<std::string>& paths,
+           const PrivilegedHelperClient::DeletionOutcome& outcome);
 
 /// The same for a call that brought no answer.
 int report(const Context& context, Action action, const std::string& subject,

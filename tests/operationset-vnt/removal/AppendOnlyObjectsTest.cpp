@@ -6,14 +6,13 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "client/cli/commands/AppendOnlyObjects.h"
+#include "client/AppendOnlyObjects.h"
 #include "tests/support/Protection.h"
 #include "tests/support/TemporaryFolder.h"
 
 namespace corvane {
 namespace {
 
-using cli::appendOnlyObjects;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
@@ -37,10 +36,11 @@ TEST_F(AppendOnlyObjectsTest, AreFoundAtAndBelowThePathsFoldersFirst) {
   const std::string other = makeAppendOnlyFile("other");
   folder.makeFile("top/plain");
   setKernelFlags(inner, FS_APPEND_FL);
-  EXPECT_THAT(appendOnlyObjects({top, other}), ElementsAre(inner, file, other));
+  EXPECT_THAT(appendOnlyObjects(top).reachable, ElementsAre(inner, file));
+  EXPECT_THAT(appendOnlyObjects(other).reachable, ElementsAre(other));
 }
 
-TEST_F(AppendOnlyObjectsTest, AreNotLookedForInFoldersThatSomebodyElseCanChange) {
+TEST_F(AppendOnlyObjectsTest, AreOthersInFoldersThatSomebodyElseCanChange) {
   const std::string top = folder.makeFolder("top");
   const std::string foreign = folder.makeFolder("top/foreign");
   const std::string open = folder.makeFolder("top/open");
@@ -48,16 +48,19 @@ TEST_F(AppendOnlyObjectsTest, AreNotLookedForInFoldersThatSomebodyElseCanChange)
   makeAppendOnlyFile("top/open/file");
   ASSERT_EQ(::chown(foreign.c_str(), somebodyElse, 0), 0);
   ASSERT_EQ(::chmod(open.c_str(), 01777), 0);
-  EXPECT_THAT(appendOnlyObjects({top, foreign, open}), IsEmpty());
-  EXPECT_THAT(appendOnlyObjects({foreign + "/file"}), IsEmpty());
+  for (const std::string& path : {top, foreign, open, foreign + "/file"}) {
+    const AppendOnlyObjects found = appendOnlyObjects(path);
+    EXPECT_THAT(found.reachable, IsEmpty()) << path;
+    EXPECT_TRUE(found.areOthersThere) << path;
+  }
 }
 
 TEST_F(AppendOnlyObjectsTest, AreReachedByAPathWithoutLinks) {
   folder.makeFolder("top");
   const std::string file = makeAppendOnlyFile("top/file");
   const std::string link = folder.makeLink("link", "top");
-  EXPECT_THAT(appendOnlyObjects({link + "/file"}), ElementsAre(file));
-  EXPECT_THAT(appendOnlyObjects({link}), IsEmpty());
+  EXPECT_THAT(appendOnlyObjects(link + "/file").reachable, ElementsAre(file));
+  EXPECT_THAT(appendOnlyObjects(link).reachable, IsEmpty());
 }
 
 TEST_F(AppendOnlyObjectsTest, AreNotLookedForInOtherFileSystems) {
@@ -70,16 +73,40 @@ TEST_F(AppendOnlyObjectsTest, AreNotLookedForInOtherFileSystems) {
   const std::string outside = folder.makeFolder("outside");
   makeAppendOnlyFile("outside/file");
   ASSERT_EQ(::mount(outside.c_str(), mounted.c_str(), nullptr, MS_BIND, nullptr), 0);
-  EXPECT_THAT(appendOnlyObjects({top}), IsEmpty());
+  EXPECT_THAT(appendOnlyObjects(top).reachable, IsEmpty());
+  EXPECT_FALSE(clearAppendOnlyFlags(top));
   EXPECT_EQ(::umount2(mounted.c_str(), MNT_DETACH), 0);
 }
 
-TEST_F(AppendOnlyObjectsTest, CountForNothingBesideWhatCannotBeDeleted) {
+TEST_F(AppendOnlyObjectsTest, AreOthersIfTheirNamesCannotBeSent) {
+  folder.makeFolder("top");
+  makeAppendOnlyFile("top/\xff");
+  const std::string file = makeAppendOnlyFile("top/file");
+  const AppendOnlyObjects found = appendOnlyObjects(folder.path("top"));
+  EXPECT_THAT(found.reachable, ElementsAre(file));
+  EXPECT_TRUE(found.areOthersThere);
+}
+
+TEST_F(AppendOnlyObjectsTest, BecomeOrdinaryWhoeverOwnsTheFolders) {
+  const std::string top = folder.makeFolder("top");
+  const std::string foreign = folder.makeFolder("top/foreign");
+  const std::string file = makeAppendOnlyFile("top/foreign/\xff");
+  const std::string outside = makeAppendOnlyFile("outside");
+  folder.makeLink("top/link", outside);
+  ASSERT_EQ(::chown(foreign.c_str(), somebodyElse, 0), 0);
+  ASSERT_EQ(::chmod(foreign.c_str(), 0777), 0);
+  EXPECT_TRUE(clearAppendOnlyFlags(top));
+  EXPECT_EQ(kernelFlags(file), 0);
+  EXPECT_EQ(kernelFlags(outside), FS_APPEND_FL);
+  EXPECT_FALSE(clearAppendOnlyFlags(top));
+}
+
+TEST_F(AppendOnlyObjectsTest, AreInVainBesideWhatCannotBeDeleted) {
   const std::string top = folder.makeFolder("top");
   makeAppendOnlyFile("top/file");
   const std::string locked = folder.makeFile("top/locked");
   ASSERT_EQ(changeFileFlags(locked, FileFlag::SystemImmutable), std::nullopt);
-  EXPECT_THAT(appendOnlyObjects({top}), IsEmpty());
+  EXPECT_TRUE(appendOnlyObjects(top).areInVain);
 }
 
 }  // namespace

@@ -100,7 +100,7 @@ class PolkitTest(DaemonTest):
         self.addCleanup(agent.end)
         return agent
 
-    def run_client(self, *arguments):
+    def run_client(self, *arguments, **environment):
         """The client program on a terminal of an ordinary user."""
         program = f"{self.folder}/privilegerequestor-vnt"
         if not os.path.exists(program):
@@ -113,7 +113,7 @@ class PolkitTest(DaemonTest):
                          "--authorization-socket", f"{self.folder}/authorization.socket",
                          *arguments],
                         {"PATH": os.environ["PATH"], "LANG": "C.UTF-8",
-                         **environment_for(self.folder)})
+                         **environment_for(self.folder), **environment})
 
     @staticmethod
     def expect_password_prompt(terminal):

@@ -1,0 +1,291 @@
+#include "client/FileObjectDeletion.h"
+
+#include <algorithm>
+#include <cmath>
+#include <filesystem>
+#include <set>
+#include <utility>
+
+#include <fcntl.h>
+
+#include "client/AppendOnlyObjects.h"
+#include "foundation/POSIXError.h"
+#include "operations/OperationCodes.h"
+#include "platform/AuthenticationAgent.h"
+#include "platform/FileSystem.h"
+
+namespace corvane {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+// What a message surely holds.
+constexpr std::size_t maximumSize = std::size_t{4} << 20;
+constexpr std::size_t maximumShortPaths = 10000;
+constexpr std::size_t shortPathSize = 8;
+
+// How many objects are asked about one by one, to learn the error of each.
+constexpr std::size_t maximumSeparateRequests = 256;
+
+bool isThere(const std::string& path) {
+  std::error_code error;
+  return fs::symlink_status(path, error).type() != fs::file_type::not_found;
+}
+
+bool isLink(const std::string& path) {
+  std::error_code error;
+  return fs::symlink_status(path, error).type() == fs::file_type::symlink;
+}
+
+bool isRefused(const PrivilegedHelperClient::Outcome& outcome) {
+  return outcome.error && outcome.wasAuthorized == false;
+}
+
+bool isEnd(const PrivilegedHelperClient::Outcome& outcome) {
+  return outcome.failure || isRefused(outcome);
+}
+
+// Counts what goes into one message.
+class Portion {
+ public:
+  // Whether the path still fits, and is counted in.
+  bool takes(const std::string& path) {
+    _size += path.size() + 2 * shortPathSize;
+    _shortPaths += path.size() < shortPathSize ? 1 : 0;
+    return _size <= maximumSize && _shortPaths <= maximumShortPaths;
+  }
+
+ private:
+  std::size_t _size = 0;
+  std::size_t _shortPaths = 0;
+};
+
+}  // namespace
+
+std::vector<std::string> whereSomethingIs(const std::vector<std::string>& paths) {
+  std::vector<std::string> left;
+  std::copy_if(paths.begin(), paths.end(), std::back_inserter(left), &isThere);
+  return left;
+}
+
+bool isEvidentlyAuthorized(const std::vector<std::string>& there, bool recursive) {
+  const FileFlags kept = recursive ? FileFlag::UserAppend | FileFlag::SystemImmutable |
+                                         FileFlag::SystemAppend | FileFlag::Restricted
+                                   : FileFlag::Restricted;
+  return std::any_of(there.begin(), there.end(), [kept](const std::string& path) {
+    FileStatus status;
+    FileStatus folder;
+    return !isThere(path) ||
+           (!statusOf(AT_FDCWD, path.c_str(), FinalLink::Keep, status) &&
+            (status.flags & kept) != 0) ||
+           (!statusOf(AT_FDCWD, fs::path(path).parent_path().c_str(), FinalLink::Keep, folder) &&
+            folder.flags != 0);
+  });
+}
+
+FileObjectDeletion::FileObjectDeletion(PrivilegedHelperClient& client,
+                                       const std::vector<std::string>& paths, bool recursive,
+                                       bool stopOnFirstError,
+                                       const std::optional<Feedback>& feedback)
+    : _client(client),
+      _paths(paths),
+      _isRecursive(recursive),
+      _stopsOnFirstError(stopOnFirstError),
+      _feedback(feedback) {}
+
+PrivilegedHelperClient::DeletionOutcome FileObjectDeletion::run() {
+  const std::vector<std::string> there = whereSomethingIs(_paths);
+  std::copy_if(_paths.begin(), _paths.end(), std::back_inserter(_outcome.missing),
+               [](const std::string& path) { return !isThere(path); });
+  bool hasStopped = false;
+  for (const Step& step : steps()) {
+    const Outcome outcome = perform(step);
+    _done += step.paths.size();
+    _outcome.failure = outcome.failure;
+    if (outcome.error) _outcome.error = outcome.error;
+    _outcome.wasAuthorized = outcome.wasAuthorized;
+    _outcome.hasLostFeedback |= outcome.hasLostFeedback;
+    hasStopped = isEnd(outcome) || (outcome.error && _stopsOnFirstError);
+    if (hasStopped) break;
+  }
+  if (_outcome.error && !_outcome.wasAuthorized && isEvidentlyAuthorized(there, _isRecursive)) {
+    _outcome.wasAuthorized = true;
+  }
+  if (!hasStopped && _feedback && _feedback->progress) _feedback->progress(1.0);
+
+  std::set<std::string> told;
+  for (const std::string& path : _paths) {
+    if (told.insert(path).second) conclude(path, hasStopped);
+  }
+  return std::move(_outcome);
+}
+
+void FileObjectDeletion::conclude(const std::string& path, bool hasStopped) {
+  const auto known = _errors.find(path);
+  std::optional<Error> error;
+  if (known != _errors.end()) error = known->second;
+  const bool isLeft = isThere(path);
+  if (isLeft) _outcome.left.push_back({path, error});
+  const bool wasMissing =
+      std::find(_outcome.missing.begin(), _outcome.missing.end(), path) != _outcome.missing.end();
+  const bool isMissed = wasMissing && !_isRecursive && !isLeft;
+  if (isMissed && !error) error = posixError(POSIXErrorCode::NoEntry);
+  if (known != _errors.end() || (!hasStopped && (isLeft || isMissed))) {
+    _outcome.failed.push_back({path, error});
+  }
+}
+
+// The recursive deletion leaves a link whose target is missing; the single one does not.
+std::vector<FileObjectDeletion::Step> FileObjectDeletion::steps() const {
+  std::vector<std::pair<std::string, bool>> ordered;
+  ordered.reserve(_paths.size());
+  for (const std::string& path : _paths) ordered.emplace_back(path, _isRecursive && !isLink(path));
+  if (!_stopsOnFirstError) {
+    std::stable_partition(ordered.begin(), ordered.end(),
+                          [](const auto& each) { return each.second; });
+  }
+  std::vector<Step> steps;
+  Portion portion;
+  for (auto& [path, isRecursive] : ordered) {
+    const bool fits = portion.takes(path);
+    if (steps.empty() || steps.back().isRecursive != isRecursive || !fits) {
+      steps.push_back({{}, isRecursive});
+      portion = Portion();
+      portion.takes(path);
+    }
+    steps.back().paths.push_back(std::move(path));
+  }
+  return steps;
+}
+
+FileObjectDeletion::Outcome FileObjectDeletion::request(const std::vector<std::string>& paths,
+                                                        bool recursive,
+                                                        const std::optional<Feedback>& feedback) {
+  std::vector<Value> arguments = {recursive ? "1" : "0", _stopsOnFirstError ? "1" : "0"};
+  arguments.insert(arguments.end(), paths.begin(), paths.end());
+  return _client.perform(codeDeleteFileobjects, arguments, feedback);
+}
+
+// A deletion that stops has done so at the first object that is left: nothing behind that is
+// touched before the helper gets there.
+FileObjectDeletion::Outcome FileObjectDeletion::perform(const Step& step) {
+  Outcome outcome = request(step.paths, step.isRecursive, feedbackAbout(step.paths));
+  Step rest = step;
+  std::string obstacle;
+  while (outcome.error && !isEnd(outcome)) {
+    rest.paths = whereSomethingIs(rest.paths);
+    if (rest.paths.empty() || rest.paths.front() == obstacle) break;
+    const bool isLifted =
+        step.isRecursive &&
+        lift(_stopsOnFirstError ? std::vector{rest.paths.front()} : rest.paths, outcome);
+    if (isEnd(outcome)) return outcome;
+    const bool isUnasked = authorizationDialogsOfThisProcess() == AuthorizationDialogs::NotNeeded;
+    if (!_stopsOnFirstError && isUnasked && rest.paths.size() > 1 &&
+        rest.paths.size() <= maximumSeparateRequests) {
+      return performSeparately(rest);
+    }
+    if (!isLifted) break;
+    obstacle = rest.paths.front();
+    rest.paths = whereSomethingIs(rest.paths);
+    if (rest.paths.empty()) return {std::nullopt, std::nullopt, outcome.hasLostFeedback, true};
+    // The pause that ends feedback is worth it only where there is more than one thing to tell.
+    outcome = request(rest.paths, step.isRecursive,
+                      rest.paths.size() > 1 ? feedbackAbout(rest.paths) : std::nullopt);
+    if (!_stopsOnFirstError) break;
+  }
+  if (outcome.error && !isEnd(outcome)) noteErrors(step, *outcome.error);
+  return outcome;
+}
+
+FileObjectDeletion::Outcome FileObjectDeletion::performSeparately(const Step& step) {
+  Outcome last;
+  std::optional<Error> error;
+  for (const std::string& path : step.paths) {
+    last = request({path}, step.isRecursive, std::nullopt);
+    if (isEnd(last)) return last;
+    if (!last.error) continue;
+    error = last.error;
+    _errors.insert_or_assign(path, *last.error);
+  }
+  last.error = error;
+  return last;
+}
+
+// Takes from the trees what makes them append-only. This process does so itself if it may, which is
+// safe whosever the folders are; else the helper's single deletion does it. True if something was
+// done; `outcome` is replaced by one that ends the deletion.
+bool FileObjectDeletion::lift(const std::vector<std::string>& trees, Outcome& outcome) {
+  bool isLifted = false;
+  std::set<std::string> taken;
+  std::vector<std::vector<std::string>> requests;
+  Portion portion;
+  for (const std::string& tree : trees) {
+    const AppendOnlyObjects found = appendOnlyObjects(tree);
+    if (found.areInVain || (found.reachable.empty() && !found.areOthersThere)) continue;
+    if (clearAppendOnlyFlags(tree)) {
+      isLifted = true;
+      continue;
+    }
+    _outcome.isAppendOnlyLeft |= found.areOthersThere;
+    for (const std::string& object : found.reachable) {
+      if (!taken.insert(object).second) continue;
+      if (!portion.takes(object) || requests.empty()) {
+        requests.emplace_back();
+        portion = Portion();
+        portion.takes(object);
+      }
+      requests.back().push_back(object);
+    }
+  }
+  for (const std::vector<std::string>& objects : requests) {
+    // Feedback is wanted only to learn whether a person refused: that one is not asked again.
+    const bool isUnknown = !outcome.wasAuthorized;
+    std::vector<Value> arguments = {"0", "0"};
+    arguments.insert(arguments.end(), objects.begin(), objects.end());
+    const Outcome lifted =
+        _client.perform(codeDeleteFileobjects, arguments,
+                        isUnknown ? std::optional<Feedback>(Feedback()) : std::nullopt);
+    if (isEnd(lifted)) {
+      outcome = lifted;
+      return isLifted;
+    }
+    if (isUnknown) outcome.wasAuthorized = lifted.wasAuthorized;
+    isLifted = true;
+  }
+  return isLifted;
+}
+
+// The one error of a request is that of the last object that it failed for, or of the first if it
+// stopped there.
+void FileObjectDeletion::noteErrors(const Step& step, const Error& error) {
+  std::vector<std::string> failed;
+  for (const std::string& path : step.paths) {
+    const bool wasMissing =
+        std::find(_outcome.missing.begin(), _outcome.missing.end(), path) != _outcome.missing.end();
+    if (isThere(path) || (!step.isRecursive && wasMissing)) failed.push_back(path);
+  }
+  if (failed.empty()) return;
+  _errors.insert_or_assign(_stopsOnFirstError ? failed.front() : failed.back(), error);
+}
+
+std::optional<FileObjectDeletion::Feedback> FileObjectDeletion::feedbackAbout(
+    const std::vector<std::string>& paths) {
+  if (!_feedback) return std::nullopt;
+  Feedback part;
+  part.progress = [this, &paths, before = _done](double fraction) {
+    const double done = fraction * static_cast<double>(paths.size());
+    const auto index = std::min(static_cast<std::size_t>(std::lround(done)), paths.size() - 1);
+    if (_feedback->object) _feedback->object(paths[index]);
+    tellProgress((static_cast<double>(before) + done) / static_cast<double>(_paths.size()));
+  };
+  return part;
+}
+
+// All is done only when the last answer is in.
+void FileObjectDeletion::tellProgress(double fraction) {
+  if (fraction < 1.0) _progress = std::max(_progress, fraction);
+  if (_feedback->progress) _feedback->progress(_progress);
+}
+
+}  // namespace corvane

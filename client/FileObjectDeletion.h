@@ -1,0 +1,66 @@
+#ifndef CORVANE_CLIENT_FILEOBJECTDELETION_H
+#define CORVANE_CLIENT_FILEOBJECTDELETION_H
+
+#include <cstddef>
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "PrivilegedHelperClient.h"
+
+namespace corvane {
+
+/// One deletion of several objects, with as few requests as it takes.
+class FileObjectDeletion {
+ public:
+  using Outcome = PrivilegedHelperClient::Outcome;
+  using Feedback = PrivilegedHelperClient::Feedback;
+
+  FileObjectDeletion(PrivilegedHelperClient& client, const std::vector<std::string>& paths,
+                     bool recursive, bool stopOnFirstError,
+                     const std::optional<Feedback>& feedback);
+
+  PrivilegedHelperClient::DeletionOutcome run();
+
+ private:
+  /// What one request can be about.
+  struct Step {
+    std::vector<std::string> paths;
+    bool isRecursive = false;
+  };
+  std::vector<Step> steps() const;
+
+  Outcome request(const std::vector<std::string>& paths, bool recursive,
+                  const std::optional<Feedback>& feedback);
+  Outcome perform(const Step& step);
+  Outcome performSeparately(const Step& step);
+  bool lift(const std::vector<std::string>& trees, Outcome& outcome);
+  void conclude(const std::string& path, bool hasStopped);
+  void noteErrors(const Step& step, const Error& error);
+
+  std::optional<Feedback> feedbackAbout(const std::vector<std::string>& paths);
+  void tellProgress(double fraction);
+
+  PrivilegedHelperClient& _client;
+  const std::vector<std::string>& _paths;
+  const bool _isRecursive;
+  const bool _stopsOnFirstError;
+  const std::optional<Feedback>& _feedback;
+
+  PrivilegedHelperClient::DeletionOutcome _outcome;
+  std::map<std::string, Error> _errors;  ///< by path, where known
+  std::size_t _done = 0;                 ///< how many paths the requests before were about
+  double _progress = 0;
+};
+
+/// What a request's answer leaves open is judged by what this process sees of the paths: true if
+/// some of `there`, which were there before, are gone, or if a flag that the deletion does not lift
+/// protects one.
+bool isEvidentlyAuthorized(const std::vector<std::string>& there, bool recursive);
+/// Those of the paths where something is, or may be: an ordinary user does not see everything.
+std::vector<std::string> whereSomethingIs(const std::vector<std::string>& paths);
+
+}  // namespace corvane
+
+#endif
