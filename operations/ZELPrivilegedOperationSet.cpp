@@ -121,6 +121,11 @@ std::optional<Error> ZELPrivilegedOperationSet::performSelector(
   return posixError(POSIXErrorCode::NotImplemented);
 }
 
+Array ZELPrivilegedOperationSet::loggableArguments(std::uint64_t /*code*/,
+                                                   const Array& arguments) const {
+  return arguments;
+}
+
 XPCInterface ZELPrivilegedOperationSet::interfaceForFeedbackProtocol() const {
   return {"ZELPrivilegedOperationFeedbackProtocol"};
 }

@@ -116,6 +116,10 @@ class ZELPrivilegedOperationSet {
   virtual std::optional<Error> performSelector(std::string_view selector, const Array& arguments,
                                                const FeedbackConnection& feedbackConnection);
 
+  /// What of the arguments of an operation the system's log may show: all, unless a set holds back
+  /// what is nobody else's business.
+  virtual Array loggableArguments(std::uint64_t code, const Array& arguments) const;
+
   XPCInterface interfaceForFeedbackProtocol() const;
 
  protected:

@@ -3,6 +3,7 @@
 
 #include "foundation/POSIXError.h"
 #include "foundation/PropertyList.h"
+#include "operations/OperationCodes.h"
 #include "operationset-vnt/OperationErrors.h"
 #include "operationset-vnt/ZELPrivilegedOperationSetVNT.h"
 #include "platform/Preferences.h"
@@ -19,7 +20,16 @@ Error writeError() {
                       preferencesWriteError.recovery}}};
 }
 
+// The value is the last of the arguments.
+constexpr std::size_t argumentsBeforeValue = 4;
+
 }  // namespace
+
+Array ZELPrivilegedOperationSetVNT::loggableArguments(std::uint64_t code,
+                                                      const Array& arguments) const {
+  if (code != codeModifyPreferences || arguments.size() <= argumentsBeforeValue) return arguments;
+  return {arguments.begin(), arguments.begin() + argumentsBeforeValue};
+}
 
 std::optional<Error> ZELPrivilegedOperationSetVNT::performOperationModifyPreferencesWithArguments(
     const Array& arguments) {

@@ -32,6 +32,9 @@ class ZELPrivilegedOperationSetVNT : public ZELPrivilegedOperationSet,
   const Identifiers* opIdentifiersByCode() const override { return &_opIdentifiersByCode; }
   float minimumHelperVersionImplementingSelfUninstall() const override { return 1.3F; }
 
+  /// All but the value of a preference.
+  Array loggableArguments(std::uint64_t code, const Array& arguments) const override;
+
   bool respondsToSelector(std::string_view selector) const override;
   std::optional<Error> performSelector(std::string_view selector, const Array& arguments,
                                        const FeedbackConnection& feedbackConnection) override;

@@ -6,6 +6,7 @@
 #include "foundation/Exception.h"
 #include "foundation/POSIXError.h"
 #include "operations/OperationCodes.h"
+#include "platform/AuditLog.h"
 #include "privilegedhelper-vnt/ZELPrivilegedHelper.h"
 
 namespace corvane {
@@ -89,26 +90,50 @@ void ZELPrivilegedHelper::performPrivilegedOperation(
           checkAuthorization(authorizationData, code, prompt, iconPath, code == codeDiscardAuth)) {
     log("Operation could not be authorized, rejected with error code %lld.",
         static_cast<long long>(error->code()));
+    audit(code, nullptr, error);
     return reply(error);
   }
 
   // What has been authorized has a right, and so a description.
   const ZELPrivilegedOperation& operation = *operationSet()->operationWithIdentifier(*identifier);
   const Request request{code, *identifier, operation, *arguments};
-  if (const auto error = checkArguments(request)) return reply(error);
+  const auto end = [&](const std::optional<Error>& error) {
+    audit(code, &request.arguments, error);
+    reply(error);
+  };
+  if (const auto error = checkArguments(request)) return end(error);
 
   FeedbackConnection connection;
   if (feedbackEndpoint && request.hasFeedback()) {
     if (const auto error =
             openFeedbackConnection(request, *std::move(feedbackEndpoint), connection)) {
-      return reply(error);
+      return end(error);
     }
   }
   const std::optional<Error> result = execute(request, connection);
   if (connection != nullptr) closeFeedbackConnection(*connection);
   log("Operation %s was completed with return code %lld.", identifier->c_str(),
       static_cast<long long>(result ? result->code() : 0));
-  reply(result);
+  end(result);
+}
+
+void ZELPrivilegedHelper::audit(std::uint64_t code, const Array* arguments,
+                                const std::optional<Error>& error) const {
+  const bool isWithoutEffect = code == codeNop || code == codeDiscardAuth;
+  if (arguments != nullptr && isWithoutEffect) return;
+  const std::string& identifier = *operationSet()->identifierForCode(code);
+  const bool isCanceled = error && isPOSIXError(*error, POSIXErrorCode::Canceled);
+  AuditEntry entry{
+      identifier,
+      operationSet()->authorizationRightNameForOperationWithIdentifier(identifier).value_or(""),
+      AuditOutcome::Done, error, std::nullopt};
+  if (arguments == nullptr) {
+    entry.outcome = isCanceled ? AuditOutcome::Dismissed : AuditOutcome::Refused;
+  } else {
+    if (error) entry.outcome = isCanceled ? AuditOutcome::Cancelled : AuditOutcome::Failed;
+    entry.arguments = operationSet()->loggableArguments(code, *arguments);
+  }
+  logAuditEntry(_aslHandle, entry);
 }
 
 std::optional<Error> ZELPrivilegedHelper::checkArguments(const Request& request) const {

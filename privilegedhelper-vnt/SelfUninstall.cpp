@@ -3,6 +3,7 @@
 
 #include "foundation/POSIXError.h"
 #include "operations/ObjectLocation.h"
+#include "operations/OperationCodes.h"
 #include "operations/SingleRemoval.h"
 #include "platform/Authorization.h"
 #include "platform/ProcessTable.h"
@@ -122,6 +123,8 @@ std::optional<Error> ZELPrivilegedHelper::performUninstallForClientWithPID(
   log("Processing uninstall request for PID %d. The executable files have been deleted, the point "
       "of no return was passed.",
       pid);
+  const Array arguments{pid, removingObjectsAtPath, andPath};
+  audit(codePerformUninstall, &arguments, std::nullopt);
   if (removeRights(*operationSet(), authorization)) log("Removed associated right definitions.");
   AuthorizationFree(authorization, kAuthorizationFlagDefaults);
   if (const std::int32_t result = removeJob(*operationSet()); result != 0) {

@@ -106,6 +106,9 @@ class ZELPrivilegedHelper : public XPCListenerDelegate, public ZELPrivilegedHelp
   std::optional<Error> executeImplementingMethod(const Request& request,
                                                  const FeedbackConnection& connection);
   void closeFeedbackConnection(XPCConnection& connection) const;
+  /// Leaves one entry in the system's log about a request that was refused (no `arguments`) or
+  /// authorized, and how it ended.
+  void audit(std::uint64_t code, const Array* arguments, const std::optional<Error>& error) const;
 
   aslclient _aslHandle = nullptr;
   aslmsg _aslMessage = nullptr;

@@ -35,12 +35,17 @@ def properties(unit, *names):
     return [values[name] for name in names]
 
 
+AUDIT = uuid.UUID("17e91f8b9aed42e595b17c1fb4f7d4ab")
+
+
 class Log:
     """The lines of the helper in the system's journal, as it writes them to standard error where
-    there is no journal. What else is told of requests carries a message id, and is left out."""
+    there is no journal. What is told of requests carries a message id."""
 
     def __init__(self):
         self.lines = []
+        # What is told of requests for administrators.
+        self.audit = []
         self._reader = journal.Reader()
         self._reader.add_match(SYSLOG_IDENTIFIER=IDENTIFIER)
         # From an entry of this test's own on: a journal that has none has no end to begin at.
@@ -69,6 +74,8 @@ class Log:
         while entry := self._reader.get_next():
             if "MESSAGE_ID" not in entry:
                 self.lines.append(self._line(entry))
+            elif entry["MESSAGE_ID"] == AUDIT:
+                self.audit.append(entry["MESSAGE"])
 
     @staticmethod
     def _line(entry):

@@ -33,6 +33,8 @@ class Log:
 
     def __init__(self, stream):
         self.lines = []
+        # What the daemon logs of requests for administrators, without what such a line begins with.
+        self.audit = []
         self._pipe = stream
         os.set_blocking(self._pipe.fileno(), False)
         self._rest = b""
@@ -56,7 +58,11 @@ class Log:
                 *lines, self._rest = (self._rest + part).split(b"\n")
                 if self._has_ended and self._rest:
                     lines.append(self._rest)
-                self.lines += [line.decode(errors="replace") for line in lines]
+                for line in (line.decode(errors="replace") for line in lines):
+                    if line.startswith(AUDIT):
+                        self.audit.append(line.removeprefix(AUDIT))
+                    else:
+                        self.lines.append(line)
                 self._changed.notify_all()
 
     def mark(self):
@@ -86,6 +92,9 @@ class Log:
 
     def join(self):
         self._thread.join(PATIENCE)
+
+
+AUDIT = f"<{NOTICE}> {IDENTIFIER} audit: "
 
 
 def logged(priority, text):

@@ -84,7 +84,8 @@ class Scenario:
             "find /run /tmp -name '*corvane*'").stdout
 
     def immutable_file(self, path="/srv/protected"):
-        self.run(f"echo contents > {path} && chattr +i {path}")
+        quoted = shlex.quote(path)
+        self.run(f"echo contents > {quoted} && chattr +i {quoted}")
         return path
 
     def protected_tree(self, path="/srv/tree"):
@@ -349,6 +350,22 @@ class Scenario:
             self.install_packages()
             self.client("version", "alice")
             assert self.run("systemctl --failed --plain --no-legend").stdout == ""
+
+    def the_journal_tells_who_had_what_done(self):
+        mark = int(time.time()) - 1
+        path = self.immutable_file("/srv/audited\nfile")
+        self.run(f"{CLIENT} delete {shlex.quote(path)}")
+        self.client("delete /srv/nothing-there", "alice", status=3)
+        self.run("journalctl --sync")
+        shown = self.run("journalctl -o json MESSAGE_ID=17e91f8b9aed42e595b17c1fb4f7d4ab "
+                         f"--since=@{mark}").stdout.splitlines()
+        done, refused = (json.loads(line) for line in shown)
+        wanted = {"OPERATION": "delete-fileobjects", "OUTCOME": "done", "CLIENT_USER": "root",
+                  "CLIENT_PROGRAM": f"/usr/bin/{CLIENT}", "PRIORITY": "5", "SYSLOG_FACILITY": "10"}
+        assert wanted.items() <= done.items(), done
+        assert r"'/srv/audited\x0afile': done" in done["MESSAGE"], done
+        assert refused["OUTCOME"] == "refused" and refused["CLIENT_USER"] == "alice", refused
+        assert "ARGUMENT" not in refused, refused
 
     def clients_that_come_and_go_see_no_helper_end(self):
         shutil.copy(f"{self.programs}/daemon/hammer", self.machine.path("/usr/local/bin/hammer"))

@@ -7,25 +7,20 @@
 #include <utility>
 #include <vector>
 
-#include <sys/uio.h>
 #include <syslog.h>
-// Without this, each message would carry the file and line of the call below, the same for all.
-#define SD_JOURNAL_SUPPRESS_LOCATION
-#include <systemd/sd-journal.h>
 #include <unistd.h>
 
+#include "platform/linux/log/LogClient.h"
 #include "platform/linux/log/LogText.h"
 
 namespace corvane {
 
 namespace {
 
-enum class Sink { Journal, Syslog, StandardError };
-
-Sink availableSink() {
-  if (::access("/run/systemd/journal/socket", W_OK) == 0) return Sink::Journal;
-  if (::access("/dev/log", W_OK) == 0) return Sink::Syslog;
-  return Sink::StandardError;
+LogSink availableSink() {
+  if (::access("/run/systemd/journal/socket", W_OK) == 0) return LogSink::Journal;
+  if (::access("/dev/log", W_OK) == 0) return LogSink::Syslog;
+  return LogSink::StandardError;
 }
 
 struct Facility {
@@ -49,19 +44,13 @@ std::string upperCase(std::string text) {
 
 }  // namespace
 
-struct LogClient {
-  std::string ident;
-  int facility;
-  Sink sink;
-};
-
 struct LogMessage {
   std::vector<std::pair<std::string, std::string>> attributes;
 };
 
 aslclient asl_open(const char* ident, const char* facility, std::uint32_t /*options*/) {
   auto* client = new LogClient{ident, facilityCode(facility), availableSink()};
-  if (client->sink == Sink::Syslog) ::openlog(client->ident.c_str(), LOG_PID, client->facility);
+  if (client->sink == LogSink::Syslog) ::openlog(client->ident.c_str(), LOG_PID, client->facility);
   return client;
 }
 
@@ -91,27 +80,20 @@ int asl_vlog(aslclient client, aslmsg message, int priority, const char* format,
   const std::string text = singleLine(printfText(format, arguments));
 
   switch (client->sink) {
-    case Sink::Journal: {
-      // Field names of the journal are upper case; SYSLOG_FACILITY is the code without its shift.
-      std::vector<std::string> fields = {
-          "MESSAGE=" + text, "PRIORITY=" + std::to_string(priority),
-          "SYSLOG_IDENTIFIER=" + client->ident,
-          "SYSLOG_FACILITY=" + std::to_string(LOG_FAC(client->facility))};
+    case LogSink::Journal: {
+      auto fields = journalFields(*client, client->facility, priority, text);
       if (message != nullptr) {
         for (const auto& [key, value] : message->attributes) {
           fields.push_back(upperCase(key) + "=" + value);
         }
       }
-      std::vector<iovec> vector;
-      vector.reserve(fields.size());
-      for (std::string& field : fields) vector.push_back({field.data(), field.size()});
-      if (::sd_journal_sendv(vector.data(), static_cast<int>(vector.size())) >= 0) return 0;
+      if (sendToJournal(fields)) return 0;
       break;
     }
-    case Sink::Syslog:
+    case LogSink::Syslog:
       ::syslog(client->facility | priority, "%s", text.c_str());
       return 0;
-    case Sink::StandardError:
+    case LogSink::StandardError:
       break;
   }
   // No log was found, or the journal that was found took nothing.
@@ -124,7 +106,7 @@ void asl_free(aslmsg message) {
 }
 
 void asl_close(aslclient client) {
-  if (client != nullptr && client->sink == Sink::Syslog) ::closelog();
+  if (client != nullptr && client->sink == LogSink::Syslog) ::closelog();
   delete client;
 }
 
