@@ -9,6 +9,7 @@
 #include <utility>
 #include <vector>
 
+#include <fcntl.h>
 #include <sched.h>
 #include <systemd/sd-bus.h>
 #include <unistd.h>
@@ -34,6 +35,12 @@ int echo(sd_bus_message* message, void* /*userdata*/, sd_bus_error* /*error*/) {
   return sd_bus_reply_method_return(message, "s", text);
 }
 
+// A connection of the library alone, which reads from the socket by itself.
+Bus bareBus(FileDescriptor socket, BusRole role) {
+  FileDescriptor input(::fcntl(socket.get(), F_DUPFD_CLOEXEC, 0));
+  return makePeerBus(std::move(socket), role, std::move(input));
+}
+
 // A process of its own that answers each message with its text.
 class EchoServer {
  public:
@@ -44,7 +51,7 @@ class EchoServer {
       static const sd_bus_vtable members[] = {
           SD_BUS_VTABLE_START(0),
           SD_BUS_METHOD("Echo", "s", "s", &echo, SD_BUS_VTABLE_UNPRIVILEGED), SD_BUS_VTABLE_END};
-      const Bus bus = makePeerBus(std::move(theirs), BusRole::Server);
+      const Bus bus = bareBus(std::move(theirs), BusRole::Server);
       sd_bus_add_object_vtable(bus.get(), nullptr, "/echo", "bench.Echo", members, nullptr);
       int result = 0;
       while (result >= 0) {
@@ -54,7 +61,7 @@ class EchoServer {
       ::_exit(0);
     }
     theirs.reset();
-    _bus = makePeerBus(std::move(ours), BusRole::Client);
+    _bus = bareBus(std::move(ours), BusRole::Client);
   }
 
   void call() {
