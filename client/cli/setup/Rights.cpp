@@ -11,6 +11,10 @@ const ZELPrivilegedOperationSet& operationSet() {
   return ZELPrivilegedOperationSetVNT::privilegedOperationSet();
 }
 
+std::string localizationTable() {
+  return operationSet().nameOfAuthorizationRightLocalizationTable();
+}
+
 template <typename Change>
 std::optional<Error> changeRights(const Change& change) {
   AuthorizationRef authorization = nullptr;
@@ -50,6 +54,31 @@ Rights examineRights() {
         }
       });
   return rights;
+}
+
+std::vector<RightFault> faultsOfRights() {
+  std::vector<RightFault> faults;
+  operationSet().enumerateRightDefinitionsUsingBlock([&](const std::optional<std::string>& name,
+                                                         const Value& rule,
+                                                         const std::string& description) {
+    const auto found = faultsOfRight(name.value_or(""), rule, description, localizationTable());
+    faults.insert(faults.end(), found.begin(), found.end());
+  });
+  return faults;
+}
+
+std::optional<Error> mendRights() {
+  if (auto error = registerRights()) return error;
+  return changeRights([](AuthorizationRef authorization) {
+    operationSet().enumerateRightDefinitionsUsingBlock([&](const std::optional<std::string>& name,
+                                                           const Value& rule,
+                                                           const std::string& description) {
+      const std::string right = name.value_or("");
+      if (faultsOfRight(right, rule, description, localizationTable()).empty()) return;
+      AuthorizationRightSet(authorization, right.c_str(), rule, description,
+                            localizationTable().c_str());
+    });
+  });
 }
 
 std::optional<Error> registerRights() {

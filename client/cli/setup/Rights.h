@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "foundation/Error.h"
+#include "platform/RightFaults.h"
 
 namespace corvane::cli {
 
@@ -20,10 +21,14 @@ struct Rights {
   std::vector<std::string> unknown;  ///< those that this process may not look up
 };
 Rights examineRights();
+/// What keeps the rights from being those of this program.
+std::vector<RightFault> faultsOfRights();
 
 /// Put the rights into the database, or take all or some out; nothing, or why it cannot be done.
 /// What was done shows when they are examined.
 std::optional<Error> registerRights();
+/// The same, and defines those anew that are not as they are to be.
+std::optional<Error> mendRights();
 std::optional<Error> removeRights();
 std::optional<Error> removeRights(const std::vector<std::string>& names);
 

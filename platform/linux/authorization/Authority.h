@@ -4,8 +4,10 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "platform/Authorization.h"
+#include "platform/RightFaults.h"
 #include "platform/linux/processes/ProcessIdentity.h"
 
 namespace corvane {
@@ -44,6 +46,9 @@ class Authority {
   virtual OSStatus rightGet(const std::string& rightName, RightDefinition* definition) = 0;
   virtual OSStatus rightSet(const std::string& rightName, const RightDefinition& definition) = 0;
   virtual OSStatus rightRemove(const std::string& rightName) = 0;
+  /// What keeps a right from being as `rightSet` with the same arguments makes it.
+  virtual std::vector<RightFault> faultsOf(const std::string& rightName,
+                                           const RightDefinition& definition) = 0;
 };
 
 /// True for a text that may name a right: one to 200 ASCII letters, digits, periods and hyphens,

@@ -178,4 +178,11 @@ OSStatus AuthorizationRightRemove(AuthorizationRef authorization, const char* ri
   return authority().rightRemove(rightName);
 }
 
+std::vector<RightFault> faultsOfRight(const std::string& rightName, const Value& definition,
+                                      const std::string& descriptionKey,
+                                      const std::string& localeTableName) {
+  return authority().faultsOf(rightName,
+                              {ruleOf(definition).value_or(""), descriptionKey, localeTableName});
+}
+
 }  // namespace corvane

@@ -4,6 +4,7 @@
 #include <variant>
 
 #include "foundation/PropertyList.h"
+#include "platform/linux/authorization/RightFile.h"
 #include "platform/linux/authorization/RootFolder.h"
 
 namespace corvane {
@@ -32,6 +33,18 @@ std::optional<RightDefinition> definitionFromBytes(const Data& bytes) {
                              textOf(entries, stringsTableKey)};
   if (definition.rule.empty()) return std::nullopt;
   return definition;
+}
+
+std::optional<Data> bytesFromDefinition(const RightDefinition& definition) {
+  const Dictionary entries = {{std::string(ruleKey), definition.rule},
+                              {std::string(descriptionKey), definition.description},
+                              {std::string(stringsTableKey), definition.stringsTable}};
+  // There are texts that only the binary form can hold.
+  for (const auto format : {PropertyListFormat::XML, PropertyListFormat::Binary}) {
+    std::variant<Data, Error> bytes = writePropertyList(entries, format);
+    if (auto* written = std::get_if<Data>(&bytes)) return std::move(*written);
+  }
+  return std::nullopt;
 }
 
 }  // namespace
@@ -78,19 +91,11 @@ OSStatus EmbeddedAuthority::rightGet(const std::string& rightName, RightDefiniti
 
 OSStatus EmbeddedAuthority::rightSet(const std::string& rightName,
                                      const RightDefinition& definition) {
-  const Dictionary entries = {{std::string(ruleKey), definition.rule},
-                              {std::string(descriptionKey), definition.description},
-                              {std::string(stringsTableKey), definition.stringsTable}};
-  std::variant<Data, Error> bytes = writePropertyList(entries, PropertyListFormat::XML);
-  // There are texts that only the binary form can hold.
-  if (std::holds_alternative<Error>(bytes)) {
-    bytes = writePropertyList(entries, PropertyListFormat::Binary);
-  }
-  if (std::holds_alternative<Error>(bytes)) return errAuthorizationInternal;
+  const std::optional<Data> bytes = bytesFromDefinition(definition);
+  if (!bytes) return errAuthorizationInternal;
   const std::variant<RootFolder, Error> folder = RootFolder::openOrMake(_directory);
   if (std::holds_alternative<Error>(folder)) return errAuthorizationInternal;
-  return std::get<RootFolder>(folder).replace(fileNameFor(rightName), std::get<Data>(bytes),
-                                              everyoneElseReads)
+  return std::get<RootFolder>(folder).replace(fileNameFor(rightName), *bytes, everyoneElseReads)
              ? errAuthorizationInternal
              : errAuthorizationSuccess;
 }
@@ -100,6 +105,14 @@ OSStatus EmbeddedAuthority::rightRemove(const std::string& rightName) {
   if (const Error* error = std::get_if<Error>(&folder)) return statusOfDefinition(*error);
   const std::optional<Error> error = std::get<RootFolder>(folder).remove(fileNameFor(rightName));
   return error ? statusOfDefinition(*error) : errAuthorizationSuccess;
+}
+
+std::vector<RightFault> EmbeddedAuthority::faultsOf(const std::string& rightName,
+                                                    const RightDefinition& definition) {
+  const auto fault = faultOf({_directory, fileNameFor(rightName), rightName},
+                             bytesFromDefinition(definition).value_or(Data()), definition,
+                             definitionFromBytes, [](const std::string& rule) { return rule; });
+  return fault ? std::vector<RightFault>{*fault} : std::vector<RightFault>();
 }
 
 }  // namespace corvane

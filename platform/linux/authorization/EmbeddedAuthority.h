@@ -24,6 +24,8 @@ class EmbeddedAuthority : public Authority {
   OSStatus rightGet(const std::string& rightName, RightDefinition* definition) override;
   OSStatus rightSet(const std::string& rightName, const RightDefinition& definition) override;
   OSStatus rightRemove(const std::string& rightName) override;
+  std::vector<RightFault> faultsOf(const std::string& rightName,
+                                   const RightDefinition& definition) override;
 
  private:
   bool isAllowedToAll(const std::string& rightName);

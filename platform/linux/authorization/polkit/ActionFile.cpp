@@ -27,6 +27,12 @@ constexpr Rule rules[] = {
     {"authenticate-admin", "auth_admin", ""},
 };
 
+const Rule* ruleNamed(std::string_view name) {
+  const auto* rule = std::find_if(std::begin(rules), std::end(rules),
+                                  [name](const Rule& candidate) { return candidate.name == name; });
+  return rule == std::end(rules) ? nullptr : rule;
+}
+
 /// `text` as the content of an element or an attribute. What XML cannot hold becomes U+FFFD.
 std::string escaped(std::string_view text) {
   std::string result;
@@ -128,10 +134,8 @@ std::string anewActionOf(const std::string& rightName) {
 std::optional<std::string> actionFile(const std::string& rightName,
                                       const RightDefinition& definition,
                                       const Translations& translations) {
-  const auto* rule = std::find_if(std::begin(rules), std::end(rules), [&](const Rule& candidate) {
-    return candidate.name == definition.rule;
-  });
-  if (rule == std::end(rules)) return std::nullopt;
+  const Rule* rule = ruleNamed(definition.rule);
+  if (rule == nullptr) return std::nullopt;
   std::ostringstream text;
   text << "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
           "<!DOCTYPE policyconfig PUBLIC "
@@ -147,6 +151,11 @@ std::optional<std::string> actionFile(const std::string& rightName,
   }
   text << "</policyconfig>\n";
   return text.str();
+}
+
+std::string implicitOf(const std::string& rule) {
+  const Rule* known = ruleNamed(rule);
+  return known == nullptr ? rule : std::string(known->implicit);
 }
 
 std::optional<RightDefinition> readActionFile(std::string_view text, const std::string& rightName) {

@@ -24,6 +24,9 @@ std::optional<std::string> actionFile(const std::string& rightName,
                                       const RightDefinition& definition,
                                       const Translations& translations);
 
+/// What polkit calls a rule; the rule itself if it is none of ours.
+std::string implicitOf(const std::string& rule);
+
 /// What an action file says of `rightName`; nothing if it is none or does not define it. A rule
 /// that someone else wrote into it is given as it stands there.
 std::optional<RightDefinition> readActionFile(std::string_view text, const std::string& rightName);

@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include "platform/StandardLog.h"
+#include "platform/linux/authorization/RightFile.h"
 #include "platform/linux/authorization/RootFolder.h"
 #include "platform/linux/authorization/polkit/DialogText.h"
 #include "platform/linux/transport/CurrentPeer.h"
@@ -170,6 +171,21 @@ OSStatus PolkitAuthority::rightRemove(const std::string& rightName) {
   }
   const OSStatus alsoRemoved = _withoutPolkit.rightRemove(rightName);
   return alsoRemoved == errAuthorizationDenied ? removed : alsoRemoved;
+}
+
+std::vector<RightFault> PolkitAuthority::faultsOf(const std::string& rightName,
+                                                  const RightDefinition& definition) {
+  auto faults = _withoutPolkit.faultsOf(rightName, definition);
+  if (!hasActions()) return faults;
+  const auto expected = actionFile(rightName, definition,
+                                   _translate(definition.description, definition.stringsTable));
+  const auto fault = faultOf(
+      {_actionsDirectory, fileNameFor(rightName), rightName}, dataFromString(expected.value_or("")),
+      definition,
+      [&rightName](const Data& bytes) { return readActionFile(stringFromData(bytes), rightName); },
+      implicitOf);
+  if (fault) faults.push_back(*fault);
+  return faults;
 }
 
 }  // namespace corvane

@@ -38,6 +38,8 @@ class PolkitAuthority : public Authority {
   OSStatus rightGet(const std::string& rightName, RightDefinition* definition) override;
   OSStatus rightSet(const std::string& rightName, const RightDefinition& definition) override;
   OSStatus rightRemove(const std::string& rightName) override;
+  std::vector<RightFault> faultsOf(const std::string& rightName,
+                                   const RightDefinition& definition) override;
 
  private:
   using Answer = std::variant<PolkitAnswer, PolkitFailure>;
