@@ -109,6 +109,52 @@ class InterruptionTest(DaemonTest):
         other.unregister(1)
         self.assertIn(logged(7, "1 clients remaining."), self.log.after(mark))
 
+    def ask_to_make_room(self):
+        """As an upgrade does."""
+        self.daemon.process.send_signal(signal.SIGWINCH)
+
+    def test_a_helper_whose_clients_were_all_killed_makes_room_when_asked(self):
+        client = self.start_client()
+        client.kill()
+        client.wait()
+        self.ask_to_make_room()
+        # What it has begun it ends.
+        self.go_on()
+
+        def has_ended():
+            self.ask_to_make_room()
+            return self.daemon.process.poll() is not None
+        wait_until(has_ended, "the helper has ended")
+        self.assertEndsWith(0)
+        self.assertIn(logged(7, f"Finishing work for client {client.pid}."), self.log.after(0))
+
+    def test_a_helper_with_a_client_at_work_makes_no_room(self):
+        client = self.start_client()
+        self.ask_to_make_room()
+        self.go_on()
+        self.assertEqual(client.communicate(timeout=PATIENCE), (b"", b""))
+        self.assertEqual(client.returncode, 0)
+        self.assertEndsWith(0)
+
+    def test_a_helper_makes_no_room_while_a_registered_process_lives(self):
+        registered = subprocess.Popen(["sleep", "1000"])
+        self.addCleanup(registered.wait)
+        self.addCleanup(registered.kill)
+        own = Client(self.daemon.connect())
+        own.register(registered.pid)
+        own.register(4000000)
+        own.close()
+        # At one time or another nobody is connected.
+        for _ in range(20):
+            self.ask_to_make_room()
+            other = Client(self.daemon.connect())
+            self.assertEqual(other.version(), "1.3")
+            other.close()
+        other = Client(self.daemon.connect())
+        mark = self.log.mark()
+        other.unregister(4000000)
+        self.assertIn(logged(7, "1 clients remaining."), self.log.after(mark))
+
 
 if __name__ == "__main__":
     main()

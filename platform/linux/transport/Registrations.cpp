@@ -42,6 +42,12 @@ bool Registrations::wouldBeEmptyWithout(uid_t user, std::int32_t number) const {
   return only == number && (user == 0 || (users.size() == 1 && users.contains(user)));
 }
 
+std::vector<std::int32_t> Registrations::numbers() const {
+  std::vector<std::int32_t> numbers;
+  for (const auto& [number, users] : _users) numbers.push_back(number);
+  return numbers;
+}
+
 void Registrations::giveBack(uid_t account) {
   const auto count = _counts.find(account);
   if (--count->second == 0) _counts.erase(count);

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <map>
 #include <set>
+#include <vector>
 
 #include <sys/types.h>
 
@@ -27,6 +28,7 @@ class Registrations {
   bool remove(uid_t user, std::int32_t number);
   /// Whether nobody is registered any more once the user has unregistered the number.
   bool wouldBeEmptyWithout(uid_t user, std::int32_t number) const;
+  std::vector<std::int32_t> numbers() const;
 
  private:
   using Users = std::map<uid_t, uid_t>;  ///< with their accounts

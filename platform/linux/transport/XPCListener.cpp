@@ -1,8 +1,10 @@
 #include "platform/XPCListener.h"
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <cerrno>
+#include <csignal>
 #include <cstdlib>
 #include <exception>
 #include <filesystem>
@@ -19,6 +21,7 @@
 #include <systemd/sd-daemon.h>
 
 #include "foundation/POSIXError.h"
+#include "platform/ProcessTable.h"
 #include "platform/StandardLog.h"
 #include "platform/linux/transport/CurrentPeer.h"
 #include "platform/linux/transport/Endpoint.h"
@@ -103,6 +106,28 @@ bool hasLeft(int socket) {
   return ::recv(socket, &byte, sizeof(byte), MSG_PEEK | MSG_DONTWAIT) == 0;
 }
 
+// Sent by who has put another program in the place of this one. Those of older versions, which know
+// nothing of it, are not disturbed by it either.
+constexpr int leaveIfForsaken = SIGWINCH;
+std::atomic<bool> isLeavingAsked = false;
+std::atomic<int> wakeOfListener = -1;
+
+void askToLeave(int) {
+  const int error = errno;
+  isLeavingAsked = true;
+  ::eventfd_write(wakeOfListener, 1);
+  errno = error;
+}
+
+// Nobody's: it shows whom the delegate has messages handled by.
+struct OwnConnection : XPCIncomingConnection {
+  void setExportedInterface(XPCInterface) override {}
+  void setExportedObject(ZELPrivilegedHelperProtocol& exported) override { object = &exported; }
+  void resume() override {}
+
+  ZELPrivilegedHelperProtocol* object = nullptr;
+};
+
 // Accepts connections and gives each a thread. The socket is the service manager's: it lets clients
 // wait in its queue while no helper runs, and starts one for them. So the worst helper is one that
 // runs, since no other is started then, but serves nobody:
@@ -147,6 +172,8 @@ class LinuxListener : public XPCListener {
             posixDescription(posixCodeFromHost(errno)).c_str());
       return;
     }
+    wakeOfListener = _wake.get();
+    std::signal(leaveIfForsaken, askToLeave);
     // Tells the service manager that clients are served from now on, and removes the variable that
     // says how to tell it, so that child programs do not have it.
     ::sd_notify(1, "READY=1");
@@ -160,6 +187,7 @@ class LinuxListener : public XPCListener {
         eventfd_t count = 0;
         ::eventfd_read(_wake.get(), &count);
       }
+      if (isLeavingAsked.exchange(false)) leaveIfNobodyIsLeft();
       if (events[1].revents != 0 && _state == State::Resumed) acceptFrom(listening.get());
     }
   }
@@ -172,6 +200,24 @@ class LinuxListener : public XPCListener {
     while (before != State::Invalid && !_state.compare_exchange_weak(before, state)) {
     }
     ::eventfd_write(_wake.get(), 1);
+  }
+
+  // A client that was killed has left its number behind. Where nobody is connected, and no number
+  // is that of a process that lives, the numbers are unregistered, by which the helper ends.
+  void leaveIfNobodyIsLeft() {
+    const Arrivals::Leaving leaving(*_arrivals);
+    if (_delegate == nullptr || _limits->hasConnections()) return;
+    auto numbers = _registrations->numbers();
+    if (!std::ranges::all_of(numbers, hasProcessEnded)) return;
+    OwnConnection own;
+    _delegate->listenerShouldAcceptNewConnection(this, &own);
+    if (own.object == nullptr) return;
+    // One that nobody has registered with ends as well.
+    if (numbers.empty()) numbers.push_back(0);
+    for (const std::int32_t number : numbers) {
+      _registrations->remove(0, number);
+      own.object->unregisterClientWithPID(number);
+    }
   }
 
   // Ends the process if nobody is connected and descriptors are short: nothing is in progress then
