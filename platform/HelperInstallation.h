@@ -31,6 +31,18 @@ class HelperInstallation {
     State state;
   };
 
+  /// What keeps an installation from working, or from being what was put in place.
+  struct Fault {
+    enum class Kind {
+      Broken,
+      Changed,  ///< it may work all the same, and somebody may have meant it
+      Unknown,  ///< it cannot be told
+    };
+    Kind kind;
+    std::string description;  ///< names the object
+    std::string cure;
+  };
+
   /// The installation of the helper that has the service identifier `label`, from the folder
   /// `payload`, on the system whose root is `root`: another one than "/" is not running.
   static std::unique_ptr<HelperInstallation> ofHelper(std::string label, const std::string& payload,
@@ -53,12 +65,15 @@ class HelperInstallation {
 
   /// Everything that belongs to an installation, and how it is there.
   virtual std::vector<Part> parts() const = 0;
+  /// The same in words, and what the running services show beside it. Anybody may look.
+  virtual std::vector<Fault> faults() const = 0;
 
   /// Makes every part current. A program that runs is replaced for those who start it from now on,
   /// and is not disturbed. After an error the system is as it was before, once this object is gone.
   /// The files of a package are left to it: one that is not current is an error.
   virtual std::optional<Error> putInPlace() = 0;
-  /// Makes what `putInPlace` did permanent.
+  /// Makes what `putInPlace` did permanent, and has a helper end whose clients have all ended
+  /// without a word: nobody would have it make room for the program that is in place.
   virtual void keep() = 0;
 
   /// The two files that the helper deletes when it removes itself, after which it has the system

@@ -15,9 +15,10 @@ namespace corvane::cli {
 
 namespace {
 
-// What one check found. A check that cannot be made is no problem, and no assurance either.
+// What one check found. A check that cannot be made is no problem, and no assurance either; nor is
+// what somebody may have meant to be as it is, which is noted.
 struct Finding {
-  enum class State { Good, Bad, Unknown };
+  enum class State { Good, Bad, Note, Unknown };
   const char* subject;
   State state;
   std::string detail;
@@ -25,6 +26,8 @@ struct Finding {
   int status = ExitFailed;  // what a bad one makes the command exit with
 };
 using State = Finding::State;
+// Of a check that may find several things.
+using Findings = std::vector<Finding>;
 
 using Version = PrivilegedHelperClient::Answer<std::string>;
 
@@ -35,9 +38,11 @@ std::string serviceOfHelper() {
 
 Finding examineHelper(const Version& answer) {
   if (const auto* failure = std::get_if<CommunicationFailure>(&answer)) {
-    return {"helper", State::Bad, failure->description,
-            "Install the helper, or see whether its socket is enabled and may be connected to.",
-            ExitOutOfReach};
+    return {
+        "helper", State::Bad, failure->description,
+        "What is wrong with its installation is told below. Its log may say more: journalctl -u " +
+            serviceOfHelper(),
+        ExitOutOfReach};
   }
   return {"helper", State::Good, "answers", {}};
 }
@@ -58,9 +63,11 @@ Finding examineAuthorization(PrivilegedHelperClient& client, const Version& answ
   }
   const PrivilegedHelperClient::Outcome outcome = client.nop();
   if (outcome.failure) {
-    return {"authorization", State::Bad, outcome.failure->description,
-            "See whether the authorization socket is enabled and may be connected to.",
-            ExitOutOfReach};
+    return {
+        "authorization", State::Bad, outcome.failure->description,
+        "What is wrong with the installation is told below. The log may say more: journalctl -u "
+        "com.corvane.authorization",
+        ExitOutOfReach};
   }
   if (outcome.error) {
     return {"authorization", State::Bad, outcome.error->localizedDescription(),
@@ -123,38 +130,77 @@ Finding examineDialogs() {
   return {subject, State::Unknown, {}, {}};
 }
 
-Finding examineRegistration() {
-  const Rights rights = examineRights();
-  const std::size_t all = rights.registered.size() + rights.missing.size() + rights.unknown.size();
-  if (!rights.unknown.empty()) {
-    return {"rights", State::Unknown, "only root may look them up here", {}};
+const char* cureOf(RightFault::Kind kind) {
+  switch (kind) {
+    case RightFault::Kind::Missing:
+    case RightFault::Kind::Damaged:
+      return "Run 'install' as root: it puts it right.";
+    case RightFault::Kind::Unsafe:
+      return "Look at what it says; 'install' as root puts back what is shipped.";
+    case RightFault::Kind::Changed:
+      return "'install' as root puts back what is shipped. An administrator's own rule belongs in "
+             "/etc/polkit-1/rules.d.";
+    case RightFault::Kind::Unknown:
+      break;
   }
-  if (rights.missing.empty()) {
-    return {"rights", State::Good, "all " + std::to_string(all) + " registered", {}};
-  }
-  return {
-      "rights", State::Bad,
-      std::to_string(rights.missing.size()) + " of " + std::to_string(all) + " are not registered",
-      "Register them as root: 'install' does."};
+  return "";
 }
 
-// There need not be an installation, but one that is there must have all its parts, in this
-// client's version.
-Finding examineInstallation() {
-  using PartState = HelperInstallation::Part::State;
-  constexpr const char* subject = "installation";
-  std::string wrong;
-  std::size_t missing = 0;
-  const auto parts = ownInstallation()->parts();
-  for (const auto& part : parts) {
-    if (part.state == PartState::Current) continue;
-    if (part.state == PartState::Missing) ++missing;
-    wrong += (wrong.empty() ? "" : ", ") + part.name;
+Findings examineRegistration() {
+  constexpr const char* subject = "rights";
+  const Rights rights = examineRights();
+  const std::size_t all = rights.registered.size() + rights.missing.size() + rights.unknown.size();
+  if (rights.missing.size() == all) {
+    return {{subject, State::Bad, "none of " + std::to_string(all) + " is registered",
+             "Register them as root: 'install' does."}};
   }
-  if (wrong.empty()) return {subject, State::Good, "complete", {}};
-  if (missing == parts.size()) return {subject, State::Unknown, "there is none", {}};
-  return {subject, State::Bad, "missing, or not of this version: " + wrong,
-          "Run 'install' as root: it puts in place what is missing."};
+  Findings findings;
+  bool isAllSeen = true;
+  for (const RightFault& fault : faultsOfRights()) {
+    if (fault.kind == RightFault::Kind::Unknown) {
+      isAllSeen = false;
+      continue;
+    }
+    findings.push_back(
+        {subject, State::Bad, fault.path + " " + fault.description, cureOf(fault.kind)});
+  }
+  if (!findings.empty()) return findings;
+  if (!rights.unknown.empty()) return {{subject, State::Unknown, "only root may look them up", {}}};
+  const std::string registered = "all " + std::to_string(all) + " registered";
+  return {{subject,
+           State::Good,
+           isAllSeen ? registered : registered + ", as far as others than root may look",
+           {}}};
+}
+
+State stateOf(HelperInstallation::Fault::Kind kind) {
+  switch (kind) {
+    case HelperInstallation::Fault::Kind::Broken:
+      return State::Bad;
+    case HelperInstallation::Fault::Kind::Changed:
+      return State::Note;
+    case HelperInstallation::Fault::Kind::Unknown:
+      break;
+  }
+  return State::Unknown;
+}
+
+// There need not be an installation, but one that is there must be whole, in this client's version,
+// and able to work.
+Findings examineInstallation() {
+  constexpr const char* subject = "installation";
+  const auto installation = ownInstallation();
+  const auto parts = installation->parts();
+  const bool isThere = std::any_of(parts.begin(), parts.end(), [](const auto& part) {
+    return part.state != HelperInstallation::Part::State::Missing;
+  });
+  if (!isThere) return {{subject, State::Unknown, "there is none", {}}};
+  Findings findings;
+  for (const auto& fault : installation->faults()) {
+    findings.push_back({subject, stateOf(fault.kind), fault.description, fault.cure});
+  }
+  if (findings.empty()) return {{subject, State::Good, "complete", {}}};
+  return findings;
 }
 
 const char* textFor(State state) {
@@ -163,6 +209,8 @@ const char* textFor(State state) {
       return "ok";
     case State::Bad:
       return "PROBLEM";
+    case State::Note:
+      return "note";
     case State::Unknown:
       return "unknown";
   }
@@ -174,13 +222,12 @@ const char* textFor(State state) {
 int examine(const Context& context) {
   PrivilegedHelperClient client(context.client);
   const Version version = client.helperVersion();
-  const std::vector<Finding> findings = {examineHelper(version),
-                                         examineVersion(version),
-                                         examineAuthorization(client, version),
-                                         examineDeletion(client, version),
-                                         examineDialogs(),
-                                         examineRegistration(),
-                                         examineInstallation()};
+  Findings findings = {examineHelper(version), examineVersion(version),
+                       examineAuthorization(client, version), examineDeletion(client, version),
+                       examineDialogs()};
+  for (const Findings& several : {examineRegistration(), examineInstallation()}) {
+    findings.insert(findings.end(), several.begin(), several.end());
+  }
   int status = ExitDone;
   nlohmann::ordered_json rows = nlohmann::json::array();
   for (const Finding& finding : findings) {

@@ -1,3 +1,5 @@
+#include <algorithm>
+
 #include "client/cli/commands/Commands.h"
 #include "client/cli/setup/EndingSignals.h"
 #include "client/cli/setup/Installation.h"
@@ -10,6 +12,11 @@ namespace corvane::cli {
 namespace {
 
 using State = HelperInstallation::Part::State;
+using Fault = HelperInstallation::Fault;
+
+bool contains(const std::vector<std::string>& names, const std::string& name) {
+  return std::find(names.begin(), names.end(), name) != names.end();
+}
 
 std::vector<Change> changesThatInstallMakes(const std::vector<HelperInstallation::Part>& parts,
                                             const Rights& rights) {
@@ -19,22 +26,43 @@ std::vector<Change> changesThatInstallMakes(const std::vector<HelperInstallation
     changes.push_back({part.name, part.state == State::Missing ? "added" : "replaced"});
   }
   for (const std::string& right : rights.missing) changes.push_back({right, "added"});
+  std::string last;
+  for (const RightFault& fault : faultsOfRights()) {
+    // One that several objects define is defined once.
+    if (contains(rights.missing, fault.right) || fault.right == last) continue;
+    changes.push_back({fault.right, "replaced"});
+    last = fault.right;
+  }
   return changes;
 }
 
-// Registers the rights that are missing. If that fails for one of them, all that it has registered
-// are removed again.
+Error errorFrom(const std::string& description, const std::string& cure) {
+  return Error(NSPOSIXErrorDomain, static_cast<std::int64_t>(POSIXErrorCode::InputOutput),
+               {{std::string(NSLocalizedDescriptionKey), description},
+                {std::string(NSLocalizedRecoverySuggestionErrorKey), cure}});
+}
+
+// Registers the rights that are missing, and anew those that are not as they are to be. If that
+// fails for one of them, all that were missing are removed again.
 std::optional<Error> registerAllRights(const Rights& before) {
-  auto error = registerRights();
-  const Rights after = examineRights();
-  if (!error && !after.missing.empty()) {
+  auto error = mendRights();
+  const auto faults = faultsOfRights();
+  if (!error && !faults.empty()) {
     error =
-        Error(NSPOSIXErrorDomain, static_cast<std::int64_t>(POSIXErrorCode::InputOutput),
-              {{std::string(NSLocalizedDescriptionKey),
-                "the authorization database did not accept the right " + after.missing.front()}});
+        errorFrom("the authorization database did not accept the right " + faults.front().right +
+                      ": " + faults.front().path + " " + faults.front().description,
+                  "Put that right, and try again.");
   }
   if (error) removeRights(before.missing);
   return error;
+}
+
+// What is wrong with the installation and is not put right by putting everything in place.
+std::optional<Error> whatIsBroken(const HelperInstallation& installation) {
+  for (const Fault& fault : installation.faults()) {
+    if (fault.kind == Fault::Kind::Broken) return errorFrom(fault.description, fault.cure);
+  }
+  return std::nullopt;
 }
 
 }  // namespace
@@ -42,21 +70,27 @@ std::optional<Error> registerAllRights(const Rights& before) {
 int install(const Context& context) {
   if (const auto status = requireRoot(context, Action::Install, "install")) return *status;
   const auto installation = ownInstallation();
-  if (const auto error = lockInstallation(*installation)) {
+  const auto tell = [&context](const Error& error) {
     return report(context, Action::Install, "", {std::nullopt, error});
-  }
+  };
+  if (const auto error = lockInstallation(*installation)) return tell(*error);
   const SignalsHeldBack heldBack;
   const Rights rights = examineRights();
   const auto changes = changesThatInstallMakes(installation->parts(), rights);
-  if (changes.empty()) {
+  if (changes.empty() && !whatIsBroken(*installation)) {
+    installation->keep();
     tellChanges(context, {}, "Everything is in place already. Nothing was changed.");
     return ExitDone;
   }
 
   auto error = installation->putInPlace();
   if (!error) error = registerAllRights(rights);
-  if (error) return report(context, Action::Install, "", {std::nullopt, error});
+  if (error) return tell(*error);
   installation->keep();
+  if (const auto left = whatIsBroken(*installation)) {
+    if (!context.isJSON) tellChanges(context, changes, "Everything is in place, but:");
+    return tell(*left);
+  }
   tellChanges(context, changes, "The helper is installed.");
   return ExitDone;
 }

@@ -14,9 +14,11 @@
 #include "foundation/Path.h"
 #include "foundation/Value.h"
 #include "platform/linux/installation/DebianPackage.h"
+#include "platform/linux/installation/FileFaults.h"
 #include "platform/linux/installation/FileReplacement.h"
 #include "platform/linux/installation/InstallationLock.h"
 #include "platform/linux/installation/Systemctl.h"
+#include "platform/linux/installation/UnitFaults.h"
 
 namespace corvane {
 
@@ -66,6 +68,10 @@ bool isOurs(const std::string& place) {
   if (lastPathComponent(place) != launchControl) return true;
   const auto contents = contentsOf(place);
   return contents && contents->find(launchControlMark) != std::string::npos;
+}
+
+std::string reinstalling(const std::string& package) {
+  return "Have it put right: apt install --reinstall " + package;
 }
 
 Error errorAbout(POSIXErrorCode code, const std::string& path, const std::string& description,
@@ -120,12 +126,15 @@ class LinuxInstallation : public HelperInstallation {
     return parts;
   }
 
+  std::vector<Fault> faults() const override;
+
   std::optional<Error> putInPlace() override;
 
   void keep() override {
     _replacement.keep();
     ::unlink(issuerTemplatePath().c_str());
     forget();
+    endForsakenHelper();
   }
 
   std::string programPath() const override { return programFolder + _label; }
@@ -189,11 +198,23 @@ class LinuxInstallation : public HelperInstallation {
     return isReady ? State::Current : isEnabled ? State::Different : State::Missing;
   }
 
+  // Its socket and its service have its name.
+  struct Service {
+    std::string name;
+    std::string program;
+  };
+  std::vector<Service> services() const {
+    return {{issuer, inRoot(std::string(programFolder) + issuer)},
+            {_label, inRoot(programFolder + _label)}};
+  }
+
+  std::vector<Fault> faultsOfFiles() const;
   std::optional<Error> checkPlaces(const std::string& package) const;
   std::optional<Error> checkSources() const;
   std::optional<Error> replaceFiles();
   std::optional<Error> makeReady(const std::string& socket);
   void endIssuer() const;
+  void endForsakenHelper() const;
   std::vector<std::string> runtimeFolders() const;
   void undo();
   void forget();
@@ -215,6 +236,51 @@ class LinuxInstallation : public HelperInstallation {
   bool _isIssuerReplaced = false;
 };
 
+std::vector<HelperInstallation::Fault> LinuxInstallation::faultsOfFiles() const {
+  const auto owner = package();
+  const auto changed = owner ? changedFilesOf(*owner, _root) : Paths();
+  const std::string cure =
+      owner ? reinstalling(*owner) : "Run 'install' as root: it puts it right.";
+  std::vector<Fault> faults;
+  for (const InstalledFile& file : _files) {
+    auto fault = faultOfFile(file.place, file.permissions);
+    // A client may have come without a helper to compare with.
+    const bool isComparable = owner || exists(file.source);
+    if (!fault && isComparable && !isContentCurrent(file, owner ? &changed : nullptr)) {
+      fault = owner ? "is not as the package " + *owner + " has it"
+                    : "is another version than this client came with, or damaged";
+    }
+    if (fault) faults.push_back({Fault::Kind::Broken, file.place + " " + *fault, cure});
+  }
+  if (_replacement.isOtherUnfinished()) {
+    faults.push_back({Fault::Kind::Broken, "an installation was not completed",
+                      "Run 'install' as root, unless one is at work."});
+  }
+  return faults;
+}
+
+std::vector<HelperInstallation::Fault> LinuxInstallation::faults() const {
+  std::vector<Fault> faults = faultsOfFiles();
+  if (!_systemctl.isManagerRunning()) return faults;
+  for (const Service& service : services()) {
+    for (const std::string& unit : {service.name + ".socket", service.name + ".service"}) {
+      const auto asked = _systemctl.propertiesOf(unit);
+      if (const auto* reason = std::get_if<std::string>(&asked)) {
+        faults.push_back(
+            {Fault::Kind::Unknown, "systemd cannot be asked: " + *reason,
+             "See whether the system bus runs: systemctl status dbus.socket, as root"});
+        return faults;
+      }
+      const auto& properties = std::get<UnitProperties>(asked);
+      for (const auto& found :
+           {faultsOfUnit(properties), faultsOfRunningProgram(service.program, properties)}) {
+        faults.insert(faults.end(), found.begin(), found.end());
+      }
+    }
+  }
+  return faults;
+}
+
 std::optional<Error> LinuxInstallation::checkSources() const {
   for (const InstalledFile& file : _files) {
     if (!contentsOf(file.source)) {
@@ -235,8 +301,7 @@ std::optional<Error> LinuxInstallation::checkPlaces(const std::string& package) 
   for (const InstalledFile& file : _files) {
     if (isAsPut(file, &changed)) continue;
     return errorAbout(POSIXErrorCode::Exists, file.place,
-                      "is not as the package " + package + " has it",
-                      "Have it put right: apt install --reinstall " + package);
+                      "is not as the package " + package + " has it", reinstalling(package));
   }
   return std::nullopt;
 }
@@ -261,6 +326,10 @@ std::optional<Error> LinuxInstallation::putInPlace() {
     if (auto error = _systemctl.run({"daemon-reload"})) return error;
   }
   if (_isIssuerReplaced) endIssuer();
+  // Where the helper could not be started so often that it was given up, it counts anew.
+  if (_systemctl.isManagerRunning()) {
+    _systemctl.run({"reset-failed", _label + ".*", std::string(issuer) + ".*"});
+  }
   for (const std::string& socket : _sockets) {
     if (auto error = makeReady(socket)) return error;
   }
@@ -277,16 +346,37 @@ void LinuxInstallation::endIssuer() const {
   _systemctl.run({"stop", issuerService});
 }
 
+// One with a client, or with a request in progress, takes no notice.
+void LinuxInstallation::endForsakenHelper() const {
+  if (!_systemctl.isManagerRunning()) return;
+  _systemctl.run({"kill", "--kill-who=main", "--signal=WINCH", _label + ".service"});
+}
+
 std::optional<Error> LinuxInstallation::makeReady(const std::string& socket) {
+  const std::string service = socket.substr(0, socket.rfind('.')) + ".service";
+  for (const std::string& unit : {socket, service}) {
+    if (!_systemctl.isMasked(unit)) continue;
+    return errorAbout(POSIXErrorCode::NotSupported, unit, "is masked",
+                      "Unless that is meant: systemctl unmask " + unit + ", and try again.");
+  }
   if (!_systemctl.isEnabled(socket)) {
     _enabled.push_back(socket);
     if (auto error = _systemctl.run({"--quiet", "enable", socket})) return error;
   }
   if (_systemctl.isManagerRunning() && !_systemctl.isActive(socket)) {
     _started.push_back(socket);
-    // Where the helper could not be started so often that it was given up, it counts anew.
-    _systemctl.run({"reset-failed", socket.substr(0, socket.rfind('.')) + ".*"});
-    if (auto error = _systemctl.run({"start", socket})) return error;
+    // A socket is not started while its service runs, which for the issuer is never for long.
+    if (service == issuerService) endIssuer();
+    auto error = _systemctl.run({"start", socket});
+    if (error && _systemctl.isActive(service)) {
+      endForsakenHelper();
+      return errorAbout(POSIXErrorCode::Busy, socket,
+                        "cannot be started while " + service + " runs",
+                        "Try again when its clients have left, or end it with what it is doing: "
+                        "systemctl stop " +
+                            service);
+    }
+    return error;
   }
   return std::nullopt;
 }

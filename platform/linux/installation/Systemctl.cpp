@@ -1,5 +1,6 @@
 #include "platform/linux/installation/Systemctl.h"
 
+#include <sstream>
 #include <utility>
 
 #include <sys/stat.h>
@@ -41,6 +42,10 @@ bool Systemctl::isEnabled(const std::string& unit) const {
   return !run({"--quiet", "is-enabled", unit});
 }
 
+bool Systemctl::isMasked(const std::string& unit) const {
+  return ask({"is-enabled", unit}).text.starts_with("masked");
+}
+
 bool Systemctl::isActive(const std::string& unit) const {
   return !run({"--quiet", "is-active", unit});
 }
@@ -48,6 +53,20 @@ bool Systemctl::isActive(const std::string& unit) const {
 bool Systemctl::isReloadNeeded(const std::string& unit) const {
   return isManagerRunning() &&
          ask({"show", "--property=NeedDaemonReload", "--value", unit}).text == "yes";
+}
+
+std::variant<UnitProperties, std::string> Systemctl::propertiesOf(const std::string& unit) const {
+  const ProgramResult result =
+      ask({"show", "--property=Id,LoadState,UnitFileState,ActiveState,Result,NeedDaemonReload",
+           "--property=DropInPaths,User,MainPID,ExecMainStartTimestampMonotonic", unit});
+  if (result.status != 0) return result.text;
+  UnitProperties properties;
+  std::istringstream lines(result.text);
+  for (std::string line; std::getline(lines, line);) {
+    const std::size_t sign = line.find('=');
+    if (sign != std::string::npos) properties[line.substr(0, sign)] = line.substr(sign + 1);
+  }
+  return properties;
 }
 
 }  // namespace corvane

@@ -1,14 +1,19 @@
 #ifndef CORVANE_PLATFORM_LINUX_INSTALLATION_SYSTEMCTL_H
 #define CORVANE_PLATFORM_LINUX_INSTALLATION_SYSTEMCTL_H
 
+#include <map>
 #include <optional>
 #include <string>
+#include <variant>
 #include <vector>
 
 #include "foundation/Error.h"
 #include "platform/linux/installation/Program.h"
 
 namespace corvane {
+
+/// Properties of a unit, by their names.
+using UnitProperties = std::map<std::string, std::string>;
 
 /// systemd's own tool, on the system whose root is `root`. It also enables units where systemd does
 /// not run, which nothing else does.
@@ -23,9 +28,13 @@ class Systemctl {
   std::optional<Error> run(std::vector<std::string> arguments) const;
 
   bool isEnabled(const std::string& unit) const;
+  /// True if an administrator keeps the unit from being started at all.
+  bool isMasked(const std::string& unit) const;
   bool isActive(const std::string& unit) const;
   /// True if systemd works with another version of the unit than its file.
   bool isReloadNeeded(const std::string& unit) const;
+  /// What systemd, which runs, knows of a unit; or why it cannot be asked.
+  std::variant<UnitProperties, std::string> propertiesOf(const std::string& unit) const;
 
  private:
   ProgramResult ask(std::vector<std::string> arguments) const;
