@@ -25,6 +25,7 @@ import time
 
 import broken_states
 import client_installation
+import faults
 import packages
 from machine import CannotBoot, Machine, check_tools
 from confinement import MOST_EXPOSURE, analysis
@@ -412,8 +413,8 @@ class Scenario:
 
 STEPS = [step for step in vars(Scenario).values() if callable(step)]
 STEPS = STEPS[STEPS.index(Scenario.the_package_installs_and_nothing_runs):]
-STEPS += [*packages.STEPS, *broken_states.STEPS, packages.the_packages_are_removed_and_purged,
-          *client_installation.STEPS]
+STEPS += [*faults.STEPS, *packages.STEPS, *broken_states.STEPS,
+          packages.the_packages_are_removed_and_purged, *client_installation.STEPS]
 
 
 def arguments():
