@@ -12,7 +12,7 @@ const ZELPrivilegedOperationSet& operationSet() {
 }
 
 std::string localizationTable() {
-  return operationSet().nameOfAuthorizationRightLocalizationTable();
+  return ZELPrivilegedOperationSet::nameOfAuthorizationRightLocalizationTable();
 }
 
 template <typename Change>

@@ -24,7 +24,8 @@ constexpr Finding findings[] = {
 
 RightFault faultFrom(const Error& error, const RightFile& file) {
   const Value* path = error.userInfo().find(NSFilePathErrorKey);
-  RightFault fault{Kind::Damaged, file.right, path == nullptr ? file.name : *path->string(),
+  const std::string* named = path == nullptr ? nullptr : path->string();
+  RightFault fault{Kind::Damaged, file.right, named == nullptr ? file.name : *named,
                    "cannot be read: " + posixDescription(error.code())};
   for (const Finding& finding : findings) {
     if (!isPOSIXError(error, finding.code)) continue;

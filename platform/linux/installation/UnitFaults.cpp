@@ -29,18 +29,15 @@ struct Check {
   /// In both UNIT stands for the unit's name, and a property's name in braces for its value.
   const char* description;
   const char* cure;
-  /// Nothing behind it is worth telling.
-  bool isLast = false;
 };
 constexpr Check checks[] = {
     {Kind::Broken, [](const UnitProperties& p) { return valueOf(p, "LoadState") == "masked"; },
-     "UNIT is masked", "Unless that is meant: systemctl unmask UNIT, and run 'install' as root.",
-     true},
+     "UNIT is masked", "Unless that is meant: systemctl unmask UNIT, and run 'install' as root."},
     {Kind::Broken, [](const UnitProperties& p) { return valueOf(p, "LoadState") == "not-found"; },
-     "UNIT is missing", "Run 'install' as root.", true},
+     "UNIT is missing", "Run 'install' as root."},
     {Kind::Broken, [](const UnitProperties& p) { return valueOf(p, "LoadState") != "loaded"; },
      "UNIT cannot be used as it is written ({LoadState})",
-     "See what is wrong: systemctl status UNIT", true},
+     "See what is wrong: systemctl status UNIT"},
     {Kind::Broken, [](const UnitProperties& p) { return valueOf(p, "NeedDaemonReload") == "yes"; },
      "UNIT was changed, and systemd works with what it was",
      "Run 'install' as root, or: systemctl daemon-reload"},
@@ -105,7 +102,8 @@ InstallationFaults faultsOfUnit(const UnitProperties& properties) {
     if (!check.isFailed(properties)) continue;
     faults.push_back(
         {check.kind, filled(check.description, properties), filled(check.cure, properties)});
-    if (check.isLast) break;
+    // Of one that is not loaded nothing more is known.
+    if (valueOf(properties, "LoadState") != "loaded") break;
   }
   return faults;
 }
