@@ -109,13 +109,8 @@ void CFPreferencesSetValue(const std::string& key, std::optional<Value> value,
 bool CFPreferencesSynchronize(const std::string& application, const std::string& user,
                               const std::string& host) {
   const std::vector<Change> changes = takePending({application, user, host});
-  const auto isPath = [](const Change& change) {
-    return change.key.find('/') != std::string::npos;
-  };
   std::optional<std::string> problem;
-  if (std::any_of(changes.begin(), changes.end(), isPath)) {
-    problem = "A key is a name, not a path.";
-  } else if (const auto place = placeOfPreferences(application, user, host); !place) {
+  if (const auto place = placeOfPreferences(application, user, host); !place) {
     problem = "There is no such domain.";
   } else if (!changes.empty()) {
     problem = write(changes, *place);

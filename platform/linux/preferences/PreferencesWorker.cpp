@@ -3,12 +3,16 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <cstring>
+#include <string_view>
+#include <utility>
 
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
+#include <sys/xattr.h>
 #include <unistd.h>
 
 #include "foundation/FileDescriptor.h"
@@ -25,6 +29,16 @@ constexpr const char* lockName = ".lock";
 constexpr const char* newName = ".new";
 
 constexpr int safely = O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
+
+constexpr const char* accessList = "system.posix_acl_access";
+
+/// Of the system's own attributes labels only: seals would not fit the new content.
+bool isSystemsOwn(std::string_view attribute) {
+  return attribute.starts_with("security.");
+}
+bool isLabel(std::string_view attribute) {
+  return attribute == "security.selinux" || attribute == "security.SMACK64";
+}
 
 /// The library's functions would also tell threads that the child does not have.
 bool takeOn(const User& user) {
@@ -91,13 +105,12 @@ class Worker {
 
   bool sendContent() {
     struct stat status {};
-    const FileDescriptor file = openFile(_place.fileName.c_str(), O_RDONLY, status);
+    FileDescriptor file = openFile(_place.fileName.c_str(), O_RDONLY, status);
     if (!file) {
       if (errno == ENOENT) return report({});
       tell(errno);
       return false;
     }
-    _mode = status.st_mode & 0777U;
     const auto size = static_cast<std::uint64_t>(status.st_size);
     if (size > propertyListMaximumBytes) {
       tell(EFBIG);
@@ -107,6 +120,7 @@ class Worker {
       tell(errno);
       return false;
     }
+    _old = std::move(file);
     return report({0, 1, size});
   }
 
@@ -117,7 +131,8 @@ class Worker {
     if (!file) return false;
     const bool isWritten =
         ::lseek(_memory, 0, SEEK_SET) == 0 && copy(_memory, file.get(), size) &&
-        ::fchmod(file.get(), _mode.value_or(_place.fileMode)) == 0 && ::fsync(file.get()) == 0 &&
+        (_old ? keepAttributes(file.get()) : ::fchmod(file.get(), _place.fileMode) == 0) &&
+        ::fsync(file.get()) == 0 &&
         ::renameat(_folder.get(), newName, _folder.get(), _place.fileName.c_str()) == 0;
     if (!isWritten) {
       const int failure = errno;
@@ -127,6 +142,39 @@ class Worker {
     }
     // Whether the folder reaches the disk now or later, it names the old file or the new one,
     // whole.
+    return true;
+  }
+
+  /// Gives `file` what the old one has beside its content.
+  bool keepAttributes(int file) {
+    struct stat old {};
+    struct stat status {};
+    if (::fstat(_old.get(), &old) != 0 || ::fstat(file, &status) != 0) return false;
+    mode_t mode = old.st_mode & 0777U;
+    if (status.st_gid != old.st_gid && ::fchown(file, static_cast<uid_t>(-1), old.st_gid) != 0) {
+      if (errno != EPERM) return false;
+      // What the old group may do is not for another one, beyond what everybody may.
+      mode &= ~mode_t{S_IRWXG} | (mode & S_IRWXO) << 3U;
+    }
+    // The list that the folder gives to new files is not that of the old one.
+    if (::fremovexattr(file, accessList) != 0 && errno != ENODATA && errno != ENOTSUP) return false;
+    // Last the mode: with an access control list it bounds what that grants.
+    return keepExtendedAttributes(file) && ::fchmod(file, mode) == 0;
+  }
+
+  bool keepExtendedAttributes(int file) {
+    const ssize_t size = ::flistxattr(_old.get(), _names.data(), _names.size());
+    if (size < 0) return errno == ENOTSUP;
+    for (const char* name = _names.data(); name < _names.data() + size;
+         name += std::strlen(name) + 1) {
+      if (isSystemsOwn(name) && !isLabel(name)) continue;
+      const ssize_t length = ::fgetxattr(_old.get(), name, _buffer.data(), _buffer.size());
+      const bool isKept = length >= 0 ? ::fsetxattr(file, name, _buffer.data(),
+                                                    static_cast<std::size_t>(length), 0) == 0
+                                      : errno == ENODATA;  // gone meanwhile
+      // Labels are the system's to give; that of a new file may have to do.
+      if (!isKept && !isSystemsOwn(name)) return false;
+    }
     return true;
   }
 
@@ -161,9 +209,11 @@ class Worker {
   const int _memory;
   FileDescriptor _folder;
   FileDescriptor _lock;
-  /// The permissions of the file that is replaced.
-  std::optional<mode_t> _mode;
+  /// The file that is replaced.
+  FileDescriptor _old;
+  /// Large enough for the value of an extended attribute, and for the names of all.
   std::array<char, 65536> _buffer;
+  std::array<char, 65536> _names;
 };
 
 }  // namespace

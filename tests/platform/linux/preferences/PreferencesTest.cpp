@@ -5,7 +5,9 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <pwd.h>
 #include <sys/stat.h>
+#include <sys/xattr.h>
 #include <unistd.h>
 
 #include "foundation/PropertyList.h"
@@ -29,6 +31,35 @@ struct stat statusOf(const std::filesystem::path& path) {
   EXPECT_EQ(::lstat(path.c_str(), &status), 0) << path;
   return status;
 }
+
+/// The value of an extended attribute, or nothing.
+std::optional<std::string> attributeOf(const std::filesystem::path& path, const char* name) {
+  std::array<char, 256> value{};
+  const ssize_t size = ::getxattr(path.c_str(), name, value.data(), value.size());
+  return size < 0 ? std::nullopt
+                  : std::optional(std::string(value.data(), static_cast<std::size_t>(size)));
+}
+
+bool setAttribute(const std::filesystem::path& path, const char* name, const std::string& value) {
+  return ::setxattr(path.c_str(), name, value.data(), value.size(), 0) == 0;
+}
+
+/// An access control list, as the kernel takes it, that lets the user "nobody" read and write.
+std::string accessListForNobody() {
+  std::string list = {2, 0, 0, 0};
+  const auto add = [&list](char tag, char rights, std::uint32_t id) {
+    list += {tag, 0, rights, 0};
+    for (unsigned i = 0; i < 4; ++i) list += static_cast<char>(id >> 8 * i & 0xFFU);
+  };
+  add(0x01, 6, UINT32_MAX);                    // the owner
+  add(0x02, 6, ::getpwnam("nobody")->pw_uid);  // a named user
+  add(0x04, 4, UINT32_MAX);                    // the group
+  add(0x10, 6, UINT32_MAX);                    // what these may have at most
+  add(0x20, 0, UINT32_MAX);                    // everybody
+  return list;
+}
+
+constexpr const char* accessList = "system.posix_acl_access";
 
 class PreferencesTest : public PreferencesTree {};
 
@@ -111,6 +142,59 @@ TEST_F(PreferencesTest, AnExistingFileKeepsItsFormatPermissionsOrderAndTheOtherK
   }
 }
 
+TEST_F(PreferencesTest, AnExistingFileKeepsItsAccessListAndExtendedAttributes) {
+  ASSERT_TRUE(set("key", "old", currentUser));
+  const Path file = ownFolder() / (application + ".plist");
+  const std::string list = accessListForNobody();
+  if (!setAttribute(file, "user.note", "mine") || !setAttribute(file, accessList, list)) {
+    GTEST_SKIP() << "the file system keeps no extended attributes";
+  }
+  ASSERT_TRUE(setAttribute(file, "user.empty", ""));
+  const mode_t mode = statusOf(file).st_mode;
+  ASSERT_TRUE(set("key", "new", currentUser));
+  EXPECT_EQ(attributeOf(file, "user.note"), "mine");
+  EXPECT_EQ(attributeOf(file, "user.empty"), "");
+  EXPECT_EQ(attributeOf(file, accessList), list);
+  EXPECT_EQ(statusOf(file).st_mode, mode);
+}
+
+TEST_F(PreferencesTest, AnExistingFileDoesNotGetTheAccessListOfItsFolder) {
+  ASSERT_TRUE(set("key", "old", currentUser));
+  const Path file = ownFolder() / (application + ".plist");
+  ::chmod(file.c_str(), 0660);
+  if (!setAttribute(ownFolder(), "system.posix_acl_default", accessListForNobody())) {
+    GTEST_SKIP() << "the file system keeps no access control lists";
+  }
+  ASSERT_TRUE(set("key", "new", currentUser));
+  EXPECT_EQ(attributeOf(file, accessList), std::nullopt);
+  EXPECT_EQ(statusOf(file).st_mode & 0777U, 0660U);
+}
+
+TEST_F(PreferencesTest, AnExistingFileKeepsItsGroup) {
+  if (::geteuid() != 0) GTEST_SKIP() << "needs root";
+  ASSERT_TRUE(set("key", "old", currentUser));
+  const Path file = ownFolder() / (application + ".plist");
+  ASSERT_EQ(::chown(file.c_str(), static_cast<uid_t>(-1), 1), 0);
+  ASSERT_TRUE(set("key", "new", currentUser));
+  EXPECT_EQ(statusOf(file).st_gid, 1U);
+}
+
+TEST_F(PreferencesTest, AGroupThatAUserCannotGiveLeavesNoRightsToAnother) {
+  if (::geteuid() != 0) GTEST_SKIP() << "needs root";
+  otherHome();
+  ASSERT_TRUE(set("key", "old", "nobody"));
+  const Path file = otherFolder() / (application + ".plist");
+  const gid_t group = statusOf(file).st_gid;
+  ASSERT_NE(group, 1U);
+  for (const auto& [before, after] : {std::pair(0640U, 0600U), std::pair(0664U, 0644U)}) {
+    ASSERT_EQ(::chown(file.c_str(), static_cast<uid_t>(-1), 1), 0);
+    ::chmod(file.c_str(), before);
+    ASSERT_TRUE(set("key", static_cast<int>(before), "nobody"));
+    EXPECT_EQ(statusOf(file).st_gid, group);
+    EXPECT_EQ(statusOf(file).st_mode & 0777U, after);
+  }
+}
+
 TEST_F(PreferencesTest, RemovingAKeyLeavesTheOthers) {
   ASSERT_TRUE(set("one", 1, currentUser));
   ASSERT_TRUE(set("two", 2, currentUser));
@@ -131,6 +215,14 @@ TEST_F(PreferencesTest, WhatChangesNothingLeavesTheFileAlone) {
   EXPECT_TRUE(set("key", "value", currentUser));
   EXPECT_TRUE(CFPreferencesSynchronize(application, currentUser, anyHost));
   EXPECT_EQ(inventory(), before);
+}
+
+TEST_F(PreferencesTest, AKeyMayBeAnyText) {
+  for (const char* key : {"a/b", "/", "../x", "with space", "\xC3\xA4\n<&>"}) {
+    ASSERT_TRUE(set(key, "value", currentUser)) << key;
+    EXPECT_EQ(get(key, currentUser), Value("value")) << key;
+    EXPECT_NE(preferencesIn(ownFolder() / (application + ".plist")).find(key), nullptr) << key;
+  }
 }
 
 TEST_F(PreferencesTest, AnIntegerAndABooleanAreNotTheSameValue) {
@@ -162,7 +254,7 @@ TEST_F(PreferencesTest, AChangeBelongsToTheThreadAndTheDomainThatItWasMadeFor) {
 
 TEST_F(PreferencesTest, AFailedChangeIsNotMadeLater) {
   CFPreferencesSetValue("good", 1, application, currentUser, anyHost);
-  CFPreferencesSetValue("a/b", 1, application, currentUser, anyHost);
+  CFPreferencesSetValue("\xFF", 1, application, currentUser, anyHost);
   EXPECT_FALSE(CFPreferencesSynchronize(application, currentUser, anyHost));
   EXPECT_TRUE(CFPreferencesSynchronize(application, currentUser, anyHost));
   EXPECT_EQ(get("good", currentUser), std::nullopt);
