@@ -3,6 +3,7 @@
 #include <array>
 #include <cctype>
 
+#include "foundation/Unicode.h"
 #include "platform/StandardLog.h"
 
 namespace corvane {
@@ -22,8 +23,14 @@ std::optional<Value> ruleForPolicy(std::uint64_t policy) {
   }
 }
 
+/// How many UTF-16 units the text has; none if it is not UTF-8 and so no text.
+std::size_t lengthOf(std::string_view text) {
+  const std::optional<std::u16string> units = utf16FromString(text);
+  return units ? units->size() : 0;
+}
+
 bool isUsablePolicy(const Value& policy) {
-  if (const std::string* rule = policy.string()) return !rule->empty();
+  if (const std::string* rule = policy.string()) return lengthOf(*rule) > 0;
   const Dictionary* definition = policy.dictionary();
   return definition != nullptr && !definition->empty();
 }
@@ -38,7 +45,9 @@ std::optional<ZELPrivilegedOperation> ZELPrivilegedOperation::initWithStaticDesc
   std::optional<Value> policy = ruleForPolicy(description.authenticationPolicy);
   if (!policy) return std::nullopt;
   std::optional<std::string> argumentTypes;
-  if (description.argumentTypes != nullptr) argumentTypes = description.argumentTypes;
+  if (description.argumentTypes != nullptr && isUTF8(description.argumentTypes)) {
+    argumentTypes = description.argumentTypes;
+  }
 
   auto operation = initWithIdentifier(description.identifier, *std::move(policy),
                                       description.progressCapability != 0,
@@ -58,15 +67,15 @@ std::optional<ZELPrivilegedOperation> ZELPrivilegedOperation::initWithIdentifier
     std::string identifier, Value authenticationPolicy, bool progressCapability,
     bool outputCapability, std::uint64_t argumentCount, std::optional<std::string> argumentTypes,
     std::string userPresentation) {
-  if (identifier.empty()) return std::nullopt;
+  if (lengthOf(identifier) == 0) return std::nullopt;
   if (!isUsablePolicy(authenticationPolicy)) return std::nullopt;
   if (progressCapability && outputCapability) return std::nullopt;
   if (argumentCount == ZELVariableArgumentCount) {
     if (argumentTypes) return std::nullopt;
-  } else if (argumentTypes.value_or("").size() != argumentCount) {
+  } else if (lengthOf(argumentTypes.value_or("")) != argumentCount) {
     return std::nullopt;
   }
-  if (userPresentation.empty()) return std::nullopt;
+  if (lengthOf(userPresentation) == 0) return std::nullopt;
   return ZELPrivilegedOperation(std::move(identifier), std::move(authenticationPolicy),
                                 progressCapability, outputCapability, argumentCount,
                                 std::move(argumentTypes), std::move(userPresentation));

@@ -56,6 +56,20 @@ TEST(OperationDescriptionTest, EmptyIdentifierAndEmptyPresentationAreReported) {
   EXPECT_NE(logOf(description, false), "");
 }
 
+TEST(OperationDescriptionTest, WhatIsNoTextHasNoLength) {
+  Description description = sound;
+  description.identifier = "do-\xFF";
+  EXPECT_NE(logOf(description, false), "");
+  description = sound;
+  description.userPresentation = "\xC3";
+  EXPECT_NE(logOf(description, false), "");
+  description = sound;
+  description.argumentTypes = "NS\xFF";
+  EXPECT_NE(logOf(description, false), "");
+  description.argumentCount = 0;
+  EXPECT_EQ(logOf(description, true), "");
+}
+
 TEST(OperationDescriptionTest, TypeLettersMatchTheCount) {
   const auto accepts = [](std::uint64_t count, const char* types) {
     Description description = sound;
@@ -64,6 +78,8 @@ TEST(OperationDescriptionTest, TypeLettersMatchTheCount) {
     return ZELPrivilegedOperation::initWithStaticDescription(description).has_value();
   };
   EXPECT_TRUE(accepts(3, "NSS"));
+  EXPECT_TRUE(accepts(3, "NS\xC3\xA4"));
+  EXPECT_FALSE(accepts(4, "NS\xC3\xA4"));
   EXPECT_FALSE(accepts(3, "NS"));
   EXPECT_FALSE(accepts(3, nullptr));
   EXPECT_TRUE(accepts(0, nullptr));
