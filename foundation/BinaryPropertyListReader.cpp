@@ -183,15 +183,17 @@ class Reader {
   std::optional<std::string> text(const Head& head) {
     const std::size_t unit = head.kind == UTF16Text ? 2 : 1;
     if (!holds(head.content, head.count, unit)) return fail("An object is cut short.");
-    if (!take(head.count * unit)) return std::nullopt;
     if (head.kind == UTF16Text) {
       std::u16string units(head.count, u'\0');
       for (std::size_t i = 0; i < units.size(); ++i) {
         units[i] = static_cast<char16_t>(number(head.content + 2 * i, 2));
       }
       std::optional<std::string> text = stringFromUTF16(units);
-      return text ? std::move(text) : fail("A text is not well-formed UTF-16.");
+      if (!text) return fail("A text is not well-formed UTF-16.");
+      // Counted as it is written, whatever the file holds.
+      return take(text->size()) ? std::move(text) : std::nullopt;
     }
+    if (!take(head.count)) return std::nullopt;
     const std::string_view bytes(reinterpret_cast<const char*>(_bytes.data()) + head.content,
                                  head.count);
     const auto isASCII = [](char c) { return static_cast<unsigned char>(c) < 0x80; };
@@ -273,7 +275,9 @@ class Reader {
 std::variant<Value, Error> readBinaryPropertyList(std::span<const std::byte> bytes) {
   const std::string_view text(reinterpret_cast<const char*>(bytes.data()), bytes.size());
   // The last digit tells revisions apart that are read alike.
-  if (!text.starts_with(signature.substr(0, headSize - 1))) {
+  const std::string_view version = text.substr(0, headSize);
+  if (!version.starts_with(signature.substr(0, headSize - 1)) || version.size() < headSize ||
+      version.back() < '0' || version.back() > '9') {
     return propertyListReadError("The binary property list is of an unknown version.");
   }
   return Reader(bytes).read();

@@ -150,9 +150,8 @@ class Writer {
       append(std::bit_cast<std::uint64_t>(number.doubleValue()), 8);
     } else {
       const std::uint64_t value = number.unsignedLongLongValue();
-      const bool isHuge = number.isUnsigned() && value >> 63U == 1;
       // Eight bytes are read as signed, so a larger number takes sixteen.
-      appendInteger(value, isHuge ? 16 : sizeOf(value));
+      appendInteger(value, number.isUnsigned() ? 16 : sizeOf(value));
     }
   }
 

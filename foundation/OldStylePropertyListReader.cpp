@@ -15,8 +15,25 @@ constexpr std::string_view paragraphSeparator = "\xE2\x80\xA9";
 
 /// The escapes of one letter, and what they stand for.
 constexpr std::pair<char, char> escapes[] = {
-    {'a', '\a'}, {'b', '\b'}, {'f', '\f'},  {'n', '\n'},  {'r', '\r'},  {'t', '\t'},
-    {'v', '\v'}, {'"', '"'},  {'\'', '\''}, {'\\', '\\'}, {'\n', '\n'},
+    {'a', '\a'}, {'b', '\b'}, {'f', '\f'},  {'n', '\n'},  {'r', '\r'}, {'t', '\t'},
+    {'v', '\v'}, {'"', '"'},  {'\'', '\''}, {'\\', '\\'}, {'/', '/'},  {'\n', '\n'},
+};
+
+/// The characters of the codes above ASCII, in the encoding of the systems that the form comes
+/// from; the last two have none.
+constexpr unsigned firstCode = 0x80;
+constexpr char16_t charactersOfCodes[] = {
+    0x00A0, 0x00C0, 0x00C1, 0x00C2, 0x00C3, 0x00C4, 0x00C5, 0x00C7, 0x00C8, 0x00C9, 0x00CA, 0x00CB,
+    0x00CC, 0x00CD, 0x00CE, 0x00CF, 0x00D0, 0x00D1, 0x00D2, 0x00D3, 0x00D4, 0x00D5, 0x00D6, 0x00D9,
+    0x00DA, 0x00DB, 0x00DC, 0x00DD, 0x00DE, 0x00B5, 0x00D7, 0x00F7, 0x00A9, 0x00A1, 0x00A2, 0x00A3,
+    0x2044, 0x00A5, 0x0192, 0x00A7, 0x00A4, 0x2019, 0x201C, 0x00AB, 0x2039, 0x203A, 0xFB01, 0xFB02,
+    0x00AE, 0x2013, 0x2020, 0x2021, 0x00B7, 0x00A6, 0x00B6, 0x2022, 0x201A, 0x201E, 0x201D, 0x00BB,
+    0x2026, 0x2030, 0x00AC, 0x00BF, 0x00B9, 0x02CB, 0x00B4, 0x02C6, 0x02DC, 0x00AF, 0x02D8, 0x02D9,
+    0x00A8, 0x00B2, 0x02DA, 0x00B8, 0x00B3, 0x02DD, 0x02DB, 0x02C7, 0x2014, 0x00B1, 0x00BC, 0x00BD,
+    0x00BE, 0x00E0, 0x00E1, 0x00E2, 0x00E3, 0x00E4, 0x00E5, 0x00E7, 0x00E8, 0x00E9, 0x00EA, 0x00EB,
+    0x00EC, 0x00C6, 0x00ED, 0x00AA, 0x00EE, 0x00EF, 0x00F0, 0x00F1, 0x0141, 0x00D8, 0x0152, 0x00BA,
+    0x00F2, 0x00F3, 0x00F4, 0x00F5, 0x00F6, 0x00E6, 0x00F9, 0x00FA, 0x00FB, 0x0131, 0x00FC, 0x00FD,
+    0x0142, 0x00F8, 0x0153, 0x00DF, 0x00FE, 0x00FF,
 };
 
 bool isSpace(char character) {
@@ -112,16 +129,18 @@ class Reader {
 
   std::optional<Value> document() {
     if (!skipSpace()) return std::nullopt;
-    if (_text.empty()) return fail("there is no value");
+    if (_text.empty()) return Value(Dictionary());  // a strings table without entries
     const std::string_view start = _text;
     std::optional<Value> root = value();
     if (!root || !skipSpace()) return std::nullopt;
     if (_text.empty()) return root;
-    if (_text[0] != '=' || root->string() == nullptr) return fail("there is more than one value");
-    // A strings table: the entries of a dictionary without its braces.
+    if ((_text[0] != '=' && _text[0] != ';') || root->string() == nullptr) {
+      return fail("there is more than one value");
+    }
+    // A strings table: the entries of a dictionary without its braces. It counts as the one value
+    // that its first key was taken for.
     _text = start;
-    _values = 0;
-    return entries([this] { return _text.empty(); });
+    return inside([this] { return entries([this] { return _text.empty(); }); });
   }
 
   std::optional<Value> value() {
@@ -159,7 +178,7 @@ class Reader {
     return Value(std::move(array));
   }
 
-  /// "key = value;" until `atEnd`.
+  /// "key = value;", or "key;" for one that is its own value, until `atEnd`.
   template <typename AtEnd>
   std::optional<Value> entries(AtEnd atEnd) {
     Dictionary dictionary;
@@ -168,8 +187,16 @@ class Reader {
       if (atEnd()) break;
       std::optional<std::string> key = string();
       if (!key) return std::nullopt;
-      if (!take('=')) return fail("a key lacks \"=\"");
-      std::optional<Value> value = this->value();
+      std::optional<Value> value;
+      if (take('=')) {
+        value = this->value();
+      } else if (!skipSpace() || !_text.starts_with(';')) {
+        return fail("a key lacks \"=\"");
+      } else if (_values++ == propertyListMaximumValues) {
+        return fail("there are too many values");
+      } else {
+        value = Value(*key);
+      }
       if (!value) return std::nullopt;
       if (!take(';')) return fail("an entry lacks \";\"");
       dictionary.append(std::move(*key), std::move(*value));
@@ -244,12 +271,11 @@ class Reader {
     while (digits < 3 && digits < _text.size() && digit(_text[digits], 8)) {
       code = code * 8 + *digit(_text[digits++], 8);
     }
-    // Beyond ASCII the codes belong to an encoding that nobody writes any more.
-    if (digits == 0 || code >= 0x80) {
+    if (digits == 0 || code >= firstCode + std::size(charactersOfCodes)) {
       fail("there is no such escape");
       return false;
     }
-    text += static_cast<char>(code);
+    appendUTF8(text, code < firstCode ? code : charactersOfCodes[code - firstCode]);
     _text.remove_prefix(digits);
     return true;
   }
@@ -259,15 +285,15 @@ class Reader {
     std::u16string units;
     do {
       unsigned unit = 0;
-      for (std::size_t i = 0; i < 4; ++i) {
-        const auto value = i < _text.size() ? digit(_text[i], 16) : std::nullopt;
-        if (!value) {
-          fail("\\U takes four hexadecimal digits");
-          return false;
-        }
-        unit = unit << 4U | *value;
+      std::size_t digits = 0;
+      while (digits < 4 && digits < _text.size() && digit(_text[digits], 16)) {
+        unit = unit << 4U | *digit(_text[digits++], 16);
       }
-      _text.remove_prefix(4);
+      if (digits == 0) {
+        fail("\\U lacks its hexadecimal digits");
+        return false;
+      }
+      _text.remove_prefix(digits);
       units += static_cast<char16_t>(unit);
     } while (units.size() == 1 && units[0] >= 0xD800 && units[0] < 0xDC00 && takeUnitMark());
     const std::optional<std::string> characters = stringFromUTF16(units);
@@ -298,6 +324,10 @@ class Reader {
 std::variant<Value, Error> readOldStylePropertyList(std::span<const std::byte> bytes) {
   const std::optional<std::string> text = decoded(bytes);
   if (!text) return propertyListReadError("The text is neither UTF-8 nor UTF-16.");
+  // UTF-8 may take more bytes than UTF-16.
+  if (text->size() > propertyListMaximumBytes) {
+    return propertyListReadError("The property list is too large.");
+  }
   return Reader(*text).read();
 }
 

@@ -20,9 +20,9 @@ inline constexpr std::int64_t NSPropertyListReadCorruptError = 3840;
 /// The value cannot be written in the format.
 inline constexpr std::int64_t NSPropertyListWriteInvalidError = 3852;
 
-/// Bounds of what is read: arrays and dictionaries inside each other, values in all (a value that a
-/// binary list refers to twice counts twice), and bytes, of the list and of the texts and data in
-/// it.
+/// Bounds of what is read and written, so that what is written can be read: arrays and dictionaries
+/// inside each other, values in all (keys are none; a value that a binary list refers to twice
+/// counts twice), and bytes, of the list and of the texts (in UTF-8) and data in it.
 inline constexpr std::size_t propertyListMaximumDepth = 512;
 inline constexpr std::size_t propertyListMaximumValues = 1'000'000;
 inline constexpr std::size_t propertyListMaximumBytes = std::size_t{32} << 20U;
@@ -46,7 +46,8 @@ struct PropertyList {
 ///
 /// The old-style form has strings (plain, or quoted with escapes), data in angle brackets, arrays,
 /// dictionaries and comments; entries "key = value;" without braces around them, as strings tables
-/// have them, are a dictionary.
+/// have them, are a dictionary, and so is nothing at all. "key;" is an entry whose value is its
+/// key.
 ///
 /// Booleans, integers of 64 bits with or without sign, reals, dates, data, texts and the order of
 /// keys are kept. A keyed archive's UID is the dictionary {"CF$UID": number}, as in XML.

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <bit>
 #include <cmath>
 #include <compare>
 #include <cstring>
@@ -23,6 +24,31 @@ T truncated(double value) {
     return std::numeric_limits<T>::min();
   }
   return static_cast<T>(value);
+}
+
+/// An entry and the hash of its key. Sorted by hashes, which is fast to compare. Keys themselves
+/// are compared only where hashes are the same, which somebody may have seen to: also then sorting
+/// does not take long.
+struct HashedEntry {
+  std::size_t hash;
+  const Dictionary::Entry* entry;
+
+  auto operator<=>(const HashedEntry& other) const {
+    return std::tie(hash, entry->first) <=> std::tie(other.hash, other.entry->first);
+  }
+  bool operator==(const HashedEntry& other) const {
+    return hash == other.hash && entry->first == other.entry->first;
+  }
+};
+
+std::vector<HashedEntry> sortedByKey(const Dictionary& dictionary) {
+  std::vector<HashedEntry> entries;
+  entries.reserve(dictionary.size());
+  for (const Dictionary::Entry& entry : dictionary) {
+    entries.push_back({std::hash<std::string>()(entry.first), &entry});
+  }
+  std::sort(entries.begin(), entries.end());
+  return entries;
 }
 
 }  // namespace
@@ -51,6 +77,12 @@ std::uint64_t Number::unsignedLongLongValue() const {
 
 std::int32_t Number::intValue() const {
   return static_cast<std::int32_t>(longLongValue());
+}
+
+bool Number::operator==(const Number& other) const {
+  if (!isDouble() || !other.isDouble()) return _value == other._value;
+  return std::bit_cast<std::uint64_t>(doubleValue()) ==
+         std::bit_cast<std::uint64_t>(other.doubleValue());
 }
 
 Dictionary::Dictionary() = default;
@@ -97,28 +129,26 @@ bool Dictionary::remove(std::string_view key) {
 }
 
 const std::string* Dictionary::duplicateKey() const {
-  // Sorted by hashes, which is fast to compare. Keys themselves are compared only where hashes are
-  // the same, which somebody may have seen to: also then sorting does not take long.
-  struct Key {
-    std::size_t hash;
-    const std::string* text;
-    auto operator<=>(const Key& other) const {
-      return std::tie(hash, *text) <=> std::tie(other.hash, *other.text);
-    }
-    bool operator==(const Key& other) const { return hash == other.hash && *text == *other.text; }
-  };
-  std::vector<Key> keys;
-  keys.reserve(_entries.size());
-  for (const auto& [key, value] : _entries) keys.push_back({std::hash<std::string>()(key), &key});
-  std::sort(keys.begin(), keys.end());
-  const auto duplicate = std::adjacent_find(keys.begin(), keys.end());
-  return duplicate == keys.end() ? nullptr : duplicate->text;
+  const std::vector<HashedEntry> entries = sortedByKey(*this);
+  const auto duplicate = std::adjacent_find(entries.begin(), entries.end());
+  return duplicate == entries.end() ? nullptr : &duplicate->entry->first;
 }
+
 bool Dictionary::operator==(const Dictionary& other) const {
-  return size() == other.size() && std::all_of(begin(), end(), [&other](const Entry& entry) {
-           const Value* value = other.find(entry.first);
-           return value != nullptr && *value == entry.second;
-         });
+  if (size() != other.size()) return false;
+  const auto haveSameKey = [](const Entry& a, const Entry& b) { return a.first == b.first; };
+  if (std::equal(begin(), end(), other.begin(), haveSameKey)) {
+    return std::equal(begin(), end(), other.begin(),
+                      [](const Entry& a, const Entry& b) { return a.second == b.second; });
+  }
+  // All keys before any value, so that each value is compared once: twice on every level would be
+  // exponential.
+  const std::vector<HashedEntry> ours = sortedByKey(*this);
+  const std::vector<HashedEntry> theirs = sortedByKey(other);
+  return ours == theirs && std::equal(ours.begin(), ours.end(), theirs.begin(),
+                                      [](const HashedEntry& a, const HashedEntry& b) {
+                                        return a.entry->second == b.entry->second;
+                                      });
 }
 
 const char* Value::className() const {

@@ -27,7 +27,7 @@ struct Date {
   bool operator==(const Date&) const = default;
 };
 
-/// A number that remembers how it was written: boolean, integer (signed or not) or floating point.
+/// A number that remembers how it was written: boolean, integer or floating point.
 class Number {
  public:
   Number(bool value) : _value(value) {}    // NOLINT
@@ -35,8 +35,13 @@ class Number {
   template <std::signed_integral T>
   Number(T value) : _value(static_cast<std::int64_t>(value)) {}  // NOLINT
   template <std::unsigned_integral T>
-  requires(!std::same_as<T, bool>) Number(T value)
-      : _value(static_cast<std::uint64_t>(value)) {}  // NOLINT
+  requires(!std::same_as<T, bool>) Number(T value) {  // NOLINT
+    if (std::in_range<std::int64_t>(value)) {
+      _value = static_cast<std::int64_t>(value);
+    } else {
+      _value = static_cast<std::uint64_t>(value);
+    }
+  }
 
   bool isBoolean() const { return std::holds_alternative<bool>(_value); }
   bool isDouble() const { return std::holds_alternative<double>(_value); }
@@ -51,7 +56,9 @@ class Number {
   /// The low 32 bits of `longLongValue`.
   std::int32_t intValue() const;
 
-  bool operator==(const Number&) const = default;
+  /// Two numbers are equal when they are written alike: the integer 1 is not the real one, nor is
+  /// 0.0 the same as -0.0; a NaN is the same as itself.
+  bool operator==(const Number& other) const;
 
  private:
   std::variant<bool, std::int64_t, std::uint64_t, double> _value;
@@ -86,7 +93,8 @@ class Dictionary {
   const Entry* begin() const;
   const Entry* end() const;
 
-  /// Two dictionaries are equal when they hold the same entries, in whatever order.
+  /// Two dictionaries are equal when they hold the same entries, in whatever order. Takes time in
+  /// proportion to what they hold, but for a logarithm.
   bool operator==(const Dictionary& other) const;
 
  private:

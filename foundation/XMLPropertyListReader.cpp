@@ -66,24 +66,28 @@ std::optional<Value> realFrom(std::string_view text) {
   return Value(*value);
 }
 
-/// "2001-01-01T00:00:00Z", and nothing else.
+/// "2001-01-01T00:00:00Z", or less of it: the smaller units may be missing, the "Z" may not.
 std::optional<Value> dateFrom(std::string_view text) {
-  constexpr std::string_view shape = "0000-00-00T00:00:00Z";
+  constexpr std::string_view shape = "0000-00-00T00:00:00";
+  if (!text.ends_with('Z')) return std::nullopt;
+  text.remove_suffix(1);
   const auto matches = [](char character, char expected) {
     return expected == '0' ? character >= '0' && character <= '9' : character == expected;
   };
-  if (!std::equal(text.begin(), text.end(), shape.begin(), shape.end(), matches)) {
+  const bool endsWithUnit = text.size() >= 4 && text.size() % 3 == 1;
+  if (!endsWithUnit || text.size() > shape.size() ||
+      !std::equal(text.begin(), text.end(), shape.begin(), matches)) {
     return std::nullopt;
   }
-  const auto field = [text](std::size_t position, std::size_t length) {
-    return *number<int>(text.substr(position, length), 10);
+  const auto field = [text](std::size_t position, std::size_t length, unsigned missing) {
+    return position < text.size() ? *number<unsigned>(text.substr(position, length), 10) : missing;
   };
   using namespace std::chrono;
-  const year_month_day day{year(field(0, 4)), month(static_cast<unsigned>(field(5, 2))),
-                           std::chrono::day(static_cast<unsigned>(field(8, 2)))};
-  const int hour = field(11, 2);
-  const int minute = field(14, 2);
-  const int second = field(17, 2);
+  const year_month_day day{year(static_cast<int>(field(0, 4, 0))), month(field(5, 2, 1)),
+                           std::chrono::day(field(8, 2, 1))};
+  const unsigned hour = field(11, 2, 0);
+  const unsigned minute = field(14, 2, 0);
+  const unsigned second = field(17, 2, 0);
   if (!day.ok() || hour > 23 || minute > 59 || second > 59) return std::nullopt;
   const auto days = sys_days(day) - sys_days(year(2001) / January / 1);
   const seconds time = days + hours(hour) + minutes(minute) + seconds(second);
@@ -211,7 +215,7 @@ class Reader {
       return fail(wantsKey ? "a value has no key" : "a key stands where a value belongs");
     } else if (_containers.empty() && _root) {
       return fail("there is more than one value");
-    } else if (_values++ == propertyListMaximumValues) {
+    } else if (element != Element::Key && _values++ == propertyListMaximumValues) {
       return fail("there are too many values");
     }
     if (element == Element::Dictionary || element == Element::Array) {
@@ -228,6 +232,9 @@ class Reader {
   void add(std::string_view text) {
     if (!_failure.empty()) return;
     if (!_open.empty() && isLeaf(_open.back())) {
+      // UTF-8 may take more bytes than the encoding of the file.
+      if (text.size() > _remaining) return fail("the texts are too large");
+      _remaining -= text.size();
       _text += text;
     } else if (!trimmed(text).empty()) {
       fail("there is text outside of the values");
@@ -299,6 +306,7 @@ class Reader {
   std::string _text;
   std::optional<Value> _root;
   std::size_t _values = 0;
+  std::size_t _remaining = propertyListMaximumBytes;
   std::string _failure;
 };
 

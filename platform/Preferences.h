@@ -38,8 +38,8 @@ void CFPreferencesSetValue(const std::string& key, std::optional<Value> value,
 /// Other keys of the domain, and changes that other processes make at the same time, stay. True on
 /// success, which is also when there was nothing to change. False, with the file as it was, for a
 /// domain that does not exist, a file that is not a property list or not the user's, a key or value
-/// that no file can hold, and whatever the file system refuses. How long it waits for others who
-/// write is bounded where the side can bound it.
+/// that no file can hold, and whatever the file system refuses. An empty file holds no
+/// preferences. How long it waits for others who write is bounded where the side can bound it.
 ///
 /// A file that is there keeps its format, its permissions, group and access control list, and its
 /// extended attributes. Where its group is not one that it can be given, the group it gets may do

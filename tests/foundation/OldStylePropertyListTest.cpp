@@ -48,6 +48,8 @@ TEST(OldStylePropertyListTest, QuotedStringsHaveEscapes) {
             Value(std::string("a \"b\" 'c' \\ \n\t\a\b\f\r\v"
                               "A\0 \xC3\xA4 \xF0\x9F\x98\x80",
                               29)));
+  EXPECT_EQ(value(R"("\/ \U41 \Ue4x \341 \200|\375 \12")"),
+            Value("/ A \xC3\xA4x \xC3\x86 \xC2\xA0|\xC3\xBF \n"));
   EXPECT_EQ(value("'it\\'s \"so\"'"), Value("it's \"so\""));
   EXPECT_EQ(value("\"one\\\ntwo\nthree\""), Value("one\ntwo\nthree"));
   EXPECT_EQ(value("\"\""), Value(""));
@@ -71,6 +73,19 @@ TEST(OldStylePropertyListTest, EntriesWithoutBracesAreADictionary) {
             Value(Dictionary{{"Key one", "Value"}, {"plain", "word"}}));
 }
 
+TEST(OldStylePropertyListTest, AnEntryMayBeItsOwnValue) {
+  EXPECT_EQ(value("one; \"t w o\" ;\nthree = 3;"),
+            Value(Dictionary{{"one", "one"}, {"t w o", "t w o"}, {"three", "3"}}));
+  EXPECT_EQ(value("{ a; b = (c); }"), Value(Dictionary{{"a", "a"}, {"b", Array{"c"}}}));
+  EXPECT_THAT(failure("a; a = 2;"), HasSubstr("the key \"a\" occurs twice"));
+}
+
+TEST(OldStylePropertyListTest, ATableMayBeEmpty) {
+  for (const char* text : {"", " \n", "// nothing", "/* no\nthing */\n", "\xEF\xBB\xBF"}) {
+    EXPECT_EQ(value(text), Value(Dictionary())) << text;
+  }
+}
+
 TEST(OldStylePropertyListTest, UTF16WithAByteOrderMarkIsRead) {
   const std::u16string text = u"\"a\u00E4\U0001F600\" = \"\u65E5\";";
   std::string big = "\xFE\xFF";
@@ -89,47 +104,14 @@ TEST(OldStylePropertyListTest, UTF16WithAByteOrderMarkIsRead) {
 }
 
 TEST(OldStylePropertyListTest, WhatIsDamagedIsAnError) {
-  for (const char* text : {"",
-                           "   ",
-                           "// only",
-                           "/* open",
-                           "a b",
-                           "\"open",
-                           "\"\\",
-                           "\"\\q\"",
-                           "\"\\U12\"",
-                           "\"\\U12x4\"",
-                           "\"\\Ud83d\"",
-                           "\"\\Ude00\"",
-                           "\"\\377\"",
-                           "<0>",
-                           "<0x>",
-                           "<00",
-                           "(",
-                           "(a b)",
-                           "(a,,b)",
-                           "(,)",
-                           "(a",
-                           "{",
-                           "{a}",
-                           "{a=;}",
-                           "{a=b}",
-                           "{a=b;",
-                           "{a=b;c}",
-                           "{a=b; a=c;}",
-                           "a = b",
-                           "a = b; c",
-                           "(a) = b;",
-                           "<00> = b;",
-                           "\xC3\xA4",
-                           "\"\xFF\"",
-                           "a,b",
-                           "*",
-                           "a = b; a = b;",
-                           ")",
-                           "}",
-                           ";",
-                           "{(a)=b;}"}) {
+  for (const char* text :
+       {"/* open",  "a b",         "\"open",      "\"\\",      "\"\\q\"",       "\"\\U\"",
+        "\"\\Ux\"", "\"\\Ud83d\"", "\"\\Ude00\"", "\"\\376\"", "\"\\777\"",     "<0>",
+        "<0x>",     "<00",         "(",           "(a b)",     "(a,,b)",        "(,)",
+        "(a",       "{",           "{a}",         "{a=;}",     "{a=b}",         "{a=b;",
+        "{a=b;c}",  "{a=b; a=c;}", "a = b",       "a = b; c",  "(a) = b;",      "<00> = b;",
+        "\xC3\xA4", "\"\xFF\"",    "a,b",         "*",         "a = b; a = b;", ")",
+        "}",        ";",           "{(a)=b;}"}) {
     EXPECT_NE(failure(text), "") << text;
   }
 }
@@ -152,6 +134,26 @@ TEST(OldStylePropertyListTest, TooManyBytesOrValuesAreAnError) {
               HasSubstr("too large"));
   EXPECT_THAT(failure("(" + repeated("a,", propertyListMaximumValues) + ")"),
               HasSubstr("too many values"));
+  EXPECT_NE(value("(" + repeated("a,", propertyListMaximumValues - 1) + ")"), std::nullopt);
+  std::string text = "\xFF\xFE\"";
+  text += std::string("\0", 1) + repeated("\xE5\x65", propertyListMaximumBytes / 3 + 1);
+  EXPECT_THAT(failure(text + std::string("\"\0", 2)), HasSubstr("too large"));
+}
+
+TEST(OldStylePropertyListTest, ATableCountsItsValuesAsADictionaryDoes) {
+  for (const char* entry : {"=a;", ";"}) {
+    std::string text;
+    for (std::size_t i = 0; i < propertyListMaximumValues - 1; ++i) {
+      text += "k" + std::to_string(i) + entry;
+    }
+    EXPECT_NE(value(text), std::nullopt);
+    EXPECT_THAT(failure(text + "one=more;"), HasSubstr("too many values"));
+    EXPECT_THAT(failure(text + "more;"), HasSubstr("too many values"));
+  }
+  const std::string deep =
+      repeated("(", propertyListMaximumDepth - 1) + repeated(")", propertyListMaximumDepth - 1);
+  EXPECT_NE(value("a = " + deep + ";"), std::nullopt);
+  EXPECT_THAT(failure("a = (" + deep + ");"), HasSubstr("nested too deeply"));
 }
 
 }  // namespace

@@ -151,6 +151,73 @@ TEST_P(BothFormats, ATextBeyondTheBoundIsNotWritten) {
   EXPECT_TRUE(std::holds_alternative<Error>(writePropertyList(text, GetParam())));
 }
 
+/// Whether the value can be written; what is written has to come back.
+bool isWritten(const Value& value, PropertyListFormat format) {
+  const auto written = writePropertyList(value, format);
+  const auto* bytes = std::get_if<Data>(&written);
+  if (bytes == nullptr) return false;
+  const auto result = readPropertyList(*bytes);
+  const auto* list = std::get_if<PropertyList>(&result);
+  EXPECT_TRUE(list != nullptr && list->root == value);
+  return true;
+}
+
+/// Short enough that as many keys as there may be values fit into a file.
+std::string shortKey(std::size_t number) {
+  std::string key;
+  do {
+    key += static_cast<char>('a' + number % 26);
+    number /= 26;
+  } while (number > 0);
+  return key;
+}
+
+TEST_P(BothFormats, WhatIsWrittenAroundTheBoundOfValuesIsRead) {
+  for (const std::size_t total : {propertyListMaximumValues / 2 + 1, propertyListMaximumValues,
+                                  propertyListMaximumValues + 1}) {
+    Dictionary dictionary;
+    for (std::size_t i = 0; i < total - 1; ++i) dictionary.append(shortKey(i), true);
+    EXPECT_EQ(isWritten(std::move(dictionary), GetParam()), total <= propertyListMaximumValues)
+        << total;
+    EXPECT_EQ(isWritten(Array(total - 1, true), GetParam()), total <= propertyListMaximumValues)
+        << total;
+  }
+}
+
+TEST_P(BothFormats, WhatIsWrittenAroundTheBoundOfDepthIsRead) {
+  const std::size_t most = propertyListMaximumDepth;
+  for (const std::size_t depth : {most - 1, most, most + 1}) {
+    Value value = 1;
+    for (std::size_t i = 0; i < depth; ++i) {
+      value = i % 2 == 0 ? Value(Array{std::move(value)}) : Value(Dictionary{{"k", value}});
+    }
+    EXPECT_EQ(isWritten(value, GetParam()), depth <= most) << depth;
+  }
+}
+
+TEST_P(BothFormats, WhatIsWrittenAroundTheBoundOfBytesIsRead) {
+  // Also texts that take less bytes in UTF-16 than here, and more.
+  for (const std::string_view end : {"", "\xC3\xA4", "\xE6\x97\xA5"}) {
+    const auto textOf = [end](std::size_t size) {
+      return std::string(size - end.size(), 'a').append(end);
+    };
+    const std::size_t most = propertyListMaximumBytes;
+    EXPECT_TRUE(isWritten(textOf(most / 2 - 100), GetParam()));
+    isWritten(textOf(most - 500), GetParam());  // the format tells whether it can be
+    EXPECT_FALSE(isWritten(textOf(most), GetParam()));
+  }
+}
+
+TEST_P(BothFormats, ATextThatComesSeveralTimesCountsEachTime) {
+  // Written once in the binary form, with two bytes for each character.
+  const auto copies = [](std::size_t size) {
+    return Array(3, std::string(size, 'a').append("\xC3\xA4"));
+  };
+  const std::size_t most = propertyListMaximumBytes / 3 - 2;
+  EXPECT_TRUE(isWritten(copies(most - 100), GetParam()));
+  EXPECT_FALSE(isWritten(copies(most + 1), GetParam()));
+}
+
 TEST_P(BothFormats, EveryListCutShortIsAnError) {
   const auto written = writePropertyList(everyKind(), GetParam());
   const Data& bytes = std::get<Data>(written);
@@ -198,6 +265,23 @@ TEST(XMLPropertyListTest, NumbersAreReadAsTheyAreMeant) {
   EXPECT_EQ(value(xml("<true/>")), Value(true));
 }
 
+TEST(XMLPropertyListTest, ADateMayLackItsSmallerUnits) {
+  const Date day{9 * 365 * 86400.0 + 2 * 86400};  // 2010-01-01
+  for (const char* text : {"2010Z", "2010-01Z", "2010-01-01Z", "2010-01-01T00Z",
+                           "2010-01-01T00:00Z", " 2010-01-01T00:00:00Z\n"}) {
+    EXPECT_EQ(value(xml("<date>" + std::string(text) + "</date>")), Value(day)) << text;
+  }
+  EXPECT_EQ(value(xml("<date>2010-01-02T03:04Z</date>")),
+            Value(Date{day.secondsSinceReference + 86400 + 3 * 3600 + 4 * 60}));
+}
+
+TEST(XMLPropertyListTest, TextsAreBoundedInUTF8) {
+  // A character of one byte in the file takes two.
+  EXPECT_THAT(failure("<?xml version=\"1.0\" encoding=\"ISO-8859-1\"?><string>" +
+                      std::string(propertyListMaximumBytes / 2 + 1, '\xE4') + "</string>"),
+              HasSubstr("too large"));
+}
+
 TEST(XMLPropertyListTest, TextIsReadWithItsReferencesAndSections) {
   EXPECT_EQ(value(xml("<string>a&amp;&#233;&#x1F600;<!-- no --><![CDATA[<x>]]> </string>")),
             Value("a&\xC3\xA9\xF0\x9F\x98\x80<x> "));
@@ -237,6 +321,14 @@ TEST(XMLPropertyListTest, WhatIsDamagedIsAnErrorAndNotGuessed) {
                               "<date>2010-02-29T00:00:00Z</date>",
                               "<date>2010-01-01T24:00:00Z</date>",
                               "<date>2010-01-01</date>",
+                              "<date>2010-01-01TZ</date>",
+                              "<date>2010-</date>",
+                              "<date>2010-1Z</date>",
+                              "<date>2010-01-01T00:00:00</date>",
+                              "<date>2010-01-01T00:00:00ZZ</date>",
+                              "<date>Z</date>",
+                              "<date>201Z</date>",
+                              "<date/>",
                               "<data>!!</data>",
                               "<data>AAE</data>",
                               "<data>A===</data>",
@@ -309,6 +401,13 @@ TEST(BinaryPropertyListTest, WhatOtherWritersUseIsRead) {
             Value(-1));
   EXPECT_EQ(value(binary({"\x72\xC3\xA4"})), Value("\xC3\xA4"));
   EXPECT_EQ(value(binary({std::string("\x80\x07")})), Value(Dictionary{{"CF$UID", 7}}));
+}
+
+TEST(BinaryPropertyListTest, TextsAreBoundedInUTF8) {
+  // A character of two bytes in the file takes three.
+  const std::uint32_t count = propertyListMaximumBytes / 3 + 1;
+  EXPECT_THAT(failure(binary({"\x6F\x12" + bigEndian(count, 4) + repeated("\x65\xE5", count)})),
+              HasSubstr("too large"));
 }
 
 TEST(BinaryPropertyListTest, AUIDIsWrittenAsOne) {
@@ -391,7 +490,29 @@ TEST(BinaryPropertyListTest, ADamagedTrailerIsAnError) {
     }
   }
   EXPECT_NE(failure("bplist"), "");
-  EXPECT_NE(failure("bplist99" + std::string(40, '\0')), "");
+}
+
+TEST(BinaryPropertyListTest, TheVersionIsZeroAndADigit) {
+  std::string list = binary({"\x09"});
+  for (const char digit : {'0', '1', '9'}) {
+    list[7] = digit;
+    EXPECT_EQ(value(list), Value(true)) << digit;
+  }
+  for (const char other : {'\0', '/', ':', 'a', ' ', '\xFF'}) {
+    list[7] = other;
+    EXPECT_THAT(failure(list), HasSubstr("unknown version")) << int(other);
+  }
+  EXPECT_THAT(failure("bplist0"), HasSubstr("unknown version"));
+  EXPECT_THAT(failure("bplist99" + std::string(40, '\0')), HasSubstr("unknown version"));
+}
+
+TEST(BinaryPropertyListTest, TheErrorTellsWhatIsDamaged) {
+  // Each is one byte or one reference beyond what would be sound.
+  EXPECT_THAT(failure("bplist00" + std::string(31, '\0')), HasSubstr("cut short"));
+  EXPECT_THAT(failure(binary({"\xA1\x01"})), HasSubstr("leads to no object"));
+  std::string list = binary({"\x09"});
+  list.back() = '\x07';  // the table of offsets begins inside of the signature
+  EXPECT_THAT(failure(list), HasSubstr("trailer"));
 }
 
 TEST(BinaryPropertyListTest, NoChangedByteMakesTheReaderFail) {

@@ -67,6 +67,7 @@ TEST_F(ModifyPreferencesTest, EveryKindOfValueIsSet) {
       {"<00ff>", dataFromString(std::string_view("\0\xFF", 2))},
       {"(a, {b = c;})", Array{"a", Dictionary{{"b", "c"}}}},
       {"a = b;", Dictionary{{"a", "b"}}},
+      {" ", Dictionary()},
   };
   for (const auto& [text, value] : cases) {
     EXPECT_EQ(modify("key", text), std::nullopt) << text;
@@ -110,7 +111,6 @@ TEST_F(ModifyPreferencesTest, AnUnreadableValueIsInvalidAndTouchesNothing) {
     return result;
   };
   expectUnreadable("(open");
-  expectUnreadable(" ");
   expectUnreadable("<plist>");
   expectUnreadable("<integer>many</integer>");
   expectUnreadable("bplist00");

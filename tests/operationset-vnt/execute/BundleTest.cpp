@@ -39,6 +39,8 @@ TEST(BundleTest, FoldersAndFilesWithoutAnInformationPropertyListAreNoBundles) {
   EXPECT_FALSE(Bundle::bundleWithPath("/"));
   EXPECT_FALSE(Bundle::bundleWithPath(application.path("Info.plist")));
   EXPECT_FALSE(Bundle::bundleWithPath(application.path() + "\0x"s));
+  // Cut where the system would, this is a property list.
+  EXPECT_FALSE(Bundle::bundleWithPath(application.path("Info.plist") + "\0x"s));
 }
 
 TEST(BundleTest, InformationPropertyListMustBeAFileThatHoldsADictionary) {
@@ -51,6 +53,11 @@ TEST(BundleTest, InformationPropertyListMustBeAFileThatHoldsADictionary) {
                                 "<plist version=\"1.0\"><array/></plist>");
   EXPECT_FALSE(isBundle());
   application.setExecutableName("<string>" + std::string(2 << 20, 'x') + "</string>");
+  EXPECT_FALSE(isBundle());
+  // Too large, though sound as far as it would be read.
+  application.folder().makeFile(
+      "Application.app/Contents/Info.plist",
+      "<plist version=\"1.0\"><dict/></plist>" + std::string(2 << 20, ' '));
   EXPECT_FALSE(isBundle());
   std::filesystem::remove(info);
   ASSERT_EQ(mkdir(info.c_str(), 0755), 0);

@@ -1,5 +1,6 @@
 #include <algorithm>
 #include <array>
+#include <cmath>
 #include <limits>
 #include <thread>
 
@@ -225,6 +226,20 @@ TEST_F(PreferencesTest, AKeyMayBeAnyText) {
   }
 }
 
+TEST_F(PreferencesTest, TheSignOfAZeroIsAChange) {
+  ASSERT_TRUE(set("key", 0.0, currentUser));
+  ASSERT_TRUE(set("key", -0.0, currentUser));
+  EXPECT_TRUE(std::signbit(get("key", currentUser)->number()->doubleValue()));
+}
+
+TEST_F(PreferencesTest, AnEmptyFileHoldsNoPreferences) {
+  const Path file = ownFolder() / (application + ".plist");
+  writeFile(file, "");
+  EXPECT_EQ(get("key", currentUser), std::nullopt);
+  ASSERT_TRUE(set("key", "value", currentUser));
+  EXPECT_EQ(preferencesIn(file), (Dictionary{{"key", "value"}}));
+}
+
 TEST_F(PreferencesTest, AnIntegerAndABooleanAreNotTheSameValue) {
   ASSERT_TRUE(set("key", true, currentUser));
   ASSERT_TRUE(set("key", 1, currentUser));
@@ -321,7 +336,7 @@ TEST_F(PreferencesTest, WhatNoFileCanHoldFails) {
 
 TEST_F(PreferencesTest, AFileThatIsNoPropertyListIsLeftAsItIs) {
   const Path file = ownFolder() / (application + ".plist");
-  for (const char* content : {"", "\177ELF", "<plist><dict><key>a</key></dict></plist>", "bplist00",
+  for (const char* content : {"\177ELF", "<plist><dict><key>a</key></dict></plist>", "bplist00",
                               "[section]\nkey=value\n", "<plist><array/></plist>", "word"}) {
     writeFile(file, content);
     const std::string before = inventory();
