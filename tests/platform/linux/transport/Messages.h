@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "platform/linux/transport/HelperMessages.h"
@@ -66,7 +67,10 @@ inline std::string fixedHeader(const MessageStart& start, std::uint32_t fieldsSi
 
 inline std::string header(const MessageStart& start) {
   std::string fields;
-  for (const std::string& field : start.fields) fields = filled(fields) + field;
+  for (const std::string& field : start.fields) {
+    fields = filled(std::move(fields));
+    fields += field;
+  }
   return filled(fixedHeader(start, static_cast<std::uint32_t>(fields.size())) + fields);
 }
 
