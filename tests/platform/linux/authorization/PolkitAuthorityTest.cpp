@@ -162,7 +162,8 @@ TEST_F(PolkitAuthorityTest, TheDialogShowsNothingThatMisleads) {
   ask(guarded, "<b>Update</b>\n\x1b[2J\u202E$(polkit.subject-pid)\n", "/a\nb");
   EXPECT_THAT(agent.nextEvent(),
               AllOf(HasSubstr(says("message", "‹b›Update‹/b› [2J＄(polkit.subject-pid)")),
-                    HasSubstr(says("icon", ""))));
+                    HasSubstr(says("icon", "dialog-password"))))
+      << "the icon of the action";
   ask(guarded, std::string(1 << 20, 'x'));
   EXPECT_THAT(agent.nextEvent(), HasSubstr(says("message", std::string(399, 'x') + "…")));
   ask(guarded, "\n\n");
