@@ -365,9 +365,10 @@ class NoDescriptorsTest(DaemonTest):
         for count in (0, 1, 2, 3):
             with self.subTest(count=count):
                 daemon = self.daemon = self.start()
-                wait_until(lambda: daemon.holdings()[1] == 1, "it runs")
-                RawPeer(daemon.connect()).handshake().close()
-                wait_until(lambda: daemon.holdings()[1] == 1, "nobody is connected")
+                peer = RawPeer(daemon.connect()).handshake()
+                idle = daemon.holdings()[1] - 1
+                peer.close()
+                wait_until(lambda: daemon.holdings()[1] == idle, "nobody is connected")
                 self.leave(count)
                 with daemon.connect():
                     self.assertEqual(daemon.wait(), 1)
