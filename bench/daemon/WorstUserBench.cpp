@@ -90,24 +90,24 @@ bench::UserProcess::Action doing(const bench::Crowd& crowd, const std::string& p
 }
 
 // A crowd that sends `message` again and again, which is made for the process's form.
-Attacker sending(int connections, std::function<std::string(const Data&)> message,
+Attacker sending(int connections, const std::function<std::string(const Data&)>& message,
                  bool reads = true) {
   return [=](const Place& place) {
     const std::string made = message(formOfThisProcess(place));
     return doing({.connections = connections,
                   .beginning = handshake(),
-                  .nextMessage = [made] { return made; },
+                  .nextMessage = [made] { return std::string(made); },
                   .reads = reads},
                  place.helper);
   };
 }
 
-Attacker sendingDescriptor(int connections, std::function<FileDescriptor()> make) {
+Attacker sendingDescriptor(int connections, const std::function<FileDescriptor()>& make) {
   return [=](const Place& place) {
     const std::string made = bench::callOfNop(formOfThisProcess(place), 1);
     return doing({.connections = connections,
                   .beginning = handshake(),
-                  .nextMessage = [made] { return made; },
+                  .nextMessage = [made] { return std::string(made); },
                   .descriptor = make().release()},
                  place.helper);
   };
