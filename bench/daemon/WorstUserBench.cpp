@@ -150,9 +150,9 @@ bench::UserProcess::Action compute(const Place& /*place*/) {
 }
 
 FileDescriptor socketThatNobodyServes() {
-  auto [ours, theirs] = connectedSockets();
-  (void)ours.release();
-  return std::move(theirs);
+  auto ends = connectedSockets();
+  (void)ends.first.release();
+  return std::move(ends.second);
 }
 
 std::vector<Attack> attacks() {

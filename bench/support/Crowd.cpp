@@ -103,6 +103,7 @@ class Member {
 
 void runCrowd(const Crowd& crowd, const std::string& path) {
   std::vector<Member> members;
+  members.reserve(static_cast<std::size_t>(crowd.connections));
   for (int i = 0; i < crowd.connections; ++i) members.emplace_back(crowd, path);
   std::vector<pollfd> interests(members.size());
   for (;;) {
