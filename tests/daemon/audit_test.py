@@ -4,14 +4,12 @@ ended."""
 import os
 import pwd
 import re
-import struct
 
 from bus import (DELETE_FILEOBJECTS, DELETE_FILES, DISCARD_AUTH, EXECUTE_UTILITY,
                  MODIFY_PREFERENCES, NOP, Client)
-from log_test import LogSinkTest
+from log_test import LogSinkTest, journal_fields
 from support import (IDENTIFIER, SOMEBODY, DaemonTest, Issuer, change_rights, main, root_only,
                      wait_until)
-
 
 MESSAGE_ID = "17e91f8b9aed42e595b17c1fb4f7d4ab"
 
@@ -127,14 +125,8 @@ class AuditJournalTest(LogSinkTest):
         """The fields of the next entry of this kind, each with all its values."""
         while True:
             fields = {}
-            rest = self.sink.recv(1 << 20)
-            while rest:
-                line, _, rest = rest.partition(b"\n")
-                name, separator, value = line.partition(b"=")
-                if not separator:
-                    size, = struct.unpack_from("<Q", rest)
-                    value, rest = rest[8:8 + size], rest[9 + size:]
-                fields.setdefault(name.decode(), []).append(value.decode())
+            for name, value in journal_fields(self.sink.recv(1 << 20)):
+                fields.setdefault(name, []).append(value)
             if "MESSAGE_ID" in fields:
                 return fields
 

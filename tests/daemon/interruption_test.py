@@ -1,5 +1,6 @@
 """Clients of the command line that are ended by a signal in the middle of their work."""
 
+import contextlib
 import os
 import signal
 import subprocess
@@ -122,7 +123,8 @@ class InterruptionTest(DaemonTest):
         self.go_on()
 
         def has_ended():
-            self.ask_to_make_room()
+            with contextlib.suppress(ProcessLookupError):
+                self.ask_to_make_room()
             return self.daemon.process.poll() is not None
         wait_until(has_ended, "the helper has ended")
         self.assertEndsWith(0)

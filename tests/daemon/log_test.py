@@ -22,6 +22,17 @@ mount --move "$new" /dev
 SERVE = 'exec 3<&0 </dev/null; LISTEN_FDS=1 LISTEN_PID=$$ exec "$0"'
 
 
+def journal_fields(message):
+    """Names and values of a message in the journal's own format."""
+    while message:
+        line, _, message = message.partition(b"\n")
+        name, separator, value = line.partition(b"=")
+        if not separator:
+            size, = struct.unpack_from("<Q", message)
+            value, message = message[8:8 + size], message[9 + size:]
+        yield name.decode(), value.decode()
+
+
 def start_with(*mounts):
     return "unshare", "--mount", "sh", "-c", "\n".join(["set -e", EMPTY_RUN, EMPTY_DEV, *mounts,
                                                         SERVE])
@@ -65,18 +76,10 @@ class JournalTest(LogSinkTest):
     sink_path = "/run/systemd/journal/socket"
 
     def receive(self):
-        """The fields of the next message, in the journal's own format."""
-        fields = {}
-        rest = self.sink.recv(1 << 20)
-        while rest:
-            line, _, rest = rest.partition(b"\n")
-            name, separator, value = line.partition(b"=")
-            if not separator:
-                size, = struct.unpack_from("<Q", rest)
-                value, rest = rest[8:8 + size], rest[9 + size:]
-            self.assertNotIn(name, fields)
-            fields[name.decode()] = value.decode()
-        return fields
+        """The fields of the next message."""
+        fields = list(journal_fields(self.sink.recv(1 << 20)))
+        self.assertEqual(len({name for name, _ in fields}), len(fields), fields)
+        return dict(fields)
 
     def test_messages_carry_ident_facility_sender_and_priority(self):
         for priority, text in self.messages():

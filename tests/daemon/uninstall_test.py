@@ -9,7 +9,7 @@ from gi.repository import GLib
 from bus import DELETE_FILES, PERFORM_UNINSTALL, POSIX, Client
 from launch_control import LAUNCH_CONTROL, LaunchControlTest
 from log_lines import about, completed
-from support import DEBUG, IDENTIFIER, DaemonTest, main, wait_until
+from support import DEBUG, IDENTIFIER, DaemonTest, bench_only, main, wait_until
 
 PATH_KEY = "NSFilePath"
 
@@ -81,6 +81,7 @@ class SuccessfulUninstallTest(UninstallTest):
         self.assertUninstalls(self.log.mark())
         self.assertEqual(self.rights(), [])
 
+    @bench_only("it damages a right in a folder of its own")
     def test_a_right_that_stays_is_told_past_the_point_of_no_return(self):
         right = sorted(self.rights())[0]
         with open(f"{self.folder}/root/rights/{right}", "w", encoding="utf-8") as definition:
