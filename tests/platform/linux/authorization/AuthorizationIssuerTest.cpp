@@ -169,6 +169,7 @@ TEST_F(IssuerProgramTest, ConnectionsThatAreKeptHoldNobodyUp) {
   // They have come before it started, and take nothing of what they get.
   constexpr int many = 500;
   std::vector<FileDescriptor> kept;
+  kept.reserve(many);
   for (int count = 0; count < many; ++count) kept.push_back(connectionTo(listener));
   const ChildProcess issuer = issuerOf(listener);
   for (int round = 0; round < 20; ++round) expectAForm();

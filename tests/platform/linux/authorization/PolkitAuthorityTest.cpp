@@ -406,8 +406,10 @@ TEST_F(PolkitAuthorityTest, ABusThatIsKeptBusyDoesNotHaveTheEmbeddedAuthorityDec
   service.addRule("if (action.id == '" + allowed + "') return polkit.Result.NO;");
   start();
   // More than the bus admits before they have said who they are.
+  constexpr int many = 80;
   std::vector<FileDescriptor> busy;
-  for (int count = 0; count < 80; ++count) {
+  busy.reserve(many);
+  for (int count = 0; count < many; ++count) {
     busy.push_back(connectionTo(service.folder().path("bus")));
   }
   PolkitAuthority impatient(places, translate, embedded, 200ms);

@@ -23,7 +23,6 @@ namespace {
 
 namespace fs = std::filesystem;
 using testing::ElementsAre;
-using testing::Field;
 using testing::IsEmpty;
 
 const std::string right = "com.corvane.test.faults";
