@@ -167,7 +167,7 @@ TEST_F(RightsRegistrationTest, TheProgramTellsOfADamagedRightAndRemovesIt) {
     ChildProcess program =
         ChildProcess::program({RIGHTS_PROGRAM, command}, {.errors = messagesEnd.get()});
     messagesEnd.reset();
-    const std::string text = readToEnd(messages);
+    std::string text = readToEnd(messages);
     EXPECT_EQ(program.reap(), status) << text;
     return text;
   };
