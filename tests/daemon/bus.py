@@ -1,5 +1,6 @@
 """D-Bus peers of the daemon: clients and feedback servers by GDBus, and one made of raw bytes."""
 
+import contextlib
 import socket
 import sys
 import threading
@@ -161,10 +162,12 @@ class RawPeer:
         self.socket.settimeout(PATIENCE)
 
     def send(self, content, descriptors=()):
-        if descriptors:
-            socket.send_fds(self.socket, [content], list(descriptors))
-        else:
-            self.socket.sendall(content)
+        """Sends it, or as much of it as is taken: the daemon may drop the peer meanwhile."""
+        with contextlib.suppress(BrokenPipeError, ConnectionResetError):
+            if descriptors:
+                socket.send_fds(self.socket, [content], list(descriptors))
+            else:
+                self.socket.sendall(content)
 
     def handshake(self):
         """Completes the handshake as the bus library's own clients do."""
