@@ -55,7 +55,9 @@ SYSTEM_NAME = re.compile(
     # of macOS,
     r"kevent|kqueue|NSGetEnviron|O_EVTONLY|O_SYMLINK|sysctl\w*|UF_\w+|SF_\w+|xpc_\w+|"
     # and what polls where the C++ library of a system has nothing better.
-    r"binary_semaphore|counting_semaphore)\b|\"/(proc|sys|run)/")
+    r"binary_semaphore|counting_semaphore)\b|\"/(proc|sys|run)/|"
+    # Services of one system that a text may speak of.
+    r"\b(journalctl|polkit|systemctl|systemd)\b")
 COMMENT = re.compile(r"//.*")
 CONDITION = re.compile(r"#\s*(if|ifdef|elif)\b.*(__linux__|__APPLE__|__unix__|_WIN32)")
 

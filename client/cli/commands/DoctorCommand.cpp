@@ -10,6 +10,7 @@
 #include "client/cli/setup/Rights.h"
 #include "operationset-vnt/ZELPrivilegedOperationSetVNT.h"
 #include "platform/AuthenticationAgent.h"
+#include "platform/SystemAdvice.h"
 
 namespace corvane::cli {
 
@@ -31,18 +32,10 @@ using Findings = std::vector<Finding>;
 
 using Version = PrivilegedHelperClient::Answer<std::string>;
 
-std::string serviceOfHelper() {
-  return ZELPrivilegedOperationSetVNT::privilegedOperationSet().serviceIdentifierForHelper() +
-         ".service";
-}
-
 Finding examineHelper(const Version& answer) {
   if (const auto* failure = std::get_if<CommunicationFailure>(&answer)) {
-    return {
-        "helper", State::Bad, failure->description,
-        "What is wrong with its installation is told below. Its log may say more: journalctl -u " +
-            serviceOfHelper(),
-        ExitOutOfReach};
+    return {"helper", State::Bad, failure->description, systemAdvice().helperUnreachable,
+            ExitOutOfReach};
   }
   return {"helper", State::Good, "answers", {}};
 }
@@ -63,11 +56,8 @@ Finding examineAuthorization(PrivilegedHelperClient& client, const Version& answ
   }
   const PrivilegedHelperClient::Outcome outcome = client.nop();
   if (outcome.failure) {
-    return {
-        "authorization", State::Bad, outcome.failure->description,
-        "What is wrong with the installation is told below. The log may say more: journalctl -u "
-        "com.corvane.authorization",
-        ExitOutOfReach};
+    return {"authorization", State::Bad, outcome.failure->description,
+            systemAdvice().issuerUnreachable, ExitOutOfReach};
   }
   if (outcome.error) {
     return {"authorization", State::Bad, outcome.error->localizedDescription(),
@@ -96,8 +86,7 @@ Finding examineDeletion(PrivilegedHelperClient& client, const Version& answer) {
     return {subject, State::Bad, outcome.failure->description, suggestionFor(*outcome.failure),
             ExitOutOfReach};
   }
-  const std::string advice =
-      "Has its service been changed? 'systemctl cat " + serviceOfHelper() + "' shows it.";
+  const char* const advice = systemAdvice().serviceChanged;
   if (outcome.error) {
     return {
         subject, State::Bad,
@@ -120,12 +109,10 @@ Finding examineDialogs() {
     case AuthorizationDialogs::OnTerminal:
       return {subject, State::Good, "shown on this terminal", {}};
     case AuthorizationDialogs::NoAuthority:
-      return {subject, State::Bad, "polkit does not answer: only root is authorized",
-              "Install polkit and see whether it runs, or work as root."};
+      return {subject, State::Bad, systemAdvice().noAuthority, systemAdvice().noAuthorityCure};
     case AuthorizationDialogs::Nobody:
-      return {subject, State::Bad,
-              "no agent shows dialogs to you, and standard input is not a terminal",
-              "Work on a terminal, or start an agent of polkit in your session."};
+      return {subject, State::Bad, systemAdvice().nobodyShowsDialogs,
+              systemAdvice().nobodyShowsDialogsCure};
   }
   return {subject, State::Unknown, {}, {}};
 }
@@ -138,8 +125,7 @@ const char* cureOf(RightFault::Kind kind) {
     case RightFault::Kind::Unsafe:
       return "Look at what it says; 'install' as root puts back what is shipped.";
     case RightFault::Kind::Changed:
-      return "'install' as root puts back what is shipped. An administrator's own rule belongs in "
-             "/etc/polkit-1/rules.d.";
+      return systemAdvice().rightChanged;
     case RightFault::Kind::Unknown:
       break;
   }

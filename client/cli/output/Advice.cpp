@@ -1,11 +1,13 @@
 #include "client/cli/output/Advice.h"
 
 #include <algorithm>
+#include <array>
 
 #include "client/cli/output/Action.h"
 #include "foundation/POSIXError.h"
 #include "operationset-vnt/ZELPrivilegedOperationSetVNT.h"
 #include "platform/Authorization.h"
+#include "platform/SystemAdvice.h"
 
 namespace corvane::cli {
 
@@ -14,7 +16,7 @@ namespace {
 using Kind = CommunicationFailure::Kind;
 
 // What to do about the failures that carry no advice of their own, and what they are where their
-// number alone would have to say it.
+// number alone would have to say it. Where that depends on the system the texts are the system's.
 struct Advice {
   constexpr Advice(POSIXErrorCode posix, const char* advice, const char* what = nullptr)
       : Advice(NSPOSIXErrorDomain, static_cast<std::int64_t>(posix), advice, what) {}
@@ -27,42 +29,41 @@ struct Advice {
   const char* text;
   const char* description;
 };
-constexpr Advice advices[] = {
-    {POSIXErrorCode::NoEntry, "Check the path."},
-    {POSIXErrorCode::Interrupted,
-     "Its log says why: journalctl -u com.corvane.system.privilegedhelper-vnt",
-     "The helper could not carry it out."},
-    {POSIXErrorCode::Busy,
-     "A file system is mounted there, or inside. Unmount it first: the helper never leaves the "
-     "file system that it was asked to work on."},
-    {POSIXErrorCode::Invalid, "The helper refused the arguments. Check them."},
-    {POSIXErrorCode::ReadOnly, "The file system is read-only."},
-    {POSIXErrorCode::NotEmpty, "The folder is not empty. Use -r to delete it with its contents."},
-    {POSIXErrorCode::NotDirectory, "Something in the path is no folder. Check the path."},
-    {POSIXErrorCode::Again,
-     "Another program holds a lease on it. Close that program, or wait, and try again."},
-    {POSIXErrorCode::LinkLoop,
-     "The path leads through too many links. Name the object without them."},
-    {POSIXErrorCode::NameTooLong,
-     "The path, or a name in it, is too long. Delete a folder further up instead."},
-    {POSIXErrorCode::NotImplemented, "The installed helper does not offer this operation."},
-    {POSIXErrorCode::Canceled, "The authorization was cancelled. Nothing was done."},
-    {POSIXErrorCode::IllegalByteSequence, "Text must be UTF-8, and without zero bytes.",
-     "An argument cannot be sent to the helper."},
-    {NSOSStatusErrorDomain, errAuthorizationInvalidRef, "Try again, with a new authorization.",
-     "The authorization is not valid."},
-    {NSOSStatusErrorDomain, errAuthorizationInteractionNotAllowed,
-     "This needs an administrator, and nothing here can ask for one. Run the command as root, or "
-     "set up polkit.",
-     "Not authorized."},
-    {NSOSStatusErrorDomain, errAuthorizationInternal, "Try again; 'doctor' tells more.",
-     "The system's authority did not answer as it should."},
-    {clientErrorDomain, noSuchPreference,
-     "Check its name, and whose it is: application, user and host.",
-     "There is no such preference, or it cannot be read."},
-    {clientErrorDomain, outputIncomplete, "Read it without long pauses, or into a file.",
-     "The output is incomplete: nobody took it for too long."},
-};
+const auto& advices() {
+  static const auto all = std::to_array<Advice>({
+      {POSIXErrorCode::NoEntry, "Check the path."},
+      {POSIXErrorCode::Interrupted, systemAdvice().operationUndone,
+       "The helper could not carry it out."},
+      {POSIXErrorCode::Busy,
+       "A file system is mounted there, or inside. Unmount it first: the helper never leaves the "
+       "file system that it was asked to work on."},
+      {POSIXErrorCode::Invalid, "The helper refused the arguments. Check them."},
+      {POSIXErrorCode::ReadOnly, "The file system is read-only."},
+      {POSIXErrorCode::NotEmpty, "The folder is not empty. Use -r to delete it with its contents."},
+      {POSIXErrorCode::NotDirectory, "Something in the path is no folder. Check the path."},
+      {POSIXErrorCode::Again, systemAdvice().objectHeld},
+      {POSIXErrorCode::LinkLoop,
+       "The path leads through too many links. Name the object without them."},
+      {POSIXErrorCode::NameTooLong,
+       "The path, or a name in it, is too long. Delete a folder further up instead."},
+      {POSIXErrorCode::NotImplemented, "The installed helper does not offer this operation."},
+      {POSIXErrorCode::Canceled, "The authorization was cancelled. Nothing was done."},
+      {POSIXErrorCode::IllegalByteSequence, "Text must be UTF-8, and without zero bytes.",
+       "An argument cannot be sent to the helper."},
+      {NSOSStatusErrorDomain, errAuthorizationInvalidRef, "Try again, with a new authorization.",
+       "The authorization is not valid."},
+      {NSOSStatusErrorDomain, errAuthorizationInteractionNotAllowed,
+       systemAdvice().nobodyCanBeAsked, "Not authorized."},
+      {NSOSStatusErrorDomain, errAuthorizationInternal, "Try again; 'doctor' tells more.",
+       "The system's authority did not answer as it should."},
+      {clientErrorDomain, noSuchPreference,
+       "Check its name, and whose it is: application, user and host.",
+       "There is no such preference, or it cannot be read."},
+      {clientErrorDomain, outputIncomplete, "Read it without long pauses, or into a file.",
+       "The output is incomplete: nobody took it for too long."},
+  });
+  return all;
+}
 constexpr const char* adviceWhenFilledAgain =
     "Somebody keeps writing into it. Put an end to that, and try again.";
 constexpr const char* adviceWhenRefused =
@@ -75,17 +76,17 @@ struct CommunicationAdvice {
   Kind kind;
   const char* text;
 };
-constexpr CommunicationAdvice communicationAdvices[] = {
-    {Kind::Refused, "Is the helper installed and its socket enabled? 'doctor' tells more."},
-    {Kind::Lost,
-     "The helper ended before it answered. Its log says why: "
-     "journalctl -u com.corvane.system.privilegedhelper-vnt"},
-    {Kind::TimedOut,
-     "It is there but busy or stuck. Try again; its log may say more: "
-     "journalctl -u com.corvane.system.privilegedhelper-vnt"},
-    {Kind::TooLarge, "Ask for less at a time."},
-    {Kind::BadMessage, "Do the versions of helper and client match? 'version' and 'doctor' tell."},
-};
+const auto& communicationAdvices() {
+  static const auto all = std::to_array<CommunicationAdvice>({
+      {Kind::Refused, systemAdvice().helperNotThere},
+      {Kind::Lost, systemAdvice().helperEnded},
+      {Kind::TimedOut, systemAdvice().helperSilent},
+      {Kind::TooLarge, "Ask for less at a time."},
+      {Kind::BadMessage,
+       "Do the versions of helper and client match? 'version' and 'doctor' tell."},
+  });
+  return all;
+}
 
 // The POSIX errors that operations commonly end with.
 constexpr POSIXErrorCode commonCodes[] = {
@@ -97,10 +98,10 @@ constexpr POSIXErrorCode commonCodes[] = {
     POSIXErrorCode::LinkLoop,       POSIXErrorCode::NameTooLong};
 
 const Advice* adviceFor(const Error& error) {
-  const auto* advice =
-      std::find_if(std::begin(advices), std::end(advices),
-                   [&error](const Advice& a) { return error.is(a.domain, a.code); });
-  return advice == std::end(advices) ? nullptr : advice;
+  const auto* advice = std::find_if(advices().begin(), advices().end(), [&error](const Advice& a) {
+    return error.is(a.domain, a.code);
+  });
+  return advice == advices().end() ? nullptr : advice;
 }
 
 }  // namespace
@@ -142,10 +143,9 @@ std::string descriptionOf(const Error& error) {
 }
 
 std::string suggestionFor(const CommunicationFailure& failure) {
-  const auto* advice =
-      std::find_if(std::begin(communicationAdvices), std::end(communicationAdvices),
-                   [&failure](const auto& a) { return a.kind == failure.kind; });
-  return advice == std::end(communicationAdvices) ? std::string() : translated(advice->text);
+  const auto* advice = std::find_if(communicationAdvices().begin(), communicationAdvices().end(),
+                                    [&failure](const auto& a) { return a.kind == failure.kind; });
+  return advice == communicationAdvices().end() ? std::string() : translated(advice->text);
 }
 
 std::set<std::string> clientTexts() {
@@ -153,11 +153,11 @@ std::set<std::string> clientTexts() {
                                  causeText,         needsRootText,       runAsRootText,
                                  runLineAsRootText, nothingThereText,    appendOnlyLeftText};
   texts.insert(actionTexts().begin(), actionTexts().end());
-  for (const Advice& advice : advices) {
+  for (const Advice& advice : advices()) {
     texts.insert(advice.text);
     if (advice.description != nullptr) texts.insert(advice.description);
   }
-  for (const CommunicationAdvice& advice : communicationAdvices) texts.insert(advice.text);
+  for (const CommunicationAdvice& advice : communicationAdvices()) texts.insert(advice.text);
   for (const POSIXErrorCode code : commonCodes) {
     texts.insert(posixDescription(static_cast<std::int64_t>(code)));
   }
