@@ -4,11 +4,11 @@
 #include <csignal>
 
 #include <poll.h>
-#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include "foundation/FileDescriptor.h"
+#include "platform/posix/TaskSystem.h"
 
 namespace corvane {
 
@@ -22,8 +22,8 @@ constexpr int killTimeout = 1000;
 bool AbandonedChildren::end(pid_t child, uid_t user) {
   ::kill(child, SIGKILL);
   // It cannot end while it waits for a file system that does not answer.
-  const FileDescriptor process(static_cast<int>(::syscall(SYS_pidfd_open, child, 0)));
-  pollfd descriptor{process.get(), POLLIN, 0};
+  const FileDescriptor ended = endOfChild(child);
+  pollfd descriptor{ended.get(), POLLIN, 0};
   ::poll(&descriptor, 1, killTimeout);
   if (::waitpid(child, nullptr, WNOHANG) != 0) return true;
   add(child, user);

@@ -1,4 +1,4 @@
-#include "platform/linux/installation/FileReplacement.h"
+#include "platform/posix/FileReplacement.h"
 
 #include <algorithm>
 #include <array>

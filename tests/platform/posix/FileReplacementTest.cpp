@@ -2,12 +2,11 @@
 #include <fstream>
 
 #include <gtest/gtest.h>
-#include <linux/fs.h>
 #include <sys/stat.h>
 
 #include "foundation/POSIXError.h"
 #include "foundation/Value.h"
-#include "platform/linux/installation/FileReplacement.h"
+#include "platform/posix/FileReplacement.h"
 #include "tests/support/Files.h"
 #include "tests/support/Protection.h"
 #include "tests/support/TemporaryFolder.h"
@@ -92,7 +91,7 @@ TEST_F(FileReplacementTest, WhoHasTheOldFileOpenKeepsIt) {
 TEST_F(FileReplacementTest, AFileThatCannotBeReplacedLeavesAllAsTheyWere) {
   writeFile(one, "old one");
   writeFile(two, "old two");
-  setKernelFlags(two, FS_IMMUTABLE_FL);
+  ASSERT_EQ(changeFileFlags(two, FileFlag::UserImmutable), std::nullopt);
   const auto before = contentsOf(folder.path());
   {
     FileReplacement replacement(folder.path("journal"));

@@ -10,19 +10,19 @@
 
 #include <poll.h>
 #include <spawn.h>
-#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include "foundation/Exception.h"
 #include "foundation/POSIXError.h"
 #include "platform/ChildEnvironment.h"
+#include "platform/posix/TaskSystem.h"
 
 namespace corvane {
 
 namespace {
 
-// Between two looks at a child for which the kernel gives no descriptor.
+// Between two looks at a child for whose end there is no descriptor.
 constexpr int pollIntervalWithoutDescriptor = 20;
 
 constexpr std::int32_t unknownStatus = -1;
@@ -35,9 +35,10 @@ class SpawnSettings {
     posix_spawn_file_actions_adddup2(&_actions, input, STDIN_FILENO);
     posix_spawn_file_actions_adddup2(&_actions, output, STDOUT_FILENO);
     posix_spawn_file_actions_adddup2(&_actions, error, STDERR_FILENO);
-    posix_spawn_file_actions_addclosefrom_np(&_actions, STDERR_FILENO + 1);
-    // sigfillset leaves out the signals that the C library keeps for itself, and these would then
-    // be ignored by the program.
+    short flags = POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK;
+    giveStandardStreamsOnly(_actions, flags);
+    // sigfillset may leave out signals that the C library keeps for itself, and these would then be
+    // ignored by the program.
     sigset_t all;
     std::memset(&all, 0xff, sizeof all);
     sigset_t none;
@@ -45,7 +46,7 @@ class SpawnSettings {
     posix_spawnattr_init(&_attributes);
     posix_spawnattr_setsigdefault(&_attributes, &all);
     posix_spawnattr_setsigmask(&_attributes, &none);
-    posix_spawnattr_setflags(&_attributes, POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK);
+    posix_spawnattr_setflags(&_attributes, flags);
   }
   SpawnSettings(const SpawnSettings&) = delete;
   SpawnSettings& operator=(const SpawnSettings&) = delete;
@@ -111,7 +112,7 @@ class ChildProcess : public Task {
   pid_t _pid = 0;
   std::optional<std::int32_t> _status;
 
-  FileDescriptor _descriptor;
+  FileDescriptor _end;
 };
 
 void ChildProcess::launch() {
@@ -144,7 +145,7 @@ void ChildProcess::launch() {
   _input.reset();
   _output.reset();
   _error.reset();
-  _descriptor.reset(static_cast<int>(syscall(SYS_pidfd_open, _pid, 0)));
+  _end = endOfChild(_pid);
 }
 
 bool ChildProcess::hasEnded() const {
@@ -158,13 +159,13 @@ Task::Handles ChildProcess::waitForDataOrTermination(const Handles& handles) {
   entries.reserve(handles.size() + 1);
   for (const auto& handle : handles) entries.push_back({handle->fileDescriptor(), POLLIN, 0});
   // An entry with a negative descriptor is never ready.
-  entries.push_back({_descriptor.get(), POLLIN, 0});
-  const int timeout = _descriptor ? -1 : pollIntervalWithoutDescriptor;
+  entries.push_back({_end.get(), POLLIN, 0});
+  const int timeout = _end ? -1 : pollIntervalWithoutDescriptor;
 
   for (;;) {
     const int ready = poll(entries.data(), entries.size(), timeout);
     // The end comes first: a descendant that keeps writing must not hide it.
-    if (entries.back().revents != 0 || (!_descriptor && hasEnded())) return {};
+    if (entries.back().revents != 0 || (!_end && hasEnded())) return {};
     if (ready <= 0) continue;
     Handles result;
     for (std::size_t i = 0; i < handles.size(); ++i) {
