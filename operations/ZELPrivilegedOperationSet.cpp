@@ -117,7 +117,7 @@ bool ZELPrivilegedOperationSet::respondsToSelector(std::string_view /*selector*/
 
 std::optional<Error> ZELPrivilegedOperationSet::performSelector(
     std::string_view /*selector*/, const Array& /*arguments*/,
-    const FeedbackConnection& /*feedbackConnection*/) {
+    const FeedbackConnection& /*feedbackConnection*/, const std::stop_token& /*stop*/) {
   return posixError(POSIXErrorCode::NotImplemented);
 }
 

@@ -6,6 +6,7 @@
 #include <map>
 #include <memory>
 #include <optional>
+#include <stop_token>
 #include <string>
 #include <string_view>
 
@@ -112,9 +113,11 @@ class ZELPrivilegedOperationSet {
       std::uint64_t code, bool feedbackOption) const;
   virtual bool respondsToSelector(std::string_view selector) const;
   /// Calls the method named, which the set responds to; the feedback connection is for the form
-  /// that takes one and ignored by the other.
+  /// that takes one and ignored by the other. Once `stop` is requested, the method ends at its next
+  /// safe point, with ECANCELED and without taking anything back.
   virtual std::optional<Error> performSelector(std::string_view selector, const Array& arguments,
-                                               const FeedbackConnection& feedbackConnection);
+                                               const FeedbackConnection& feedbackConnection,
+                                               const std::stop_token& stop);
 
   /// What of the arguments of an operation the system's log may show: all, unless a set holds back
   /// what is nobody else's business.

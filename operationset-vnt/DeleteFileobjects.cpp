@@ -42,12 +42,13 @@ std::optional<Error> removeSingle(const std::string& path) {
   return failure->error;
 }
 
-std::optional<Error> removeRecursively(const std::string& path) {
+std::optional<Error> removeRecursively(const std::string& path, const std::stop_token& stop) {
   ObjectLocation location;
   if (auto error = locateObject(path, location)) {
     return meansNoObject(*error) ? std::nullopt : error;
   }
-  auto error = removeObjectRecursively(location);
+  auto error = removeObjectRecursively(location, stop);
+  if (error && isPOSIXError(*error, POSIXErrorCode::Canceled)) return error;
   if (error && isRestricted(location)) return removalError(integrityProtectionError, path, error);
   return error;
 }
@@ -89,7 +90,8 @@ std::string stringIn(const Value& argument) {
 }  // namespace
 
 std::optional<Error> ZELPrivilegedOperationSetVNT::performOperationDeleteFileobjectsWithArguments(
-    const Array& arguments, const FeedbackConnection& feedbackConnection) {
+    const Array& arguments, const FeedbackConnection& feedbackConnection,
+    const std::stop_token& stop) {
   bool recursive = false;
   bool stopOnFirstError = false;
   if (arguments.size() < 3 || !getBool(recursive, stringIn(arguments[0])) ||
@@ -97,18 +99,21 @@ std::optional<Error> ZELPrivilegedOperationSetVNT::performOperationDeleteFileobj
     return posixError(POSIXErrorCode::Invalid);
   }
   return deleteFileSystemObjectsAtPaths(Array(arguments.begin() + 2, arguments.end()), recursive,
-                                        stopOnFirstError, feedbackConnection);
+                                        stopOnFirstError, feedbackConnection, stop);
 }
 
 std::optional<Error> ZELPrivilegedOperationSetVNT::deleteFileSystemObjectsAtPaths(
     const Array& paths, bool recursive, bool stopOnFirstError,
-    const FeedbackConnection& feedbackConnection) {
+    const FeedbackConnection& feedbackConnection, const std::stop_token& stop) {
   const auto count = static_cast<double>(paths.size());
   std::optional<Error> error;
   double done = 0;
   for (const Value& path : paths) {
-    const bool removed = enforceRemovalOfFileSystemObjectAtPath(stringIn(path), recursive, &error);
+    if (stop.stop_requested()) return posixError(POSIXErrorCode::Canceled);
+    const bool removed =
+        enforceRemovalOfFileSystemObjectAtPath(stringIn(path), recursive, &error, stop);
     if (!removed && stopOnFirstError) return error;
+    if (!removed && isPOSIXError(*error, POSIXErrorCode::Canceled)) return error;
     done += 1;
     sendProgress(feedbackConnection, done / count);
   }
@@ -117,8 +122,9 @@ std::optional<Error> ZELPrivilegedOperationSetVNT::deleteFileSystemObjectsAtPath
 }
 
 bool ZELPrivilegedOperationSetVNT::enforceRemovalOfFileSystemObjectAtPath(
-    const std::string& path, bool recursive, std::optional<Error>* error) {
-  return recursive ? enforceRecursiveRemovalOfFileSystemObjectAtPath(path, error)
+    const std::string& path, bool recursive, std::optional<Error>* error,
+    const std::stop_token& stop) {
+  return recursive ? enforceRecursiveRemovalOfFileSystemObjectAtPath(path, error, stop)
                    : enforceSingleRemovalOfFileSystemObjectAtPath(path, error);
 }
 
@@ -128,8 +134,8 @@ bool ZELPrivilegedOperationSetVNT::enforceSingleRemovalOfFileSystemObjectAtPath(
 }
 
 bool ZELPrivilegedOperationSetVNT::enforceRecursiveRemovalOfFileSystemObjectAtPath(
-    const std::string& path, std::optional<Error>* error) {
-  return report(removeRecursively(path), error);
+    const std::string& path, std::optional<Error>* error, const std::stop_token& stop) {
+  return report(removeRecursively(path, stop), error);
 }
 
 bool ZELPrivilegedOperationSetVNT::setImmutableFlag(bool set, const std::string& path,

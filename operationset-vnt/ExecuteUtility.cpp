@@ -12,6 +12,7 @@
 #include "operationset-vnt/OperationErrors.h"
 #include "operationset-vnt/ZELPrivilegedOperationSetVNT.h"
 #include "platform/ChildEnvironment.h"
+#include "process/ProgramRun.h"
 #include "process/ZELTaskExecutor.h"
 
 namespace corvane {
@@ -55,7 +56,8 @@ class OutputForwarder : public ZELTaskExecutorDelegate {
 }  // namespace
 
 std::optional<Error> ZELPrivilegedOperationSetVNT::performOperationExecuteUtilityWithArguments(
-    const Array& arguments, const FeedbackConnection& feedbackConnection) {
+    const Array& arguments, const FeedbackConnection& feedbackConnection,
+    const std::stop_token& stop) {
   const bool areStrings = std::all_of(arguments.begin(), arguments.end(),
                                       [](const Value& value) { return value.string(); });
   if (arguments.size() < 2 || !areStrings) return posixError(POSIXErrorCode::Invalid);
@@ -75,7 +77,8 @@ std::optional<Error> ZELPrivilegedOperationSetVNT::performOperationExecuteUtilit
   for (auto argument = arguments.begin() + 2; argument != arguments.end(); ++argument) {
     utilityArguments.push_back(*argument->string());
   }
-  return executeTrusted(!isExternal, *path, utilityArguments, needsSafePath, feedbackConnection);
+  return executeTrusted(!isExternal, *path, utilityArguments, needsSafePath, feedbackConnection,
+                        stop);
 }
 
 std::optional<std::string> ZELPrivilegedOperationSetVNT::trustedPathForApplicationPath(
@@ -103,7 +106,7 @@ std::optional<std::string> ZELPrivilegedOperationSetVNT::trustedPathForApplicati
 std::optional<Error> ZELPrivilegedOperationSetVNT::executeTrusted(
     bool trusted, const std::string& systemProgramAtPath,
     const std::vector<std::string>& withArguments, bool safePathEnvironment,
-    const FeedbackConnection& forwardingOutputToConnection) {
+    const FeedbackConnection& forwardingOutputToConnection, const std::stop_token& stop) {
   if (!trusted && !ZELTaskExecutor::hasExecutableSafePermissionsAtPath(systemProgramAtPath)) {
     return operationError(unsafeUtilityError, Array{systemProgramAtPath}, systemProgramAtPath);
   }
@@ -117,8 +120,9 @@ std::optional<Error> ZELPrivilegedOperationSetVNT::executeTrusted(
   const auto forwarder = std::make_shared<OutputForwarder>(forwardingOutputToConnection);
   const auto executor = ZELTaskExecutor::init();
   executor->setDelegate(forwarder);
-  const std::int32_t result = executor->executeProgramAtPath(systemProgramAtPath, withArguments);
-  if (result != 0) return operationError(failedRunError, Array{std::to_string(result)});
+  const ProgramEnd end = runProgram(*executor, systemProgramAtPath, withArguments, stop);
+  if (end.isInterrupted) return posixError(POSIXErrorCode::Canceled);
+  if (end.status != 0) return operationError(failedRunError, Array{std::to_string(end.status)});
   setOutputConnection(nullptr);
   return std::nullopt;
 }

@@ -6,6 +6,7 @@
 #include <exception>
 #include <memory>
 #include <mutex>
+#include <stop_token>
 #include <string>
 #include <system_error>
 #include <thread>
@@ -34,12 +35,15 @@ struct Subtree {
 class WalkPool {
  public:
   WalkPool(FolderVisitor& visitor, unsigned threads, const FileIdentity& top,
-           const FileIdentity& parentOfTop)
-      : _visitor(visitor), _threads(threads), _top(top), _parentOfTop(parentOfTop) {}
+           const FileIdentity& parentOfTop, const std::stop_token& stop)
+      : _visitor(visitor), _threads(threads), _top(top), _parentOfTop(parentOfTop), _stop(stop) {}
 
   std::optional<Error> run(std::shared_ptr<FolderReader> top);
 
   FolderVisitor& visitor() { return _visitor; }
+  // Whoever asked for the walk wants no more of it.
+  bool isCancelled() const { return _stop.stop_requested(); }
+  // It has failed.
   bool isStopped() const { return _stopped.load(std::memory_order_relaxed); }
   // Fails if a folder is not, or no longer, where it was met.
   std::optional<Error> check(const Place& place) const;
@@ -59,6 +63,7 @@ class WalkPool {
   const unsigned _threads;
   const FileIdentity _top;
   const FileIdentity _parentOfTop;
+  const std::stop_token _stop;
   std::atomic<bool> _stopped = false;
   std::atomic<bool> _hasRoom = true;
 
@@ -128,6 +133,7 @@ std::optional<Error> Walker::walk(Place top) {
 }
 
 std::optional<Error> Walker::step() {
+  if (_pool.isCancelled()) return posixError(POSIXErrorCode::Canceled);
   Level& level = _levels.back();
   std::optional<Error> error;
   if (const FolderEntry* entry = level.reader->next(error)) {
@@ -304,7 +310,7 @@ void WalkPool::finish(std::optional<Error> error, std::exception_ptr exception) 
 }  // namespace
 
 std::optional<Error> walkFolder(int parent, const char* name, FolderVisitor& visitor,
-                                unsigned threads) {
+                                unsigned threads, const std::stop_token& stop) {
   FileDescriptor folder;
   if (auto error = openFolder(parent, name, folder)) return error;
   FileIdentity top;
@@ -312,7 +318,7 @@ std::optional<Error> walkFolder(int parent, const char* name, FolderVisitor& vis
   FileIdentity parentOfTop;
   if (auto error = ancestorOf(parent, 0, parentOfTop)) return error;
   auto reader = std::make_shared<FolderReader>(std::move(folder));
-  return WalkPool(visitor, threads, top, parentOfTop).run(std::move(reader));
+  return WalkPool(visitor, threads, top, parentOfTop, stop).run(std::move(reader));
 }
 
 }  // namespace corvane

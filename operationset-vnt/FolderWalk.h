@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <optional>
+#include <stop_token>
 
 #include "foundation/Error.h"
 #include "platform/FolderReader.h"
@@ -48,9 +49,10 @@ inline constexpr std::size_t maximumWalkDepth = 16384;
 /// No link is followed, no other file system entered; each thread holds few folders open, however
 /// deep the tree, and what memory is needed depends on the depth only (ENAMETOOLONG beyond the
 /// maximum). A folder that disappears is passed over; one that is moved out of `parent` while the
-/// walk is in it, at any depth, makes the walk fail (ESTALE).
+/// walk is in it, at any depth, makes the walk fail (ESTALE). Once `stop` is requested nothing more
+/// is visited or left (ECANCELED).
 std::optional<Error> walkFolder(int parent, const char* name, FolderVisitor& visitor,
-                                unsigned threads);
+                                unsigned threads, const std::stop_token& stop = {});
 
 }  // namespace corvane
 

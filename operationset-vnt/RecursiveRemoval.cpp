@@ -66,7 +66,8 @@ class Deletion : public FolderVisitor {
   }
 };
 
-std::optional<Error> removeTree(const ObjectLocation& location, const FileStatus& status) {
+std::optional<Error> removeTree(const ObjectLocation& location, const FileStatus& status,
+                                const std::stop_token& stop) {
   // These two could not be removed after all that is in them had been, so they are refused before
   // anything is deleted.
   if (status.isMountPoint) return posixError(POSIXErrorCode::Busy);
@@ -77,14 +78,14 @@ std::optional<Error> removeTree(const ObjectLocation& location, const FileStatus
   const char* name = location.name.c_str();
   if (auto error = clearImmutableFlag(folder, name)) return error;
   Unprotection unprotection;
-  if (auto error = walkFolder(folder, name, unprotection, threads)) return error;
+  if (auto error = walkFolder(folder, name, unprotection, threads, stop)) return error;
 
   // The first round leaves the few folders of which another thread had a part. Alone, the second
   // leaves none, unless entries are added, or file systems skip some, while it removes others.
   Deletion deletion;
   std::optional<Error> error;
   for (const unsigned crew : {threads, 1U, 1U}) {
-    if ((error = walkFolder(folder, name, deletion, crew))) return error;
+    if ((error = walkFolder(folder, name, deletion, crew, stop))) return error;
     error = removeFolder(folder, name);
     if (!error || !isPOSIXError(*error, POSIXErrorCode::NotEmpty)) return error;
   }
@@ -107,7 +108,8 @@ std::optional<Error> changeImmutableFlag(int folder, const char* name, FinalLink
   return hasNoFlags && !set ? std::nullopt : error;
 }
 
-std::optional<Error> removeObjectRecursively(const ObjectLocation& location) {
+std::optional<Error> removeObjectRecursively(const ObjectLocation& location,
+                                             const std::stop_token& stop) {
   const int folder = location.folder.get();
   const char* name = location.name.c_str();
   FileStatus status;
@@ -117,7 +119,7 @@ std::optional<Error> removeObjectRecursively(const ObjectLocation& location) {
   }
   switch (status.type) {
     case FileType::Directory:
-      return removeTree(location, status);
+      return removeTree(location, status, stop);
     case FileType::SymbolicLink: {
       const std::string path = location.namesDirectory ? location.name + "/" : location.name;
       FileStatus target;

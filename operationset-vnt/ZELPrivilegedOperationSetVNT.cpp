@@ -16,7 +16,8 @@ const PrincipalClass principalClass("ZELPrivilegedOperationSetVNT",
 struct Method {
   using Plain = std::optional<Error> (ZELPrivilegedOperationSetVNT::*)(const Array& arguments);
   using WithFeedback = std::optional<Error> (ZELPrivilegedOperationSetVNT::*)(
-      const Array& arguments, const FeedbackConnection& feedbackConnection);
+      const Array& arguments, const FeedbackConnection& feedbackConnection,
+      const std::stop_token& stop);
 
   std::string_view selector;
   Plain plain;
@@ -67,14 +68,16 @@ bool ZELPrivilegedOperationSetVNT::respondsToSelector(std::string_view selector)
 }
 
 std::optional<Error> ZELPrivilegedOperationSetVNT::performSelector(
-    std::string_view selector, const Array& arguments,
-    const FeedbackConnection& feedbackConnection) {
+    std::string_view selector, const Array& arguments, const FeedbackConnection& feedbackConnection,
+    const std::stop_token& stop) {
   const Method* method = methodNamed(selector);
   if (method == nullptr) {
-    return ZELPrivilegedOperationSet::performSelector(selector, arguments, feedbackConnection);
+    return ZELPrivilegedOperationSet::performSelector(selector, arguments, feedbackConnection,
+                                                      stop);
   }
-  return method->plain != nullptr ? (this->*method->plain)(arguments)
-                                  : (this->*method->withFeedback)(arguments, feedbackConnection);
+  return method->plain != nullptr
+             ? (this->*method->plain)(arguments)
+             : (this->*method->withFeedback)(arguments, feedbackConnection, stop);
 }
 
 }  // namespace corvane

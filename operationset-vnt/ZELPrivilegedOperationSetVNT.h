@@ -2,6 +2,7 @@
 #define CORVANE_OPERATIONSET_VNT_ZELPRIVILEGEDOPERATIONSETVNT_H
 
 #include <optional>
+#include <stop_token>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -37,27 +38,33 @@ class ZELPrivilegedOperationSetVNT : public ZELPrivilegedOperationSet,
 
   bool respondsToSelector(std::string_view selector) const override;
   std::optional<Error> performSelector(std::string_view selector, const Array& arguments,
-                                       const FeedbackConnection& feedbackConnection) override;
+                                       const FeedbackConnection& feedbackConnection,
+                                       const std::stop_token& stop) override;
 
   // Enforced removal. `error` may be null; it receives a failure, and a success leaves it alone.
+  // Once `stop` is requested nothing more is removed, and the failure is ECANCELED.
 
   /// "delete-fileobjects": recursive and stop-on-first-error, each "0" or "1", then the paths.
   std::optional<Error> performOperationDeleteFileobjectsWithArguments(
-      const Array& arguments, const FeedbackConnection& feedbackConnection);
+      const Array& arguments, const FeedbackConnection& feedbackConnection,
+      const std::stop_token& stop = {});
   /// Removes the objects in their order and reports the progress after each. The result is the
   /// error of the last object that failed, or of the first, which then ends the run in silence.
   std::optional<Error> deleteFileSystemObjectsAtPaths(const Array& paths, bool recursive,
                                                       bool stopOnFirstError,
-                                                      const FeedbackConnection& feedbackConnection);
+                                                      const FeedbackConnection& feedbackConnection,
+                                                      const std::stop_token& stop = {});
   bool enforceRemovalOfFileSystemObjectAtPath(const std::string& path, bool recursive,
-                                              std::optional<Error>* error);
+                                              std::optional<Error>* error,
+                                              const std::stop_token& stop = {});
   /// Removes a file, a link itself or an empty directory, clearing its user flags.
   bool enforceSingleRemovalOfFileSystemObjectAtPath(const std::string& path,
                                                     std::optional<Error>* error);
   /// Removes an object with all that is below it, clearing FileFlag::UserImmutable everywhere
   /// first. What does not exist is a success, and so is a link without a target, which stays.
   bool enforceRecursiveRemovalOfFileSystemObjectAtPath(const std::string& path,
-                                                       std::optional<Error>* error);
+                                                       std::optional<Error>* error,
+                                                       const std::stop_token& stop = {});
   /// Sets or clears FileFlag::UserImmutable of the object that `path` leads to, links followed. A
   /// link without a target is a success unless its existence is to be checked.
   bool setImmutableFlag(bool set, const std::string& path, bool checkingExistenceOfLinkTarget,
@@ -73,9 +80,11 @@ class ZELPrivilegedOperationSetVNT : public ZELPrivilegedOperationSet,
   /// "execute-utility": the path of the client application's bundle, the utility's name, and the
   /// utility's own arguments. Blocks until the utility has ended; what it writes goes to
   /// `feedbackConnection`, which may be null, while it runs. A launch that fails is raised as
-  /// NSInvalidArgumentException.
+  /// NSInvalidArgumentException. Once `stop` is requested the utility is asked to end, and killed
+  /// if it has not after ten seconds; the failure is ECANCELED.
   std::optional<Error> performOperationExecuteUtilityWithArguments(
-      const Array& arguments, const FeedbackConnection& feedbackConnection);
+      const Array& arguments, const FeedbackConnection& feedbackConnection,
+      const std::stop_token& stop = {});
   /// The path of the utility; nothing for one that may not be run. `isExternal` is false for a
   /// part of the client application. Either pointer may be null; nothing is written if an argument
   /// is empty.
@@ -88,7 +97,8 @@ class ZELPrivilegedOperationSetVNT : public ZELPrivilegedOperationSet,
   std::optional<Error> executeTrusted(bool trusted, const std::string& systemProgramAtPath,
                                       const std::vector<std::string>& withArguments,
                                       bool safePathEnvironment,
-                                      const FeedbackConnection& forwardingOutputToConnection);
+                                      const FeedbackConnection& forwardingOutputToConnection,
+                                      const std::stop_token& stop = {});
 
   /// The connection of the utility that was started last, until a utility ends with status 0. Null
   /// at first. Each run sends its output to the connection that it was started with, whatever this

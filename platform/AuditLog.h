@@ -16,7 +16,7 @@ enum class AuditOutcome {
   Failed,     ///< authorized, and ended with an error
   Refused,    ///< not authorized
   Dismissed,  ///< not authorized: the person who was asked closed the dialog
-  Cancelled,  ///< authorized, and stopped because somebody asked for that
+  Cancelled,  ///< stopped because somebody asked for that, in its dialog or later
 };
 
 /// What an administrator wants to know of a request afterwards, beside who made it.

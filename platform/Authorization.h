@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <optional>
+#include <stop_token>
 #include <string>
 
 #include "foundation/Value.h"
@@ -90,6 +91,17 @@ OSStatus AuthorizationCopyRights(AuthorizationRef authorization, const Authoriza
 OSStatus AuthorizationFree(AuthorizationRef authorization, AuthorizationFlags flags);
 
 }  // extern "C"
+
+/// As AuthorizationCopyRights above; once `stop` is requested the dialog closes, and the status is
+/// errAuthorizationCanceled.
+OSStatus AuthorizationCopyRights(AuthorizationRef authorization, const AuthorizationRights* rights,
+                                 const AuthorizationEnvironment* environment,
+                                 AuthorizationFlags flags, AuthorizationRights** authorizedRights,
+                                 const std::stop_token& stop);
+
+/// Whether somebody could see a dialog that was shown for the process of `authorization`. Where
+/// that cannot be told, it is taken for granted.
+bool AuthorizationCanShowDialog(AuthorizationRef authorization);
 
 /// Looks a right up in the authorization database: 0, or errAuthorizationDenied if it does not
 /// exist. `definition`, if not null, receives a dictionary with the name of the right's rule under

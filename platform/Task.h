@@ -19,7 +19,7 @@ inline constexpr const char* NSInvalidArgumentException = "NSInvalidArgumentExce
 /// signal and none blocked, and the environment of platform/ChildEnvironment.h. Its name for itself
 /// (argument 0) is its launch path.
 ///
-/// Set up and waited for by one thread at a time; `terminate` and `interrupt` by any.
+/// Set up and waited for by one thread at a time; `terminate`, `interrupt` and `kill` by any.
 class Task {
  public:
   using Handles = std::vector<std::shared_ptr<FileHandle>>;
@@ -49,6 +49,8 @@ class Task {
   /// Ask the program to end, or interrupt it. One that is not running is left alone.
   virtual void terminate() = 0;
   virtual void interrupt() = 0;
+  /// Ends the program, whether it wants to or not.
+  virtual void kill() = 0;
 };
 
 }  // namespace corvane

@@ -6,6 +6,7 @@
 
 #include "platform/XPCConnection.h"
 #include "platform/XPCListenerEndpoint.h"
+#include "platform/ZELPrivilegedHelperControl.h"
 #include "platform/ZELPrivilegedHelperProtocol.h"
 
 namespace corvane {
@@ -17,6 +18,8 @@ class XPCIncomingConnection {
   virtual void setExportedInterface(XPCInterface interface) = 0;
   /// The object that gets the messages; it must outlive the process's connections.
   virtual void setExportedObject(ZELPrivilegedHelperProtocol& object) = 0;
+  /// The object that gets the messages about operations, if any; it must live as long.
+  virtual void setExportedControl(ZELPrivilegedHelperControl& control) = 0;
   virtual void resume() = 0;
 };
 

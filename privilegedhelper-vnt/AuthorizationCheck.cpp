@@ -30,17 +30,27 @@ std::optional<Error> errorForStatus(OSStatus status) {
   }
 }
 
+// The authorization whose external form `data` are.
+OSStatus authorizationFromData(const Data& data, AuthorizationRef* authorization) {
+  AuthorizationExternalForm form{};
+  std::memcpy(form.bytes, data.data(), sizeof(form.bytes));
+  return AuthorizationCreateFromExternalForm(&form, authorization);
+}
+
 // Asks for the one right. Waits while the system shows its dialog.
 OSStatus copyRight(AuthorizationRef authorization, const std::string& rightName,
                    const std::optional<std::string>& prompt,
-                   const std::optional<std::string>& iconPath) {
+                   const std::optional<std::string>& iconPath, bool isInteractionAllowed,
+                   const std::stop_token& stop) {
   AuthorizationItem right{rightName.c_str(), 0, nullptr, 0};
   const AuthorizationRights rights{1, &right};
   AuthorizationEnvironment* environment =
       ZELPrivilegedOperationSet::createAuthorizationEnvironmentForRightPrompt(prompt, iconPath);
-  const OSStatus status = AuthorizationCopyRights(
-      authorization, &rights, environment,
-      kAuthorizationFlagInteractionAllowed | kAuthorizationFlagExtendRights, nullptr);
+  const AuthorizationFlags interaction =
+      isInteractionAllowed ? kAuthorizationFlagInteractionAllowed : kAuthorizationFlagDefaults;
+  const OSStatus status =
+      AuthorizationCopyRights(authorization, &rights, environment,
+                              interaction | kAuthorizationFlagExtendRights, nullptr, stop);
   ZELPrivilegedOperationSet::freeAuthorizationEnvironment(environment);
   return status;
 }
@@ -54,22 +64,26 @@ void ZELPrivilegedHelper::processMetadataDictionary(const Dictionary& metadata,
   readString(metadata, iconKey, iconPath);
 }
 
+std::optional<std::string> ZELPrivilegedHelper::rightNameForCode(std::uint64_t code) const {
+  const std::string* identifier = operationSet()->identifierForCode(code);
+  if (identifier == nullptr || identifier->empty()) return std::nullopt;
+  auto rightName = operationSet()->authorizationRightNameForOperationWithIdentifier(*identifier);
+  return rightName && !rightName->empty() ? rightName : std::nullopt;
+}
+
 std::optional<Error> ZELPrivilegedHelper::checkAuthorization(
     const Data& authorizationData, std::uint64_t code, const std::optional<std::string>& prompt,
-    const std::optional<std::string>& iconPath, bool destroyRights) const {
-  AuthorizationExternalForm form{};
-  if (authorizationData.size() != sizeof(form.bytes)) return posixError(POSIXErrorCode::Invalid);
-  const std::string* identifier = operationSet()->identifierForCode(code);
-  if (identifier == nullptr || identifier->empty()) return posixError(POSIXErrorCode::Invalid);
-  const auto rightName =
-      operationSet()->authorizationRightNameForOperationWithIdentifier(*identifier);
-  if (!rightName || rightName->empty()) return posixError(POSIXErrorCode::Invalid);
-
-  std::memcpy(form.bytes, authorizationData.data(), sizeof(form.bytes));
+    const std::optional<std::string>& iconPath, bool destroyRights, bool isInteractionAllowed,
+    const std::stop_token& stop) const {
+  const auto rightName = rightNameForCode(code);
+  if (authorizationData.size() != kAuthorizationExternalFormLength || !rightName) {
+    return posixError(POSIXErrorCode::Invalid);
+  }
   AuthorizationRef authorization = nullptr;
-  OSStatus status = AuthorizationCreateFromExternalForm(&form, &authorization);
+  OSStatus status = authorizationFromData(authorizationData, &authorization);
   if (status == errAuthorizationSuccess) {
-    status = isUTF8(*rightName) ? copyRight(authorization, *rightName, prompt, iconPath)
+    status = isUTF8(*rightName) ? copyRight(authorization, *rightName, prompt, iconPath,
+                                            isInteractionAllowed, stop)
                                 : errAuthorizationInvalidPointer;
   }
   // Rights are destroyed whether or not this one was granted.
@@ -78,6 +92,29 @@ std::optional<Error> ZELPrivilegedHelper::checkAuthorization(
                       destroyRights ? kAuthorizationFlagDestroyRights : kAuthorizationFlagDefaults);
   }
   return errorForStatus(status);
+}
+
+std::variant<AuthorizationState, Error> ZELPrivilegedHelper::queryAuthorization(
+    std::uint64_t code, const Data& authorizationData) {
+  const auto rightName = rightNameForCode(code);
+  if (authorizationData.size() != kAuthorizationExternalFormLength || !rightName) {
+    return posixError(POSIXErrorCode::Invalid);
+  }
+  AuthorizationRef authorization = nullptr;
+  const OSStatus formStatus = authorizationFromData(authorizationData, &authorization);
+  if (formStatus != errAuthorizationSuccess) return Error(NSOSStatusErrorDomain, formStatus);
+  const OSStatus status = copyRight(authorization, *rightName, {}, {}, false, {});
+  std::variant<AuthorizationState, Error> answer = Error(NSOSStatusErrorDomain, status);
+  if (status == errAuthorizationSuccess) {
+    answer = AuthorizationState::Granted;
+  } else if (status == errAuthorizationDenied) {
+    answer = AuthorizationState::Denied;
+  } else if (status == errAuthorizationInteractionNotAllowed) {
+    answer = AuthorizationCanShowDialog(authorization) ? AuthorizationState::Challenge
+                                                       : AuthorizationState::Unavailable;
+  }
+  AuthorizationFree(authorization, kAuthorizationFlagDefaults);
+  return answer;
 }
 
 }  // namespace corvane

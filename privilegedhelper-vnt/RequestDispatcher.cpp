@@ -7,6 +7,8 @@
 #include "foundation/POSIXError.h"
 #include "operations/OperationCodes.h"
 #include "platform/AuditLog.h"
+#include "platform/CurrentClient.h"
+#include "privilegedhelper-vnt/RequestControl.h"
 #include "privilegedhelper-vnt/ZELPrivilegedHelper.h"
 
 namespace corvane {
@@ -57,6 +59,7 @@ struct ZELPrivilegedHelper::Request {
   const std::string& identifier;
   const ZELPrivilegedOperation& operation;
   const Array& arguments;
+  std::stop_token stop;
 
   bool hasFeedback() const {
     return operation.isSupportingProgressFeedback() || operation.isSupportingLiveOutput();
@@ -78,47 +81,60 @@ void ZELPrivilegedHelper::performPrivilegedOperation(
 
   std::optional<std::string> prompt;
   std::optional<std::string> iconPath;
+  std::optional<RequestControl> control = RequestControl();
   if (const auto metadata = takeMetadata(*arguments)) {
     log("Actual number of arguments is %llu. %llu additional metadata entries have been "
         "transferred.",
         Code{arguments->size()}, Code{metadata->size()});
     processMetadataDictionary(*metadata, &prompt, &iconPath);
+    control = readRequestControl(*metadata);
   }
+  if (!control) {
+    logAt(LogPriorityError, "Operation %s was rejected because its metadata are invalid.",
+          identifier->c_str());
+    return reply(posixError(POSIXErrorCode::Invalid));
+  }
+  std::optional<RunningRequests::Entry> running;
+  if (control->token) running.emplace(_runningRequests, userOfCurrentClient(), *control->token);
+  const std::stop_token stop = running ? running->stop() : std::stop_token();
+  const auto end = [&](const Array* authorizedArguments, const std::optional<Error>& error) {
+    // Who has the answer can cancel nothing more.
+    running.reset();
+    audit(code, authorizedArguments, error, stop);
+    reply(error);
+  };
 
   // Nothing of the arguments is looked at before this: a malformed request is authorized too.
   if (const auto error =
-          checkAuthorization(authorizationData, code, prompt, iconPath, code == codeDiscardAuth)) {
+          checkAuthorization(authorizationData, code, prompt, iconPath, code == codeDiscardAuth,
+                             control->isInteractionAllowed, stop)) {
     log("Operation could not be authorized, rejected with error code %lld.",
         static_cast<long long>(error->code()));
-    audit(code, nullptr, error);
-    return reply(error);
+    return end(nullptr, error);
   }
 
   // What has been authorized has a right, and so a description.
   const ZELPrivilegedOperation& operation = *operationSet()->operationWithIdentifier(*identifier);
-  const Request request{code, *identifier, operation, *arguments};
-  const auto end = [&](const std::optional<Error>& error) {
-    audit(code, &request.arguments, error);
-    reply(error);
-  };
-  if (const auto error = checkArguments(request)) return end(error);
+  const Request request{code, *identifier, operation, *arguments, stop};
+  if (const auto error = checkArguments(request)) return end(&*arguments, error);
 
   FeedbackConnection connection;
   if (feedbackEndpoint && request.hasFeedback()) {
     if (const auto error =
             openFeedbackConnection(request, *std::move(feedbackEndpoint), connection)) {
-      return end(error);
+      return end(&*arguments, error);
     }
   }
   const std::optional<Error> result = execute(request, connection);
   if (connection != nullptr) closeFeedbackConnection(*connection);
   log("Operation %s was completed with return code %lld.", identifier->c_str(),
       static_cast<long long>(result ? result->code() : 0));
-  end(result);
+  end(&*arguments, result);
 }
 
 void ZELPrivilegedHelper::audit(std::uint64_t code, const Array* arguments,
-                                const std::optional<Error>& error) const {
+                                const std::optional<Error>& error,
+                                const std::stop_token& stop) const {
   const bool isWithoutEffect = code == codeNop || code == codeDiscardAuth;
   if (arguments != nullptr && isWithoutEffect) return;
   const std::string& identifier = *operationSet()->identifierForCode(code);
@@ -127,12 +143,13 @@ void ZELPrivilegedHelper::audit(std::uint64_t code, const Array* arguments,
       identifier,
       operationSet()->authorizationRightNameForOperationWithIdentifier(identifier).value_or(""),
       AuditOutcome::Done, error, std::nullopt};
-  if (arguments == nullptr) {
-    entry.outcome = isCanceled ? AuditOutcome::Dismissed : AuditOutcome::Refused;
-  } else {
-    if (error) entry.outcome = isCanceled ? AuditOutcome::Cancelled : AuditOutcome::Failed;
+  if (arguments != nullptr) {
+    if (error) entry.outcome = AuditOutcome::Failed;
     entry.arguments = operationSet()->loggableArguments(code, *arguments);
+  } else {
+    entry.outcome = isCanceled ? AuditOutcome::Dismissed : AuditOutcome::Refused;
   }
+  if (isCanceled && stop.stop_requested()) entry.outcome = AuditOutcome::Cancelled;
   logAuditEntry(_aslHandle, entry);
 }
 
@@ -216,12 +233,13 @@ std::optional<Error> ZELPrivilegedHelper::openFeedbackConnection(
 
 std::optional<Error> ZELPrivilegedHelper::execute(const Request& request,
                                                   const FeedbackConnection& connection) {
+  if (request.stop.stop_requested()) return posixError(POSIXErrorCode::Canceled);
   switch (request.code) {
     case codeNop:
     case codeDiscardAuth:
       return std::nullopt;
     case codeDeleteFiles:
-      return deleteFileSystemObjectsWithPaths(request.arguments);
+      return deleteFileSystemObjectsWithPaths(request.arguments, request.stop);
     case codePrepareUninstall:
       return posixError(POSIXErrorCode::NotImplemented);
     case codePerformUninstall:
@@ -250,7 +268,7 @@ std::optional<Error> ZELPrivilegedHelper::executeImplementingMethod(
   std::string name;
   std::string reason;
   try {
-    return operationSet()->performSelector(*selector, request.arguments, connection);
+    return operationSet()->performSelector(*selector, request.arguments, connection, request.stop);
   } catch (const Exception& exception) {
     name = exception.name();
     reason = exception.reason();

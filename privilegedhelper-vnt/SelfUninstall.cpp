@@ -62,10 +62,12 @@ std::int32_t removeJob(const ZELPrivilegedOperationSet& operationSet) {
 
 }  // namespace
 
-std::optional<Error> ZELPrivilegedHelper::deleteFileSystemObjectsWithPaths(const Array& paths) {
+std::optional<Error> ZELPrivilegedHelper::deleteFileSystemObjectsWithPaths(
+    const Array& paths, const std::stop_token& stop) {
   std::optional<Error> error;
   for (const Value& path : paths) {
     if (path.string() == nullptr) continue;
+    if (stop.stop_requested()) return posixError(POSIXErrorCode::Canceled);
     log("Deleting file system object '%s'.", path.string()->c_str());
     enforceRemovalOfFileSystemObjectAtPath(*path.string(), &error);
   }

@@ -3,6 +3,7 @@
 #include <cstdarg>
 #include <cstdlib>
 
+#include "platform/CurrentClient.h"
 #include "platform/StandardLog.h"
 
 namespace corvane {
@@ -49,6 +50,7 @@ bool ZELPrivilegedHelper::listenerShouldAcceptNewConnection(const XPCListener* n
   }
   newConnection->setExportedInterface({"ZELPrivilegedHelperProtocol"});
   newConnection->setExportedObject(*this);
+  newConnection->setExportedControl(*this);
   newConnection->resume();
   return true;
 }
@@ -59,6 +61,12 @@ void ZELPrivilegedHelper::connectWithEndpointUsingReply(const EndpointReply& rep
 
 void ZELPrivilegedHelper::getVersionStringUsingReply(const VersionReply& reply) {
   reply(operationSet()->implementationVersion().value_or(""));
+}
+
+bool ZELPrivilegedHelper::cancelOperation(const std::string& token) {
+  const bool isCancelled = _runningRequests.cancel(userOfCurrentClient(), token);
+  log("Request to cancel an operation: %s.", isCancelled ? "it is in progress" : "there is none");
+  return isCancelled;
 }
 
 void ZELPrivilegedHelper::logAt(int priority, const char* format, ...) const {

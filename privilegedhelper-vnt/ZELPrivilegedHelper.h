@@ -8,19 +8,24 @@
 #include <mutex>
 #include <optional>
 #include <set>
+#include <stop_token>
 #include <string>
+#include <variant>
 
 #include "foundation/Error.h"
 #include "foundation/Value.h"
 #include "operations/ZELPrivilegedOperationSet.h"
 #include "platform/SystemLog.h"
 #include "platform/XPCListener.h"
+#include "privilegedhelper-vnt/RunningRequests.h"
 
 namespace corvane {
 
 /// The one object of the daemon: takes connections, keeps the registry of working clients, and
 /// authorizes, checks and dispatches their requests. Each of these has a file of its own.
-class ZELPrivilegedHelper : public XPCListenerDelegate, public ZELPrivilegedHelperProtocol {
+class ZELPrivilegedHelper : public XPCListenerDelegate,
+                            public ZELPrivilegedHelperProtocol,
+                            public ZELPrivilegedHelperControl {
  public:
   using ClientSet = std::set<std::int32_t>;
 
@@ -61,20 +66,28 @@ class ZELPrivilegedHelper : public XPCListenerDelegate, public ZELPrivilegedHelp
                                   const OperationReply& reply) override;
   void enableDebugMode(bool flag) override;
 
+  bool cancelOperation(const std::string& token) override;
+  std::variant<AuthorizationState, Error> queryAuthorization(
+      std::uint64_t code, const Data& authorizationData) override;
+
   /// Reads the prompt and the icon path out of a request's metadata. An out pointer is written
   /// only if it is given and the dictionary holds a string under its key.
   void processMetadataDictionary(const Dictionary& metadata, std::optional<std::string>* prompt,
                                  std::optional<std::string>* iconPath) const;
   /// Nothing if the holder of the authorization may perform the operation `code`, else the error
-  /// to answer with. Waits while the system asks the user.
+  /// to answer with. Waits while the system asks the user, unless nobody is to be asked, and until
+  /// `stop` is requested.
   std::optional<Error> checkAuthorization(const Data& authorizationData, std::uint64_t code,
                                           const std::optional<std::string>& prompt,
                                           const std::optional<std::string>& iconPath,
-                                          bool destroyRights) const;
+                                          bool destroyRights, bool isInteractionAllowed = true,
+                                          const std::stop_token& stop = {}) const;
 
   /// Deletes the objects at the paths one by one, never with contents; what is no string is
-  /// skipped. Nothing, or the error of the last one that could not be deleted.
-  std::optional<Error> deleteFileSystemObjectsWithPaths(const Array& paths);
+  /// skipped. Nothing, or the error of the last one that could not be deleted; ECANCELED if `stop`
+  /// was requested before the last one's turn.
+  std::optional<Error> deleteFileSystemObjectsWithPaths(const Array& paths,
+                                                        const std::stop_token& stop = {});
   /// Deletes one object; `error` (which may be null) is written on failure only.
   bool enforceRemovalOfFileSystemObjectAtPath(const std::string& path, std::optional<Error>* error);
   /// Removes the daemon from the system and ends it. Returns only with the error that stood in the
@@ -97,6 +110,9 @@ class ZELPrivilegedHelper : public XPCListenerDelegate, public ZELPrivilegedHelp
   /// bounds. As the set has to double before it is done again, it costs each registration little.
   void dropEndedClients();
 
+  /// The name of the operation's right; nothing if there is no such operation.
+  std::optional<std::string> rightNameForCode(std::uint64_t code) const;
+
   /// One request on its way through the dispatcher.
   struct Request;
   std::optional<Error> checkArguments(const Request& request) const;
@@ -107,8 +123,9 @@ class ZELPrivilegedHelper : public XPCListenerDelegate, public ZELPrivilegedHelp
                                                  const FeedbackConnection& connection);
   void closeFeedbackConnection(XPCConnection& connection) const;
   /// Leaves one entry in the system's log about a request that was refused (no `arguments`) or
-  /// authorized, and how it ended.
-  void audit(std::uint64_t code, const Array* arguments, const std::optional<Error>& error) const;
+  /// authorized, and how it ended; `stop` tells who dismissed a dialog from who cancelled it.
+  void audit(std::uint64_t code, const Array* arguments, const std::optional<Error>& error,
+             const std::stop_token& stop = {}) const;
 
   aslclient _aslHandle = nullptr;
   aslmsg _aslMessage = nullptr;
@@ -121,6 +138,7 @@ class ZELPrivilegedHelper : public XPCListenerDelegate, public ZELPrivilegedHelp
   std::size_t _clientsToLookAt = clientsToLookAtFirst;  ///< under the lock of the set
   std::mutex _clientSetLock;
   ZELPrivilegedOperationSet* _operationSet = nullptr;
+  RunningRequests _runningRequests;
 };
 
 }  // namespace corvane

@@ -176,6 +176,13 @@ void ZELTaskExecutor::interruptProgramUsingTerminationRequest(bool terminationRe
   }
 }
 
+void ZELTaskExecutor::killProgram() {
+  const auto task = _runningTask.load();
+  if (!task) return;
+  _hasInterrupted = true;
+  task->kill();
+}
+
 void ZELTaskExecutor::attendTask(std::shared_ptr<Task> task,
                                  const CompletionHandler& completionHandler) {
   Task::Handles awaited = {_subTaskOutputHandle.load(), _subTaskErrorHandle.load()};

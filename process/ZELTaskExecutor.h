@@ -71,6 +71,8 @@ class ZELTaskExecutor : public std::enable_shared_from_this<ZELTaskExecutor> {
   bool canInterruptProgram() const;
   /// Asks the program to end (true) or interrupts it (false). Without a program nothing happens.
   void interruptProgramUsingTerminationRequest(bool terminationRequest);
+  /// Ends the program, whether it wants to or not. Without a program nothing happens.
+  void killProgram();
 
  private:
   using Handle = std::shared_ptr<FileHandle>;

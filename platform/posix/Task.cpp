@@ -92,6 +92,7 @@ class ChildProcess : public Task {
   std::int32_t terminationStatus() override;
   void terminate() override { send(SIGTERM); }
   void interrupt() override { send(SIGINT); }
+  void kill() override { send(SIGKILL); }
 
  private:
   [[noreturn]] void refuse(const std::string& reason) const {
@@ -189,7 +190,7 @@ std::int32_t ChildProcess::terminationStatus() {
 
 void ChildProcess::send(int signal) {
   const std::lock_guard lock(_mutex);
-  if (_pid != 0 && !_status) kill(_pid, signal);
+  if (_pid != 0 && !_status) ::kill(_pid, signal);
 }
 
 }  // namespace

@@ -47,7 +47,8 @@ class TestOperationSet : public ZELPrivilegedOperationSet {
   }
 
   std::optional<Error> performSelector(std::string_view selector, const Array& arguments,
-                                       const FeedbackConnection& feedbackConnection) override {
+                                       const FeedbackConnection& feedbackConnection,
+                                       const std::stop_token& /*stop*/) override {
     if (selector == "performOperationRaiseWithArguments:") {
       throw Exception(*arguments[0].string(), *arguments[1].string());
     }

@@ -4,12 +4,13 @@ ended."""
 import os
 import pwd
 import re
+import threading
 
 from bus import (DELETE_FILEOBJECTS, DELETE_FILES, DISCARD_AUTH, EXECUTE_UTILITY,
-                 MODIFY_PREFERENCES, NOP, Client)
+                 MODIFY_PREFERENCES, NOP, Client, named)
 from log_test import LogSinkTest, journal_fields
-from support import (IDENTIFIER, SOMEBODY, DaemonTest, Issuer, change_rights, main, root_only,
-                     wait_until)
+from support import (IDENTIFIER, SOMEBODY, DaemonTest, Issuer, change_rights, main,
+                     make_application, root_only, wait_until)
 
 MESSAGE_ID = "17e91f8b9aed42e595b17c1fb4f7d4ab"
 
@@ -104,6 +105,19 @@ class AuditTest(DaemonTest):
         self.client.perform(EXECUTE_UTILITY, self.form(), ["/", "no-such-utility", "argument"])
         self.assertRegex(self.audit(1)[0],
                          r"execute-utility '/' 'no-such-utility' 'argument': failed \(")
+
+    def test_what_was_cancelled_is_told_as_that(self):
+        runs = f"{self.folder}/runs"
+        application = make_application(
+            self.folder, "#!/bin/sh\ntrap 'exit 3' TERM\n: >\"$1\"\nwhile :; do sleep 0.1; done\n")
+        requesting = threading.Thread(target=self.client.perform, args=(
+            EXECUTE_UTILITY, self.form(), named("token", [application, "lipo", runs])))
+        requesting.start()
+        wait_until(lambda: os.path.exists(runs), "the utility runs")
+        self.assertTrue(Client(self.daemon.connect()).cancel("token"))
+        requesting.join()
+        self.assertAudited(f"execute-utility '{application}' 'lipo' '{runs}': cancelled "
+                           "(NSPOSIXErrorDomain 89)")
 
     def test_the_form_is_in_no_entry(self):
         form = self.form()

@@ -12,6 +12,7 @@ from common import PATIENCE
 
 HELPER_PATH = "/com/corvane/PrivilegedHelper"
 HELPER_INTERFACE = "com.corvane.ZELPrivilegedHelperProtocol"
+CONTROL_INTERFACE = "com.corvane.ZELPrivilegedHelperControl"
 FEEDBACK_PATH = "/com/corvane/PrivilegedOperationFeedback"
 FEEDBACK_INTERFACE = "com.corvane.ZELPrivilegedOperationFeedbackProtocol"
 FEEDBACK_MEMBER = "ProcessPrivilegedOperationFeedback"
@@ -41,6 +42,11 @@ def variant(value):
 def dictionary(**entries):
     """A dictionary of text and of what the test says."""
     return GLib.Variant("a{sv}", {key: variant(value) for key, value in entries.items()})
+
+
+def named(token, arguments=()):
+    """An argument list of a request that can be cancelled by `token`."""
+    return [MARKER, dictionary(ZELOperationToken=token), *arguments]
 
 
 def request_body(code, form, arguments, endpoints=0, lists=None):
@@ -108,6 +114,17 @@ class Client:
                            descriptors)[0].unpack()[0]
         assert len(errors) <= 1, "more than one error"
         return errors[0] if errors else None
+
+    def cancel(self, token):
+        """Whether a request with this token was in progress."""
+        return self.call("CancelOperation", GLib.Variant("(s)", (token,)), "(b)",
+                         interface=CONTROL_INTERFACE)[0].unpack()[0]
+
+    def query(self, code, form):
+        """What a request for the operation would meet."""
+        body = GLib.Variant.new_tuple(GLib.Variant("t", code), data(form))
+        return self.call("QueryAuthorization", body, "(s)",
+                         interface=CONTROL_INTERFACE)[0].unpack()[0]
 
     def close(self):
         self.connection.close_sync(None)

@@ -29,7 +29,7 @@ class ModifyPreferencesTest : public PreferencesTree {
     ZELPrivilegedOperationSet& set = ZELPrivilegedOperationSetVNT::privilegedOperationSet();
     const auto selector = set.selectorForExecutionOfPrivilegedOperationWithCode(1, false);
     EXPECT_EQ(selector, "performOperationModifyPreferencesWithArguments:");
-    return set.performSelector(*selector, Array{key, application, user, host, value}, nullptr);
+    return set.performSelector(*selector, Array{key, application, user, host, value}, nullptr, {});
   }
   static std::optional<Error> modify(const std::string& key, const std::string& value) {
     return modify(key, application, currentUser, anyHost, value);

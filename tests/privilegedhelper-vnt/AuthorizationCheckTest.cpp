@@ -47,6 +47,28 @@ TEST_F(AuthorizationCheckTest, AsksForTheOneRightWithInteractionAllowed) {
   EXPECT_EQ(services.freed, std::vector<AuthorizationFlags>{kAuthorizationFlagDefaults});
 }
 
+TEST_F(AuthorizationCheckTest, AsksForNoInteractionWhereNoneIsWanted) {
+  EXPECT_EQ(helper->checkAuthorization(Data(32), codeDeleteFileobjects, {}, {}, false, false),
+            std::nullopt);
+  EXPECT_EQ(services.requestFlags, AuthorizationFlags{kAuthorizationFlagExtendRights});
+}
+
+TEST_F(AuthorizationCheckTest, AQuestionAboutARightTellsWhatARequestWouldMeet) {
+  const auto query = [this] { return helper->queryAuthorization(codeDeleteFileobjects, Data(32)); };
+  using Answer = std::variant<AuthorizationState, Error>;
+  EXPECT_EQ(query(), Answer(AuthorizationState::Granted));
+  services.rightsStatus = errAuthorizationDenied;
+  EXPECT_EQ(query(), Answer(AuthorizationState::Denied));
+  services.rightsStatus = errAuthorizationInteractionNotAllowed;
+  EXPECT_EQ(query(), Answer(AuthorizationState::Unavailable));
+  services.canShowDialog = true;
+  EXPECT_EQ(query(), Answer(AuthorizationState::Challenge));
+  services.rightsStatus = errAuthorizationInternal;
+  EXPECT_EQ(query(), Answer(Error(NSOSStatusErrorDomain, errAuthorizationInternal)));
+  EXPECT_EQ(services.requestFlags, AuthorizationFlags{kAuthorizationFlagExtendRights});
+  EXPECT_EQ(services.freed.size(), 5U);
+}
+
 TEST_F(AuthorizationCheckTest, StatusesBecomeErrors) {
   services.rightsStatus = errAuthorizationDenied;
   EXPECT_EQ(check(), posixError(POSIXErrorCode::NotPermitted));

@@ -21,7 +21,8 @@ OSStatus AuthorizationCreateFromExternalForm(const AuthorizationExternalForm*,
 
 OSStatus AuthorizationCopyRights(AuthorizationRef, const AuthorizationRights* rights,
                                  const AuthorizationEnvironment* environment,
-                                 AuthorizationFlags flags, AuthorizationRights**) {
+                                 AuthorizationFlags flags, AuthorizationRights**,
+                                 const std::stop_token&) {
   AuthorizationStandIn& standIn = AuthorizationStandIn::current;
   for (std::uint32_t i = 0; i < rights->count; ++i)
     standIn.rights.emplace_back(rights->items[i].name);
@@ -35,6 +36,10 @@ OSStatus AuthorizationCopyRights(AuthorizationRef, const AuthorizationRights* ri
     }
   }
   return standIn.rightsStatus;
+}
+
+bool AuthorizationCanShowDialog(AuthorizationRef) {
+  return AuthorizationStandIn::current.canShowDialog;
 }
 
 OSStatus AuthorizationFree(AuthorizationRef authorization, AuthorizationFlags flags) {

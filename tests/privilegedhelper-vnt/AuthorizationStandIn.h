@@ -14,6 +14,8 @@ struct AuthorizationStandIn {
   OSStatus formStatus = errAuthorizationSuccess;
   OSStatus rightsStatus = errAuthorizationSuccess;
 
+  bool canShowDialog = false;
+
   int forms = 0;
   std::vector<std::string> rights;
   std::optional<AuthorizationFlags> requestFlags;

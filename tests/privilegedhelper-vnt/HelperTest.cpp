@@ -16,10 +16,12 @@ class RecordingConnection : public XPCIncomingConnection {
  public:
   void setExportedInterface(XPCInterface exported) override { interface = exported.protocolName; }
   void setExportedObject(ZELPrivilegedHelperProtocol& exported) override { object = &exported; }
+  void setExportedControl(ZELPrivilegedHelperControl& exported) override { control = &exported; }
   void resume() override { isResumed = true; }
 
   std::string interface;
   ZELPrivilegedHelperProtocol* object = nullptr;
+  ZELPrivilegedHelperControl* control = nullptr;
   bool isResumed = false;
 };
 

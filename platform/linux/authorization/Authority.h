@@ -2,6 +2,7 @@
 #define CORVANE_PLATFORM_LINUX_AUTHORIZATION_AUTHORITY_H
 
 #include <optional>
+#include <stop_token>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -19,6 +20,8 @@ struct RightRequest {
   std::string prompt;
   std::string iconPath;
   bool isInteractionAllowed = false;
+  /// Closes the dialog; the status is then errAuthorizationCanceled.
+  std::stop_token stop{};
 };
 
 struct RightDefinition {
@@ -39,6 +42,8 @@ class Authority {
 
   /// Success only if `subject` holds the right. May wait for a person to answer.
   virtual OSStatus decide(const ProcessIdentity& subject, const RightRequest& request) = 0;
+  /// Whether somebody could see a dialog that is shown for `subject`.
+  virtual bool canShowDialog(const ProcessIdentity& subject) = 0;
   /// Forgets what was granted to `subject`, so that it is asked for again.
   virtual void revoke(const ProcessIdentity& subject) = 0;
 

@@ -121,6 +121,13 @@ OSStatus AuthorizationCreateFromExternalForm(const AuthorizationExternalForm* fo
 OSStatus AuthorizationCopyRights(AuthorizationRef authorization, const AuthorizationRights* rights,
                                  const AuthorizationEnvironment* environment,
                                  AuthorizationFlags flags, AuthorizationRights** authorizedRights) {
+  return AuthorizationCopyRights(authorization, rights, environment, flags, authorizedRights, {});
+}
+
+OSStatus AuthorizationCopyRights(AuthorizationRef authorization, const AuthorizationRights* rights,
+                                 const AuthorizationEnvironment* environment,
+                                 AuthorizationFlags flags, AuthorizationRights** authorizedRights,
+                                 const std::stop_token& stop) {
   if (authorization == nullptr) return errAuthorizationInvalidRef;
   if (authorizedRights != nullptr) return errAuthorizationInvalidPointer;
   const std::span<const AuthorizationItem> items = itemsOf(rights);
@@ -133,11 +140,15 @@ OSStatus AuthorizationCopyRights(AuthorizationRef authorization, const Authoriza
     const OSStatus status = authority().decide(
         authorization->subject, {item.name, textOf(environment, AuthorizationEnvironmentPrompt),
                                  textOf(environment, AuthorizationEnvironmentIcon),
-                                 (flags & kAuthorizationFlagInteractionAllowed) != 0});
+                                 (flags & kAuthorizationFlagInteractionAllowed) != 0, stop});
     if (status != errAuthorizationSuccess) return status;
   }
   // A person may have taken a while: nobody is left who could have what was granted.
   return isRunning(authorization->subject) ? errAuthorizationSuccess : errAuthorizationInvalidRef;
+}
+
+bool AuthorizationCanShowDialog(AuthorizationRef authorization) {
+  return authorization != nullptr && authority().canShowDialog(authorization->subject);
 }
 
 OSStatus AuthorizationFree(AuthorizationRef authorization, AuthorizationFlags flags) {

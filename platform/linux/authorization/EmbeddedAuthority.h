@@ -19,6 +19,7 @@ class EmbeddedAuthority : public Authority {
   explicit EmbeddedAuthority(std::string rightsDirectory);
 
   OSStatus decide(const ProcessIdentity& subject, const RightRequest& request) override;
+  bool canShowDialog(const ProcessIdentity& /*subject*/) override { return false; }
   void revoke(const ProcessIdentity& /*subject*/) override {}
 
   OSStatus rightGet(const std::string& rightName, RightDefinition* definition) override;

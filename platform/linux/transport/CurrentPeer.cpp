@@ -2,6 +2,10 @@
 
 #include <utility>
 
+#include <unistd.h>
+
+#include "platform/CurrentClient.h"
+
 namespace corvane {
 
 namespace {
@@ -12,6 +16,10 @@ thread_local const Peer* current = nullptr;
 
 const Peer* currentPeer() {
   return current;
+}
+
+std::uint32_t userOfCurrentClient() {
+  return current != nullptr ? current->uid : ::geteuid();
 }
 
 CurrentPeerScope::CurrentPeerScope(const Peer& peer) : _previous(std::exchange(current, &peer)) {}

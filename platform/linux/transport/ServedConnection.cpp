@@ -8,6 +8,8 @@
 #include <poll.h>
 #include <sys/socket.h>
 
+#include "foundation/POSIXError.h"
+#include "platform/Authorization.h"
 #include "platform/StandardLog.h"
 #include "platform/linux/bus/Bus.h"
 #include "platform/linux/transport/BusValue.h"
@@ -67,6 +69,13 @@ int refuse(sd_bus_message* message, const char* name, const char* reason) {
 int refuseForSize(sd_bus_message* message) {
   return refuse(message, SD_BUS_ERROR_LIMITS_EXCEEDED,
                 "The request holds too much, by itself or with others of this user");
+}
+
+// Why an authorization cannot be told of. An authority that fails is nobody's mistake.
+const char* errorNameFor(const Error& error) {
+  if (isPOSIXError(error, POSIXErrorCode::Invalid)) return SD_BUS_ERROR_INVALID_ARGS;
+  return error.is(NSOSStatusErrorDomain, errAuthorizationInvalidRef) ? SD_BUS_ERROR_ACCESS_DENIED
+                                                                     : SD_BUS_ERROR_FAILED;
 }
 
 // The feedback endpoint, `ah` with none or one; -EBADMSG for more.
@@ -226,6 +235,34 @@ struct ServedConnection::Handlers {
     return result < 0 ? result : 1;
   }
 
+  static int cancelOperation(ServedConnection& connection, sd_bus_message* message) {
+    const char* token = nullptr;
+    const int result = sd_bus_message_read_basic(message, SD_BUS_TYPE_STRING, &token);
+    if (result < 0) return result;
+    const bool isCancelled = connection._control->cancelOperation(token);
+    return sd_bus_reply_method_return(message, "b", static_cast<int>(isCancelled));
+  }
+
+  static int queryAuthorization(ServedConnection& connection, sd_bus_message* message) {
+    std::uint64_t code = 0;
+    Data authorization;
+    int result = sd_bus_message_read_basic(message, SD_BUS_TYPE_UINT64, &code);
+    if (result >= 0) {
+      result = readData(message, authorization,
+                        [&](std::size_t size) { return connection._share.takeMore(size); });
+    }
+    if (result == -E2BIG) return refuseForSize(message);
+    if (result < 0) return result;
+    const auto answer = connection._control->queryAuthorization(code, authorization);
+    if (const auto* error = std::get_if<Error>(&answer)) {
+      return refuse(message, errorNameFor(*error), error->localizedDescription().c_str());
+    }
+    const auto* name = std::find_if(authorizationStates.begin(), authorizationStates.end(),
+                                    [state = std::get<AuthorizationState>(answer)](
+                                        const auto& entry) { return entry.first == state; });
+    return sd_bus_reply_method_return(message, "s", name->second);
+  }
+
   static int reply(sd_bus_message* message, const std::optional<Error>& error) {
     if (sd_bus_message_get_expect_reply(message) == 0) return 0;
     sd_bus_message* raw = nullptr;
@@ -273,6 +310,13 @@ void ServedConnection::serve() {
       SD_BUS_METHOD(debugMember, "b", "", &Handlers::guarded<&Handlers::enableDebugMode>,
                     SD_BUS_VTABLE_UNPRIVILEGED),
       SD_BUS_VTABLE_END};
+  static const sd_bus_vtable controlMembers[] = {
+      SD_BUS_VTABLE_START(0),
+      SD_BUS_METHOD(cancelMember, "s", "b", &Handlers::guarded<&Handlers::cancelOperation>,
+                    SD_BUS_VTABLE_UNPRIVILEGED),
+      SD_BUS_METHOD(queryMember, querySignature, "s",
+                    &Handlers::guarded<&Handlers::queryAuthorization>, SD_BUS_VTABLE_UNPRIVILEGED),
+      SD_BUS_VTABLE_END};
 
   const int socket = _socket.get();
   if (_connectedItself) _process = connectedProcess(socket);
@@ -282,6 +326,10 @@ void ServedConnection::serve() {
   const Bus bus = makePeerBus(std::move(_socket), BusRole::Server, std::move(guarded));
   if (bus == nullptr || sd_bus_add_object_vtable(bus.get(), nullptr, helperObjectPath,
                                                  _interface.c_str(), members, this) < 0) {
+    return;
+  }
+  if (_control != nullptr && sd_bus_add_object_vtable(bus.get(), nullptr, helperObjectPath,
+                                                      controlInterface, controlMembers, this) < 0) {
     return;
   }
 

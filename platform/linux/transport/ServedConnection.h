@@ -31,6 +31,7 @@ class ServedConnection : public XPCIncomingConnection {
 
   void setExportedInterface(XPCInterface interface) override;
   void setExportedObject(ZELPrivilegedHelperProtocol& object) override { _object = &object; }
+  void setExportedControl(ZELPrivilegedHelperControl& control) override { _control = &control; }
   void resume() override { _isResumed = true; }
   bool isResumed() const { return _isResumed; }
 
@@ -55,6 +56,7 @@ class ServedConnection : public XPCIncomingConnection {
   std::shared_ptr<Registrations> _registrations;
   std::string _interface;
   ZELPrivilegedHelperProtocol* _object = nullptr;
+  ZELPrivilegedHelperControl* _control = nullptr;
   /// Set by an exception that nobody caught: its request stays unanswered.
   bool _hasFailed = false;
 };

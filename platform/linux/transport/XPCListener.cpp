@@ -123,6 +123,7 @@ void askToLeave(int) {
 struct OwnConnection : XPCIncomingConnection {
   void setExportedInterface(XPCInterface) override {}
   void setExportedObject(ZELPrivilegedHelperProtocol& exported) override { object = &exported; }
+  void setExportedControl(ZELPrivilegedHelperControl&) override {}
   void resume() override {}
 
   ZELPrivilegedHelperProtocol* object = nullptr;

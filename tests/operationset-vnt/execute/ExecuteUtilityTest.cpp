@@ -33,7 +33,7 @@ struct ExecuteUtilityTest : testing::Test {
   std::shared_ptr<RecordingConnection> connection = std::make_shared<RecordingConnection>();
 
   std::optional<Error> execute(const Array& arguments) {
-    return set.performSelector(selector, arguments, connection);
+    return set.performSelector(selector, arguments, connection, {});
   }
   // Runs the application's "lipo", made of this script.
   std::optional<Error> run(const std::string& script, const Array& arguments = {}) {
@@ -306,15 +306,15 @@ TEST_F(ExecuteUtilityTest, RunsAtOnceEachReachTheirOwnClient) {
   const auto first = std::make_shared<RecordingConnection>();
   const auto second = std::make_shared<RecordingConnection>();
   std::jthread waiting([&] {
-    EXPECT_EQ(set.performSelector(selector, {application.path(), "lipo", "first", fifo}, first),
+    EXPECT_EQ(set.performSelector(selector, {application.path(), "lipo", "first", fifo}, first, {}),
               std::nullopt);
   });
   first->waitForOutput("first started\n");
 
   // The second comes, replaces the connection of the first, and clears it when it goes.
-  EXPECT_EQ(
-      set.performSelector(selector, {application.path(), "lipo", "second", "/dev/null"}, second),
-      std::nullopt);
+  EXPECT_EQ(set.performSelector(selector, {application.path(), "lipo", "second", "/dev/null"},
+                                second, {}),
+            std::nullopt);
   EXPECT_EQ(set.outputConnection(), nullptr);
   EXPECT_EQ(second->output(), "second started\nsecond ended\n");
 
@@ -334,7 +334,7 @@ TEST_F(ExecuteUtilityTest, ManyRunsAtOnceNeverMixTheirOutput) {
         const auto client = std::make_shared<RecordingConnection>();
         const std::string number = std::to_string(i);
         const auto error =
-            set.performSelector(selector, {application.path(), "lipo", number}, client);
+            set.performSelector(selector, {application.path(), "lipo", number}, client, {});
         EXPECT_EQ(error.has_value(), i != 0);
         std::string expected;
         for (int line = 0; line < 200; ++line) expected += number + "\n";

@@ -45,7 +45,7 @@ class DeleteFileobjectsTest : public testing::Test {
 TEST_F(DeleteFileobjectsTest, IsFoundByItsMethodName) {
   EXPECT_EQ(set.selectorForExecutionOfPrivilegedOperationWithCode(0, true), selector);
   const std::string file = folder.makeFile("file");
-  EXPECT_EQ(set.performSelector(selector, Array{"0", "0", file}, connection), std::nullopt);
+  EXPECT_EQ(set.performSelector(selector, Array{"0", "0", file}, connection, {}), std::nullopt);
   EXPECT_FALSE(exists(file));
   EXPECT_THAT(progress(), ElementsAre(1.0, 1.0));
 }

@@ -8,6 +8,7 @@
 #include <new>
 #include <set>
 #include <stdexcept>
+#include <stop_token>
 #include <string>
 #include <thread>
 #include <vector>
@@ -111,6 +112,39 @@ TEST_F(FolderWalkTest, VisitsEveryEntryOnceOnAnyNumberOfThreads) {
     EXPECT_EQ(visitor.visited, entries) << threads;
     EXPECT_EQ(visitor.left, folders) << threads;
   }
+}
+
+TEST_F(FolderWalkTest, ACancelledWalkVisitsNothingMoreOnAnyNumberOfThreads) {
+  for (int i = 0; i < 20; ++i) {
+    const std::string subfolder = std::to_string(i) + "/";
+    folder.makeFolder(subfolder);
+    for (int j = 0; j < 50; ++j) folder.makeFile(subfolder + std::to_string(j) + ".");
+  }
+  for (const unsigned threads : {1U, 4U}) {
+    constexpr std::size_t visitsBefore = 600;
+    std::stop_source stop;
+    visitor.visited.clear();
+    visitor.left.clear();
+    visitor.onVisit = [&](const std::string&) -> std::optional<Error> {
+      if (visitor.visited.size() == visitsBefore) stop.request_stop();
+      return std::nullopt;
+    };
+    EXPECT_EQ(walkFolder(top.folder.get(), top.name.c_str(), visitor, threads, stop.get_token()),
+              posixError(POSIXErrorCode::Canceled));
+    // Each of the others may have been on its way to one.
+    EXPECT_GE(visitor.visited.size(), visitsBefore) << threads;
+    EXPECT_LT(visitor.visited.size(), visitsBefore + threads) << threads;
+    EXPECT_LT(visitor.left.size(), 20U) << threads;
+  }
+}
+
+TEST_F(FolderWalkTest, AWalkThatIsCancelledBeforeItBeginsVisitsNothing) {
+  folder.makeFile("file");
+  std::stop_source stop;
+  stop.request_stop();
+  EXPECT_EQ(walkFolder(top.folder.get(), top.name.c_str(), visitor, 4, stop.get_token()),
+            posixError(POSIXErrorCode::Canceled));
+  EXPECT_TRUE(visitor.visited.empty());
 }
 
 TEST_F(FolderWalkTest, ASmallTreeIsWalkedOnTheCallingThread) {

@@ -2,6 +2,9 @@
 
 #include <cstdlib>
 #include <memory>
+#include <optional>
+#include <string>
+#include <variant>
 
 #include <systemd/sd-login.h>
 
@@ -23,22 +26,32 @@ struct Free {
   void operator()(char* text) const { std::free(text); }
 };
 
-int appendSubject(sd_bus_message* message) {
+// What an agent is registered for.
+using Subject = std::variant<ProcessIdentity, std::string>;
+
+// The session of a process; nothing outside of sessions.
+std::optional<std::string> sessionOf(pid_t process) {
   char* session = nullptr;
-  if (sd_pid_get_session(0, &session) >= 0) {
-    const std::unique_ptr<char, Free> owned(session);
-    return sd_bus_message_append(message, "(sa{sv})", "unix-session", 1, "session-id", "s",
-                                 session);
-  }
-  const ProcessIdentity self = ProcessIdentity::ofThisProcess();
-  return sd_bus_message_append(message, "(sa{sv})", "unix-process", 2, "pid", "u",
-                               static_cast<std::uint32_t>(self.pid), "start-time", "t",
-                               self.startTime);
+  if (sd_pid_get_session(process, &session) < 0) return std::nullopt;
+  const std::unique_ptr<char, Free> owned(session);
+  return session;
 }
 
-BusMessage newCall(sd_bus* bus, const char* member) {
+int appendSubject(sd_bus_message* message, const Subject& subject) {
+  if (const auto* session = std::get_if<std::string>(&subject)) {
+    return sd_bus_message_append(message, "(sa{sv})", "unix-session", 1, "session-id", "s",
+                                 session->c_str());
+  }
+  const auto& process = std::get<ProcessIdentity>(subject);
+  return sd_bus_message_append(message, "(sa{sv})", "unix-process", 2, "pid", "u",
+                               static_cast<std::uint32_t>(process.pid), "start-time", "t",
+                               process.startTime);
+}
+
+BusMessage newCall(sd_bus* bus, const char* member, const Subject& subject) {
   BusMessage message = newPolkitCall(bus, member);
-  return message != nullptr && appendSubject(message.get()) >= 0 ? std::move(message) : nullptr;
+  return message != nullptr && appendSubject(message.get(), subject) >= 0 ? std::move(message)
+                                                                          : nullptr;
 }
 
 enum class Answer { Yes, No, None };
@@ -59,15 +72,16 @@ bool isPolkitThere(sd_bus* bus) {
   return question != nullptr && call(bus, question) == Answer::Yes;
 }
 
-}  // namespace
+// A connection to the bus on which polkit is, or null.
+Bus connectToPolkit() {
+  std::variant<Bus, int> connected = BusConnections(systemBusAddress()).take();
+  Bus* bus = std::get_if<Bus>(&connected);
+  return bus != nullptr && isPolkitThere(bus->get()) ? std::move(*bus) : nullptr;
+}
 
-AgentPresence findAgentOfThisProcess() {
-  const std::variant<Bus, int> connected = BusConnections(systemBusAddress()).take();
-  const Bus* found = std::get_if<Bus>(&connected);
-  if (found == nullptr || !isPolkitThere(found->get())) return AgentPresence::NoPolkit;
-  const Bus& bus = *found;
-  const BusMessage registration = newCall(bus.get(), "RegisterAuthenticationAgent");
-  const BusMessage end = newCall(bus.get(), "UnregisterAuthenticationAgent");
+AgentPresence findAgent(const Bus& bus, const Subject& subject) {
+  const BusMessage registration = newCall(bus.get(), "RegisterAuthenticationAgent", subject);
+  const BusMessage end = newCall(bus.get(), "UnregisterAuthenticationAgent", subject);
   if (registration == nullptr || end == nullptr ||
       sd_bus_message_append(registration.get(), "ss", "C", agentPath) < 0 ||
       sd_bus_message_append(end.get(), "s", agentPath) < 0) {
@@ -83,6 +97,26 @@ AgentPresence findAgentOfThisProcess() {
       break;
   }
   return AgentPresence::NoPolkit;
+}
+
+}  // namespace
+
+AgentPresence findAgentOfThisProcess() {
+  const Bus bus = connectToPolkit();
+  if (bus == nullptr) return AgentPresence::NoPolkit;
+  if (const auto session = sessionOf(0)) return findAgent(bus, *session);
+  return findAgent(bus, ProcessIdentity::ofThisProcess());
+}
+
+AgentPresence findAgentOf(const ProcessIdentity& process) {
+  const Bus bus = connectToPolkit();
+  if (bus == nullptr) return AgentPresence::NoPolkit;
+  const AgentPresence own = findAgent(bus, process);
+  const auto session = own == AgentPresence::Absent ? sessionOf(process.pid) : std::nullopt;
+  if (!session) return own;
+  uid_t user = 0;
+  const bool isOwn = sd_session_get_uid(session->c_str(), &user) >= 0 && user == process.uid;
+  return isOwn ? findAgent(bus, *session) : AgentPresence::Present;
 }
 
 }  // namespace corvane

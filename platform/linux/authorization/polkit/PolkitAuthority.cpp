@@ -6,6 +6,7 @@
 #include "platform/StandardLog.h"
 #include "platform/linux/authorization/RightFile.h"
 #include "platform/linux/authorization/RootFolder.h"
+#include "platform/linux/authorization/polkit/AgentPresence.h"
 #include "platform/linux/authorization/polkit/DialogText.h"
 #include "platform/linux/transport/CurrentPeer.h"
 
@@ -65,15 +66,16 @@ OSStatus PolkitAuthority::decide(const ProcessIdentity& subject, const RightRequ
 
 PolkitAuthority::Answer PolkitAuthority::ask(const ProcessIdentity& subject,
                                              const RightRequest& request) {
-  const Answer answer = askQuietly(subject, request.rightName);
+  const Answer answer = askQuietly(subject, request);
   const auto* given = std::get_if<PolkitAnswer>(&answer);
   const bool isDialogNeeded = given != nullptr && !given->isAuthorized && given->isChallenge;
   return isDialogNeeded && request.isInteractionAllowed ? askPerson(subject, request) : answer;
 }
 
 PolkitAuthority::Answer PolkitAuthority::askQuietly(const ProcessIdentity& subject,
-                                                    const std::string& rightName) {
-  return _polkit.checkAuthorization({subject, rightName, {}, {}, false}, askersConnection());
+                                                    const RightRequest& request) {
+  return _polkit.checkAuthorization({subject, request.rightName, {}, {}, false}, askersConnection(),
+                                    request.stop);
 }
 
 PolkitAuthority::Answer PolkitAuthority::askPerson(const ProcessIdentity& subject,
@@ -84,13 +86,13 @@ PolkitAuthority::Answer PolkitAuthority::askPerson(const ProcessIdentity& subjec
   if (!place.isTaken()) return PolkitAnswer{false, true, false, {}};
   return _polkit.checkAuthorization(
       {subject, request.rightName, dialogText(request.prompt), dialogIcon(request.iconPath), true},
-      askersConnection());
+      askersConnection(), request.stop);
 }
 
 PolkitAuthority::Answer PolkitAuthority::askAfterDiscard(
     const ProcessIdentity& subject, const RightRequest& request,
     const std::set<std::string>& grantedSince) {
-  Answer answer = askQuietly(subject, request.rightName);
+  Answer answer = askQuietly(subject, request);
   const auto* given = std::get_if<PolkitAnswer>(&answer);
   if (given == nullptr) return answer;
   if (!given->isAuthorized) {
@@ -111,6 +113,18 @@ PolkitAuthority::Answer PolkitAuthority::askAfterDiscard(
   RightRequest anew = request;
   anew.rightName = anewActionOf(request.rightName);
   return ask(subject, anew);
+}
+
+bool PolkitAuthority::canShowDialog(const ProcessIdentity& subject) {
+  switch (findAgentOf(subject)) {
+    case AgentPresence::NoPolkit:
+      return _withoutPolkit.canShowDialog(subject);
+    case AgentPresence::Absent:
+      return false;
+    case AgentPresence::Present:
+      break;
+  }
+  return true;
 }
 
 void PolkitAuthority::revoke(const ProcessIdentity& subject) {

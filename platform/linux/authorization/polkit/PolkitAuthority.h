@@ -33,6 +33,7 @@ class PolkitAuthority : public Authority {
                   std::chrono::milliseconds patience = PolkitClient::defaultPatience);
 
   OSStatus decide(const ProcessIdentity& subject, const RightRequest& request) override;
+  bool canShowDialog(const ProcessIdentity& subject) override;
   void revoke(const ProcessIdentity& subject) override;
 
   OSStatus rightGet(const std::string& rightName, RightDefinition* definition) override;
@@ -47,7 +48,7 @@ class PolkitAuthority : public Authority {
   /// First without a dialog, and with one only if polkit says that it needs one: only requests that
   /// do show a dialog are counted among the user's open dialogs.
   Answer ask(const ProcessIdentity& subject, const RightRequest& request);
-  Answer askQuietly(const ProcessIdentity& subject, const std::string& rightName);
+  Answer askQuietly(const ProcessIdentity& subject, const RightRequest& request);
   Answer askPerson(const ProcessIdentity& subject, const RightRequest& request);
   Answer askAfterDiscard(const ProcessIdentity& subject, const RightRequest& request,
                          const std::set<std::string>& grantedSince);

@@ -1,13 +1,10 @@
 #include "platform/linux/authorization/polkit/PolkitClient.h"
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
 #include <cstdlib>
 #include <optional>
 #include <string_view>
-
-#include <poll.h>
 
 #include "platform/linux/authorization/polkit/PolkitBus.h"
 
@@ -128,13 +125,8 @@ bool askForSignOfLife(sd_bus* bus, PendingCall& sign) {
   return message != nullptr && sign.send(bus, message.get());
 }
 
-bool hasHungUp(int asker, std::chrono::milliseconds patience) {
-  pollfd waiting = {asker, POLLRDHUP, 0};
-  return ::poll(&waiting, 1, static_cast<int>(patience.count())) > 0;
-}
-
 /// A connection to the bus. One that takes no more for now is asked again.
-std::variant<Bus, PolkitFailure> connectTo(BusConnections& connections, int asker,
+std::variant<Bus, PolkitFailure> connectTo(BusConnections& connections, const Asker& asker,
                                            std::chrono::milliseconds patience) {
   constexpr std::chrono::milliseconds pause{20};
   const Clock::time_point deadline = Clock::now() + patience;
@@ -144,24 +136,20 @@ std::variant<Bus, PolkitFailure> connectTo(BusConnections& connections, int aske
     const int failure = std::get<int>(bus);
     if (isAbsence(failure)) return PolkitFailure::Absent;
     if (failure != EAGAIN || Clock::now() >= deadline) return PolkitFailure::Failed;
-    if (hasHungUp(asker, pause)) return PolkitFailure::Abandoned;
+    if (asker.hasGoneWhileWaiting(-1, 0, pause)) return PolkitFailure::Abandoned;
   }
 }
 
-/// Waits for something to happen on `bus`, at most until `deadline`; true if the asker hung up.
-bool waitOn(sd_bus* bus, int asker, Clock::time_point deadline) {
-  std::array<pollfd, 2> waiting = {
-      pollfd{sd_bus_get_fd(bus), static_cast<short>(sd_bus_get_events(bus)), 0},
-      pollfd{asker, POLLRDHUP, 0}};
-  const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now());
-  const int ready = ::poll(waiting.data(), waiting.size(),
-                           static_cast<int>(std::max<std::int64_t>(left.count(), 0)));
-  return ready > 0 && waiting[1].revents != 0;
+/// Waits for something to happen on `bus`, at most until `deadline`; true if the asker has gone.
+bool waitOn(sd_bus* bus, const Asker& asker, Clock::time_point deadline) {
+  return asker.hasGoneWhileWaiting(
+      sd_bus_get_fd(bus), static_cast<short>(sd_bus_get_events(bus)),
+      std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now()));
 }
 
 /// Nothing once `call` has its reply, else why it has none. A bus that accepts the connection but
 /// never gets to its handshake is a failure like any other, and no absence.
-std::optional<PolkitFailure> waitForReply(sd_bus* bus, const PendingCall& call, int asker,
+std::optional<PolkitFailure> waitForReply(sd_bus* bus, const PendingCall& call, const Asker& asker,
                                           std::chrono::milliseconds patience) {
   PendingCall sign;
   bool isConnected = false;
@@ -174,7 +162,7 @@ std::optional<PolkitFailure> waitForReply(sd_bus* bus, const PendingCall& call, 
       // is nothing that the bus or polkit has said.
       if (!isConnected) return PolkitFailure::Failed;
       // An asker that has gone away meanwhile must not have anything done in its name.
-      return hasHungUp(asker, {}) ? std::optional(PolkitFailure::Abandoned) : std::nullopt;
+      return asker.hasGone() ? std::optional(PolkitFailure::Abandoned) : std::nullopt;
     }
     if (progress < 0) return PolkitFailure::Failed;
     if (progress > 0) continue;
@@ -219,9 +207,9 @@ PolkitClient::PolkitClient(std::string busAddress, std::chrono::milliseconds pat
     : _connections(std::move(busAddress)), _patience(patience) {}
 
 std::variant<PolkitAnswer, PolkitFailure> PolkitClient::checkAuthorization(
-    const PolkitQuestion& question, int asker) {
+    const PolkitQuestion& question, int asker, const std::stop_token& stop) {
   if (Clock::now() < _absentUntil.load()) return PolkitFailure::Absent;
-  std::variant<PolkitAnswer, PolkitFailure> answer = ask(question, asker);
+  std::variant<PolkitAnswer, PolkitFailure> answer = ask(question, Asker(asker, stop));
   const auto* failure = std::get_if<PolkitFailure>(&answer);
   if (failure != nullptr && *failure == PolkitFailure::Absent) {
     _absentUntil = Clock::now() + absence;
@@ -230,7 +218,7 @@ std::variant<PolkitAnswer, PolkitFailure> PolkitClient::checkAuthorization(
 }
 
 std::variant<PolkitAnswer, PolkitFailure> PolkitClient::ask(const PolkitQuestion& question,
-                                                            int asker) {
+                                                            const Asker& asker) {
   std::variant<Bus, PolkitFailure> connected = connectTo(_connections, asker, _patience);
   if (const auto* failure = std::get_if<PolkitFailure>(&connected)) return *failure;
   Bus& bus = std::get<Bus>(connected);

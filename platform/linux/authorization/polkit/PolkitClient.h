@@ -3,9 +3,11 @@
 
 #include <atomic>
 #include <chrono>
+#include <stop_token>
 #include <string>
 #include <variant>
 
+#include "platform/linux/authorization/polkit/Asker.h"
 #include "platform/linux/authorization/polkit/BusConnections.h"
 #include "platform/linux/processes/ProcessIdentity.h"
 
@@ -32,7 +34,7 @@ struct PolkitAnswer {
 enum class PolkitFailure {
   Absent,  ///< the bus knows of no polkit, or nobody listens where the bus would be
   Failed,  ///< it is there, and cannot be reached, or its answer is an error or not one of its own
-  Abandoned,  ///< whoever asked has gone away
+  Abandoned,  ///< whoever asked has gone away, or wants no answer any more
 };
 
 /// Asks polkit over the system bus. Any thread, many at a time: each waits by itself. An answer may
@@ -59,12 +61,13 @@ class PolkitClient {
                         std::chrono::milliseconds patience = defaultPatience);
 
   /// Waits for the answer, for as long as a person takes to give it. `asker` is a socket that hangs
-  /// up when whoever asks goes away, which cancels the question, or -1.
+  /// up when whoever asks goes away, which cancels the question, or -1; so does `stop`.
   std::variant<PolkitAnswer, PolkitFailure> checkAuthorization(const PolkitQuestion& question,
-                                                               int asker);
+                                                               int asker,
+                                                               const std::stop_token& stop = {});
 
  private:
-  std::variant<PolkitAnswer, PolkitFailure> ask(const PolkitQuestion& question, int asker);
+  std::variant<PolkitAnswer, PolkitFailure> ask(const PolkitQuestion& question, const Asker& asker);
 
   using Clock = std::chrono::steady_clock;
 

@@ -1,0 +1,39 @@
+#ifndef CORVANE_PLATFORM_ZELPRIVILEGEDHELPERCONTROL_H
+#define CORVANE_PLATFORM_ZELPRIVILEGEDHELPERCONTROL_H
+
+#include <cstdint>
+#include <string>
+#include <variant>
+
+#include "foundation/Error.h"
+#include "foundation/Value.h"
+
+namespace corvane {
+
+/// What would become of a request that needs a right.
+enum class AuthorizationState : std::uint8_t {
+  Granted,
+  Challenge,    ///< somebody would be asked
+  Denied,       ///< nobody would be asked either
+  Unavailable,  ///< somebody would have to be asked, and nobody could be
+};
+
+/// What the daemon exports to every connection beside its operations: what one may want to know or
+/// do about them from outside. Called as the methods of ZELPrivilegedHelperProtocol are.
+class ZELPrivilegedHelperControl {
+ public:
+  virtual ~ZELPrivilegedHelperControl() = default;
+
+  /// Has the requests that their clients named `token` end at their next safe point: those of the
+  /// current client's user or, for root, of anybody. False if there is none in progress.
+  virtual bool cancelOperation(const std::string& token) = 0;
+  /// What a request for the operation `code` would meet. Nobody is asked anything. The error says
+  /// why that cannot be told: an operation that does not exist or an authorization that does not
+  /// hold.
+  virtual std::variant<AuthorizationState, Error> queryAuthorization(
+      std::uint64_t code, const Data& authorizationData) = 0;
+};
+
+}  // namespace corvane
+
+#endif
