@@ -43,7 +43,8 @@ bool isRefused(const PrivilegedHelperClient::Outcome& outcome) {
 }
 
 bool isEnd(const PrivilegedHelperClient::Outcome& outcome) {
-  return outcome.failure || isRefused(outcome);
+  const bool isCancelled = outcome.error && isPOSIXError(*outcome.error, POSIXErrorCode::Canceled);
+  return outcome.failure || isRefused(outcome) || isCancelled;
 }
 
 // Counts what goes into one message.

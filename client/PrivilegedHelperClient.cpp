@@ -4,7 +4,9 @@
 #include <exception>
 #include <map>
 #include <mutex>
+#include <random>
 #include <string_view>
+#include <system_error>
 #include <thread>
 #include <utility>
 
@@ -44,6 +46,81 @@ ProcessRegistrations& registrations() {
   return *shared;
 }
 
+// An operation in progress, which another thread may cancel.
+struct RunningOperation {
+  std::string helperSocketPath;
+  std::string token;
+  bool isCancelled = false;
+};
+
+// Those of all sessions.
+struct RunningOperations {
+  std::mutex mutex;
+  std::map<const void*, RunningOperation> bySession;
+  bool isProcessEnding = false;
+};
+
+// Never destroyed, as above.
+RunningOperations& runningOperations() {
+  static auto* const shared = new RunningOperations;
+  return *shared;
+}
+
+// What nobody guesses: 128 random bits.
+std::string newToken() {
+  constexpr std::string_view digits = "0123456789abcdef";
+  std::random_device random;
+  std::string token;
+  for (int word = 0; word < 4; ++word) {
+    auto bits = random();
+    for (int digit = 0; digit < 8; ++digit, bits >>= 4) token += digits[bits & 0xf];
+  }
+  return token;
+}
+
+// One session's operation, from the first thing that is done for it to the last. One inside of
+// another is a part of that, and ends with it.
+class OperationInProgress {
+ public:
+  OperationInProgress(const void* session, const std::string& helperSocketPath)
+      : _session(session) {
+    RunningOperations& all = runningOperations();
+    const std::lock_guard lock(all.mutex);
+    const auto [place, isOuter] = all.bySession.try_emplace(session);
+    if (isOuter) place->second = {helperSocketPath, newToken(), all.isProcessEnding};
+    _isOuter = isOuter;
+    _token = place->second.token;
+  }
+  OperationInProgress(const OperationInProgress&) = delete;
+  OperationInProgress& operator=(const OperationInProgress&) = delete;
+  ~OperationInProgress() {
+    if (!_isOuter) return;
+    RunningOperations& all = runningOperations();
+    const std::lock_guard lock(all.mutex);
+    all.bySession.erase(_session);
+  }
+
+  const std::string& token() const { return _token; }
+  bool isCancelled() const {
+    RunningOperations& all = runningOperations();
+    const std::lock_guard lock(all.mutex);
+    return all.bySession[_session].isCancelled;
+  }
+
+ private:
+  const void* _session;
+  bool _isOuter = false;
+  std::string _token;
+};
+
+// Whether the operation of `session` is still the one with this token.
+bool isInProgress(const void* session, const std::string& token) {
+  RunningOperations& all = runningOperations();
+  const std::lock_guard lock(all.mutex);
+  const auto found = all.bySession.find(session);
+  return found != all.bySession.end() && found->second.token == token;
+}
+
 template <typename T>
 std::optional<CommunicationFailure> failureOf(const std::variant<T, CommunicationFailure>& answer) {
   const auto* failure = std::get_if<CommunicationFailure>(&answer);
@@ -58,6 +135,26 @@ CommunicationFailure failureOfIssuer(const Error& error) {
     return {Kind::Lost, error.localizedDescription()};
   }
   return {Kind::Refused, error.localizedDescription()};
+}
+
+// Tells the helper to end the operation, over a connection of its own. One that the helper does not
+// know of has not arrived there yet, or has ended.
+std::optional<CommunicationFailure> cancelOperation(const void* session,
+                                                    const RunningOperation& operation,
+                                                    std::chrono::milliseconds patience) {
+  const Clock::time_point deadline = Clock::now() + patience;
+  const auto connection = HelperConnection::connect(operation.helperSocketPath, patience);
+  if (auto failure = failureOf(connection)) return failure;
+  for (;;) {
+    const auto answer = std::get<std::unique_ptr<HelperConnection>>(connection)
+                            ->cancelOperation(operation.token, patience);
+    if (auto failure = failureOf(answer)) return failure;
+    const bool isKnown = std::get<bool>(answer);
+    if (isKnown || !isInProgress(session, operation.token) || Clock::now() >= deadline) {
+      return std::nullopt;
+    }
+    std::this_thread::sleep_for(pauseBeforeRetry);
+  }
 }
 
 // Whether a message can hold every text of `value`.
@@ -82,10 +179,13 @@ bool hasFeedback(std::uint64_t code) {
 }
 
 // Whether a request that was answered with `error`, before any feedback came, was authorized.
-std::optional<bool> wasAuthorized(const std::optional<Error>& error, bool isFeedbackMissing) {
+std::optional<bool> wasAuthorized(const std::optional<Error>& error, bool isFeedbackMissing,
+                                  bool isCancelled) {
   if (!error) return true;
-  if (error->domain() == NSOSStatusErrorDomain || isPOSIXError(*error, POSIXErrorCode::Canceled)) {
-    return false;
+  if (error->domain() == NSOSStatusErrorDomain) return false;
+  // What was cancelled may have been in its dialog, or have got past it.
+  if (isPOSIXError(*error, POSIXErrorCode::Canceled)) {
+    return isCancelled && !isFeedbackMissing ? std::nullopt : std::optional(false);
   }
   // A helper that does not know the operation answers so before it authorizes anything.
   if (isPOSIXError(*error, POSIXErrorCode::Invalid) ||
@@ -195,22 +295,68 @@ class PrivilegedHelperClient::Session {
     return retryWhileLost([this] { return obtainAuthorization(); });
   }
 
+  std::optional<CommunicationFailure> cancel() {
+    RunningOperation operation;
+    {
+      RunningOperations& all = runningOperations();
+      const std::lock_guard lock(all.mutex);
+      const auto found = all.bySession.find(this);
+      if (found == all.bySession.end()) return std::nullopt;
+      found->second.isCancelled = true;
+      operation = found->second;
+    }
+    return cancelOperation(this, operation, _options.patience);
+  }
+
+  static bool cancelOperationsBeforeEnd(std::chrono::milliseconds patience) {
+    std::map<const void*, RunningOperation> operations;
+    {
+      RunningOperations& all = runningOperations();
+      const std::lock_guard lock(all.mutex);
+      all.isProcessEnding = true;
+      for (auto& [session, operation] : all.bySession) operation.isCancelled = true;
+      operations = all.bySession;
+    }
+    if (operations.empty()) return false;
+    const auto tellHelpers = [operations = std::move(operations), patience] {
+      for (const auto& [session, operation] : operations) {
+        cancelOperation(session, operation, patience);
+      }
+    };
+    try {
+      std::thread(tellHelpers).detach();
+    } catch (const std::system_error&) {
+      tellHelpers();
+    }
+    return true;
+  }
+
+  Answer<AuthorizationState> queryAuthorization(std::uint64_t code) {
+    if (const auto failure = prepare()) return *failure;
+    auto state = _connection->queryAuthorization(code, authorizationData(), _options.patience);
+    if (failureOf(state)) dropConnection();
+    return state;
+  }
+
   Outcome perform(std::uint64_t code, const std::vector<Value>& arguments,
                   const std::optional<Feedback>& feedback) {
-    Outcome outcome = performOnce(code, arguments, feedback);
+    const OperationInProgress operation(this, _options.helperSocketPath);
+    Outcome outcome = performOnce(code, arguments, feedback, operation);
     const bool couldNobodyBeAsked =
         outcome.error &&
         outcome.error->is(NSOSStatusErrorDomain, errAuthorizationInteractionNotAllowed);
-    if (!couldNobodyBeAsked || !_options.asksOnTerminal) return outcome;
+    const bool isToAsk = _options.asksOnTerminal && _options.isInteractionAllowed;
+    if (!couldNobodyBeAsked || !isToAsk) return outcome;
     if (_options.beforeAskingOnTerminal) _options.beforeAskingOnTerminal();
     const auto agent = AuthenticationAgent::startOnTerminal();
-    return agent == nullptr ? outcome : performOnce(code, arguments, feedback);
+    return agent == nullptr ? outcome : performOnce(code, arguments, feedback, operation);
   }
 
  private:
   Outcome performOnce(std::uint64_t code, const std::vector<Value>& arguments,
-                      const std::optional<Feedback>& feedback) {
-    const Array all = withMetadata(arguments);
+                      const std::optional<Feedback>& feedback,
+                      const OperationInProgress& operation) {
+    const Array all = withMetadata(arguments, operation.token());
     if (!isSendable(all)) return {std::nullopt, posixError(POSIXErrorCode::IllegalByteSequence)};
     if (const auto failure = prepare()) return {failure, std::nullopt};
     std::optional<FeedbackReceiver> receiver;
@@ -224,6 +370,7 @@ class PrivilegedHelperClient::Session {
       }
       endpoint = listener->takeEndpoint();
     }
+    if (operation.isCancelled()) return {std::nullopt, posixError(POSIXErrorCode::Canceled)};
     const auto answer = _connection->performPrivilegedOperation(
         code, authorizationData(), std::move(endpoint), all, _options.operationTimeout);
     if (const auto failure = failureOf(answer)) {
@@ -235,7 +382,9 @@ class PrivilegedHelperClient::Session {
     const auto& error = std::get<std::optional<Error>>(answer);
     const bool hasBegun = receiver && receiver->hasBegun();
     return {std::nullopt, error, receiver && receiver->hasLost(),
-            hasBegun ? true : wasAuthorized(error, receiver && hasFeedback(code))};
+            hasBegun
+                ? true
+                : wasAuthorized(error, receiver && hasFeedback(code), operation.isCancelled())};
   }
 
   std::optional<CommunicationFailure> connect() {
@@ -294,11 +443,11 @@ class PrivilegedHelperClient::Session {
     return {std::begin(bytes), std::end(bytes)};
   }
 
-  Array withMetadata(const std::vector<Value>& arguments) const {
-    Dictionary metadata;
+  Array withMetadata(const std::vector<Value>& arguments, const std::string& token) const {
+    Dictionary metadata = {{"ZELOperationToken", token}};
+    if (!_options.isInteractionAllowed) metadata.set("ZELAuthorizationInteraction", false);
     if (_options.prompt) metadata.set("ZELAuthorizationPrompt", *_options.prompt);
     if (_options.iconPath) metadata.set("ZELAuthorizationIcon", *_options.iconPath);
-    if (metadata.empty()) return arguments;
     Array all = {"!ZELMETA!", std::move(metadata)};
     all.insert(all.end(), arguments.begin(), arguments.end());
     return all;
@@ -317,6 +466,16 @@ PrivilegedHelperClient::~PrivilegedHelperClient() = default;
 
 void PrivilegedHelperClient::leaveHelpersBeforeEnd(std::chrono::milliseconds patience) {
   Session::leaveHelpersBeforeEnd(patience);
+}
+
+bool PrivilegedHelperClient::cancelOperationsBeforeEnd(std::chrono::milliseconds patience) {
+  return Session::cancelOperationsBeforeEnd(patience);
+}
+
+bool PrivilegedHelperClient::isCancellingOperations() {
+  RunningOperations& all = runningOperations();
+  const std::lock_guard lock(all.mutex);
+  return all.isProcessEnding;
 }
 
 const std::string& PrivilegedHelperClient::helperSocketPath() const {
@@ -341,6 +500,15 @@ PrivilegedHelperClient::Outcome PrivilegedHelperClient::perform(
   return _session->perform(code, arguments, feedback);
 }
 
+std::optional<CommunicationFailure> PrivilegedHelperClient::cancel() {
+  return _session->cancel();
+}
+
+PrivilegedHelperClient::Answer<AuthorizationState> PrivilegedHelperClient::queryAuthorization(
+    std::uint64_t code) {
+  return _session->queryAuthorization(code);
+}
+
 PrivilegedHelperClient::Outcome PrivilegedHelperClient::nop() {
   return perform(codeNop, {});
 }
@@ -352,6 +520,7 @@ PrivilegedHelperClient::Outcome PrivilegedHelperClient::discardAuthorization() {
 PrivilegedHelperClient::DeletionOutcome PrivilegedHelperClient::deleteFileObjects(
     const std::vector<std::string>& paths, bool recursive, bool stopOnFirstError,
     const std::optional<Feedback>& feedback) {
+  const OperationInProgress all(_session.get(), helperSocketPath());
   return FileObjectDeletion(*this, paths, recursive, stopOnFirstError, feedback).run();
 }
 

@@ -8,6 +8,7 @@
 #include <string>
 #include <variant>
 
+#include "foundation/AuthorizationState.h"
 #include "foundation/CommunicationFailure.h"
 #include "foundation/Error.h"
 #include "foundation/Value.h"
@@ -44,6 +45,12 @@ class HelperConnection {
       std::uint64_t code, const Data& authorizationData,
       std::optional<XPCListenerEndpoint> feedbackEndpoint, const std::optional<Array>& arguments,
       Timeout timeout) = 0;
+
+  /// Whether a request that was named `token`, over another connection, is in progress.
+  virtual Answer<bool> cancelOperation(const std::string& token, Timeout timeout) = 0;
+  virtual Answer<AuthorizationState> queryAuthorization(std::uint64_t code,
+                                                        const Data& authorizationData,
+                                                        Timeout timeout) = 0;
 };
 
 }  // namespace corvane

@@ -5,18 +5,11 @@
 #include <string>
 #include <variant>
 
+#include "foundation/AuthorizationState.h"
 #include "foundation/Error.h"
 #include "foundation/Value.h"
 
 namespace corvane {
-
-/// What would become of a request that needs a right.
-enum class AuthorizationState : std::uint8_t {
-  Granted,
-  Challenge,    ///< somebody would be asked
-  Denied,       ///< nobody would be asked either
-  Unavailable,  ///< somebody would have to be asked, and nobody could be
-};
 
 /// What the daemon exports to every connection beside its operations: what one may want to know or
 /// do about them from outside. Called as the methods of ZELPrivilegedHelperProtocol are.

@@ -10,6 +10,7 @@
 #include <variant>
 #include <vector>
 
+#include "foundation/AuthorizationState.h"
 #include "foundation/CommunicationFailure.h"
 #include "foundation/Error.h"
 #include "foundation/Value.h"
@@ -20,7 +21,8 @@ namespace corvane {
 ///
 /// The first call connects, which starts a helper that is not running, and registers this process
 /// with it; the destructor unregisters, and the last client's helper ends. Calls wait for their
-/// answer. An object may be used by one thread at a time, different objects by different threads.
+/// answer. An object may be used by one thread at a time, different objects by different threads;
+/// any thread may cancel.
 class PrivilegedHelperClient {
  public:
   struct Options {
@@ -41,6 +43,8 @@ class PrivilegedHelperClient {
     /// Called before a dialog is shown there, on the calling thread: what else is shown there must
     /// make way. Must not throw.
     std::function<void()> beforeAskingOnTerminal;
+    /// Without, nobody is asked: an operation that would need a dialog ends with -60007.
+    bool isInteractionAllowed = true;
   };
 
   /// What a running operation reports. Called on a thread of the client, one at a time, and not
@@ -63,17 +67,18 @@ class PrivilegedHelperClient {
     /// was lost or no answer came in time.
     std::optional<CommunicationFailure> failure;
     /// What the helper answered: in NSPOSIXErrorDomain EPERM (1) for a refused authorization and
-    /// ECANCELED (89) for a dialog that was dismissed, or the operation's own error. EILSEQ (92)
-    /// if nothing was asked because an argument cannot be sent: texts are UTF-8, without zero
-    /// bytes. EMFILE (24) if nothing was asked because this process has no descriptor or thread
-    /// left to receive feedback with.
+    /// ECANCELED (89) for a dialog that was dismissed or an operation that was cancelled, or the
+    /// operation's own error. EILSEQ (92) if nothing was asked because an argument cannot be sent:
+    /// texts are UTF-8, without zero bytes. EMFILE (24) if nothing was asked because this process
+    /// has no descriptor or thread left to receive feedback with.
     std::optional<Error> error;
     /// Feedback that had begun did not come to its end: the last of it is missing. The helper
     /// gives up a receiver that takes nothing for ten seconds.
     bool hasLostFeedback = false;
     /// Whether the request was authorized. Nothing if that is not known: EPERM stands both for a
-    /// refusal and for what the file system does not permit. Only feedback, which begins after the
-    /// authorization, tells an ordinary user's process which of them it is.
+    /// refusal and for what the file system does not permit, ECANCELED both for what was cancelled
+    /// in its dialog and later. Only feedback, which begins after the authorization, tells an
+    /// ordinary user's process which of them it is.
     std::optional<bool> wasAuthorized = std::nullopt;
 
     bool isSuccess() const { return !failure && !error; }
@@ -114,6 +119,15 @@ class PrivilegedHelperClient {
   static void leaveHelpersBeforeEnd(std::chrono::milliseconds patience = std::chrono::milliseconds{
                                         10000});
 
+  /// Has every operation of this process, whatever object performs it, end as `cancel` does, and
+  /// every later one before it begins. Does not wait: the helpers are told on a thread of its own.
+  /// False if none was in progress. Any thread.
+  static bool cancelOperationsBeforeEnd(
+      std::chrono::milliseconds patience = std::chrono::milliseconds{10000});
+
+  /// Whether that was called: operations of this process do not begin any more.
+  static bool isCancellingOperations();
+
   /// Where the helper listens.
   const std::string& helperSocketPath() const;
 
@@ -131,6 +145,14 @@ class PrivilegedHelperClient {
   /// if it can.
   Outcome perform(std::uint64_t code, const std::vector<Value>& arguments,
                   const std::optional<Feedback>& feedback = std::nullopt);
+
+  /// Has the operation that another thread performs with this object end at its next safe point:
+  /// it is waited for, and ends with ECANCELED (89), or as it would have if it was past the last
+  /// one. What was done stays done. Nothing happens if none is performed. Any thread.
+  std::optional<CommunicationFailure> cancel();
+  /// What the operation `code` would meet, without asking anybody. The answer may be another by the
+  /// time of the operation. BadMessage if there is no such operation.
+  Answer<AuthorizationState> queryAuthorization(std::uint64_t code);
 
   /// Does nothing, with authorization.
   Outcome nop();

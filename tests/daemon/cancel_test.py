@@ -3,6 +3,7 @@
 import os
 import shutil
 import signal
+import subprocess
 import tempfile
 import threading
 import time
@@ -10,8 +11,8 @@ import time
 from bus import (DELETE_FILEOBJECTS, EXECUTE_UTILITY, NOP, POSIX, Client, FeedbackServer,
                  dictionary, named)
 from gi.repository import GLib
-from support import (SOMEBODY, SOMEBODY_ELSE, DaemonTest, bench_only, main, make_application,
-                     root_only, wait_until)
+from support import (PATIENCE, SOMEBODY, SOMEBODY_ELSE, TEST_PROGRAMS, DaemonTest, bench_only, main,
+                     make_application, root_only, wait_until)
 
 CANCELLED, INVALID = (POSIX, 89, {}), (POSIX, 22, {})
 TOKEN = "4d2c6a40-9a3e-4f5e-a3ab-6f5f0b0b6d11"
@@ -163,6 +164,16 @@ class CancelTest(DaemonTest):
                 self.other.call(member, body, None,
                                 interface="com.corvane.ZELPrivilegedHelperControl")
         self.assertEqual(self.other.version(), "1.3")
+
+
+    @bench_only("it runs a program of the build")
+    def test_the_library_cancels_from_another_thread(self):
+        result = subprocess.run(
+            [f"{TEST_PROGRAMS}/cancelling", self.daemon.socket_path, self.issuer.socket_path,
+             self.application, f"{self.folder}/pid"], stdout=subprocess.PIPE, check=True,
+            timeout=PATIENCE)
+        self.expects_end = True
+        self.assertEqual(result.stdout, b"NSPOSIXErrorDomain 89\n")
 
 
 @bench_only("it stops the daemon's process")

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <string_view>
 #include <utility>
 
 #include "foundation/FileDescriptor.h"
@@ -91,6 +92,40 @@ class LinuxHelperConnection : public HelperConnection {
     return error;
   }
 
+  Answer<bool> cancelOperation(const std::string& token, Timeout timeout) override {
+    auto reply = call(
+        cancelMember, timeout,
+        [&](sd_bus_message* message) { return sd_bus_message_append(message, "s", token.c_str()); },
+        controlInterface);
+    if (auto* failed = std::get_if<CommunicationFailure>(&reply)) return std::move(*failed);
+    int isInProgress = 0;
+    const int result = sd_bus_message_read(std::get<BusMessage>(reply).get(), "b", &isInProgress);
+    if (result <= 0) return badReply(result);
+    return isInProgress != 0;
+  }
+
+  Answer<AuthorizationState> queryAuthorization(std::uint64_t code, const Data& authorizationData,
+                                                Timeout timeout) override {
+    auto reply = call(
+        queryMember, timeout,
+        [&](sd_bus_message* message) {
+          const int result = sd_bus_message_append(message, "t", code);
+          return result < 0 ? result
+                            : sd_bus_message_append_array(message, 'y', authorizationData.data(),
+                                                          authorizationData.size());
+        },
+        controlInterface);
+    if (auto* failed = std::get_if<CommunicationFailure>(&reply)) return std::move(*failed);
+    const char* name = nullptr;
+    const int result = sd_bus_message_read(std::get<BusMessage>(reply).get(), "s", &name);
+    if (result <= 0) return badReply(result);
+    const auto* state = std::find_if(
+        authorizationStates.begin(), authorizationStates.end(),
+        [name = std::string_view(name)](const auto& entry) { return entry.second == name; });
+    if (state == authorizationStates.end()) return badReply(-EBADMSG);
+    return state->first;
+  }
+
  private:
   static int appendArguments(sd_bus_message* message, const std::optional<Array>& arguments) {
     int result = sd_bus_message_open_container(message, 'a', "av");
@@ -110,10 +145,11 @@ class LinuxHelperConnection : public HelperConnection {
 
   // Sends a call that `append` fills with arguments, and waits for its answer.
   template <typename Append>
-  Answer<BusMessage> call(const char* member, Timeout timeout, Append append) {
+  Answer<BusMessage> call(const char* member, Timeout timeout, Append append,
+                          const char* interface = helperInterface) {
     sd_bus_message* raw = nullptr;
     int result = sd_bus_message_new_method_call(_bus.get(), &raw, nullptr, helperObjectPath,
-                                                helperInterface, member);
+                                                interface, member);
     BusMessage message(raw);
     if (result >= 0) result = append(raw);
     if (result < 0) {

@@ -4,7 +4,7 @@
 #include <array>
 #include <utility>
 
-#include "platform/ZELPrivilegedHelperControl.h"
+#include "foundation/AuthorizationState.h"
 
 namespace corvane {
 
