@@ -72,6 +72,10 @@ int runCommandLine(int argc, char** argv) {
   app.add_flag("--quiet", context.isQuiet, "Show no progress");
   app.add_flag("--no-feedback", context.isWithoutFeedback, "Ask for no progress and no output");
 
+  app.add_flag_callback(
+      "--no-interaction", [&context] { context.client.isInteractionAllowed = false; },
+      "Ask nobody: fail where an authorization would need a dialog");
+
   std::function<int()> run;
   const auto command = [&](const char* name, const char* description, std::function<int()> action) {
     CLI::App* subcommand = app.add_subcommand(name, description);
@@ -154,6 +158,11 @@ int runCommandLine(int argc, char** argv) {
   command("nop", "Contact the helper and do nothing", [&] { return nop(context); });
   command("discard-auth", "Make the system ask again before it authorizes anything more",
           [&] { return discardAuthorization(context); });
+  std::string operation;
+  command("may", "Tell whether an operation would be allowed, without asking anybody",
+          [&] { return tellWhetherAllowed(context, operation); })
+      ->add_option("OPERATION", operation, "Its identifier, as 'operations' lists it")
+      ->required();
   command("version", "Print the helper's version", [&] { return showVersion(context); });
 
   std::string state;

@@ -12,6 +12,7 @@ SOURCES = os.environ["CORVANE_SOURCES"]
 sys.path += [f"{SOURCES}/tests/daemon", f"{SOURCES}/tests/support"]
 from bus import Client
 from support import PATIENCE, PROGRAMS, DaemonTest, environment_for, main
+from big_tree import BigTree
 from terminal import Terminal
 
 PROTECTED = "An object there has a protection that the helper does not lift"
@@ -59,7 +60,8 @@ class Deletions:
         """How many objects each deletion was about, in their order."""
         counts = [re.search(r"operation 'delete-file(?:objects|s)' with (\d+) arguments", line)
                   for line in self.log.after(0)]
-        return [int(count[1]) - 2 for count in counts if count]
+        # Beside them there are two options, and the request's metadata with their marker.
+        return [int(count[1]) - 4 for count in counts if count]
 
     def requests_with_feedback(self):
         return len([line for line in self.log.after(0) if "feedback option enabled" in line])
@@ -294,6 +296,47 @@ class PathsTest(DeleteCommandTest):
         left = json.loads(output)["result"]["left"]
         self.assertEqual([(each["path"], each["error"]["code"]) for each in left],
                          [(self.path("full"), 66), (self.path("kept/file"), 1)])
+
+
+class StoppedTest(DeleteCommandTest):
+    """Ctrl-C in the middle of a deletion, however fast the machine is."""
+
+    def setUp(self):
+        super().setUp()
+        self.tree = BigTree(self)
+        self.make("target")
+        os.symlink("target", self.path("link"))
+        self.addCleanup(os.kill, self.daemon.process.pid, signal.SIGCONT)
+
+    def stop(self, *options):
+        """The exit status and the lines in the end of a deletion that is stopped in the tree; the
+        link has its turn behind that."""
+        terminal = self.start_terminal(*options, "delete", "-r", self.path("link"),
+                                       self.make("first"), self.tree.path)
+        self.tree.hold_in_its_middle(self.daemon.process.pid)
+        terminal.type("\x03")
+        terminal.expect(r"Stopping\. Press Ctrl-C again to leave at once\.")
+        os.kill(self.daemon.process.pid, signal.SIGCONT)
+        return terminal.wait(), self.lines_of(terminal)
+
+    def test_what_is_left_is_not_begun_and_told(self):
+        status, lines = self.stop()
+        self.assertEqual((status, lines[-4:]), (4, [
+            f"Cannot delete '{self.path('link')}' and others: Operation canceled",
+            "It was stopped. What had been done by then stays done.",
+            "Deleted by then: 1 of 3.", ""]))
+        self.assertGone("first")
+        self.assertLeft("link")
+        self.assertGreater(self.tree.left(), 0)
+        self.assertEqual(self.requests(), [2])
+
+    def test_json_has_the_objects_that_are_left(self):
+        status, lines = self.stop("--json")
+        shown = "\n".join(lines)
+        result = json.loads(shown[shown.index("{"):])
+        self.assertEqual((status, result["code"]), (4, 89))
+        self.assertEqual([each["path"] for each in result["result"]["left"]],
+                         [self.path("link"), self.tree.path])
 
 
 class AuthorizedTest(DeleteCommandTest):

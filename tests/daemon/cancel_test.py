@@ -1,10 +1,9 @@
 """Requests that are cancelled while they are in progress, over another connection."""
 
 import os
-import shutil
 import signal
 import subprocess
-import tempfile
+import sys
 import threading
 import time
 
@@ -13,6 +12,9 @@ from bus import (DELETE_FILEOBJECTS, EXECUTE_UTILITY, NOP, POSIX, Client, Feedba
 from gi.repository import GLib
 from support import (PATIENCE, SOMEBODY, SOMEBODY_ELSE, TEST_PROGRAMS, DaemonTest, bench_only, main,
                      make_application, root_only, wait_until)
+
+sys.path.append(f"{os.path.dirname(os.path.abspath(__file__))}/../support")
+from big_tree import FILES, FOLDERS, BigTree  # noqa: E402
 
 CANCELLED, INVALID = (POSIX, 89, {}), (POSIX, 22, {})
 TOKEN = "4d2c6a40-9a3e-4f5e-a3ab-6f5f0b0b6d11"
@@ -24,8 +26,6 @@ trap "$1" TERM
 echo $$ >"$2.new" && mv "$2.new" "$2"
 while ! read -r line <'{folder}/go-on'; do :; done
 """
-
-FOLDERS, FILES = 600, 1000
 
 
 class Request(threading.Thread):
@@ -165,7 +165,6 @@ class CancelTest(DaemonTest):
                                 interface="com.corvane.ZELPrivilegedHelperControl")
         self.assertEqual(self.other.version(), "1.3")
 
-
     @bench_only("it runs a program of the build")
     def test_the_library_cancels_from_another_thread(self):
         result = subprocess.run(
@@ -180,50 +179,26 @@ class CancelTest(DaemonTest):
 class CancelledRemovalTest(DaemonTest):
     """A deletion that is stopped in its middle, however fast the machine is."""
 
-    def setUp(self):
-        super().setUp()
-        self.tree = tempfile.mkdtemp(prefix="corvane-test.", dir="/dev/shm")
-        self.addCleanup(shutil.rmtree, self.tree, ignore_errors=True)
-        source = f"{self.tree}/one"
-        self.one = os.open(source, os.O_RDONLY | os.O_CREAT)
-        self.addCleanup(os.close, self.one)
-        for i in range(FOLDERS):
-            os.mkdir(f"{self.tree}/{i}")
-            folder = os.open(f"{self.tree}/{i}", os.O_RDONLY)
-            # As many entries as files, at a fraction of their memory.
-            for j in range(FILES):
-                os.link(source, str(j), dst_dir_fd=folder)
-            os.close(folder)
-
-    def left(self):
-        return sum(len(files) for _, _, files in os.walk(self.tree))
-
-    def has_begun(self):
-        """The one file has fewer names, wherever the first one was taken from."""
-        return os.fstat(self.one).st_nlink < FOLDERS * FILES + 1
-
     def test_a_tree_of_600000_files_is_left_in_its_middle(self):
+        tree = BigTree(self)
         server = FeedbackServer()
         other = Client(self.daemon.connect())
         request = Request(self.daemon.connect(), DELETE_FILEOBJECTS, self.form(),
-                          named(TOKEN, ["1", "0", self.tree]), server.endpoint)
-        while not self.has_begun():
-            os.kill(self.daemon.process.pid, signal.SIGCONT)
-            time.sleep(0.002)
-            os.kill(self.daemon.process.pid, signal.SIGSTOP)
+                          named(TOKEN, ["1", "0", tree.path]), server.endpoint)
+        tree.hold_in_its_middle(self.daemon.process.pid)
         cancelling = threading.Thread(target=other.cancel, args=(TOKEN,))
         cancelling.start()
         os.kill(self.daemon.process.pid, signal.SIGCONT)
         cancelling.join()
         request.join()
         self.assertEqual(request.answer, CANCELLED)
-        left = self.left()
+        left = tree.left()
         self.assertLess(left, FOLDERS * FILES)
         self.assertGreater(left, FOLDERS * FILES / 2)
         feedback = server.wait_for_final()
         self.assertEqual(feedback, [{"ProgressFraction": 0.0}, {"FinalFeedbackMessage": True}])
         # Nothing goes on behind the answer.
-        self.assertEqual(self.left(), left)
+        self.assertEqual(tree.left(), left)
         server.close()
 
 

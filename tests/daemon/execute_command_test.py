@@ -224,14 +224,14 @@ class ExecuteCommandTest(DaemonTest):
                          b"Read it without long pauses, or into a file.\n")
         self.assertEqual(client.returncode, 1)
 
-    def test_an_interrupted_client_leaves_the_utility_to_the_daemon(self):
+    def test_a_terminated_client_leaves_the_utility_to_the_daemon(self):
         Client(self.daemon.connect()).register(1)
         client = self.start_client("wait")
         wait_until(lambda: os.path.exists(f"{self.folder}/pid"), "the utility runs")
         with open(f"{self.folder}/pid", encoding="ascii") as file:
             utility = int(file.read())
-        client.send_signal(signal.SIGINT)
-        self.assertEqual(client.wait(PATIENCE), -signal.SIGINT)
+        client.send_signal(signal.SIGTERM)
+        self.assertEqual(client.wait(PATIENCE), -signal.SIGTERM)
         with open(f"/proc/{utility}/status", encoding="utf-8") as status:
             self.assertIn(f"PPid:\t{self.daemon.process.pid}\n", status.read())
         self.go_on()

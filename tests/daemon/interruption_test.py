@@ -4,9 +4,14 @@ import contextlib
 import os
 import signal
 import subprocess
+import sys
 
 from bus import Client
-from support import PATIENCE, DaemonTest, logged, main, make_application, wait_until
+from support import (PATIENCE, DaemonTest, logged, main, make_application, root_only,
+                     wait_until)
+
+sys.path.append(f"{os.path.dirname(os.path.abspath(__file__))}/../support")
+from terminal import Terminal  # noqa: E402
 
 ENDING = (signal.SIGINT, signal.SIGTERM, signal.SIGHUP, signal.SIGQUIT)
 
@@ -15,7 +20,8 @@ class InterruptionTest(DaemonTest):
     def prepare(self):
         os.mkfifo(f"{self.folder}/go-on")
         self.application = make_application(
-            self.folder, f"#!/bin/sh\ntouch '{self.folder}/runs'\nread -r _ <'{self.folder}/go-on'\n")
+            self.folder, f"#!/bin/sh\ntrap \"$1\" TERM\nexec 3<>'{self.folder}/go-on'\n"
+                         f"touch '{self.folder}/runs'\nwhile ! read -r _ <&3; do :; done\n")
 
     def setUp(self):
         super().setUp()
@@ -33,13 +39,17 @@ class InterruptionTest(DaemonTest):
         return subprocess.run(["pgrep", "-f", f"{self.folder}/Test.app"], check=False,
                               stdout=subprocess.DEVNULL).returncode == 0
 
+    # What the utility does when it is asked to end.
+    ending = "exit 3"
+
     def start_client(self, ignored=()):
         """A client whose utility runs."""
         def ignore():
             for number in ignored:
                 signal.signal(number, signal.SIG_IGN)
         client = subprocess.Popen(
-            self.client_command("execute", "--application", self.application, "lipo"),
+            self.client_command("execute", "--application", self.application, "lipo",
+                                self.ending),
             stdout=subprocess.PIPE, stderr=subprocess.PIPE, preexec_fn=ignore,
             **self.client_options())
         self.addCleanup(client.wait)
@@ -58,8 +68,65 @@ class InterruptionTest(DaemonTest):
         self.assertEndsWith(0)
         self.assertIn(logged(7, f"Finishing work for client {client.pid}."), self.log.after(0))
 
-    def test_the_helper_ends_with_its_only_client_on_an_interrupt(self):
-        self.interrupt_only_client(signal.SIGINT)
+    def assertStopped(self, client):
+        output, error = client.communicate(timeout=PATIENCE)
+        self.assertEqual(output, b"")
+        self.assertEqual(error.decode().splitlines(), [
+            "Stopping. Press Ctrl-C again to leave at once.",
+            "Cannot run 'lipo': Operation canceled",
+            "It was stopped. What had been done by then stays done."])
+        self.assertEqual(client.returncode, 4)
+
+    def test_an_interrupt_ends_the_operation_and_the_helper_with_its_only_client(self):
+        client = self.start_client()
+        client.send_signal(signal.SIGINT)
+        self.assertStopped(client)
+        self.assertFalse(self.is_utility_running())
+        self.assertEndsWith(0)
+        self.assertIn(logged(7, f"Finishing work for client {client.pid}."), self.log.after(0))
+
+    def on_terminal(self):
+        """The same on a terminal, where a person presses Ctrl-C."""
+        terminal = Terminal(self.client_command("execute", "--application", self.application,
+                                                "lipo", self.ending),
+                            self.client_options()["env"])
+        wait_until(lambda: os.path.exists(f"{self.folder}/runs"), "the utility runs")
+        terminal.type("\x03")
+        terminal.expect(r"\nStopping\. Press Ctrl-C again to leave at once\.")
+        return terminal
+
+    @root_only("the terminal's program is root's")
+    def test_a_person_stops_an_operation(self):
+        terminal = self.on_terminal()
+        self.assertEqual(terminal.wait(), 4)
+        self.assertIn("It was stopped. What had been done by then stays done.", terminal.seen)
+        self.assertEndsWith(0)
+
+    @root_only("the terminal's program is root's")
+    def test_a_person_leaves_what_does_not_stop(self):
+        self.ending = ":"
+        terminal = self.on_terminal()
+        terminal.type("\x03")
+        self.assertEqual(terminal.wait(), -signal.SIGINT)
+        self.assertEndsWith(0)
+
+    def test_an_interrupt_ends_no_other_client(self):
+        other = Client(self.daemon.connect())
+        other.register(1)
+        client = self.start_client()
+        client.send_signal(signal.SIGINT)
+        self.assertStopped(client)
+        self.assertEqual(other.version(), "1.3")
+
+    def test_a_second_interrupt_leaves_at_once(self):
+        self.ending = ":"
+        client = self.start_client()
+        client.send_signal(signal.SIGINT)
+        self.assertEqual(client.stderr.readline(),
+                         b"Stopping. Press Ctrl-C again to leave at once.\n")
+        client.send_signal(signal.SIGINT)
+        self.assertEndedBy(client, signal.SIGINT)
+        self.assertEndsWith(0)
 
     def test_the_helper_ends_with_its_only_client_on_a_termination(self):
         self.interrupt_only_client(signal.SIGTERM)
@@ -74,8 +141,8 @@ class InterruptionTest(DaemonTest):
         other = Client(self.daemon.connect())
         other.register(1)
         client = self.start_client()
-        client.send_signal(signal.SIGINT)
-        self.assertEndedBy(client, signal.SIGINT)
+        client.send_signal(signal.SIGTERM)
+        self.assertEndedBy(client, signal.SIGTERM)
         self.log.wait_for(lambda line: line == logged(7, "1 clients remaining."), 0)
         self.assertEqual(other.version(), "1.3")
 
@@ -98,7 +165,8 @@ class InterruptionTest(DaemonTest):
             client.send_signal(signal.SIGINT)
             return client.poll() is not None
         wait_until(has_ended, "the client has ended", patience=8)
-        self.assertEndedBy(client, signal.SIGINT)
+        client.communicate()
+        self.assertEqual(client.returncode, -signal.SIGINT)
 
     def test_a_client_that_is_killed_stays_registered(self):
         client = self.start_client()

@@ -32,6 +32,8 @@ int executeUtility(const Context& context, const std::string& application,
                    const std::string& utility, const std::vector<std::string>& arguments);
 int nop(const Context& context);
 int discardAuthorization(const Context& context);
+/// Tells what a request for the operation of this identifier would meet, without asking anybody.
+int tellWhetherAllowed(const Context& context, const std::string& operation);
 int showVersion(const Context& context);
 int setDebugMode(const Context& context, bool flag);
 int setPreference(const Context& context, const PreferenceDomain& domain, const std::string& key,

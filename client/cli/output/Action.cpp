@@ -13,6 +13,7 @@ namespace {
 constexpr const char* texts[] = {
     "Cannot contact the helper",
     "Cannot ask the helper for its version",
+    "Cannot find out whether '$1$' is allowed",
     "Cannot switch the helper's debug messages",
     "Cannot discard the authorization",
     "Cannot delete '$1$'",

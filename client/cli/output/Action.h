@@ -11,6 +11,7 @@ namespace corvane::cli {
 enum class Action {
   ContactHelper,
   AskForVersion,
+  AskWhetherAllowed,
   SwitchDebugMessages,
   DiscardAuthorization,
   Delete,

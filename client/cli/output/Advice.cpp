@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 
+#include "PrivilegedHelperClient.h"
 #include "client/cli/output/Action.h"
 #include "foundation/POSIXError.h"
 #include "operationset-vnt/ZELPrivilegedOperationSetVNT.h"
@@ -64,6 +65,7 @@ const auto& advices() {
   });
   return all;
 }
+constexpr const char* adviceWhenStopped = "It was stopped. What had been done by then stays done.";
 constexpr const char* adviceWhenFilledAgain =
     "Somebody keeps writing into it. Put an end to that, and try again.";
 constexpr const char* adviceWhenRefused =
@@ -112,7 +114,11 @@ std::string translated(const std::string& text) {
 }
 
 std::string translated(const std::string& text, const std::string& parameter) {
-  return ZELPrivilegedOperationSetVNT::localizedStringForTemplate(text, {parameter},
+  return translated(text, Array{parameter});
+}
+
+std::string translated(const std::string& text, const Array& parameters) {
+  return ZELPrivilegedOperationSetVNT::localizedStringForTemplate(text, parameters,
                                                                   clientStringsTable);
 }
 
@@ -123,6 +129,10 @@ std::string suggestionFor(const Error& error, Action action, bool wasAuthorized)
   if (suggestion != nullptr && suggestion->string() != nullptr) return *suggestion->string();
   if (isPOSIXError(error, POSIXErrorCode::NotPermitted)) {
     return translated(wasAuthorized ? adviceWhenProtected : adviceWhenRefused);
+  }
+  const bool wasStopped = wasAuthorized || PrivilegedHelperClient::isCancellingOperations();
+  if (wasStopped && isPOSIXError(error, POSIXErrorCode::Canceled)) {
+    return translated(adviceWhenStopped);
   }
   // The advice is about an operation that the helper does not have; from one that was carried out
   // this error came from a file system.
@@ -149,9 +159,11 @@ std::string suggestionFor(const CommunicationFailure& failure) {
 }
 
 std::set<std::string> clientTexts() {
-  std::set<std::string> texts = {adviceWhenRefused, adviceWhenProtected, adviceWhenFilledAgain,
-                                 causeText,         needsRootText,       runAsRootText,
-                                 runLineAsRootText, nothingThereText,    appendOnlyLeftText};
+  std::set<std::string> texts = {
+      adviceWhenRefused, adviceWhenProtected, adviceWhenFilledAgain, adviceWhenStopped,
+      causeText,         needsRootText,       runAsRootText,         runLineAsRootText,
+      nothingThereText,  appendOnlyLeftText,  grantedText,           wouldAskText,
+      deniedText,        nobodyToAskText,     stoppingText,          deletedByThenText};
   texts.insert(actionTexts().begin(), actionTexts().end());
   for (const Advice& advice : advices()) {
     texts.insert(advice.text);

@@ -8,6 +8,7 @@
 #include "client/cli/output/Action.h"
 #include "foundation/CommunicationFailure.h"
 #include "foundation/Error.h"
+#include "foundation/Value.h"
 
 namespace corvane::cli {
 
@@ -24,14 +25,21 @@ std::string descriptionOf(const Error& error);
 std::string suggestionFor(const CommunicationFailure& failure);
 
 /// `text`, which is one of the client's, in the user's language, and with what $1$ in it stands
-/// for.
+/// for, $2$ and so on.
 std::string translated(const std::string& text);
 std::string translated(const std::string& text, const std::string& parameter);
+std::string translated(const std::string& text, const Array& parameters);
 
 /// Texts beside those of errors, actions and advice.
 inline constexpr const char* causeText = "because: $1$";
 inline constexpr const char* needsRootText = "Only root may do this.";
 inline constexpr const char* runAsRootText = "Run the command as root.";
+inline constexpr const char* grantedText = "granted";
+inline constexpr const char* wouldAskText = "would ask";
+inline constexpr const char* deniedText = "denied";
+inline constexpr const char* nobodyToAskText = "nobody to ask";
+inline constexpr const char* stoppingText = "Stopping. Press Ctrl-C again to leave at once.";
+inline constexpr const char* deletedByThenText = "Deleted by then: $1$ of $2$.";
 inline constexpr const char* runLineAsRootText = "Run it as root: $1$";
 
 inline constexpr const char* nothingThereText = "There was nothing at '$1$'.";

@@ -96,6 +96,22 @@ void printFailures(Action action, const std::vector<PrivilegedHelperClient::Obje
   }
 }
 
+// What had failed by then, and how far it came.
+void printStopped(Action action, const std::vector<std::string>& paths,
+                  const PrivilegedHelperClient::DeletionOutcome& outcome) {
+  const bool wasAuthorized = outcome.wasAuthorized.value_or(false);
+  printFailures(action, outcome.failed,
+                [&](const Error& error) { return suggestionFor(error, action, wasAuthorized); });
+  printProblem(failureOf(paths.size() > 1 ? Action::DeleteSeveral : action, paths.front()),
+               *outcome.error, suggestionFor(*outcome.error, action, wasAuthorized));
+  if (paths.size() == 1 || outcome.left.size() == paths.size()) return;
+  std::fprintf(
+      stderr, "%s\n",
+      translated(deletedByThenText, Array{std::to_string(paths.size() - outcome.left.size()),
+                                          std::to_string(paths.size())})
+          .c_str());
+}
+
 }  // namespace
 
 Json toJson(const Value& value) {
@@ -159,6 +175,11 @@ int report(const Context& context, Action action, const std::string& subject,
 int report(const Context& context, Action action, const std::vector<std::string>& paths,
            const PrivilegedHelperClient::DeletionOutcome& outcome) {
   const bool wasAuthorized = outcome.wasAuthorized.value_or(false);
+  const bool wasCanceled = outcome.error && isPOSIXError(*outcome.error, POSIXErrorCode::Canceled);
+  if (wasCanceled && !context.isJSON) {
+    printStopped(action, paths, outcome);
+    return ExitCanceled;
+  }
   if (!outcome.error || outcome.failure || isRefusal(*outcome.error, wasAuthorized)) {
     const Action about = paths.size() > 1 ? Action::DeleteSeveral : action;
     return report(context, about, paths.front(),

@@ -1,14 +1,23 @@
 #include "client/cli/setup/EndingSignals.h"
 
+#include <chrono>
 #include <csignal>
+#include <cstdio>
 #include <initializer_list>
 #include <thread>
 
+#include <unistd.h>
+
 #include "PrivilegedHelperClient.h"
+#include "client/cli/output/Advice.h"
 
 namespace corvane::cli {
 
 namespace {
+
+// How long a helper that is left may take.
+constexpr std::chrono::milliseconds patienceOfTheImpatient{250};
+constexpr std::chrono::milliseconds patienceOfOthers{10000};
 
 // Locked while the process must not be ended, and by the thread that is about to end it. Never
 // destroyed: a signal may come while the process ends.
@@ -22,9 +31,21 @@ bool isIgnored(int signal) {
   return ::sigaction(signal, nullptr, &action) == 0 && action.sa_handler == SIG_IGN;
 }
 
+// Has the operation in progress stop, and tells so. False if there is none.
+bool stopOperation() {
+  const std::lock_guard held(ending());
+  if (!PrivilegedHelperClient::cancelOperationsBeforeEnd()) return false;
+  // After what the terminal shows for the key, or a progress bar.
+  std::fprintf(stderr, "%s%s\n", ::isatty(STDERR_FILENO) != 0 ? "\n" : "",
+               translated(stoppingText).c_str());
+  return true;
+}
+
 [[noreturn]] void endBy(const sigset_t& signals) {
   int signal = 0;
   ::sigwait(&signals, &signal);
+  const bool isStopping = signal == SIGINT && stopOperation();
+  if (isStopping) ::sigwait(&signals, &signal);
   ending().lock();
 
   // The same signal once more ends the process at once, for those who do not want to wait until a
@@ -33,7 +54,8 @@ bool isIgnored(int signal) {
   sigemptyset(&again);
   sigaddset(&again, signal);
   ::pthread_sigmask(SIG_UNBLOCK, &again, nullptr);
-  PrivilegedHelperClient::leaveHelpersBeforeEnd();
+  PrivilegedHelperClient::leaveHelpersBeforeEnd(isStopping ? patienceOfTheImpatient
+                                                           : patienceOfOthers);
   for (;;) ::raise(signal);
 }
 

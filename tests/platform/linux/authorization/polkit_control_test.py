@@ -1,5 +1,6 @@
 """Dialogs that are cancelled, forbidden or only asked about."""
 
+import json
 import os
 import threading
 
@@ -82,6 +83,33 @@ class ControlTest(PolkitTest):
                          "unavailable")
         self.agent(self.requestor.process.pid, "grant")
         self.assertIsNone(self.delete(dictionary()))
+
+    def told(self, *arguments):
+        """What the tool tells on the terminal of a user, and its exit status. The helper stays."""
+        self.client.register(self.requestor.process.pid)
+        terminal = self.run_client(*arguments)
+        status = terminal.wait()
+        return terminal.seen.strip(), status
+
+    def test_the_tool_tells_what_a_request_would_meet(self):
+        self.assertEqual(self.told("may", "nop"), ("granted", 0))
+        self.assertEqual(self.told("may", "execute-utility"), ("denied", 3))
+        # It would ask on the terminal itself.
+        self.assertEqual(self.told("may", "delete-fileobjects"), ("would ask", 0))
+        self.assertEqual(self.told("--no-interaction", "may", "delete-fileobjects"),
+                         ("nobody to ask", 3))
+        shown, status = self.told("--json", "may", "delete-fileobjects")
+        self.assertEqual(json.loads(shown)["result"],
+                         {"operation": "delete-fileobjects", "authorization": "challenge"})
+        self.assertEqual(status, 0)
+        self.assertEqual(self.told("may", "fly"),
+                         ("'fly' is not an operation. 'operations' lists them.", 2))
+
+    def test_the_tool_asks_nobody_where_that_is_not_wanted(self):
+        shown, status = self.told("--no-interaction", "delete", self.path)
+        self.assertEqual(status, 3, shown)
+        self.assertNotIn("AUTHENTICATING", shown)
+        self.assertTrue(os.path.exists(self.path))
 
 
 if __name__ == "__main__":

@@ -1,0 +1,68 @@
+#include <algorithm>
+#include <cstdio>
+#include <iterator>
+
+#include "client/cli/commands/Commands.h"
+#include "client/cli/output/Advice.h"
+#include "operationset-vnt/ZELPrivilegedOperationSetVNT.h"
+#include "platform/AuthenticationAgent.h"
+
+namespace corvane::cli {
+
+namespace {
+
+// In the order of the enumeration: as people and as programs are told.
+struct StateName {
+  const char* text;
+  const char* name;
+};
+constexpr StateName names[] = {{grantedText, "granted"},
+                               {wouldAskText, "challenge"},
+                               {deniedText, "denied"},
+                               {nobodyToAskText, "unavailable"}};
+
+std::optional<std::uint64_t> codeOf(const std::string& identifier) {
+  const auto& identifiers =
+      *ZELPrivilegedOperationSetVNT::privilegedOperationSet().opIdentifiersByCode();
+  const auto found = std::find_if(identifiers.begin(), identifiers.end(),
+                                  [&](const auto& entry) { return entry.second == identifier; });
+  return found == identifiers.end() ? std::nullopt : std::optional(found->first);
+}
+
+// Whether this program would ask where the helper finds nobody who could.
+bool asksItself(const Context& context) {
+  return context.client.asksOnTerminal && context.client.isInteractionAllowed &&
+         authorizationDialogsOfThisProcess() == AuthorizationDialogs::OnTerminal;
+}
+
+}  // namespace
+
+int tellWhetherAllowed(const Context& context, const std::string& operation) {
+  const auto code = codeOf(operation);
+  if (!code) {
+    return reportUsage(context,
+                       "'" + operation + "' is not an operation. 'operations' lists them.");
+  }
+  const auto answer = PrivilegedHelperClient(context.client).queryAuthorization(*code);
+  if (const auto* failure = std::get_if<CommunicationFailure>(&answer)) {
+    return report(context, Action::AskWhetherAllowed, operation, *failure);
+  }
+  auto state = std::get<AuthorizationState>(answer);
+  if (state == AuthorizationState::Unavailable && asksItself(context)) {
+    state = AuthorizationState::Challenge;
+  }
+  if (state == AuthorizationState::Challenge && !context.client.isInteractionAllowed) {
+    state = AuthorizationState::Unavailable;
+  }
+  const StateName& name = names[static_cast<std::size_t>(state)];
+  if (context.isJSON) {
+    printResult({{"operation", operation}, {"authorization", name.name}});
+  } else {
+    std::printf("%s\n", translated(name.text).c_str());
+  }
+  const bool isPossible =
+      state == AuthorizationState::Granted || state == AuthorizationState::Challenge;
+  return isPossible ? ExitDone : ExitNotAuthorized;
+}
+
+}  // namespace corvane::cli
