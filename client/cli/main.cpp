@@ -176,9 +176,15 @@ int runCommandLine(int argc, char** argv) {
   command("install", "Put the helper, its services and its rights in place",
           [&] { return install(context); });
   bool isForced = false;
-  command("uninstall", "Have the helper remove itself, with all that belongs to it", [&] {
-    return uninstall(context, isForced);
-  })->add_flag("--force", isForced, "Remove it without its help if it refuses or does not answer");
+  bool isForPackage = false;
+  CLI::App* uninstalling = command(
+      "uninstall", "Have the helper remove itself, with all that belongs to it",
+      [&] { return isForPackage ? uninstallForPackage(context) : uninstall(context, isForced); });
+  CLI::Option* force = uninstalling->add_flag(
+      "--force", isForced, "Remove it without its help if it refuses or does not answer");
+  uninstalling
+      ->add_flag("--for-package", isForPackage, "For the scripts of the package that is removed")
+      ->excludes(force);
   command("doctor", "Look for what stands in the way", [&] { return examine(context); });
 
   showBrackets(app);

@@ -47,6 +47,9 @@ int examine(const Context& context);
 int install(const Context& context);
 /// A forced one goes on without the helper where that refuses or does not answer.
 int uninstall(const Context& context, bool isForced);
+/// For the scripts of a package that is removed: has the helper remove itself, says in one line
+/// whether it did, and leaves the rest to the package.
+int uninstallForPackage(const Context& context);
 
 }  // namespace corvane::cli
 

@@ -111,7 +111,34 @@ int tellWhatIsLeft(const Context& context, const Names& before, const Names& aft
   return after.empty() ? ExitDone : ExitFailed;
 }
 
+// Why the helper did not remove itself; nothing if it did.
+std::optional<std::string> refusalOf(PrivilegedHelperClient& client,
+                                     const HelperInstallation& installation) {
+  const auto outcome = client.performUninstall(installation.programPath(), installation.jobPath());
+  if (outcome.failure) return outcome.failure->description;
+  if (outcome.error) return descriptionOf(explained(*outcome.error, client));
+  // That the connection was lost may have other reasons.
+  if (::access(installation.programPath().c_str(), F_OK) == 0) return "it ended halfway";
+  return std::nullopt;
+}
+
 }  // namespace
+
+int uninstallForPackage(const Context& context) {
+  if (const auto status = requireRoot(context, Action::Uninstall, "uninstall")) return *status;
+  const auto installation = ownInstallation();
+  if (!installation->package()) {
+    return reportUsage(context, "The helper belongs to no package. Run 'uninstall'.");
+  }
+  PrivilegedHelperClient client(context.client);
+  const auto refusal = refusalOf(client, *installation);
+  if (refusal) {
+    std::printf("The helper is removed without its help: %s\n", printable(*refusal).c_str());
+    return ExitFailed;
+  }
+  std::puts("The helper has removed itself.");
+  return ExitDone;
+}
 
 int uninstall(const Context& context, bool isForced) {
   if (const auto status = requireRoot(context, Action::Uninstall, "uninstall")) return *status;
