@@ -306,14 +306,17 @@ class SilentFilesTest(HostilePeersTest):
             self.assertEqual(error[0], POSIX)
         self.assertCanEnd()
 
+    def send_as_many_as_one_may(self):
+        for _ in range(4):
+            peer = self.talking_peer()
+            self.files.send(peer.socket, request(1))
+            self.assertTrue(peer.is_dropped())
+
     def test_nobody_takes_more_than_some(self):
         """Who has sent some may send none any more, and others still may."""
+        self.send_as_many_as_one_may()
         ours, theirs = socket.socketpair()
         with ours, theirs:
-            for _ in range(4):
-                peer = self.talking_peer()
-                self.files.send(peer.socket, request(1))
-                self.assertTrue(peer.is_dropped())
             peer = self.talking_peer()
             peer.send(request(1), [theirs.fileno()])
             self.assertDropped(peer)
@@ -326,14 +329,10 @@ class SilentFilesTest(HostilePeersTest):
         self.assertCanEnd()
 
     def test_who_gets_it_back_is_served_again(self):
+        self.send_as_many_as_one_may()
+        self.files.end()
         ours, theirs = socket.socketpair()
         with ours, theirs:
-            for _ in range(4):
-                peer = self.talking_peer()
-                self.files.send(peer.socket, request(1))
-                self.assertTrue(peer.is_dropped())
-            self.files.end()
-
             def is_served():
                 peer = self.talking_peer()
                 peer.send(request(1), [theirs.fileno()])

@@ -1,7 +1,7 @@
-#include <array>
 #include <filesystem>
 #include <future>
 #include <thread>
+#include <utility>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -12,6 +12,7 @@
 #include "platform/linux/authorization/EmbeddedAuthority.h"
 #include "platform/linux/authorization/polkit/PolkitAuthority.h"
 #include "platform/linux/transport/CurrentPeer.h"
+#include "platform/linux/transport/LocalSocket.h"
 #include "tests/platform/linux/authorization/PolkitService.h"
 #include "tests/support/ChildProcess.h"
 #include "tests/support/TemporaryFolder.h"
@@ -63,6 +64,16 @@ FileDescriptor connectionTo(const std::string& path) {
     std::abort();
   }
   return connection;
+}
+
+/// Has `authority` decide for `subject`, whose client has the other end of `connection`.
+std::future<OSStatus> decision(PolkitAuthority& authority, const ProcessIdentity& subject,
+                               FileDescriptor connection) {
+  return std::async(std::launch::async, [&authority, subject, connection = std::move(connection)] {
+    const Peer peer{subject.pid, subject.uid, someUser, connection.get()};
+    const CurrentPeerScope scope(peer);
+    return authority.decide(subject, {guarded, "", "", true});
+  });
 }
 
 /// An authority over a polkit of the test's own, and a process that asks for rights.
@@ -249,15 +260,8 @@ TEST_F(PolkitAuthorityTest, AProcessThatHasEndedIsGrantedNothing) {
 TEST_F(PolkitAuthorityTest, ADialogIsClosedWhenItsClientGoesAway) {
   start();
   const PolkitAgent agent(service, subject, "wait");
-  std::array<int, 2> ends{};
-  ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends.data()), 0);
-  const FileDescriptor connection(ends[0]);
-  FileDescriptor client(ends[1]);
-  auto status = std::async(std::launch::async, [&] {
-    const Peer peer{subject.pid, subject.uid, someUser, connection.get()};
-    const CurrentPeerScope scope(peer);
-    return ask(guarded);
-  });
+  auto [connection, client] = connectedSockets();
+  auto status = decision(authority, subject, std::move(connection));
   EXPECT_THAT(agent.nextEvent(), HasSubstr("asked"));
   client.reset();
   EXPECT_EQ(status.get(), errAuthorizationCanceled);
@@ -284,15 +288,9 @@ TEST_F(PolkitAuthorityTest, ManyDialogsAreOpenAtOnceWhileOthersAreServed) {
     const auto process =
         std::get<WatchedProcess>(WatchedProcess::ofPeer(asker.socket())).identity();
     agents.push_back(std::make_unique<PolkitAgent>(service, process, "wait"));
-    std::array<int, 2> ends{};
-    ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends.data()), 0);
-    clients.emplace_back(ends[1]);
-    statuses.push_back(
-        std::async(std::launch::async, [this, process, end = FileDescriptor(ends[0])] {
-          const Peer peer{process.pid, process.uid, someUser, end.get()};
-          const CurrentPeerScope scope(peer);
-          return authority.decide(process, {guarded, "", "", true});
-        }));
+    auto [connection, client] = connectedSockets();
+    clients.push_back(std::move(client));
+    statuses.push_back(decision(authority, process, std::move(connection)));
   }
   for (const auto& agent : agents) EXPECT_THAT(agent->nextEvent(), HasSubstr("asked"));
   EXPECT_EQ(ask(allowed), errAuthorizationSuccess);
@@ -476,15 +474,8 @@ TEST_F(PolkitAuthorityTest, AnAuthorityThatHangsIsAFailure) {
 TEST_F(PolkitAuthorityTest, AnAuthorityThatShowsADialogIsWaitedFor) {
   start("silent");
   PolkitAuthority impatient(places, translate, embedded, 500ms);
-  std::array<int, 2> ends{};
-  ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends.data()), 0);
-  const FileDescriptor connection(ends[0]);
-  FileDescriptor client(ends[1]);
-  auto status = std::async(std::launch::async, [&] {
-    const Peer peer{subject.pid, subject.uid, someUser, connection.get()};
-    const CurrentPeerScope scope(peer);
-    return impatient.decide(subject, {guarded, "", "", true});
-  });
+  auto [connection, client] = connectedSockets();
+  auto status = decision(impatient, subject, std::move(connection));
   for (int sign = 0; sign < 5; ++sign) EXPECT_EQ(service.nextLineOfPolkit(), "alive");
   client.reset();
   EXPECT_EQ(status.get(), errAuthorizationCanceled);
