@@ -6,6 +6,7 @@ import pathlib
 import socket
 import stat
 import subprocess
+import tempfile
 
 from bus import DELETE_FILEOBJECTS, POSIX, Client
 from protection import APPEND_ONLY, IMMUTABLE, kernel_flags, protect, unprotect
@@ -13,8 +14,10 @@ from support import INSTALLED, PATIENCE, SOMEBODY, DaemonTest, main
 
 OWN = "com.corvane.error.privileged-operation"
 WHITEOUT, FLAGS_STAY, SYSTEM_FLAG, RESTRICTED = (OWN, 4), (OWN, 5), (OWN, 6), (OWN, 8)
-NOT_PERMITTED, NOT_THERE, BUSY, NO_FOLDER, INVALID, NOT_EMPTY = (
-    (POSIX, code) for code in (1, 2, 16, 20, 22, 66))
+NOT_PERMITTED, NOT_THERE, BUSY, NO_FOLDER, INVALID, TOO_DEEP, NOT_EMPTY = (
+    (POSIX, code) for code in (1, 2, 16, 20, 22, 63, 66))
+# Of a tree that is removed.
+MOST_LEVELS = 16384
 
 # The flags that the attribute knows.
 UF_IMMUTABLE, SF_IMMUTABLE, SF_APPEND, SF_RESTRICTED = 0x2, 0x20000, 0x40000, 0x80000
@@ -77,15 +80,19 @@ def names_of_any_bytes(path):
             pass
 
 
-def deeper_than_any_path(path):
+def chain(path, depth):
     folder(path)
     level = os.open(path, os.O_PATH)
-    for _ in range(1000):
+    for _ in range(depth):
         os.mkdir("folder", dir_fd=level)
         below = os.open("folder", os.O_PATH, dir_fd=level)
         os.close(level)
         level = below
     os.close(level)
+
+
+def deeper_than_any_path(path):
+    chain(path, 1000)
 
 
 def holding(make, *arguments):
@@ -238,6 +245,17 @@ class RecursiveRemovalTest(RemovalTest):
         self.assertIsNone(self.remove(*paths, recursive=True))
         self.assertTrue(os.path.exists(self.path("file")))
         self.assertTrue(os.path.lexists(self.path("dangling")))
+
+    def test_a_tree_that_is_too_deep_stays_as_it_is(self):
+        # In memory, for its many folders.
+        parent = tempfile.mkdtemp(dir="/dev/shm")
+        self.addCleanup(subprocess.run, ["rm", "-rf", parent], check=True)
+        path = f"{parent}/tree"
+        # The top is one of its levels.
+        chain(path, MOST_LEVELS)
+        file(f"{path}/file")
+        self.assertEqual(self.remove(path, recursive=True), TOO_DEEP)
+        self.assertEqual(sorted(os.listdir(path)), ["file", "folder"])
 
     def test_links_lead_nowhere(self):
         full(self.path("outside"))

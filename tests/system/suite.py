@@ -1,9 +1,9 @@
 #!/usr/bin/python3
 """Runs the tests of the daemon against the service that is installed in this machine:
 
-    suite.py FOLDER [-k NAME]... [--as USER]
+    suite.py FOLDER... [-k NAME]... [--as USER]
 
-FOLDER is that of the tests. One test at a time, as there is one service, and each in a process of
+Each FOLDER has tests. One test at a time, as there is one service, and each in a process of
 its own, with which all ends that it leaves open.
 """
 
@@ -76,18 +76,18 @@ def run_apart(test):
 
 def main():
     parser = argparse.ArgumentParser()
-    parser.add_argument("folder")
+    parser.add_argument("folders", nargs="+")
     parser.add_argument("-k", action="append", dest="patterns")
     parser.add_argument("--as", default="root", dest="caller")
     options = parser.parse_args()
     os.environ["CORVANE_SUBJECT"] = "installed"
     os.environ["CORVANE_CALLER"] = options.caller
-    sys.path.insert(0, options.folder)
+    sys.path[:0] = options.folders
 
     loader = unittest.TestLoader()
     if options.patterns:
         loader.testNamePatterns = [f"*{pattern}*" for pattern in options.patterns]
-    paths = sorted(glob.glob(f"{options.folder}/*_test.py"))
+    paths = sorted(path for folder in options.folders for path in glob.glob(f"{folder}/*_test.py"))
     modules = [importlib.import_module(os.path.basename(path)[:-3]) for path in paths]
     counts = collections.Counter()
     skipped = collections.Counter()

@@ -32,6 +32,7 @@ from confinement import MOST_EXPOSURE, analysis
 from names import CLIENT, CLIENT_PACKAGE, DAEMON, HELPER_PACKAGE, LABEL, NOTHING_CHANGED, SOCKETS
 
 TESTS = f"{os.path.dirname(os.path.abspath(__file__))}/.."
+POLKIT_TESTS = "platform/linux/authorization"
 
 # Who the tests of the daemon are run as: root, and a user whom polkit grants all of the helper's
 # operations. The service, its units and its rights are as shipped; this is the administrator's.
@@ -376,7 +377,7 @@ class Scenario:
 
     def the_tests_of_the_daemon_pass(self):
         here = "/usr/local/lib/tests"
-        for folder in ("daemon", "support", "system"):
+        for folder in ("daemon", "support", "system", POLKIT_TESTS):
             shutil.copytree(f"{TESTS}/{folder}", self.machine.path(f"{here}/{folder}"))
         for program in os.listdir(f"{self.programs}/daemon"):
             path = f"{self.programs}/daemon/{program}"
@@ -392,7 +393,8 @@ class Scenario:
         failed = [caller for caller in self.options.callers if self.machine.show(shlex.join(
             ["env", "TMPDIR=/var/tmp", "PYTHONDONTWRITEBYTECODE=1", "CORVANE_PROGRAMS=/usr/libexec",
              f"CORVANE_TEST_PROGRAMS={here}", "CORVANE_SOURCES=", "/usr/bin/python3",
-             f"{here}/system/suite.py", f"{here}/daemon", "--as", caller, *patterns]))]
+             f"{here}/system/suite.py", f"{here}/daemon", f"{here}/{POLKIT_TESTS}",
+             "--as", caller, *patterns]))]
         assert not failed, f"tests fail as {', '.join(failed)}"
         self.run(f"rm -r {here} /etc/polkit-1/rules.d/10-tests.rules")
 

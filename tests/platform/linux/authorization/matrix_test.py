@@ -5,7 +5,7 @@ from polkit_support import ADMINISTRATOR, USER, PolkitTest
 from bus import (DELETE_FILEOBJECTS, DELETE_FILES, DISCARD_AUTH, EXECUTE_UTILITY,
                  MODIFY_PREFERENCES, NOP, OSSTATUS, PERFORM_UNINSTALL, POSIX, PREPARE_UNINSTALL,
                  Client)
-from support import DaemonTest, main
+from support import DaemonTest, bench_only, main
 
 FOR_EVERYBODY = (NOP, DISCARD_AUTH)
 GUARDED = (DELETE_FILES, PREPARE_UNINSTALL, PERFORM_UNINSTALL, DELETE_FILEOBJECTS,
@@ -59,6 +59,7 @@ class Matrix:
                         self.assertEqual(client.perform(code, form, ARGUMENTS), expected)
 
 
+@bench_only("the machine has polkit")
 class EmbeddedMatrixTest(Matrix, DaemonTest):
     def test_every_operation_for_everybody(self):
         self.check()

@@ -1,31 +1,42 @@
-"""A polkit of a test's own, with users of its own, and people at terminals."""
+"""A polkit of a test's own, with users of its own, or that of the machine that the service is installed
+in; and people at terminals."""
 
 import crypt
+import json
 import os
 import pwd
 import shutil
 import subprocess
 import sys
+import unittest
 
 HERE = os.path.dirname(os.path.abspath(__file__))
-TESTS = f"{os.environ['CORVANE_SOURCES']}/tests"
+TESTS = f"{HERE}/../../.."
 sys.path[:0] = [f"{TESTS}/daemon", f"{TESTS}/support"]
 
 from bus import Client  # noqa: E402
-from support import PATIENCE, PROGRAMS, DaemonTest, environment_for, wait_until  # noqa: E402
+from support import (CLIENT, INSTALLED, PATIENCE, DaemonTest, environment_for,  # noqa: E402
+                     root_only, wait_until)
 from terminal import Terminal  # noqa: E402
 
-USER, ADMINISTRATOR = 60001, 60002
-PASSWORD = "correct horse"
+SYSTEM_BUS = "/run/dbus/system_bus_socket"
+
+if INSTALLED:
+    USER_NAME, ADMINISTRATOR_NAME, PASSWORD = "alice", "admin", "admins-password"
+    USER, ADMINISTRATOR = (pwd.getpwnam(name).pw_uid for name in (USER_NAME, ADMINISTRATOR_NAME))
+else:
+    USER_NAME, ADMINISTRATOR_NAME, PASSWORD = "somebody", "operator", "correct horse"
+    USER, ADMINISTRATOR = 60001, 60002
 
 PASSWD = f"""root:x:0:0::/:/bin/sh
 polkitd:x:{{polkitd}}:{{polkitd}}::/:/bin/sh
 messagebus:x:100:100::/:/bin/sh
-somebody:x:{USER}:{USER}::/:/bin/sh
-operator:x:{ADMINISTRATOR}:{ADMINISTRATOR}::/:/bin/sh
+{USER_NAME}:x:{USER}:{USER}::/:/bin/sh
+{ADMINISTRATOR_NAME}:x:{ADMINISTRATOR}:{ADMINISTRATOR}::/:/bin/sh
 nobody:x:65534:65534::/:/bin/sh
 """
-RULES = "polkit.addAdminRule(function(action, subject) { return ['unix-user:operator']; });\n"
+RULES = ("polkit.addAdminRule(function(action, subject) "
+         f"{{ return ['unix-user:{ADMINISTRATOR_NAME}']; }});\n")
 
 
 def write(path, text, permissions=0o644):
@@ -40,14 +51,83 @@ def identity(pid):
         return str(pid), stat.read().rpartition(") ")[2].split()[19]
 
 
+class BenchPolkit:
+    """A polkit of the test's own on a bus of its own."""
+
+    def __init__(self, folder, rules):
+        for name in ("actions", "rules", "etc"):
+            os.mkdir(f"{folder}/{name}")
+        try:
+            polkitd = pwd.getpwnam("polkitd").pw_uid
+        except KeyError as error:
+            raise unittest.SkipTest("polkit is not installed") from error
+        write(f"{folder}/etc/passwd", PASSWD.format(polkitd=polkitd))
+        write(f"{folder}/etc/shadow", f"{ADMINISTRATOR_NAME}:"
+              f"{crypt.crypt(PASSWORD, crypt.METHOD_SHA512)}:19000:0:99999:7:::\n", 0o640)
+        write(f"{folder}/rules/1.rules", RULES + rules)
+        self.bus = f"{folder}/bus"
+        self._folder = folder
+        self._server = None
+
+    def start(self):
+        """Once the rights are registered."""
+        self._server = subprocess.Popen([f"{HERE}/polkit/serve-polkit", self._folder, "polkit"],
+                                        stdin=subprocess.PIPE, stdout=subprocess.PIPE)
+        if self._server.stdout.readline() != b"ready\n":
+            raise unittest.SkipTest("no polkit can be started here")
+
+    def end(self):
+        if self._server:
+            with self._server:
+                self._server.stdin.close()
+                self._server.wait(PATIENCE)
+
+    def enter(self):
+        """What runs a program where polkit and its agent find the test's users."""
+        return ["nsenter", f"--target={self._server.pid}", "--mount", "--root", "--wd"]
+
+
+class InstalledPolkit:
+    """That of the machine, with rules of the test's own."""
+
+    RULES = "/etc/polkit-1/rules.d/05-test.rules"
+
+    bus = SYSTEM_BUS
+
+    def __init__(self, _folder, rules):
+        self._rules = rules
+        if rules:
+            write(self.RULES, rules)
+            self._restart()
+
+    @staticmethod
+    def _restart():
+        """It has read its rules when it is there again."""
+        subprocess.run(["systemctl", "restart", "polkit"], check=True)
+
+    def start(self):
+        """It runs."""
+
+    def end(self):
+        if self._rules:
+            os.unlink(self.RULES)
+            self._restart()
+
+    def enter(self):
+        return []
+
+
 class Agent:
     """Answers the dialogs of one process in one manner, as root and without a password."""
 
-    def __init__(self, folder, pid, manner):
+    def __init__(self, bus, pid, manner):
         self.process = subprocess.Popen(
-            ["/usr/bin/python3", f"{HERE}/polkit/agent.py", f"unix:path={folder}/bus",
-             *identity(pid), manner], stdout=subprocess.PIPE)
+            ["/usr/bin/python3", f"{HERE}/polkit/agent.py", f"unix:path={bus}", *identity(pid),
+             manner], stdout=subprocess.PIPE)
         assert self.process.stdout.readline() == b"ready\n"
+
+    def next_event(self):
+        return json.loads(self.process.stdout.readline())
 
     def end(self):
         self.process.kill()
@@ -55,39 +135,19 @@ class Agent:
         self.process.stdout.close()
 
 
+@root_only("its clients are other users'")
 class PolkitTest(DaemonTest):
     """A test of a daemon on a machine with polkit, an ordinary user and an administrator."""
 
     RULES = ""
 
     def prepare(self):
-        for name in ("actions", "rules", "etc"):
-            os.mkdir(f"{self.folder}/{name}")
-        try:
-            polkitd = pwd.getpwnam("polkitd").pw_uid
-        except KeyError:
-            self.skipTest("polkit is not installed")
-        write(f"{self.folder}/etc/passwd", PASSWD.format(polkitd=polkitd))
-        write(f"{self.folder}/etc/shadow",
-              f"operator:{crypt.crypt(PASSWORD, crypt.METHOD_SHA512)}:19000:0:99999:7:::\n", 0o640)
-        write(f"{self.folder}/rules/1.rules", RULES + self.RULES)
+        self.polkit = (InstalledPolkit if INSTALLED else BenchPolkit)(self.folder, self.RULES)
+        self.addCleanup(self.polkit.end)
 
     def setUp(self):
         super().setUp()
-        self.start_polkit()
-
-    def start_polkit(self, authority="polkit"):
-        self.polkit = subprocess.Popen(
-            [f"{HERE}/polkit/serve-polkit", self.folder, authority],
-            stdin=subprocess.PIPE, stdout=subprocess.PIPE)
-        self.addCleanup(self._end_polkit)
-        if self.polkit.stdout.readline() != b"ready\n":
-            self.skipTest("no polkit can be started here")
-
-    def _end_polkit(self):
-        with self.polkit:
-            self.polkit.stdin.close()
-            self.polkit.wait(PATIENCE)
+        self.polkit.start()
 
     def user(self, uid=USER):
         return super().user(uid)
@@ -96,22 +156,20 @@ class PolkitTest(DaemonTest):
         return Client(user.connect(self.daemon.socket_path))
 
     def agent(self, pid, manner):
-        agent = Agent(self.folder, pid, manner)
+        agent = Agent(self.polkit.bus, pid, manner)
         self.addCleanup(agent.end)
         return agent
 
     def run_client(self, *arguments, **environment):
         """The client program on a terminal of an ordinary user."""
-        program = f"{self.folder}/privilegerequestor-vnt"
-        if not os.path.exists(program):
+        command = self.client_command(*arguments)
+        if not INSTALLED:
             # Where every user may run it.
-            shutil.copy2(f"{PROGRAMS}/privilegerequestor-vnt", program)
-        # Where polkit and its agent find the test's own users.
-        enter = ["nsenter", f"--target={self.polkit.pid}", "--mount", "--root", "--wd",
-                 "setpriv", f"--reuid={USER}", f"--regid={USER}", "--clear-groups"]
-        return Terminal([*enter, program, "--socket", f"{self.folder}/helper.socket",
-                         "--authorization-socket", f"{self.folder}/authorization.socket",
-                         *arguments],
+            command[0] = f"{self.folder}/privilegerequestor-vnt"
+            if not os.path.exists(command[0]):
+                shutil.copy2(CLIENT, command[0])
+        return Terminal([*self.polkit.enter(), "setpriv", f"--reuid={USER}", f"--regid={USER}",
+                         "--clear-groups", *command],
                         {"PATH": os.environ["PATH"], "LANG": "C.UTF-8",
                          **environment_for(self.folder), **environment})
 

@@ -2,18 +2,23 @@
 
 import contextlib
 import os
+import select
 import signal
+import socket
 import threading
 
 from gi.repository import GLib
 
-from polkit_support import ADMINISTRATOR, PASSWORD, USER, PolkitTest, write
-from bus import DELETE_FILEOBJECTS, DISCARD_AUTH, NOP, OSSTATUS, POSIX
+from polkit_support import (ADMINISTRATOR, ADMINISTRATOR_NAME, PASSWORD, USER, USER_NAME, PolkitTest,
+                            write)
+from bus import (DELETE_FILEOBJECTS, DISCARD_AUTH, MARKER, NOP, OSSTATUS, POSIX,
+                 dictionary)
 from support import main, wait_until
 
 DENIED = (POSIX, 1, {})
 CANCELLED = (POSIX, 89, {})
 NOBODY_TO_ASK = (OSSTATUS, -60007, {})
+FAILED = (OSSTATUS, -60008, {})
 
 
 class Requestor(PolkitTest):
@@ -73,13 +78,12 @@ class RequestTest(Requestor):
                 self.delete(self.protected_file(), form=form)
         thread = threading.Thread(target=ask)
         thread.start()
-        self.assertIn(b'"asked"', agent.process.stdout.readline())
+        self.assertEqual(agent.next_event()["event"], "asked")
         other = self.user()
         self.assertIsNone(self.client_of(other).perform(NOP, self.form(other)))
         self.client.close()
-        self.assertIn(b'"cancelled"', agent.process.stdout.readline())
+        self.assertEqual(agent.next_event()["event"], "cancelled")
         thread.join()
-
 
     def test_a_yes_after_the_asking_process_has_ended_has_nothing_done(self):
         path = self.protected_file()
@@ -88,8 +92,8 @@ class RequestTest(Requestor):
         form = self.form(self.requestor)
         thread = threading.Thread(target=lambda: errors.append(self.delete(path, form=form)))
         thread.start()
-        self.assertIn(b'"asked"', agent.process.stdout.readline())
-        self.assertIn(b'"open"', agent.process.stdout.readline())
+        self.assertEqual(agent.next_event()["event"], "asked")
+        self.assertEqual(agent.next_event()["event"], "open")
         # Its connection is still there: it is this process's as well.
         self.requestor.end()
         agent.process.send_signal(signal.SIGUSR1)
@@ -110,7 +114,7 @@ class RequestTest(Requestor):
         for user, client, agent in list(zip(users, clients, agents))[:4]:
             threads.append(threading.Thread(target=ask, args=(client, self.form(user))))
             threads[-1].start()
-            self.assertIn(b'"asked"', agent.process.stdout.readline())
+            self.assertEqual(agent.next_event()["event"], "asked")
         self.assertEqual(self.delete(path, form=self.form(users[4]), client=clients[4]),
                          NOBODY_TO_ASK)
         self.assertIsNone(clients[4].perform(NOP, self.form(users[4])), "it takes no dialog")
@@ -125,12 +129,12 @@ class RequestTest(Requestor):
 
 
 class RuleTest(Requestor):
-    RULES = """
-polkit.addRule(function(action, subject) {
-  if (action.id == "com.corvane.vnt.delete-fileobjects" && subject.user == "somebody")
+    RULES = f"""
+polkit.addRule(function(action, subject) {{
+  if (action.id == "com.corvane.vnt.delete-fileobjects" && subject.user == "{USER_NAME}")
     return polkit.Result.YES;
   if (action.id == "com.corvane.vnt.nop") return polkit.Result.NO;
-});
+}});
 """
 
     def test_rules_of_the_machine_decide(self):
@@ -142,6 +146,80 @@ polkit.addRule(function(action, subject) {
     def test_a_rule_is_nothing_that_can_be_discarded(self):
         self.assertIsNone(self.client.perform(DISCARD_AUTH, self.form(self.requestor)))
         self.assertIsNone(self.delete(self.protected_file()))
+
+
+class BusyBusTest(Requestor):
+    """Others keep the system's bus from getting to the daemon, which must not pass for a machine without
+    polkit."""
+
+    RULES = f"""
+polkit.addRule(function(action, subject) {{
+  if (action.id == "com.corvane.vnt.nop" && subject.user == "{USER_NAME}")
+    return polkit.Result.NO;
+}});
+"""
+    # The bus admits 64 that have not said who they are, and gives them up after a while; so many times
+    # over there is somebody in front of the daemon.
+    MANY = 640
+
+    def test_what_a_rule_forbids_stays_forbidden(self):
+        agent = self.agent(self.requestor.process.pid, "wait")
+        form = self.form(self.requestor)
+
+        def ask():
+            with contextlib.suppress(GLib.Error):
+                self.delete(self.protected_file(), form=form)
+        # This one keeps the connection that the daemon may have to the bus.
+        thread = threading.Thread(target=ask)
+        thread.start()
+        self.assertEqual(agent.next_event()["event"], "asked")
+        client = self.client_of(self.requestor)
+        busy, done = threading.Event(), threading.Event()
+        keeping = threading.Thread(target=self.keep_busy, args=(busy, done))
+        keeping.start()
+        busy.wait()
+        try:
+            # Should it get in between two others, the rule is heeded.
+            self.assertIn(client.perform(NOP, form), (FAILED, DENIED))
+        finally:
+            done.set()
+            keeping.join()
+        self.assertEqual(client.perform(NOP, form), DENIED)
+        self.client.close()
+        thread.join()
+
+    def keep_busy(self, busy, done):
+        silent = {}
+        poll = select.poll()
+        while not done.is_set():
+            # Until its queue is full: who comes then has to wait to get in.
+            with contextlib.suppress(BlockingIOError):
+                while len(silent) < self.MANY:
+                    connecting = socket.socket(socket.AF_UNIX)
+                    connecting.setblocking(False)
+                    connecting.connect(self.polkit.bus)
+                    silent[connecting.fileno()] = connecting
+                    poll.register(connecting, select.POLLHUP)
+            busy.set()
+            for number, _ in poll.poll(1):
+                poll.unregister(number)
+                silent.pop(number).close()
+        for connected in silent.values():
+            connected.close()
+
+
+class DialogTest(Requestor):
+    def test_the_dialog_shows_nothing_that_misleads(self):
+        agent = self.agent(self.requestor.process.pid, "dismiss")
+        for hidden in ("\u202e", "\u200b", "\u061c", "\ufeff", "\U0001d173", "\U00013430",
+                       "\u0600", "\x1b[31m", "\n"):
+            with self.subTest(hidden=ascii(hidden)):
+                arguments = [MARKER, dictionary(ZELAuthorizationPrompt=f"a{hidden}b <c>"), "0", "0", "/none"]
+                self.assertEqual(self.client.perform(DELETE_FILEOBJECTS, self.form(self.requestor),
+                                                     arguments), CANCELLED)
+                shown = agent.next_event()["message"]
+                self.assertNotIn(hidden, shown)
+                self.assertNotIn("<", shown)
 
 
 class TerminalTest(PolkitTest):
