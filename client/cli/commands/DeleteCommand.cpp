@@ -5,6 +5,7 @@
 #include "client/cli/commands/Commands.h"
 #include "client/cli/output/Advice.h"
 #include "client/cli/output/ProgressBar.h"
+#include "client/cli/output/Prompt.h"
 #include "foundation/Unicode.h"
 
 namespace corvane::cli {
@@ -59,7 +60,8 @@ int deleteObjects(const Context& context, const Deletion& deletion) {
     PrivilegedHelperClient::Feedback reporting;
     reporting.object = [&bar](const std::string& path) { bar.name(path); };
     reporting.progress = [&bar](double fraction) { bar.show(fraction); };
-    PrivilegedHelperClient::Options options = context.client;
+    PrivilegedHelperClient::Options options =
+        asking(context, promptToDelete(paths, deletion.isRecursive));
     options.beforeAskingOnTerminal = [&bar] { bar.hide(); };
     outcome = PrivilegedHelperClient(std::move(options))
                   .deleteFileObjects(paths, deletion.isRecursive, deletion.stopsOnFirstError,

@@ -5,6 +5,7 @@
 #include "client/cli/commands/Commands.h"
 #include "client/cli/output/Advice.h"
 #include "client/cli/output/OutputWriter.h"
+#include "client/cli/output/Prompt.h"
 #include "foundation/POSIXError.h"
 
 namespace corvane::cli {
@@ -34,7 +35,7 @@ int executeUtility(const Context& context, const std::string& application,
   const std::string bundle =
       application.empty() ? application : std::filesystem::absolute(application).string();
   const auto outcome =
-      PrivilegedHelperClient(context.client)
+      PrivilegedHelperClient(asking(context, promptToRun(utility, arguments)))
           .executeUtility(bundle, utility, arguments,
                           context.isWithoutFeedback ? std::nullopt : std::optional(feedback));
   const std::optional<Error> loss = lossOf(outcome, writer.finish());

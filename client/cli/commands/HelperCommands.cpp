@@ -2,6 +2,7 @@
 #include <filesystem>
 
 #include "client/cli/commands/Commands.h"
+#include "client/cli/output/Prompt.h"
 
 namespace corvane::cli {
 
@@ -16,7 +17,8 @@ int deleteFiles(const Context& context, const std::vector<std::string>& paths) {
     absolute.push_back(path.empty() ? path : std::filesystem::absolute(path).string());
   }
   return report(context, paths.size() > 1 ? Action::DeleteSeveral : Action::Delete, paths.front(),
-                PrivilegedHelperClient(context.client).deleteFiles(absolute));
+                PrivilegedHelperClient(asking(context, promptToDelete(absolute, false)))
+                    .deleteFiles(absolute));
 }
 
 int discardAuthorization(const Context& context) {

@@ -4,6 +4,7 @@
 
 #include "client/cli/commands/Commands.h"
 #include "client/cli/output/Advice.h"
+#include "client/cli/output/Prompt.h"
 #include "foundation/PropertyList.h"
 #include "platform/Preferences.h"
 
@@ -30,7 +31,8 @@ int setPreference(const Context& context, const PreferenceDomain& domain, const 
                   const std::string& value) {
   // The helper removes the key if the value is empty. An empty text as a property list is "".
   return report(context, Action::SetPreference, key,
-                PrivilegedHelperClient(context.client)
+                PrivilegedHelperClient(
+                    asking(context, promptToSetPreference(key, domain.application, domain.user)))
                     .modifyPreferences(key, domain.application, domain.user, domain.host,
                                        value.empty() ? "\"\"" : value));
 }
@@ -38,7 +40,8 @@ int setPreference(const Context& context, const PreferenceDomain& domain, const 
 int removePreference(const Context& context, const PreferenceDomain& domain,
                      const std::string& key) {
   return report(context, Action::RemovePreference, key,
-                PrivilegedHelperClient(context.client)
+                PrivilegedHelperClient(
+                    asking(context, promptToRemovePreference(key, domain.application, domain.user)))
                     .modifyPreferences(key, domain.application, domain.user, domain.host, ""));
 }
 

@@ -5,6 +5,7 @@
 
 #include "PrivilegedHelperClient.h"
 #include "client/cli/output/Action.h"
+#include "client/cli/output/Prompt.h"
 #include "foundation/POSIXError.h"
 #include "operationset-vnt/ZELPrivilegedOperationSetVNT.h"
 #include "platform/Authorization.h"
@@ -165,6 +166,7 @@ std::set<std::string> clientTexts() {
       nothingThereText,  appendOnlyLeftText,  grantedText,           wouldAskText,
       deniedText,        nobodyToAskText,     stoppingText,          deletedByThenText};
   texts.insert(actionTexts().begin(), actionTexts().end());
+  texts.insert(promptTexts().begin(), promptTexts().end());
   for (const Advice& advice : advices()) {
     texts.insert(advice.text);
     if (advice.description != nullptr) texts.insert(advice.description);
