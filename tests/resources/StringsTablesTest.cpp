@@ -115,6 +115,28 @@ TEST_P(EveryLanguage, IsTranslatedUnlessItIsEnglish) {
   }
 }
 
+// What is said otherwise in the language's other texts, or breaks a line where none may end.
+TEST_P(EveryLanguage, HasOneWordForOneThing) {
+  const std::map<std::string, std::vector<std::string>> others = {
+      {"de", {"Helfer", "Assistent"}},
+      {"fr", {"assistant", " :", " ;", " ?", " !", " »", "« ", "\u202F"}},
+      {"es", {"asistente", "ayudante", "comando"}},
+      {"ja", {"ヘルパー", "ユーザー", "認証を破棄", "新たな認証"}}};
+  const auto words = others.find(GetParam());
+  if (words == others.end()) return;
+  for (const std::string& table : {errorTable, rightTable, clientTable}) {
+    for (const char* form : {"", "-Polite"}) {
+      const auto texts = tableAt(path(table + form));
+      if (!texts) continue;
+      for (const auto& [key, text] : *texts) {
+        for (const std::string& word : words->second) {
+          EXPECT_EQ(text.string()->find(word), std::string::npos) << *text.string();
+        }
+      }
+    }
+  }
+}
+
 TEST(StringsTablesTest, PoliteFormsAreNoFamiliarOnes) {
   const std::map<std::string, std::vector<std::string>> familiar = {
       {"de", {" du ", " dich ", "deine", "Dein ", "prüfe,", "starte "}},
