@@ -4,8 +4,9 @@
 // The account has subordinate users and is several of them. Beside it another user and root make a
 // nop over a new connection each, as the client does, from the form of the issuer on, and the other
 // user one over a connection that is kept. Where there is only so much of a processor, others wait
-// for that already: the first rows have no attack, and processes that do nothing but compute. Needs
-// root. Not among the attacks are dialogs, which need a polkit and people.
+// for that already: the first rows have no attack, and processes that do nothing but compute. In
+// the rows about dialogs a polkit decides, which knows of agents that leave all of them open;
+// elsewhere the daemon decides by itself. Needs root.
 
 #include <algorithm>
 #include <atomic>
@@ -18,6 +19,7 @@
 #include <functional>
 #include <iterator>
 #include <memory>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <system_error>
@@ -34,6 +36,7 @@
 #include "bench/support/Crowd.h"
 #include "bench/support/Helper.h"
 #include "bench/support/Issuer.h"
+#include "bench/support/Polkit.h"
 #include "bench/support/Program.h"
 #include "bench/support/SocketActivation.h"
 #include "bench/support/TemporaryFolder.h"
@@ -49,6 +52,7 @@ namespace {
 
 constexpr uid_t attackingUser = 500000;
 constexpr uid_t firstSubordinateUser = 600000;
+constexpr uid_t firstOfManyAccounts = 700000;
 constexpr uid_t otherUser = 65534;
 constexpr std::chrono::seconds patience{10};
 
@@ -70,6 +74,10 @@ struct Attack {
   const char* name;
   /// Each is a process of another of the account's users.
   std::vector<Attacker> attackers;
+  /// Whether there is a polkit, and an agent of each process.
+  bool hasDialogs = false;
+  /// Those are users of accounts of their own instead.
+  bool isOfManyAccounts = false;
 };
 
 Data formOfThisProcess(const Place& place) {
@@ -120,6 +128,10 @@ Attacker connecting(int connections, const std::string& beginning,
     return doing({.connections = connections, .beginning = beginning, .lifetime = lifetime},
                  place.helper);
   };
+}
+
+std::string callThatNeedsDialog(const Data& form) {
+  return bench::callOfOperation(codeDeleteFiles, form);
 }
 
 bench::UserProcess::Action connectToIssuer(const Place& place) {
@@ -191,6 +203,12 @@ std::vector<Attack> attacks() {
       {"60 unregister, 60 silent, 2000 wait",
        {sending(60, unregistration), connecting(60, "", silence), connecting(2000, "", forGood)}},
       {"the issuer, 400 connections", twice(connectToIssuer)},
+      {"a polkit", {}, true},
+      {"two that compute, and a polkit", twice(compute), true},
+      {"4 dialogs of one account", twice(sending(2, callThatNeedsDialog)), true},
+      {"120 requests for a dialog", twice(sending(60, callThatNeedsDialog)), true},
+      {"64 dialogs of 16 accounts", std::vector<Attacker>(16, sending(4, callThatNeedsDialog)),
+       true, true},
   };
 }
 
@@ -255,9 +273,27 @@ void printLoad() {
               ::getloadavg(&load, 1) == 1 ? load : 0, std::thread::hardware_concurrency());
 }
 
+// polkit learns of the rights in its own time.
+void waitForRights(HelperConnection& connection, const Data& form) {
+  for (const auto end = std::chrono::steady_clock::now() + patience;;) {
+    try {
+      return nop(connection, form);
+    } catch (const std::runtime_error&) {
+      if (std::chrono::steady_clock::now() >= end) throw;
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  }
+}
+
 void measure(const Attack& attack, std::chrono::seconds duration) {
   bench::SocketActivation daemon(bench::helperProgram, backlog);
   const bench::Issuer issuer(daemon.folder());
+  std::optional<bench::Polkit> polkit;
+  if (attack.hasDialogs) {
+    polkit.emplace();
+    ::setenv("DBUS_SYSTEM_BUS_ADDRESS", polkit->busAddress().c_str(), 1);
+    ::setenv("CORVANE_POLKIT_ACTIONS_DIRECTORY", polkit->actionsFolder().c_str(), 1);
+  }
   daemon.serveEverybody();
   daemon.start();
   const rlimit limit = {maximumDescriptors, maximumDescriptors};
@@ -267,11 +303,14 @@ void measure(const Attack& attack, std::chrono::seconds duration) {
   // So that nobody who unregisters ends it.
   const auto kept = bench::connectToHelper(place.helper);
   kept->registerClientWithPID(::getpid(), patience);
+  waitForRights(*kept, formOfThisProcess(place));
 
   std::deque<bench::UserProcess> attackers;
-  uid_t user = firstSubordinateUser;
+  std::deque<bench::SilentAgent> agents;
+  uid_t user = attack.isOfManyAccounts ? firstOfManyAccounts : firstSubordinateUser;
   for (const Attacker& attacker : attack.attackers) {
     attackers.emplace_back(user++, [&] { return attacker(place); });
+    if (polkit) agents.emplace_back(*polkit, attackers.back().number());
   }
   const bench::Bystander other(otherUser, [&] { return overNewConnections(place); });
   const bench::Bystander keeping(otherUser, [&] { return overOneConnection(place); });

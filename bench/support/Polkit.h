@@ -33,6 +33,21 @@ class Polkit {
   pid_t _server = -1;
 };
 
+/// The agent of a process, which shows nobody the dialogs that polkit wants shown for it, and so
+/// leaves them open, until the object goes. Failures throw.
+class SilentAgent {
+ public:
+  SilentAgent(const Polkit& polkit, pid_t process);
+  SilentAgent(const SilentAgent&) = delete;
+  SilentAgent& operator=(const SilentAgent&) = delete;
+  ~SilentAgent();
+
+ private:
+  /// What it tells of its dialogs, which nobody reads.
+  FileDescriptor _events;
+  pid_t _agent = -1;
+};
+
 }  // namespace corvane::bench
 
 #endif

@@ -80,10 +80,10 @@ std::string call(const std::string& member, const std::string& signature, const 
 }
 
 template <typename Arguments>
-std::string callOfNop(const Data& form, std::uint32_t descriptors,
-                      const Arguments& appendArguments) {
+std::string callOfOperation(std::uint64_t code, const Data& form, std::uint32_t descriptors,
+                            const Arguments& appendArguments) {
   Marshalled body;
-  body.number(std::uint64_t{codeNop});
+  body.number(code);
   body.number(static_cast<std::uint32_t>(form.size()));
   body.bytes().append(reinterpret_cast<const char*>(form.data()), form.size());
   body.array(4, [&] {
@@ -105,12 +105,16 @@ std::string callWithNumber(const std::string& member, std::int32_t number) {
   return call(member, "i", body.bytes());
 }
 
+std::string callOfOperation(std::uint64_t code, const Data& form) {
+  return callOfOperation(code, form, 0, [](Marshalled&) {});
+}
+
 std::string callOfNop(const Data& form, std::uint32_t descriptors) {
-  return callOfNop(form, descriptors, [](Marshalled&) {});
+  return callOfOperation(codeNop, form, descriptors, [](Marshalled&) {});
 }
 
 std::string callOfNopWithDictionary(const Data& form, int entries) {
-  return callOfNop(form, 0, [entries](Marshalled& body) {
+  return callOfOperation(codeNop, form, 0, [entries](Marshalled& body) {
     body.signature("a{sv}");
     body.array(8, [&] {
       for (int entry = 0; entry < entries; ++entry) {

@@ -16,6 +16,8 @@ inline constexpr const char handshake[] =
 /// and without looking at an answer.
 std::string callOf(const std::string& member);
 std::string callWithNumber(const std::string& member, std::int32_t number);
+/// Asks for the operation `code` without arguments, which `form` is to authorize.
+std::string callOfOperation(std::uint64_t code, const Data& form);
 /// `form` authorizes a nop; `descriptors`, none or one, are announced as its endpoint.
 std::string callOfNop(const Data& form, std::uint32_t descriptors = 0);
 /// A nop with a dictionary of so many entries as its argument, each text of more than eight bytes.
