@@ -1,6 +1,7 @@
 """Utilities that the daemon runs, seen over its interface."""
 
 import os
+import pathlib
 import threading
 
 from gi.repository import GLib
@@ -8,7 +9,7 @@ from gi.repository import GLib
 from bus import EXECUTE_UTILITY, POSIX, Client, FeedbackServer
 from launch_control import LAUNCH_CONTROL, LaunchControlTest
 from log_lines import completed
-from support import DaemonTest, logged, main, make_application, wait_until
+from support import SOMEBODY, DaemonTest, logged, main, make_application, wait_until
 
 OWN = "com.corvane.error.privileged-operation"
 MISSING, UNSAFE, FAILED = (OWN, 1), (OWN, 2), (OWN, 3)
@@ -92,6 +93,9 @@ case $1 in
   user) id -u ;;
   end) exit "$2" ;;
   kill) kill -"$2" $$ ;;
+  chown) chown "$2" "$3" ;;
+  openat2) perl -e '$how = pack("Q3", 0, 0, 0);
+                    print syscall(437, -100, $ARGV[0], $how, 24) < 0 ? $! : "opened"' "$2" ;;
 esac
 """
 
@@ -112,6 +116,16 @@ esac
 
     def test_it_runs_as_root(self):
         self.assertEqual(self.lipo("user")[1], b"0\n")
+
+    def test_it_may_give_files_to_others(self):
+        path = f"{self.folder}/file"
+        pathlib.Path(path).write_bytes(b"")
+        self.assertEqual(self.lipo("chown", str(SOMEBODY), path)[0], None)
+        self.assertEqual(os.stat(path).st_uid, SOMEBODY)
+
+    def test_what_confines_the_helper_leaves_it_the_call_that_opens_folders_with_care(self):
+        """It has the helper's own filter."""
+        self.assertEqual(self.lipo("openat2", "/")[1], b"opened")
 
     def test_how_it_ended_is_answered(self):
         for arguments, number in ((("end", "1"), "1"), (("end", "255"), "255"),
