@@ -1,5 +1,6 @@
 """What a deletion removes, what it answers for the rest, and what it never touches."""
 
+import contextlib
 import ctypes
 import os
 import pathlib
@@ -7,6 +8,7 @@ import socket
 import stat
 import subprocess
 import tempfile
+import threading
 
 from bus import DELETE_FILEOBJECTS, POSIX, Client
 from protection import APPEND_ONLY, IMMUTABLE, kernel_flags, protect, unprotect
@@ -14,8 +16,8 @@ from support import INSTALLED, PATIENCE, SOMEBODY, DaemonTest, main
 
 OWN = "com.corvane.error.privileged-operation"
 WHITEOUT, FLAGS_STAY, SYSTEM_FLAG, RESTRICTED = (OWN, 4), (OWN, 5), (OWN, 6), (OWN, 8)
-NOT_PERMITTED, NOT_THERE, BUSY, NO_FOLDER, INVALID, TOO_DEEP, NOT_EMPTY = (
-    (POSIX, code) for code in (1, 2, 16, 20, 22, 63, 66))
+NOT_PERMITTED, NOT_THERE, BUSY, NO_FOLDER, INVALID, TOO_DEEP, NOT_EMPTY, MOVED_AWAY = (
+    (POSIX, code) for code in (1, 2, 16, 20, 22, 63, 66, 70))
 # Of a tree that is removed.
 MOST_LEVELS = 16384
 
@@ -158,6 +160,12 @@ class RemovalTest(DaemonTest):
     def path(self, name):
         return f"{self.folder}/{name}"
 
+    def folder_in_memory(self):
+        """For trees of so many objects that a disk would take its time."""
+        path = tempfile.mkdtemp(dir="/dev/shm")
+        self.addCleanup(subprocess.run, ["rm", "-rf", path], check=True)
+        return path
+
     def check(self, rows, recursive):
         for number, (what, (make, expected)) in enumerate(rows.items()):
             with self.subTest(what=what):
@@ -247,10 +255,7 @@ class RecursiveRemovalTest(RemovalTest):
         self.assertTrue(os.path.lexists(self.path("dangling")))
 
     def test_a_tree_that_is_too_deep_stays_as_it_is(self):
-        # In memory, for its many folders.
-        parent = tempfile.mkdtemp(dir="/dev/shm")
-        self.addCleanup(subprocess.run, ["rm", "-rf", parent], check=True)
-        path = f"{parent}/tree"
+        path = f"{self.folder_in_memory()}/tree"
         # The top is one of its levels.
         chain(path, MOST_LEVELS)
         file(f"{path}/file")
@@ -324,6 +329,39 @@ class MountPointTest(RemovalTest):
     def test_so_does_a_file_bound_over_another(self):
         self.mount("--bind", self.path("outside/file"), on=self.path("tree/file"))
         self.assertKept(self.path("tree"))
+
+
+class MovedFolderTest(RemovalTest):
+    def test_what_comes_into_a_folder_after_it_was_moved_out_of_the_tree_stays(self):
+        # A deletion may be over before the folder is moved.
+        for _ in range(50):
+            if self.moved_while_it_is_emptied() == MOVED_AWAY:
+                return
+        self.fail("no folder was moved in time")
+
+    def moved_while_it_is_emptied(self):
+        """The answer to a deletion, in the middle of which another user is given the folder."""
+        parent = self.folder_in_memory()
+        tree, big, moved = f"{parent}/tree", f"{parent}/tree/big", f"{parent}/moved"
+        os.makedirs(big)
+        for number in range(20_000):
+            os.close(os.open(f"{big}/{number}", os.O_CREAT | os.O_WRONLY))
+        answers = []
+        deleting = threading.Thread(
+            target=lambda: answers.append(self.remove(tree, recursive=True)))
+        changed = os.stat(big).st_mtime_ns
+        deleting.start()
+        with contextlib.suppress(FileNotFoundError):
+            while os.stat(big).st_mtime_ns == changed:
+                pass
+            os.rename(big, moved)
+            later = {f"later {number}" for number in range(2000)}
+            for name in later:
+                os.close(os.open(f"{moved}/{name}", os.O_CREAT | os.O_WRONLY))
+            deleting.join()
+            self.assertEqual(later - {*os.listdir(moved)}, set())
+        deleting.join()
+        return answers[0]
 
 
 class SwapAttackTest(RemovalTest):
