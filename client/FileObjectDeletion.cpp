@@ -106,12 +106,14 @@ PrivilegedHelperClient::DeletionOutcome FileObjectDeletion::run() {
     _outcome.failure = outcome.failure;
     if (outcome.error) _outcome.error = outcome.error;
     _outcome.wasAuthorized = outcome.wasAuthorized;
+    _outcome.wasAnswerRefused = outcome.wasAnswerRefused;
     _outcome.hasLostFeedback |= outcome.hasLostFeedback;
     hasStopped = isEnd(outcome) || (outcome.error && _stopsOnFirstError);
     if (hasStopped) break;
   }
   if (_outcome.error && !_outcome.wasAuthorized && isEvidentlyAuthorized(there, _isRecursive)) {
     _outcome.wasAuthorized = true;
+    _outcome.wasAnswerRefused = false;
   }
   if (!hasStopped && _feedback && _feedback->progress) _feedback->progress(1.0);
 

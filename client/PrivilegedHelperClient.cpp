@@ -201,6 +201,13 @@ std::optional<bool> wasAuthorized(const std::optional<Error>& error, bool isFeed
   return isNeverRefused ? std::optional(true) : std::nullopt;
 }
 
+// Whether a request was not authorized, or may not have been.
+bool isRefusal(const PrivilegedHelperClient::Outcome& outcome) {
+  return outcome.error && !outcome.wasAuthorized.value_or(false) &&
+         (outcome.error->domain() == NSOSStatusErrorDomain ||
+          isPOSIXError(*outcome.error, POSIXErrorCode::NotPermitted));
+}
+
 // Takes the messages apart for the callbacks.
 class FeedbackReceiver : public ZELPrivilegedOperationFeedbackProtocol {
  public:
@@ -342,6 +349,7 @@ class PrivilegedHelperClient::Session {
                   const std::optional<Feedback>& feedback) {
     const OperationInProgress operation(this, _options.helperSocketPath);
     Outcome outcome = performOnce(code, arguments, feedback, operation);
+    findOutAboutRefusal(code, outcome);
     const bool couldNobodyBeAsked =
         outcome.error &&
         outcome.error->is(NSOSStatusErrorDomain, errAuthorizationInteractionNotAllowed);
@@ -349,10 +357,32 @@ class PrivilegedHelperClient::Session {
     if (!couldNobodyBeAsked || !isToAsk) return outcome;
     if (_options.beforeAskingOnTerminal) _options.beforeAskingOnTerminal();
     const auto agent = AuthenticationAgent::startOnTerminal();
-    return agent == nullptr ? outcome : performOnce(code, arguments, feedback, operation);
+    if (agent == nullptr) return outcome;
+    outcome = performOnce(code, arguments, feedback, operation);
+    findOutAboutRefusal(code, outcome);
+    // What cancels the operation from the terminal ends the agent there, too, and its end may reach
+    // the helper first.
+    if (isRefusal(outcome) && operation.isCancelled()) {
+      outcome = {std::nullopt, posixError(POSIXErrorCode::Canceled), false, false};
+    }
+    return outcome;
   }
 
  private:
+  // EPERM has three meanings: nobody was asked, as nothing would change the authority's mind; what
+  // somebody answered was not accepted; or the operation itself was not permitted.
+  void findOutAboutRefusal(std::uint64_t code, Outcome& outcome) {
+    if (!isRefusal(outcome) || !isPOSIXError(*outcome.error, POSIXErrorCode::NotPermitted)) return;
+    const auto answer =
+        _connection->queryAuthorization(code, authorizationData(), _options.patience);
+    const auto* state = std::get_if<AuthorizationState>(&answer);
+    if (state == nullptr) return;
+    outcome.wasAnswerRefused = *state == AuthorizationState::Challenge;
+    if (outcome.wasAuthorized) return;
+    if (*state == AuthorizationState::Granted) outcome.wasAuthorized = true;
+    if (*state == AuthorizationState::Denied) outcome.wasAuthorized = false;
+  }
+
   Outcome performOnce(std::uint64_t code, const std::vector<Value>& arguments,
                       const std::optional<Feedback>& feedback,
                       const OperationInProgress& operation) {
@@ -530,6 +560,7 @@ PrivilegedHelperClient::Outcome PrivilegedHelperClient::deleteFiles(
   Outcome outcome = perform(codeDeleteFiles, {paths.begin(), paths.end()});
   if (outcome.error && !outcome.wasAuthorized && isEvidentlyAuthorized(there, false)) {
     outcome.wasAuthorized = true;
+    outcome.wasAnswerRefused = false;
   }
   return outcome;
 }

@@ -77,9 +77,11 @@ class PrivilegedHelperClient {
     bool hasLostFeedback = false;
     /// Whether the request was authorized. Nothing if that is not known: EPERM stands both for a
     /// refusal and for what the file system does not permit, ECANCELED both for what was cancelled
-    /// in its dialog and later. Only feedback, which begins after the authorization, tells an
-    /// ordinary user's process which of them it is.
+    /// in its dialog and later. Feedback, which begins after the authorization, tells an ordinary
+    /// user's process which of them it is, and so does an authority that does not ask each time.
     std::optional<bool> wasAuthorized = std::nullopt;
+    /// Somebody was asked, and the answer was not accepted: a mistyped password.
+    bool wasAnswerRefused = false;
 
     bool isSuccess() const { return !failure && !error; }
   };

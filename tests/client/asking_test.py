@@ -1,5 +1,6 @@
 """What an ordinary user is asked at a terminal, and what comes of the answers."""
 
+import json
 import os
 import re
 import sys
@@ -72,6 +73,53 @@ class SentenceTest(AskingTest):
 
     def test_gives_way_to_the_one_of_the_command_line(self):
         self.assertAsked("Really?", "--prompt", "Really?", "delete", self.path)
+
+
+class AnswerTest(AskingTest):
+    def test_a_mistyped_password_is_told_as_that(self):
+        application = make_application(self.folder, "#!/bin/sh\n")
+        for what, *arguments in (
+                (f"delete '{self.path}'", "delete", self.path),
+                (f"delete '{self.path}'", "--no-feedback", "delete", "-r", self.path),
+                (f"delete '{self.path}'", "delete-files", self.path),
+                ("set the preference 'Key'", "preferences", "set", "--any-user", "Key", "1"),
+                ("run 'lipo'", "execute", "--application", application, "lipo")):
+            with self.subTest(what=arguments):
+                self.assertEqual(self.answer(self.asked(*arguments), "wrong\n"), (3, [
+                    f"Cannot {what}: The password was not accepted.", "Try again.", ""]))
+        self.assertTrue(os.path.exists(self.path))
+
+    def test_json_tells_it_too(self):
+        terminal = self.asked("--json", "delete", self.path)
+        status, lines = self.answer(terminal, "wrong\n")
+        told = json.loads("\n".join(lines))
+        self.assertEqual((status, told["domain"], told["code"], told["description"]),
+                         (3, "NSPOSIXErrorDomain", 1, "The password was not accepted."))
+        self.assertEqual(told["recoverySuggestion"], "Try again.")
+
+    def test_ctrl_c_cancels(self):
+        for arguments in (("delete", self.path), ("--no-feedback", "delete", "-r", self.path),
+                          ("delete-files", self.path)):
+            with self.subTest(arguments=arguments):
+                terminal = self.asked(*arguments)
+                status, lines = self.answer(terminal, "\x03")
+                self.assertEqual(status, 4, terminal.seen)
+                self.assertIn(f"Cannot delete '{self.path}': Operation canceled", lines)
+        self.assertTrue(os.path.exists(self.path))
+
+
+class RefusedTest(AskingTest):
+    RULES = """
+polkit.addRule(function(action, subject) {
+  if (action.id == "com.corvane.vnt.delete-files") return polkit.Result.NO;
+});
+"""
+
+    def test_who_is_not_asked_is_to_ask_an_administrator(self):
+        terminal = self.run_client("delete-files", self.path)
+        self.assertEqual((terminal.wait(), self.text_of(terminal)), (
+            3, f"Cannot delete '{self.path}': Operation not permitted\n"
+            "You are not authorized to do this. Ask an administrator of this machine.\n"))
 
 
 if __name__ == "__main__":

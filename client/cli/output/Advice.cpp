@@ -160,11 +160,12 @@ std::string suggestionFor(const CommunicationFailure& failure) {
 }
 
 std::set<std::string> clientTexts() {
-  std::set<std::string> texts = {
-      adviceWhenRefused, adviceWhenProtected, adviceWhenFilledAgain, adviceWhenStopped,
-      causeText,         needsRootText,       runAsRootText,         runLineAsRootText,
-      nothingThereText,  appendOnlyLeftText,  grantedText,           wouldAskText,
-      deniedText,        nobodyToAskText,     stoppingText,          deletedByThenText};
+  std::set<std::string> texts = {adviceWhenRefused,  adviceWhenProtected, adviceWhenFilledAgain,
+                                 adviceWhenStopped,  causeText,           needsRootText,
+                                 runAsRootText,      runLineAsRootText,   nothingThereText,
+                                 appendOnlyLeftText, grantedText,         wouldAskText,
+                                 deniedText,         nobodyToAskText,     stoppingText,
+                                 deletedByThenText,  answerRefusedText,   tryAgainText};
   texts.insert(actionTexts().begin(), actionTexts().end());
   texts.insert(promptTexts().begin(), promptTexts().end());
   for (const Advice& advice : advices()) {

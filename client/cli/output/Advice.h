@@ -39,6 +39,8 @@ inline constexpr const char* wouldAskText = "would ask";
 inline constexpr const char* deniedText = "denied";
 inline constexpr const char* nobodyToAskText = "nobody to ask";
 inline constexpr const char* stoppingText = "Stopping. Press Ctrl-C again to leave at once.";
+inline constexpr const char* answerRefusedText = "The password was not accepted.";
+inline constexpr const char* tryAgainText = "Try again.";
 inline constexpr const char* deletedByThenText = "Deleted by then: $1$ of $2$.";
 inline constexpr const char* runLineAsRootText = "Run it as root: $1$";
 

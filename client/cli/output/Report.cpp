@@ -96,6 +96,20 @@ void printFailures(Action action, const std::vector<PrivilegedHelperClient::Obje
   }
 }
 
+int reportAnswerRefused(const Context& context, Action action, const std::string& subject,
+                        const Error& error) {
+  const std::string description = translated(answerRefusedText);
+  const std::string suggestion = translated(tryAgainText);
+  if (context.isJSON) {
+    Json object = objectFor(error, suggestion);
+    object["description"] = description;
+    printJson(object);
+  } else {
+    printProblem(failureOf(action, subject), description, suggestion);
+  }
+  return ExitNotAuthorized;
+}
+
 // What had failed by then, and how far it came.
 void printStopped(Action action, const std::vector<std::string>& paths,
                   const PrivilegedHelperClient::DeletionOutcome& outcome) {
@@ -163,6 +177,7 @@ int report(const Context& context, Action action, const std::string& subject,
   }
   const Error& error = *outcome.error;
   const bool wasAuthorized = outcome.wasAuthorized.value_or(false);
+  if (outcome.wasAnswerRefused) return reportAnswerRefused(context, action, subject, error);
   const std::string suggestion = suggestionFor(error, action, wasAuthorized);
   if (context.isJSON) {
     printJson(objectFor(error, suggestion));

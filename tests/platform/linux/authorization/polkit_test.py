@@ -256,7 +256,7 @@ class TerminalTest(PolkitTest):
         terminal = self.delete()
         self.expect_password_prompt(terminal)
         terminal.type("\x03")
-        self.assertNotEqual(terminal.wait(), 0, terminal.seen)
+        self.assertEqual(terminal.wait(), 4, terminal.seen)
         self.assertTrue(os.path.exists(self.path))
         self.wait_until_no_agent_is_left()
 
