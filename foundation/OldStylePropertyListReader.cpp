@@ -275,7 +275,8 @@ class Reader {
       fail("there is no such escape");
       return false;
     }
-    appendUTF8(text, code < firstCode ? code : charactersOfCodes[code - firstCode]);
+    appendUTF8(
+        text, code < firstCode ? code : static_cast<char32_t>(charactersOfCodes[code - firstCode]));
     _text.remove_prefix(digits);
     return true;
   }

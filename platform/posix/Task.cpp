@@ -164,7 +164,7 @@ Task::Handles ChildProcess::waitForDataOrTermination(const Handles& handles) {
   const int timeout = _end ? -1 : pollIntervalWithoutDescriptor;
 
   for (;;) {
-    const int ready = poll(entries.data(), entries.size(), timeout);
+    const int ready = poll(entries.data(), static_cast<nfds_t>(entries.size()), timeout);
     // The end comes first: a descendant that keeps writing must not hide it.
     if (entries.back().revents != 0 || (!_end && hasEnded())) return {};
     if (ready <= 0) continue;

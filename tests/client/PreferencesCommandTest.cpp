@@ -1,7 +1,7 @@
 #include <gtest/gtest.h>
 
 #include "platform/Preferences.h"
-#include "tests/platform/linux/preferences/PreferencesTree.h"
+#include "tests/support/PreferencesTree.h"
 
 namespace corvane {
 namespace {

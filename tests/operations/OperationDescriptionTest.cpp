@@ -1,6 +1,8 @@
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "operations/ZELPrivilegedOperation.h"
+#include "tests/support/LogLines.h"
 
 namespace corvane {
 namespace {
@@ -42,9 +44,9 @@ TEST(OperationDescriptionTest, NullIdentifierNullPresentationAndPolicyThreeAreRe
 TEST(OperationDescriptionTest, ContradictingCapabilitiesAreReported) {
   Description description = sound;
   description.outputCapability = 1;
-  EXPECT_EQ(logOf(description, false),
-            "(null): implementation error - the static description with code 7 contains "
-            "inconsistent data and was not accepted.\n");
+  EXPECT_THAT(logOf(description, false),
+              logLineIs("(null): implementation error - the static description with code 7 "
+                        "contains inconsistent data and was not accepted."));
 }
 
 TEST(OperationDescriptionTest, EmptyIdentifierAndEmptyPresentationAreReported) {

@@ -10,7 +10,7 @@
 #include "foundation/PropertyList.h"
 #include "operationset-vnt/ZELPrivilegedOperationSetVNT.h"
 #include "platform/Preferences.h"
-#include "tests/platform/linux/preferences/PreferencesTree.h"
+#include "tests/support/PreferencesTree.h"
 
 namespace corvane {
 namespace {

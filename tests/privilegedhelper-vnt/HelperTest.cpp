@@ -1,8 +1,10 @@
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "operationset-vnt/ZELPrivilegedOperationSetVNT.h"
 #include "privilegedhelper-vnt/ZELPrivilegedHelper.h"
 #include "tests/privilegedhelper-vnt/SystemLogStandIn.h"
+#include "tests/support/LogLines.h"
 
 namespace corvane {
 namespace {
@@ -52,9 +54,9 @@ TEST(HelperTest, AForeignListenerAndAMissingConnectionAreRefusedWithAMessage) {
   testing::internal::CaptureStderr();
   EXPECT_FALSE(helper->listenerShouldAcceptNewConnection(foreign.get(), &connection));
   EXPECT_FALSE(helper->listenerShouldAcceptNewConnection(helper->listener(), nullptr));
-  const std::string line =
-      "ZELPrivilegedHelper: received bad XPC connection request. Ignoring ...\n";
-  EXPECT_EQ(testing::internal::GetCapturedStderr(), line + line);
+  const std::string line = "ZELPrivilegedHelper: received bad XPC connection request. Ignoring ...";
+  EXPECT_THAT(testing::internal::GetCapturedStderr(),
+              LogLinesAre(std::vector<std::string>(2, line)));
   EXPECT_FALSE(connection.isResumed);
 }
 

@@ -1,7 +1,5 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sched.h>
-#include <sys/mount.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 
@@ -142,26 +140,6 @@ TEST_F(SelfUninstallTest, AClientOfWhichNobodyCanSayThatItHasEndedIsInTheWay) {
   ::setrlimit(RLIMIT_NOFILE, &before);
   EXPECT_EQ(error, posixError(POSIXErrorCode::Busy));
   EXPECT_TRUE(exists(file));
-}
-
-TEST_F(SelfUninstallTest, WithoutAnAuthorizationNothingIsDeleted) {
-  // A launch control of this test's own, which nobody else sees.
-  folder.makeFolder("bin");
-  ASSERT_EQ(::chmod(folder.path("bin").c_str(), 0755), 0);
-  ASSERT_EQ(::chmod(folder.makeFile("bin/launchctl").c_str(), 0755), 0);
-  const std::string options = "lowerdir=" + folder.path("bin") + ":/usr/bin";
-  if (::unshare(CLONE_NEWNS) != 0 ||
-      ::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
-      ::mount("overlay", "/bin", "overlay", 0, options.c_str()) != 0) {
-    GTEST_SKIP() << "no launch control can be put in place";
-  }
-  const std::string file = folder.makeFile("file");
-  helper->clientSet() = {100};
-  EXPECT_EQ(helper->performUninstallForClientWithPID(100, file, file),
-            Error(NSOSStatusErrorDomain, -60008));
-  EXPECT_TRUE(exists(file));
-  EXPECT_EQ(helper->clientSet(), ZELPrivilegedHelper::ClientSet{100});
-  ::umount2("/bin", MNT_DETACH);
 }
 
 }  // namespace

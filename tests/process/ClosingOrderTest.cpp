@@ -22,14 +22,15 @@ TEST_P(ClosingOrderTest, IsOutputErrorInput) {
   const auto delegate = std::make_shared<tests::RecordingDelegate>();
   const auto executor = ZELTaskExecutor::init();
   executor->setDelegate(delegate);
-  // The program names its ends of the pipes.
-  const char* const script = "for n in 0 1 2; do readlink /proc/$$/fd/$n; done";
+  // The program tells the numbers of its pipes.
+  const char* const script = "for n in 0 1 2; do ls -iL /dev/fd/$n; done";
   ASSERT_EQ(executor->executeProgramAtPath("/bin/sh", ZELTaskExecutor::Arguments{"-c", script}), 0);
-  std::istringstream names(delegate->output());
-  std::string input;
-  std::string output;
-  std::string error;
-  ASSERT_TRUE(names >> input >> output >> error);
+  std::istringstream numbers(delegate->output());
+  ino_t input = 0;
+  ino_t output = 0;
+  ino_t error = 0;
+  std::string name;
+  ASSERT_TRUE(numbers >> input >> name >> output >> name >> error);
   EXPECT_THAT(handleLog().pipes, ElementsAre(output, error, input));
 }
 

@@ -3,8 +3,7 @@
 
 #include "tests/process/FileHandleStandIn.h"
 
-#include <filesystem>
-
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include "platform/FileHandle.h"
@@ -24,8 +23,9 @@ namespace {
 
 void record(const char* operation, const FileDescriptor& descriptor) {
   tests::handleLog().operations.emplace_back(operation);
-  tests::handleLog().pipes.push_back(
-      std::filesystem::read_symlink("/proc/self/fd/" + std::to_string(descriptor.get())));
+  struct stat status {};
+  fstat(descriptor.get(), &status);
+  tests::handleLog().pipes.push_back(status.st_ino);
 }
 
 }  // namespace

@@ -5,12 +5,14 @@
 #include <string>
 #include <vector>
 
+#include <sys/types.h>
+
 namespace corvane::tests {
 
 /// What happened to the handles of the process, for the handles of FileHandleStandIn.cpp.
 struct HandleLog {
   std::vector<std::string> operations;  ///< "closeFile" or "releaseFileDescriptor", in order
-  std::vector<std::string> pipes;       ///< the pipe of the handle of each, by its name in /proc
+  std::vector<ino_t> pipes;             ///< the pipe of the handle of each, by its number
   std::function<void()> beforeRead;     ///< may raise; called before every read
   std::function<void()> beforeRelease;  ///< may raise
 };

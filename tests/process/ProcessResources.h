@@ -2,12 +2,8 @@
 #define CORVANE_TESTS_PROCESS_PROCESSRESOURCES_H
 
 #include <cstddef>
-#include <filesystem>
-#include <string>
-#include <thread>
 #include <vector>
 
-#include <sched.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -16,30 +12,13 @@
 
 namespace corvane::tests {
 
-inline std::size_t openDescriptors() {
-  const std::filesystem::directory_iterator all("/proc/self/fd");
-  return static_cast<std::size_t>(std::distance(begin(all), end(all)));
-}
-
-inline std::size_t threads() {
-  const std::filesystem::directory_iterator all("/proc/self/task");
-  return static_cast<std::size_t>(std::distance(begin(all), end(all)));
-}
-
-/// The threads of the process before a test makes any. The first thread that is made may bring
-/// another one with it that stays, of a sanitizer.
-inline const std::size_t threadsAtStart = [] {
-  pid_t first = 0;
-  std::thread([&first] { first = gettid(); }).join();
-  while (std::filesystem::exists("/proc/self/task/" + std::to_string(first))) sched_yield();
-  return threads();
-}();
+/// How many descriptors and how many threads this process has.
+std::size_t openDescriptors();
+std::size_t threads();
 
 /// Waits until no more threads are left than the process began with: the last one of a run is a
 /// moment behind its result. A thread that stays makes the test time out.
-inline void waitForThreads() {
-  while (threads() > threadsAtStart) sched_yield();
-}
+void waitForThreads();
 
 /// True if the process has a child, ended or not.
 inline bool hasChildren() {

@@ -11,6 +11,7 @@
 #include "tests/process/ProcessResources.h"
 #include "tests/process/RecordingDelegate.h"
 #include "tests/process/SystemVersionStandIn.h"
+#include "tests/support/LogLines.h"
 
 namespace corvane {
 namespace {
@@ -75,7 +76,8 @@ TEST_F(TaskExecutorFailureTest, AReadThatFailsOnceDoesNotEndItsStream) {
   };
   const Result result = run("/usr/bin/head", {"--bytes=" + std::to_string(length), "/dev/zero"});
   EXPECT_EQ(result.output.size(), length);
-  EXPECT_EQ(result.log, "Handled unexpected exception 'std::exception' (std::bad_alloc)!\n");
+  EXPECT_THAT(result.log,
+              logLineIs("Handled unexpected exception 'std::exception' (std::bad_alloc)!"));
 }
 
 TEST_F(TaskExecutorFailureTest, OtherExceptionsOfReadsAreLogged) {
@@ -87,12 +89,10 @@ TEST_F(TaskExecutorFailureTest, OtherExceptionsOfReadsAreLogged) {
   const Result result = runEcho();
   EXPECT_EQ(result.status, 0);
   EXPECT_EQ(result.output, "");
-  std::string expected;
-  for (int i = 0; i < *reads; ++i) {
-    expected += "Handled unexpected exception 'NSRangeException' (out of range)!\n";
-  }
   EXPECT_GE(*reads, 2);
-  EXPECT_EQ(result.log, expected);
+  EXPECT_THAT(result.log, LogLinesAre(std::vector<std::string>(
+                              static_cast<std::size_t>(*reads),
+                              "Handled unexpected exception 'NSRangeException' (out of range)!")));
 }
 
 TEST_F(TaskExecutorFailureTest, ClosingOfDescriptorsIsGuardedLikeReading) {
@@ -101,8 +101,8 @@ TEST_F(TaskExecutorFailureTest, ClosingOfDescriptorsIsGuardedLikeReading) {
   const Result result = runEcho();
   EXPECT_EQ(result.status, 0);
   EXPECT_EQ(result.output, "x\n");
-  const std::string line = "Handled unexpected exception 'std::exception' (odd)!\n";
-  EXPECT_EQ(result.log, line + line + line);
+  const std::string line = "Handled unexpected exception 'std::exception' (odd)!";
+  EXPECT_THAT(result.log, LogLinesAre(std::vector<std::string>(3, line)));
 
   handleLog().beforeRelease = [] { throw Exception(NSFileHandleOperationException, "close"); };
   EXPECT_EQ(runEcho().log, "");

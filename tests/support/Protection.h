@@ -11,10 +11,10 @@
 
 namespace corvane {
 
-/// The kernel's own flags of a file or folder (FS_IMMUTABLE_FL, FS_APPEND_FL), set and read as an
-/// administrator's tools do it. Failures throw std::system_error.
-void setKernelFlags(const std::string& path, int flags);
-int kernelFlags(const std::string& path);
+/// Which of FileFlag::UserImmutable and UserAppend the system itself has for a file or folder, set
+/// and read as an administrator's tools do it. Failures throw std::system_error.
+void setKernelFlags(const std::string& path, FileFlags flags);
+FileFlags kernelFlags(const std::string& path);
 
 /// The flags word of the object at `path`, and a change of it, by way of the platform.
 FileFlags fileFlags(const std::string& path);

@@ -2,17 +2,13 @@
 
 #include <cstdlib>
 #include <filesystem>
-#include <initializer_list>
 #include <system_error>
-#include <vector>
 
-#include <spawn.h>
 #include <sys/stat.h>
-#include <sys/sysmacros.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include "tests/support/Files.h"
+#include "tests/support/SystemObjects.h"
 
 namespace corvane {
 
@@ -22,18 +18,6 @@ namespace {
 std::string made(std::string path, int result) {
   require(result == 0, path);
   return path;
-}
-
-void run(std::initializer_list<std::string> command) {
-  std::vector<std::string> texts(command);
-  std::vector<char*> arguments;
-  arguments.reserve(texts.size() + 1);
-  for (std::string& text : texts) arguments.push_back(text.data());
-  arguments.push_back(nullptr);
-  pid_t process = 0;
-  if (::posix_spawnp(&process, arguments[0], nullptr, nullptr, arguments.data(), environ) == 0) {
-    ::waitpid(process, nullptr, 0);
-  }
 }
 
 }  // namespace
@@ -48,8 +32,7 @@ TemporaryFolder::~TemporaryFolder() {
   std::filesystem::remove_all(_path, failure);
   if (!failure) return;
   // Something is protected, or too deep.
-  run({"chattr", "-R", "-f", "-i", "-a", _path});
-  run({"rm", "-rf", _path});
+  removeByTools(_path);
 }
 
 std::string TemporaryFolder::makeFile(std::string_view name, std::string_view content) const {
@@ -71,7 +54,8 @@ std::string TemporaryFolder::makeLink(std::string_view name, const std::string& 
 }
 
 std::string TemporaryFolder::makeWhiteout(std::string_view name) const {
-  return made(path(name), ::mknod(path(name).c_str(), S_IFCHR | 0600, ::makedev(0, 0)));
+  makeWhiteoutAt(path(name));
+  return path(name);
 }
 
 std::string TemporaryFolder::makeFifo(std::string_view name) const {

@@ -75,6 +75,24 @@ def sources():
                             file.read()
 
 
+def portable_tests():
+    """Every C++ file of the tests of what is the same on all systems: its path and its text."""
+    for area in ("client", "foundation", "operations", "operationset-vnt", "platform/posix",
+                 "privilegedhelper-vnt", "process", "resources", "support"):
+        for folder, _, names in os.walk(f"{SOURCES}/tests/{area}"):
+            for name in names:
+                if name.endswith((".h", ".cpp")):
+                    path = f"{folder}/{name}"
+                    with open(path, encoding="utf-8") as file:
+                        yield os.path.relpath(path, SOURCES), file.read()
+
+
+def what_knows_a_system(text):
+    code = COMMENT.sub("", text)
+    return [found[0] for pattern, where in ((SYSTEM_HEADER, text), (CONDITION, text),
+                                            (SYSTEM_NAME, code)) for found in pattern.finditer(where)]
+
+
 def included_folders(text):
     for header in re.findall(r'^#include "([^"]+)"', text, re.MULTILINE):
         yield os.path.dirname(header) or "client/include"
@@ -104,13 +122,17 @@ class LayersTest(unittest.TestCase):
             self.assertNotIn(folder, reached(folder, set()))
 
     def test_only_the_folder_of_a_system_knows_which_one_it_is(self):
-        wrong = []
-        for folder, path, text in sources():
-            if not folder.startswith(LINUX):
-                wrong += [f"{path}: {found[0]}" for found in SYSTEM_HEADER.finditer(text)]
-                wrong += [f"{path}: {found[0]}" for found in CONDITION.finditer(text)]
-                wrong += [f"{path}: {found[0]}"
-                          for found in SYSTEM_NAME.finditer(COMMENT.sub("", text))]
+        wrong = [f"{path}: {found}" for folder, path, text in sources()
+                 if not folder.startswith(LINUX) for found in what_knows_a_system(text)]
+        self.assertEqual(wrong, [])
+
+    def test_tests_of_what_all_systems_have_know_none_of_them(self):
+        tests = list(portable_tests())
+        self.assertGreater(len(tests), 50)
+        wrong = [f"{path}: {found}" for path, text in tests for found in what_knows_a_system(text)]
+        wrong += [f"{path} includes a header of {included}" for path, text in tests
+                  for included in included_folders(text)
+                  if re.match(r"(tests/)?platform/(linux|macos)", included)]
         self.assertEqual(wrong, [])
 
     def test_no_function_of_the_seam_is_taken_for_one_of_the_c_library(self):

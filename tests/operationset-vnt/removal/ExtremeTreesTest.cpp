@@ -3,8 +3,6 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <linux/fs.h>
-#include <sys/ioctl.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -12,6 +10,7 @@
 
 #include "operationset-vnt/FolderWalk.h"
 #include "operationset-vnt/ZELPrivilegedOperationSetVNT.h"
+#include "platform/FileSystem.h"
 #include "tests/support/Files.h"
 #include "tests/support/Protection.h"
 #include "tests/support/TemporaryFolder.h"
@@ -45,9 +44,9 @@ FileDescriptor makeFileIn(int folder, const std::string& name) {
   return file;
 }
 
-void protect(const FileDescriptor& object) {
-  int flags = FS_IMMUTABLE_FL;
-  EXPECT_EQ(::ioctl(object.get(), FS_IOC_SETFLAGS, &flags), 0);
+void protect(int folder, const std::string& name) {
+  EXPECT_EQ(changeFlags(folder, name.c_str(), FinalLink::Keep, 0, FileFlag::UserImmutable),
+            std::nullopt);
 }
 
 class ExtremeTreesTest : public ProtectionTest {
@@ -61,8 +60,9 @@ class ExtremeTreesTest : public ProtectionTest {
       makeFileIn(folder.get(), "later");
       folder = std::move(next);
     }
-    protect(makeFileIn(folder.get(), "file"));
-    protect(folder);
+    makeFileIn(folder.get(), "file");
+    protect(folder.get(), "file");
+    protect(folder.get(), ".");
   }
 
   bool remove(const std::string& path) {
@@ -123,7 +123,9 @@ TEST_F(ExtremeTreesTest, NamesMayHoldAnyByte) {
   }
   for (const std::string& name :
        {std::string("..."), std::string("-rf"), std::string("a\nb"), std::string(255, '\xff')}) {
-    protect(makeFileIn(makeSubfolder(top.get(), name).get(), name));
+    const FileDescriptor inner = makeSubfolder(top.get(), name);
+    makeFileIn(inner.get(), name);
+    protect(inner.get(), name);
   }
   EXPECT_TRUE(remove(tree));
 }

@@ -2,7 +2,6 @@
 #include <string>
 
 #include <gtest/gtest.h>
-#include <linux/fs.h>
 
 #include "foundation/POSIXError.h"
 #include "operationset-vnt/ZELPrivilegedOperationSetVNT.h"
@@ -28,7 +27,7 @@ class FailingChangeOfFlagsTest : public ProtectionTest {
 
   std::string makeProtectedFile(const std::string& name) {
     std::string file = folder.makeFile(name);
-    setKernelFlags(file, FS_IMMUTABLE_FL);
+    setKernelFlags(file, FileFlag::UserImmutable);
     return file;
   }
 
@@ -58,7 +57,7 @@ TEST_F(FailingChangeOfFlagsTest, ARecursiveRemovalDeletesNothingWhenAFlagStays) 
       folder.makeFile("tree/" + std::to_string(i) + "/" + std::to_string(j));
     }
   }
-  setKernelFlags(folder.path("tree/33/3"), FS_IMMUTABLE_FL);
+  setKernelFlags(folder.path("tree/33/3"), FileFlag::UserImmutable);
   changeResult = posixError(POSIXErrorCode::ReadOnly);
   EXPECT_FALSE(set.enforceRecursiveRemovalOfFileSystemObjectAtPath(tree, &error));
   EXPECT_EQ(error, posixError(POSIXErrorCode::ReadOnly));

@@ -2,14 +2,12 @@
 #include <string>
 #include <thread>
 
-#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <linux/fs.h>
-#include <stdio.h>
 
 #include "operationset-vnt/ZELPrivilegedOperationSetVNT.h"
 #include "tests/support/Files.h"
 #include "tests/support/Protection.h"
+#include "tests/support/SystemObjects.h"
 #include "tests/support/TemporaryFolder.h"
 
 namespace corvane {
@@ -21,9 +19,7 @@ class Swapper {
   Swapper(std::string one, std::string other)
       : _thread([this, one = std::move(one), other = std::move(other)] {
           while (!_stopped) {
-            if (::renameat2(AT_FDCWD, one.c_str(), AT_FDCWD, other.c_str(), RENAME_EXCHANGE) == 0) {
-              _swapped = true;
-            }
+            if (exchangeNames(one, other)) _swapped = true;
           }
         }) {}
   ~Swapper() {
@@ -49,7 +45,7 @@ class SwapAttackTest : public ProtectionTest {
     if (IsSkipped()) return;
     // What an attacker would like to see gone, of the same names as what may go.
     makeTree("outside");
-    setKernelFlags(folder.path("outside/inner/file"), FS_IMMUTABLE_FL);
+    setKernelFlags(folder.path("outside/inner/file"), FileFlag::UserImmutable);
   }
 
   void makeTree(const std::string& name) const {
@@ -61,8 +57,8 @@ class SwapAttackTest : public ProtectionTest {
 
   void expectOutsideUntouched() const {
     EXPECT_TRUE(exists(folder.path("outside/file")));
-    EXPECT_EQ(kernelFlags(folder.path("outside/inner/file")), FS_IMMUTABLE_FL);
-    EXPECT_EQ(kernelFlags(folder.path("outside")), 0);
+    EXPECT_EQ(kernelFlags(folder.path("outside/inner/file")), FileFlag::UserImmutable);
+    EXPECT_EQ(kernelFlags(folder.path("outside")), 0U);
   }
 
   ZELPrivilegedOperationSetVNT set;

@@ -18,7 +18,7 @@
 #include "platform/linux/authorization/AuthorizationKey.h"
 #include "platform/linux/authorization/ExternalForm.h"
 #include "platform/linux/authorization/IssuerSocket.h"
-#include "tests/support/ChildProcess.h"
+#include "tests/platform/linux/support/ChildProcess.h"
 #include "tests/support/Files.h"
 #include "tests/support/TemporaryFolder.h"
 

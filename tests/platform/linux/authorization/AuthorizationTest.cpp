@@ -8,7 +8,7 @@
 #include "platform/linux/authorization/ExternalForm.h"
 #include "platform/linux/transport/CurrentPeer.h"
 #include "tests/platform/linux/authorization/AuthorizationFolder.h"
-#include "tests/support/ChildProcess.h"
+#include "tests/platform/linux/support/ChildProcess.h"
 
 namespace corvane {
 namespace {

@@ -5,7 +5,7 @@
 #include <sys/stat.h>
 
 #include "platform/linux/authorization/EmbeddedAuthority.h"
-#include "tests/support/ChildProcess.h"
+#include "tests/platform/linux/support/ChildProcess.h"
 #include "tests/support/Files.h"
 #include "tests/support/TemporaryFolder.h"
 

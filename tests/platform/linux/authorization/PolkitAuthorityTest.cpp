@@ -14,7 +14,7 @@
 #include "platform/linux/transport/CurrentPeer.h"
 #include "platform/linux/transport/LocalSocket.h"
 #include "tests/platform/linux/authorization/PolkitService.h"
-#include "tests/support/ChildProcess.h"
+#include "tests/platform/linux/support/ChildProcess.h"
 #include "tests/support/TemporaryFolder.h"
 
 namespace corvane {

@@ -6,7 +6,7 @@
 #include <string>
 
 #include "platform/linux/processes/ProcessIdentity.h"
-#include "tests/support/ChildProcess.h"
+#include "tests/platform/linux/support/ChildProcess.h"
 #include "tests/support/TemporaryFolder.h"
 
 namespace corvane {

@@ -10,7 +10,7 @@
 #include "platform/linux/authorization/AuthorizationKey.h"
 #include "platform/linux/authorization/ExternalForm.h"
 #include "tests/platform/linux/authorization/AuthorizationFolder.h"
-#include "tests/support/ChildProcess.h"
+#include "tests/platform/linux/support/ChildProcess.h"
 #include "tests/support/Files.h"
 
 namespace corvane {

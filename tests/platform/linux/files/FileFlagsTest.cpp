@@ -30,21 +30,21 @@ class FileFlagsTest : public ProtectionTest {
 TEST_F(FileFlagsTest, WhatTheKernelProtectsCountsAsAUserFlag) {
   const std::string file = folder.makeFile("file");
   EXPECT_EQ(fileFlags(file), 0U);
-  setKernelFlags(file, FS_IMMUTABLE_FL);
+  setKernelFlags(file, FileFlag::UserImmutable);
   EXPECT_EQ(fileFlags(file), FileFlag::UserImmutable);
-  setKernelFlags(file, FS_APPEND_FL);
+  setKernelFlags(file, FileFlag::UserAppend);
   EXPECT_EQ(fileFlags(file), FileFlag::UserAppend);
 }
 
 TEST_F(FileFlagsTest, UserFlagsNeedNoAttribute) {
   const std::string file = folder.makeFile("file");
   ASSERT_EQ(changeFileFlags(file, FileFlag::UserImmutable | FileFlag::UserAppend), std::nullopt);
-  EXPECT_EQ(kernelFlags(file), FS_IMMUTABLE_FL | FS_APPEND_FL);
+  EXPECT_EQ(kernelFlags(file), FileFlag::UserImmutable | FileFlag::UserAppend);
   EXPECT_EQ(::listxattr(file.c_str(), nullptr, 0), 0);
   ASSERT_EQ(changeFileFlags(file, FileFlag::UserAppend), std::nullopt);
-  EXPECT_EQ(kernelFlags(file), FS_APPEND_FL);
+  EXPECT_EQ(kernelFlags(file), FileFlag::UserAppend);
   ASSERT_EQ(changeFileFlags(file, 0), std::nullopt);
-  EXPECT_EQ(kernelFlags(file), 0);
+  EXPECT_EQ(kernelFlags(file), 0U);
 }
 
 TEST_F(FileFlagsTest, ALeaseOnAFileHoldsNobodyUp) {
@@ -68,7 +68,7 @@ TEST_F(FileFlagsTest, SystemFlagsAreToldApartFromUserFlags) {
     const std::string file = folder.makeFile("file" + std::to_string(++count));
     ASSERT_EQ(changeFileFlags(file, flags), std::nullopt);
     EXPECT_EQ(fileFlags(file), flags);
-    EXPECT_NE(kernelFlags(file), 0);
+    EXPECT_NE(kernelFlags(file), 0U);
   }
 }
 
@@ -83,7 +83,7 @@ TEST_F(FileFlagsTest, SystemFlagsCanBeAddedToUserFlagsButNotCleared) {
   EXPECT_EQ(fileFlags(file), FileFlag::UserImmutable | FileFlag::SystemImmutable);
   ASSERT_EQ(changeFileFlags(file, FileFlag::SystemImmutable), std::nullopt);
   EXPECT_EQ(fileFlags(file), FileFlag::SystemImmutable);
-  EXPECT_EQ(kernelFlags(file), FS_IMMUTABLE_FL);
+  EXPECT_EQ(kernelFlags(file), FileFlag::UserImmutable);
 }
 
 TEST_F(FileFlagsTest, ARestrictedObjectRefusesEveryChange) {
@@ -109,7 +109,7 @@ TEST_F(FileFlagsTest, AnAttributeThatMakesNoSenseIsAnError) {
   const std::string file = folder.makeFile("file");
   for (const std::string text : {"", "20000", "0x", "0xg", "0x2 ", "0x00000000000000020000"}) {
     ASSERT_EQ(::setxattr(file.c_str(), "trusted.corvane.flags", text.data(), text.size(), 0), 0);
-    setKernelFlags(file, FS_IMMUTABLE_FL);
+    setKernelFlags(file, FileFlag::UserImmutable);
     FileStatus status;
     EXPECT_EQ(statusOf(AT_FDCWD, file.c_str(), FinalLink::Keep, status),
               Error(NSPOSIXErrorDomain, 5))
@@ -120,11 +120,11 @@ TEST_F(FileFlagsTest, AnAttributeThatMakesNoSenseIsAnError) {
 
 TEST_F(FileFlagsTest, OtherFlagsOfTheKernelStay) {
   const std::string file = folder.makeFile("file");
-  setKernelFlags(file, FS_NODUMP_FL);
+  const FileDescriptor descriptor(::open(file.c_str(), O_RDONLY | O_CLOEXEC));
+  int flags = FS_NODUMP_FL;
+  ASSERT_EQ(::ioctl(descriptor.get(), FS_IOC_SETFLAGS, &flags), 0);
   ASSERT_EQ(changeFileFlags(file, FileFlag::UserImmutable), std::nullopt);
   ASSERT_EQ(changeFileFlags(file, 0), std::nullopt);
-  const FileDescriptor descriptor(::open(file.c_str(), O_RDONLY | O_CLOEXEC));
-  int flags = 0;
   ASSERT_EQ(::ioctl(descriptor.get(), FS_IOC_GETFLAGS, &flags), 0);
   EXPECT_NE(flags & FS_NODUMP_FL, 0);
 }

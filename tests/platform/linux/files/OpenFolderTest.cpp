@@ -13,8 +13,8 @@
 #include <unistd.h>
 
 #include "platform/FileSystem.h"
+#include "tests/platform/linux/support/SystemCallFilter.h"
 #include "tests/support/Protection.h"
-#include "tests/support/SystemCallFilter.h"
 #include "tests/support/TemporaryFolder.h"
 
 namespace corvane {

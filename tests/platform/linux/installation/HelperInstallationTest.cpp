@@ -2,7 +2,6 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <linux/fs.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -200,13 +199,13 @@ class ProtectedInstallationTest : public HelperInstallationTest {
 TEST_F(ProtectedInstallationTest, AnImmutableFileInTheWayLeavesTheSystemAsItWas) {
   const std::string unit = inRoot("usr/lib/systemd/system/com.corvane.authorization.socket");
   writeFile(unit, "old");
-  setKernelFlags(unit, FS_IMMUTABLE_FL);
+  setKernelFlags(unit, FileFlag::UserImmutable);
   EXPECT_TRUE(isPOSIXError(failToInstall(), POSIXErrorCode::NotPermitted));
 }
 
 TEST_F(ProtectedInstallationTest, WhatCannotBeRemovedIsLeftOver) {
   ASSERT_EQ(install(), std::nullopt);
-  setKernelFlags(program(), FS_IMMUTABLE_FL);
+  setKernelFlags(program(), FileFlag::UserImmutable);
   installation()->remove();
   EXPECT_THAT(installation()->leftovers(), ElementsAre(program()));
 }

@@ -8,7 +8,7 @@
 #include <unistd.h>
 
 #include "platform/Preferences.h"
-#include "tests/platform/linux/preferences/PreferencesTree.h"
+#include "tests/support/PreferencesTree.h"
 
 namespace corvane {
 namespace {

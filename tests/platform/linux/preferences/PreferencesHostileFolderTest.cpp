@@ -15,8 +15,8 @@
 #include "foundation/FileDescriptor.h"
 #include "foundation/PropertyList.h"
 #include "platform/Preferences.h"
-#include "tests/platform/linux/preferences/PreferencesTree.h"
 #include "tests/support/Files.h"
+#include "tests/support/PreferencesTree.h"
 
 namespace corvane {
 namespace {

@@ -13,8 +13,8 @@
 
 #include "foundation/PropertyList.h"
 #include "platform/Preferences.h"
-#include "tests/platform/linux/preferences/PreferencesTree.h"
 #include "tests/support/Files.h"
+#include "tests/support/PreferencesTree.h"
 
 namespace corvane {
 namespace {

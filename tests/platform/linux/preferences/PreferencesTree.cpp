@@ -1,4 +1,4 @@
-#include "tests/platform/linux/preferences/PreferencesTree.h"
+#include "tests/support/PreferencesTree.h"
 
 #include <cstdio>
 #include <cstdlib>
@@ -37,8 +37,16 @@ const fs::path& PreferencesTree::root() {
   return treeRoot;
 }
 
+fs::path PreferencesTree::sharedFolder() {
+  return root() / "etc/xdg/preferences";
+}
+
 fs::path PreferencesTree::home() {
   return inTree(::getpwuid(::geteuid())->pw_dir);
+}
+
+fs::path PreferencesTree::ownFolder() {
+  return home() / ".config/preferences";
 }
 
 uid_t PreferencesTree::otherUser() {
@@ -49,6 +57,10 @@ fs::path PreferencesTree::otherHome() {
   fs::path home = inTree(::getpwnam("nobody")->pw_dir);
   if (!fs::exists(home)) makeFolder(home, otherUser());
   return home;
+}
+
+fs::path PreferencesTree::otherFolder() {
+  return otherHome() / ".config/preferences";
 }
 
 void PreferencesTree::SetUp() {

@@ -5,7 +5,7 @@
 
 #include "foundation/POSIXError.h"
 #include "platform/linux/processes/ProcessIdentity.h"
-#include "tests/support/ChildProcess.h"
+#include "tests/platform/linux/support/ChildProcess.h"
 
 #ifndef SO_PEERPIDFD
 #define SO_PEERPIDFD 77

@@ -1,5 +1,5 @@
-#ifndef CORVANE_TESTS_PLATFORM_LINUX_PREFERENCES_PREFERENCESTREE_H
-#define CORVANE_TESTS_PLATFORM_LINUX_PREFERENCES_PREFERENCESTREE_H
+#ifndef CORVANE_TESTS_SUPPORT_PREFERENCESTREE_H
+#define CORVANE_TESTS_SUPPORT_PREFERENCESTREE_H
 
 #include <filesystem>
 #include <string>
@@ -23,17 +23,17 @@ class PreferencesTree : public testing::Test {
   /// Where the root of the tree is.
   static const Path& root();
   /// The folder for all users.
-  static Path sharedFolder() { return root() / "etc/xdg/preferences"; }
+  static Path sharedFolder();
   /// The home folder of the user that runs the test.
   static Path home();
-  static Path ownFolder() { return home() / ".config/preferences"; }
-  /// "<application>.<machine id>.plist"
+  static Path ownFolder();
+  /// The name of a file of this machine alone.
   static std::string hostFileName(const std::string& application);
 
   /// The user "nobody", and its home folder in the tree, made on demand and owned by it.
   static uid_t otherUser();
   static Path otherHome();
-  static Path otherFolder() { return otherHome() / ".config/preferences"; }
+  static Path otherFolder();
 
   /// Makes the folder, with those above it that are missing.
   static void makeFolder(const Path& path, uid_t owner);

@@ -3,7 +3,7 @@
 #include <gtest/gtest.h>
 #include <sys/syscall.h>
 
-#include "tests/support/SystemCallFilter.h"
+#include "tests/platform/linux/support/SystemCallFilter.h"
 
 namespace corvane {
 namespace {

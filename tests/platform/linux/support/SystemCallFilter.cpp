@@ -1,4 +1,4 @@
-#include "tests/support/SystemCallFilter.h"
+#include "tests/platform/linux/support/SystemCallFilter.h"
 
 #include <cstddef>
 #include <vector>

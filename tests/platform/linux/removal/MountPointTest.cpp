@@ -1,16 +1,19 @@
 #include <cstdlib>
 #include <string>
+#include <vector>
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <linux/btrfs.h>
-#include <linux/fs.h>
 #include <sched.h>
 #include <sys/ioctl.h>
 #include <sys/mount.h>
 #include <unistd.h>
 
+#include "client/AppendOnlyObjects.h"
 #include "foundation/POSIXError.h"
+#include "operations/ObjectLocation.h"
+#include "operationset-vnt/FolderWalk.h"
 #include "operationset-vnt/ZELPrivilegedOperationSetVNT.h"
 #include "tests/support/Files.h"
 #include "tests/support/Protection.h"
@@ -31,7 +34,7 @@ class MountPointTest : public ProtectionTest {
     }
     tree = folder.makeFolder("tree");
     file = folder.makeFile("tree/file");
-    setKernelFlags(folder.makeFile("tree/protected"), FS_IMMUTABLE_FL);
+    setKernelFlags(folder.makeFile("tree/protected"), FileFlag::UserImmutable);
     mountPoint = folder.makeFolder("tree/mounted");
   }
   void TearDown() override {
@@ -63,11 +66,11 @@ TEST_F(MountPointTest, AFileSystemMountedInTheTreeFailsBeforeAnythingIsDeleted) 
 TEST_F(MountPointTest, SoDoesAFolderOfTheSameFileSystemBoundInTheTree) {
   const std::string outside = folder.makeFolder("outside");
   const std::string inside = folder.makeFile("outside/inside");
-  setKernelFlags(inside, FS_IMMUTABLE_FL);
+  setKernelFlags(inside, FileFlag::UserImmutable);
   ASSERT_EQ(::mount(outside.c_str(), mountPoint.c_str(), nullptr, MS_BIND, nullptr), 0);
   EXPECT_EQ(remove(tree), Error(NSPOSIXErrorDomain, 16));
   EXPECT_TRUE(exists(file));
-  EXPECT_EQ(kernelFlags(inside), FS_IMMUTABLE_FL);
+  EXPECT_EQ(kernelFlags(inside), FileFlag::UserImmutable);
 }
 
 TEST_F(MountPointTest, SoDoesAFileBoundOverAnother) {
@@ -108,10 +111,10 @@ TEST_F(MountPointTest, AFileSystemThatKeepsItsStatusFromRootIsInTheWayToo) {
 
 TEST_F(MountPointTest, AMountPointItselfKeepsItsFlags) {
   const std::string outside = folder.makeFolder("outside");
-  setKernelFlags(outside, FS_IMMUTABLE_FL);
+  setKernelFlags(outside, FileFlag::UserImmutable);
   ASSERT_EQ(::mount(outside.c_str(), mountPoint.c_str(), nullptr, MS_BIND, nullptr), 0);
   EXPECT_EQ(remove(mountPoint), Error(NSPOSIXErrorDomain, 16));
-  EXPECT_EQ(kernelFlags(outside), FS_IMMUTABLE_FL);
+  EXPECT_EQ(kernelFlags(outside), FileFlag::UserImmutable);
 }
 
 TEST_F(MountPointTest, ARestrictedTopRefinesEveryErrorOfARecursiveRemoval) {
@@ -147,7 +150,7 @@ TEST_F(MountPointTest, ASubvolumeInTheTreeIsNoMountPoint) {
   const FileDescriptor parent(::open(inner.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   btrfs_ioctl_vol_args subvolume = {0, "subvolume"};
   ASSERT_EQ(::ioctl(parent.get(), BTRFS_IOC_SUBVOL_CREATE, &subvolume), 0);
-  setKernelFlags(folder.makeFile("tree/mounted/inner/subvolume/a/b/file"), FS_IMMUTABLE_FL);
+  setKernelFlags(folder.makeFile("tree/mounted/inner/subvolume/a/b/file"), FileFlag::UserImmutable);
   EXPECT_EQ(remove(inner), std::nullopt);
   EXPECT_FALSE(exists(inner));
 }
@@ -173,6 +176,49 @@ TEST_F(MountPointTest, FilesOfBothLayersOfAnOverlayAreRemoved) {
   EXPECT_FALSE(exists(top + "/inner"));
   ::umount2(top.c_str(), MNT_DETACH);
   ::umount2(upper.c_str(), MNT_DETACH);
+}
+
+// Mounts another folder on each one that it sees.
+class MountingVisitor : public FolderVisitor {
+ public:
+  explicit MountingVisitor(const TemporaryFolder& folder, std::string outside)
+      : _folder(folder), _outside(std::move(outside)) {}
+  std::optional<Error> visit(int, const FolderEntry& entry, bool& descend) override {
+    visited.emplace_back(entry.name);
+    EXPECT_EQ(
+        ::mount(_outside.c_str(), _folder.path(entry.name).c_str(), nullptr, MS_BIND, nullptr), 0);
+    descend = true;
+    return std::nullopt;
+  }
+  std::optional<Error> leave(int, const char*) override { return std::nullopt; }
+
+  std::vector<std::string> visited;
+
+ private:
+  const TemporaryFolder& _folder;
+  const std::string _outside;
+};
+
+TEST_F(MountPointTest, AFileSystemMountedOnAFolderOnceItWasSeenIsNotEntered) {
+  const TemporaryFolder walked{parentForManyFiles()};
+  const TemporaryFolder outside{parentForManyFiles()};
+  outside.makeFile("outside");
+  const std::string inner = walked.makeFolder("inner");
+  ObjectLocation top;
+  ASSERT_EQ(locateObject(walked.path(), top), std::nullopt);
+  MountingVisitor visitor(walked, outside.path());
+  EXPECT_EQ(walkFolder(top.folder.get(), top.name.c_str(), visitor, 1),
+            posixError(POSIXErrorCode::Busy));
+  EXPECT_EQ(visitor.visited, std::vector<std::string>{"inner"});
+  EXPECT_EQ(::umount2(inner.c_str(), MNT_DETACH), 0);
+}
+
+TEST_F(MountPointTest, AppendOnlyObjectsAreNotLookedForInOtherFileSystems) {
+  const std::string outside = folder.makeFolder("outside");
+  setKernelFlags(folder.makeFile("outside/file"), FileFlag::UserAppend);
+  ASSERT_EQ(::mount(outside.c_str(), mountPoint.c_str(), nullptr, MS_BIND, nullptr), 0);
+  EXPECT_TRUE(appendOnlyObjects(tree).reachable.empty());
+  EXPECT_FALSE(clearAppendOnlyFlags(tree));
 }
 
 TEST_F(MountPointTest, ATreeOnAFileSystemWithoutFlagsIsRemoved) {

@@ -1,4 +1,4 @@
-#include "tests/support/ChildProcess.h"
+#include "tests/platform/linux/support/ChildProcess.h"
 
 #include <array>
 #include <cerrno>
