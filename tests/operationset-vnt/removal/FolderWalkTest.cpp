@@ -439,7 +439,10 @@ TEST_F(ThreadedWalkTest, AFolderIsNotLeftWhereAFailureElsewhereCutItShort) {
     return std::nullopt;
   };
   threaded.onCaller = [&]() -> std::optional<Error> {
-    if (threaded.threads.size() < 2) return std::nullopt;
+    {
+      const std::lock_guard lock(threaded.mutex);
+      if (threaded.threads.size() < 2) return std::nullopt;
+    }
     isBelow.wait(false);
     return posixError(POSIXErrorCode::Busy);
   };
