@@ -21,6 +21,8 @@ namespace {
 
 // The utilities that may be run, each known by the last component of its path.
 constexpr auto trustedUtilities = std::to_array<std::string_view>({"/bin/launchctl"});
+// The one that is found beside the executable of the client application.
+constexpr const char* applicationUtility = "lipo";
 
 constexpr const char* safePath = "/usr/bin:/bin:/usr/sbin:/sbin";
 
@@ -81,13 +83,22 @@ std::optional<Error> ZELPrivilegedOperationSetVNT::performOperationExecuteUtilit
                         stop);
 }
 
+std::vector<std::string> ZELPrivilegedOperationSetVNT::utilityNames() {
+  std::vector<std::string> names;
+  for (const std::string_view path : trustedUtilities) {
+    names.push_back(lastPathComponent(std::string(path)));
+  }
+  names.emplace_back(applicationUtility);
+  return names;
+}
+
 std::optional<std::string> ZELPrivilegedOperationSetVNT::trustedPathForApplicationPath(
     const std::string& applicationPath, const std::string& utilityName, bool* isExternal,
     bool* needsSafePathEnvironment) {
   if (applicationPath.empty() || utilityName.empty()) return std::nullopt;
 
   std::optional<std::string> path;
-  const bool isPartOfApplication = utilityName == "lipo";
+  const bool isPartOfApplication = utilityName == applicationUtility;
   if (isPartOfApplication) {
     const auto bundle = Bundle::bundleWithPath(applicationPath);
     const auto executable = bundle ? bundle->executablePath() : std::nullopt;

@@ -85,6 +85,9 @@ class ZELPrivilegedOperationSetVNT : public ZELPrivilegedOperationSet,
   std::optional<Error> performOperationExecuteUtilityWithArguments(
       const Array& arguments, const FeedbackConnection& feedbackConnection,
       const std::stop_token& stop = {});
+  /// The names of the utilities that may be run, those that come with the client application
+  /// included.
+  static std::vector<std::string> utilityNames();
   /// The path of the utility; nothing for one that may not be run. `isExternal` is false for a
   /// part of the client application. Either pointer may be null; nothing is written if an argument
   /// is empty.

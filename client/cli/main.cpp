@@ -120,39 +120,70 @@ int runCommandLine(int argc, char** argv) {
                           std::string(corvane::kCFPreferencesCurrentUser),
                           std::string(corvane::kCFPreferencesCurrentHost)};
   std::string key;
-  std::string value;
   CLI::App* preferences = app.add_subcommand("preferences", "Set, remove or read a preference");
   preferences->require_subcommand(1);
   const auto preferencesCommand = [&](const char* name, const char* description,
                                       std::function<int()> action) {
     CLI::App* subcommand = preferences->add_subcommand(name, description);
     subcommand->callback([&run, action = std::move(action)] { run = action; });
-    // Of two options for the same thing only one may be there.
+    // Of the options for the same thing only one may be there.
     const auto choice = [subcommand](const char* option, std::string& text, const char* type,
                                      const char* help, const char* flag, std::string_view constant,
                                      const char* flagHelp) {
       CLI::Option* named = subcommand->add_option(option, text, help)->type_name(type);
-      subcommand
+      return subcommand
           ->add_flag_callback(
               flag, [&text, constant] { text = constant; }, flagHelp)
           ->excludes(named);
     };
     choice("--app", domain.application, "ID", "Of this application", "--global",
            corvane::NSGlobalDomain, "Of all applications, as without either");
-    choice("--user", domain.user, "NAME", "Of this user, and not the current one", "--any-user",
-           corvane::kCFPreferencesAnyUser, "Of all users");
+    CLI::Option* anyUser =
+        choice("--user", domain.user, "NAME", "Of this user, and not the one who asks",
+               "--any-user", corvane::kCFPreferencesAnyUser, "Of all users");
+    subcommand
+        ->add_flag_callback(
+            "--root", [&domain] { domain.user = "root"; }, "Of root, as --user root")
+        ->excludes(anyUser)
+        ->excludes(subcommand->get_option("--user"));
     choice("--host", domain.host, "NAME", "On this machine, and not the current one", "--any-host",
            corvane::kCFPreferencesAnyHost, "On all machines");
     subcommand->add_option("KEY", key, "The name of the preference")->required();
     return subcommand;
   };
-  preferencesCommand("set", "Set a preference; the current user is the helper's own, root",
-                     [&] { return setPreference(context, domain, key, value); })
-      ->add_option("VALUE", value, "The value, as a property list in whatever form of text")
-      ->required();
-  preferencesCommand("remove", "Remove a preference; the current user is the helper's own, root",
+  std::function<int()> set;
+  CLI::App* setting = preferencesCommand(
+      "set", "Set a preference, of the one who asks if nobody is named", [&] { return set(); });
+  CLI::Option_group* values = setting->add_option_group("Value", "What it is set to");
+  values->require_option(1);
+  const auto valueOption = [&](const char* name, const char* type, ValueKind kind,
+                               const char* help) {
+    values
+        ->add_option_function<std::string>(
+            name,
+            [&, kind](const std::string& text) {
+              set = [&, kind, text] { return setPreference(context, domain, key, kind, text); };
+            },
+            help)
+        ->type_name(type);
+  };
+  valueOption("VALUE", "TEXT", ValueKind::Text, "A text, as it stands");
+  valueOption("--bool", "BOOL", ValueKind::Boolean, "true or false, yes or no");
+  valueOption("--int", "NUMBER", ValueKind::Integer, "A whole number");
+  valueOption("--float", "NUMBER", ValueKind::Real, "A number such as -1.5 or 2e10");
+  valueOption("--date", "DATE", ValueKind::Date, "A date such as 2026-11-20T08:00:00Z");
+  valueOption("--data", "HEX", ValueKind::Data, "Bytes in hexadecimal digits");
+  values
+      ->add_option_function<std::string>(
+          "--plist",
+          [&](const std::string& path) {
+            set = [&, path] { return setPreferenceFromFile(context, domain, key, path); };
+          },
+          "The property list in this file; - is standard input")
+      ->type_name("FILE");
+  preferencesCommand("remove", "Remove a preference, of the one who asks if nobody is named",
                      [&] { return removePreference(context, domain, key); });
-  preferencesCommand("get", "Print a preference; the current user is the one who asks",
+  preferencesCommand("get", "Print a preference, of the one who asks if nobody is named",
                      [&] { return getPreference(context, domain, key); });
 
   command("nop", "Contact the helper and do nothing", [&] { return nop(context); });

@@ -3,6 +3,7 @@
 import fcntl
 import json
 import os
+import plistlib
 import signal
 import subprocess
 
@@ -20,7 +21,7 @@ case $1 in
   both) yes output | head -n $2; yes error | head -n $2 >&2; touch "$folder/done" ;;
   wait) echo $$ >"$folder/pid.new"; mv "$folder/pid.new" "$folder/pid"; read -r _ <"$folder/go-on"
         touch "$folder/done" ;;
-  fail) exit 3 ;;
+  fail) exit ${{2-3}} ;;
 esac
 """
 
@@ -88,8 +89,23 @@ class ExecuteCommandTest(DaemonTest):
         for utility in COMMANDS + BRACKETS:
             with self.subTest(utility=utility):
                 result = self.run_client("nop", "--json", utility=utility)
-                self.assertOutput(result, b"", f"Cannot run '{utility}': Invalid argument\n"
-                                  "The helper refused the arguments. Check them.\n".encode(), 1)
+                self.assertOutput(result, b"", f"Cannot run '{utility}': There is no such utility.\n"
+                                  "The helper can run: launchctl, lipo.\n".encode(), 127)
+
+    def test_an_application_that_is_no_bundle(self):
+        self.assertOutput(self.run_client("show", application=self.folder), b"",
+                          b"Cannot run 'lipo': The application is no bundle with a program.\n"
+                          b"Name the folder of a bundle, whose Contents/Info.plist names the program "
+                          b"beside which the utility is.\n", 127)
+
+    def test_a_utility_that_is_missing(self):
+        programs = f"{self.application}/Contents/MacOS"
+        os.rename(f"{programs}/lipo", f"{programs}/main")
+        with open(f"{self.application}/Contents/Info.plist", "wb") as info:
+            plistlib.dump({"CFBundleExecutable": "main"}, info)
+        result = self.run_client("show")
+        self.assertIn(b"A required component of the operating system is missing", result.stderr)
+        self.assertEqual(result.returncode, 127)
 
     def test_objects_may_be_called_like_commands_and_lists(self):
         Client(self.daemon.connect()).register(1)
@@ -139,12 +155,14 @@ class ExecuteCommandTest(DaemonTest):
             self.assertEqual(output.decode(), "".join(f"{n}-{mark}\n" for n in range(20000)))
             self.assertEqual((error, client.returncode), (b"", 0))
 
-    def test_a_failing_utility_fails_the_command(self):
+    def test_the_status_of_the_utility_is_that_of_the_command(self):
         self.assertOutput(
             self.run_client("fail"), b"",
             b"Cannot run 'lipo': It was not possible to complete the operation successfully.\n"
             b"The operating system could not perform the requested operation. It returned error "
-            b"code 3.\n", 1)
+            b"code 3.\n", 3)
+        for status in (1, 125, 255):
+            self.assertEqual(self.run_client("fail", str(status)).returncode, status)
 
     def test_json_is_one_object_on_standard_output(self):
         result = self.run_client("show", "x", options=["--json"])
@@ -152,7 +170,7 @@ class ExecuteCommandTest(DaemonTest):
         result = self.run_client("fail", options=["--json"])
         failure = json.loads(result.stdout)
         self.assertEqual((failure["domain"], failure["code"], result.returncode),
-                         ("com.corvane.error.privileged-operation", 3, 1))
+                         ("com.corvane.error.privileged-operation", 3, 3))
 
     def test_the_application_is_found_from_where_the_client_runs(self):
         self.assertOutput(self.run_client("show", "x", application="Test.app", folder=self.folder),

@@ -4,12 +4,13 @@
 #include <string>
 #include <vector>
 
+#include "client/cli/commands/PreferenceValue.h"
 #include "client/cli/output/Report.h"
 
 namespace corvane::cli {
 
 /// Whose preferences are meant: an application and a user by name or as the texts of the platform's
-/// constants, and a host.
+/// constants, and a host. The current user is the one who runs the command.
 struct PreferenceDomain {
   std::string application;
   std::string user;
@@ -37,7 +38,10 @@ int tellWhetherAllowed(const Context& context, const std::string& operation);
 int showVersion(const Context& context);
 int setDebugMode(const Context& context, bool flag);
 int setPreference(const Context& context, const PreferenceDomain& domain, const std::string& key,
-                  const std::string& value);
+                  ValueKind kind, const std::string& value);
+/// The same with the property list in a file, in whatever format; "-" is standard input.
+int setPreferenceFromFile(const Context& context, const PreferenceDomain& domain,
+                          const std::string& key, const std::string& path);
 int removePreference(const Context& context, const PreferenceDomain& domain,
                      const std::string& key);
 /// Prints what the calling user may read, without the helper.

@@ -1,10 +1,16 @@
+#include <array>
+#include <cerrno>
 #include <cstdio>
+#include <memory>
+#include <variant>
 
+#include <pwd.h>
 #include <unistd.h>
 
 #include "client/cli/commands/Commands.h"
 #include "client/cli/output/Advice.h"
 #include "client/cli/output/Prompt.h"
+#include "foundation/POSIXError.h"
 #include "foundation/PropertyList.h"
 #include "platform/Preferences.h"
 
@@ -25,24 +31,85 @@ std::string textOf(const Value& value) {
   return text != nullptr ? std::string(stringFromData(*text)) : value.className();
 }
 
+// What is in a file, as far as a property list may be long, and a byte more; nothing, with errno,
+// if it cannot be read.
+std::optional<Data> contentOf(const std::string& path) {
+  const std::unique_ptr<std::FILE, int (*)(std::FILE*)> opened(
+      path == "-" ? nullptr : std::fopen(path.c_str(), "re"), &std::fclose);
+  std::FILE* file = path == "-" ? stdin : opened.get();
+  if (file == nullptr) return std::nullopt;
+  Data content;
+  while (content.size() <= propertyListMaximumBytes) {
+    std::array<std::byte, BUFSIZ> portion;
+    const std::size_t size = std::fread(portion.data(), 1, portion.size(), file);
+    content.insert(content.end(), portion.begin(), portion.begin() + size);
+    if (size < portion.size()) break;
+  }
+  if (std::ferror(file) != 0) return std::nullopt;
+  return content;
+}
+
+// The text of the property list in a file; or why there is none. What is sent is text, whatever the
+// format of the file is.
+std::optional<std::string> propertyListIn(const std::string& path, std::optional<Error>& error) {
+  const auto content = contentOf(path);
+  if (!content) {
+    error = posixErrorFromHost(errno);
+    return std::nullopt;
+  }
+  const auto list = readPropertyList(*content);
+  const auto* read = std::get_if<PropertyList>(&list);
+  const auto written = read != nullptr ? writePropertyList(read->root, PropertyListFormat::XML)
+                                       : std::variant<Data, Error>(std::get<Error>(list));
+  if (const auto* reason = std::get_if<Error>(&written)) {
+    error = Error(clientErrorDomain, noPropertyList,
+                  Dictionary{{std::string(NSUnderlyingErrorKey), *reason}});
+    return std::nullopt;
+  }
+  return std::string(stringFromData(std::get<Data>(written)));
+}
+
+// The helper runs as root, so its current user is another one than the one who asks here.
+std::optional<std::string> nameOf(const std::string& user) {
+  if (user != kCFPreferencesCurrentUser) return user;
+  const passwd* entry = ::getpwuid(::geteuid());
+  return entry != nullptr ? std::optional<std::string>(entry->pw_name) : std::nullopt;
+}
+
+// Has the helper set the key to a property list, or remove it if that is empty.
+int change(const Context& context, Action action, const PreferenceDomain& domain,
+           const std::string& key, const std::string& list) {
+  const auto user = nameOf(domain.user);
+  if (!user) {
+    return report(context, action, key, {std::nullopt, Error(clientErrorDomain, noSuchUser)});
+  }
+  const std::string prompt = list.empty() ? promptToRemovePreference(key, domain.application, *user)
+                                          : promptToSetPreference(key, domain.application, *user);
+  return report(context, action, key,
+                PrivilegedHelperClient(asking(context, prompt))
+                    .modifyPreferences(key, domain.application, *user, domain.host, list));
+}
+
 }  // namespace
 
 int setPreference(const Context& context, const PreferenceDomain& domain, const std::string& key,
-                  const std::string& value) {
-  // The helper removes the key if the value is empty. An empty text as a property list is "".
-  return report(context, Action::SetPreference, key,
-                PrivilegedHelperClient(
-                    asking(context, promptToSetPreference(key, domain.application, domain.user)))
-                    .modifyPreferences(key, domain.application, domain.user, domain.host,
-                                       value.empty() ? "\"\"" : value));
+                  ValueKind kind, const std::string& value) {
+  const auto list = propertyListOf(kind, value);
+  if (!list) return reportUsage(context, translated(notOfKindText, value));
+  return change(context, Action::SetPreference, domain, key, *list);
+}
+
+int setPreferenceFromFile(const Context& context, const PreferenceDomain& domain,
+                          const std::string& key, const std::string& path) {
+  std::optional<Error> error;
+  const auto list = propertyListIn(path, error);
+  if (!list) return report(context, Action::SetPreference, key, {std::nullopt, error});
+  return change(context, Action::SetPreference, domain, key, *list);
 }
 
 int removePreference(const Context& context, const PreferenceDomain& domain,
                      const std::string& key) {
-  return report(context, Action::RemovePreference, key,
-                PrivilegedHelperClient(
-                    asking(context, promptToRemovePreference(key, domain.application, domain.user)))
-                    .modifyPreferences(key, domain.application, domain.user, domain.host, ""));
+  return change(context, Action::RemovePreference, domain, key, "");
 }
 
 int getPreference(const Context& context, const PreferenceDomain& domain, const std::string& key) {

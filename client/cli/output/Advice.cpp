@@ -61,6 +61,14 @@ const auto& advices() {
       {clientErrorDomain, noSuchPreference,
        "Check its name, and whose it is: application, user and host.",
        "There is no such preference, or it cannot be read."},
+      {clientErrorDomain, noSuchUser, "Check the name.", "There is no such user."},
+      {clientErrorDomain, noPropertyList, "Check the file, or name the kind of the value.",
+       "There is no property list that could be sent."},
+      {clientErrorDomain, noSuchUtility, knownUtilitiesText, "There is no such utility."},
+      {clientErrorDomain, noUtilityInBundle,
+       "Name the folder of a bundle, whose Contents/Info.plist names the program beside which the "
+       "utility is.",
+       "The application is no bundle with a program."},
       {clientErrorDomain, outputIncomplete, "Read it without long pauses, or into a file.",
        "The output is incomplete: nobody took it for too long."},
   });
@@ -160,12 +168,12 @@ std::string suggestionFor(const CommunicationFailure& failure) {
 }
 
 std::set<std::string> clientTexts() {
-  std::set<std::string> texts = {adviceWhenRefused,  adviceWhenProtected, adviceWhenFilledAgain,
-                                 adviceWhenStopped,  causeText,           needsRootText,
-                                 runAsRootText,      runLineAsRootText,   nothingThereText,
-                                 appendOnlyLeftText, grantedText,         wouldAskText,
-                                 deniedText,         nobodyToAskText,     stoppingText,
-                                 deletedByThenText,  answerRefusedText,   tryAgainText};
+  std::set<std::string> texts = {
+      adviceWhenRefused, adviceWhenProtected, adviceWhenFilledAgain, adviceWhenStopped,
+      causeText,         needsRootText,       runAsRootText,         runLineAsRootText,
+      nothingThereText,  appendOnlyLeftText,  grantedText,           wouldAskText,
+      deniedText,        nobodyToAskText,     stoppingText,          deletedByThenText,
+      answerRefusedText, tryAgainText,        notOfKindText};
   texts.insert(actionTexts().begin(), actionTexts().end());
   texts.insert(promptTexts().begin(), promptTexts().end());
   for (const Advice& advice : advices()) {

@@ -16,6 +16,10 @@ namespace corvane::cli {
 inline constexpr const char* clientErrorDomain = "com.corvane.error.client";
 inline constexpr std::int64_t noSuchPreference = 1;
 inline constexpr std::int64_t outputIncomplete = 2;
+inline constexpr std::int64_t noSuchUser = 3;
+inline constexpr std::int64_t noPropertyList = 4;
+inline constexpr std::int64_t noSuchUtility = 5;
+inline constexpr std::int64_t noUtilityInBundle = 6;
 
 /// What to do about an error, and what it is, in the user's language: its own texts if it carries
 /// some, else the client's for what was to be done. `wasAuthorized` tells a refused authorization
@@ -44,6 +48,8 @@ inline constexpr const char* tryAgainText = "Try again.";
 inline constexpr const char* deletedByThenText = "Deleted by then: $1$ of $2$.";
 inline constexpr const char* runLineAsRootText = "Run it as root: $1$";
 
+inline constexpr const char* notOfKindText = "'$1$' is no value of the kind that was named.";
+inline constexpr const char* knownUtilitiesText = "The helper can run: $1$.";
 inline constexpr const char* nothingThereText = "There was nothing at '$1$'.";
 inline constexpr const char* appendOnlyLeftText =
     "Append-only objects are left: their names cannot be sent, or others can change the folders "

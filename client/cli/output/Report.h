@@ -20,6 +20,9 @@ enum ExitStatus : int {
   ExitNotAuthorized = 3,
   ExitCanceled = 4,
   ExitOutOfReach = 5,
+  // A command that runs a utility ends with the utility's own status, or with one of these.
+  ExitUtilityRefused = 126,
+  ExitUtilityNotFound = 127,
 };
 
 /// The options that all commands share.
