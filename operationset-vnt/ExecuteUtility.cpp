@@ -85,6 +85,7 @@ std::optional<Error> ZELPrivilegedOperationSetVNT::performOperationExecuteUtilit
 
 std::vector<std::string> ZELPrivilegedOperationSetVNT::utilityNames() {
   std::vector<std::string> names;
+  names.reserve(trustedUtilities.size() + 1);
   for (const std::string_view path : trustedUtilities) {
     names.push_back(lastPathComponent(std::string(path)));
   }
