@@ -37,7 +37,7 @@ MAY_INCLUDE = {
     "client/cli/output": SEAM | {"client/include", "operationset-vnt"},
     "client/cli/setup": SEAM | {"client/cli/output", "client/include", "operationset-vnt"},
     "client/cli/commands": SEAM | {"client/cli/output", "client/cli/setup", "client/include",
-                                   "operationset-vnt"},
+                                   "operations", "operationset-vnt"},
     "client/cli": SEAM | {"client/cli/commands", "client/cli/output", "client/cli/setup"},
 }
 # Sub-rooms that make up one room with the folder that they are in.
