@@ -9,6 +9,9 @@ SOURCES = os.environ.get("CORVANE_SOURCES", f"{os.path.dirname(os.path.abspath(_
 
 TRANSPORT = "platform/linux/transport"
 UNITS = {"KiB": 1 << 10, "MiB": 1 << 20}
+SERVICE = "packaging/systemd/helper.service.in"
+# What a connection may cost the service.
+DESCRIPTORS_OF_CONNECTION = 8
 
 # The first cell of a row, and what the numbers of the row are, in their order.
 LIMITS, GUARD, VALUES = (f"{TRANSPORT}/{name}" for name in
@@ -80,6 +83,15 @@ class LimitsTest(unittest.TestCase):
                 with self.subTest(document=path, row=beginning):
                     row, = re.findall(rf"^\| ({re.escape(beginning)}.*)\|$", text_of(path), re.M)
                     self.assertEqual(numbers_of(row), [constant(*which) for which in constants])
+
+    def test_what_all_users_may_hold_leaves_root_three_quarters_of_the_service(self):
+        maximum = {key: int(number) * {"": 1, "G": 1 << 30}[unit] for key, number, unit in
+                   re.findall(r"^(\w+)=(\d+)(G?)$", text_of(SERVICE), re.M)}
+        connections = constant(LIMITS, "maximumConnections")
+        self.assertLessEqual(4 * DESCRIPTORS_OF_CONNECTION * connections, maximum["LimitNOFILE"])
+        # Each has a thread.
+        self.assertLessEqual(4 * connections, maximum["TasksMax"])
+        self.assertLessEqual(4 * constant(LIMITS, "maximumMessageBytes"), maximum["MemoryMax"])
 
 
 if __name__ == "__main__":
