@@ -200,7 +200,7 @@ class Scenario:
             self.client(f"delete {path}", "alice", status=3)
             self.run(f"test -e {path}")
             terminal = self.request_that_waits_for_a_password(path, is_login)
-            assert "Vantor" in terminal.seen, terminal.seen
+            assert f"delete '{path}'" in terminal.seen, terminal.seen
             self.answer(terminal)
             self.run(f"test ! -e {path}")
 
