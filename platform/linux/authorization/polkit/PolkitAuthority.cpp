@@ -7,6 +7,7 @@
 #include "platform/linux/authorization/RightFile.h"
 #include "platform/linux/authorization/RootFolder.h"
 #include "platform/linux/authorization/polkit/AgentPresence.h"
+#include "platform/linux/authorization/polkit/Asker.h"
 #include "platform/linux/authorization/polkit/DialogText.h"
 #include "platform/linux/transport/CurrentPeer.h"
 
@@ -23,6 +24,20 @@ int askersConnection() {
   return peer == nullptr ? -1 : peer->connection;
 }
 
+// Waits until the user's place is taken, or gives the reason why it is not.
+std::optional<PolkitFailure> waitFor(UserPlaces::Place& place, const std::stop_token& stop,
+                                     std::chrono::milliseconds patience) {
+  if (place.isTaken()) return std::nullopt;
+  constexpr std::chrono::milliseconds pause{20};
+  const Asker asker(askersConnection(), stop);
+  const auto deadline = std::chrono::steady_clock::now() + patience;
+  while (!place.take()) {
+    if (std::chrono::steady_clock::now() >= deadline) return PolkitFailure::Failed;
+    if (asker.hasGoneWhileWaiting(-1, 0, pause)) return PolkitFailure::Abandoned;
+  }
+  return std::nullopt;
+}
+
 OSStatus statusOf(const PolkitAnswer& answer) {
   if (answer.isDismissed) return errAuthorizationCanceled;
   // Whoever would have to be asked is not there or must not be asked.
@@ -35,6 +50,7 @@ OSStatus statusOf(const PolkitAnswer& answer) {
 PolkitAuthority::PolkitAuthority(const Places& places, Translate translate,
                                  Authority& withoutPolkit, std::chrono::milliseconds patience)
     : _polkit(places.busAddress, patience),
+      _patience(patience),
       _actionsDirectory(places.actionsDirectory),
       _translate(std::move(translate)),
       _withoutPolkit(withoutPolkit),
@@ -74,13 +90,15 @@ PolkitAuthority::Answer PolkitAuthority::ask(const ProcessIdentity& subject,
 
 PolkitAuthority::Answer PolkitAuthority::askQuietly(const ProcessIdentity& subject,
                                                     const RightRequest& request) {
+  UserPlaces::Place place(_questions, subject.uid);
+  if (const auto failure = waitFor(place, request.stop, _patience)) return *failure;
   return _polkit.checkAuthorization({subject, request.rightName, {}, {}, false}, askersConnection(),
                                     request.stop);
 }
 
 PolkitAuthority::Answer PolkitAuthority::askPerson(const ProcessIdentity& subject,
                                                    const RightRequest& request) {
-  const OpenDialogs::Place place(_dialogs, subject.uid);
+  const UserPlaces::Place place(_dialogs, subject.uid);
   // The user has as many dialogs open as one may have: the answer is that of a system on which
   // nobody can be asked.
   if (!place.isTaken()) return PolkitAnswer{false, true, false, {}};

@@ -7,8 +7,8 @@
 #include "platform/linux/authorization/Authority.h"
 #include "platform/linux/authorization/polkit/ActionFile.h"
 #include "platform/linux/authorization/polkit/DiscardedAuthorizations.h"
-#include "platform/linux/authorization/polkit/OpenDialogs.h"
 #include "platform/linux/authorization/polkit/PolkitClient.h"
+#include "platform/linux/authorization/polkit/UserPlaces.h"
 
 namespace corvane {
 
@@ -27,6 +27,12 @@ class PolkitAuthority : public Authority {
     std::string actionsDirectory;
     std::string discardedDirectory;
   };
+
+  /// How many dialogs one user has open, and how many questions polkit is asked for one user, at a
+  /// time. Whoever asks more waits until some are answered: polkit answers one after the other, so
+  /// that all who come later would wait for them.
+  static constexpr int mostDialogs = 4;
+  static constexpr int mostQuestions = 8;
 
   /// `withoutPolkit` is borrowed.
   PolkitAuthority(const Places& places, Translate translate, Authority& withoutPolkit,
@@ -55,11 +61,13 @@ class PolkitAuthority : public Authority {
   bool hasActions() const;
 
   PolkitClient _polkit;
+  const std::chrono::milliseconds _patience;
   const std::string _actionsDirectory;
   const Translate _translate;
   Authority& _withoutPolkit;
   DiscardedAuthorizations _discarded;
-  OpenDialogs _dialogs;
+  UserPlaces _questions{mostQuestions};
+  UserPlaces _dialogs{mostDialogs};
 };
 
 }  // namespace corvane

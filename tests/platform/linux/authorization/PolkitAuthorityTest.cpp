@@ -279,7 +279,8 @@ TEST_F(PolkitAuthorityTest, ManyDialogsAreOpenAtOnceWhileOthersAreServed) {
   // All of them before there are connections that they would inherit.
   children.reserve(count);
   for (uid_t i = 0; i < count; ++i) {
-    children.push_back(ChildProcess::connectedOfUser(anotherUser - i / OpenDialogs::mostOfOneUser));
+    children.push_back(
+        ChildProcess::connectedOfUser(anotherUser - i / PolkitAuthority::mostDialogs));
   }
   agents.reserve(count);
   clients.reserve(count);
@@ -484,6 +485,30 @@ TEST_F(PolkitAuthorityTest, AnAuthorityThatShowsADialogIsWaitedFor) {
     line = service.nextLineOfPolkit();
   } while (line == "alive");
   EXPECT_EQ(line, "CancelCheckAuthorization");
+}
+
+TEST_F(PolkitAuthorityTest, AUserWithManyQuestionsDoesNotHoldUpAnothers) {
+  start("wordless");
+  const ChildProcess child = ChildProcess::connectedOfUser(anotherUser);
+  const auto other = std::get<WatchedProcess>(WatchedProcess::ofPeer(child.socket())).identity();
+  constexpr int many = PolkitAuthority::mostQuestions + 4;
+  std::vector<FileDescriptor> clients;
+  std::vector<std::future<OSStatus>> statuses;
+  const auto ask = [&](const ProcessIdentity& asking) {
+    auto [connection, client] = connectedSockets();
+    clients.push_back(std::move(client));
+    statuses.push_back(decision(authority, asking, std::move(connection)));
+  };
+  clients.reserve(many + 1);
+  statuses.reserve(many + 1);
+  for (int count = 0; count < many; ++count) ask(subject);
+  for (int count = 0; count < PolkitAuthority::mostQuestions; ++count) {
+    EXPECT_EQ(service.nextLineOfPolkit(), "asked for " + std::to_string(subject.pid));
+  }
+  ask(other);
+  EXPECT_EQ(service.nextLineOfPolkit(), "asked for " + std::to_string(other.pid));
+  clients.clear();
+  for (auto& status : statuses) EXPECT_EQ(status.get(), errAuthorizationCanceled);
 }
 
 TEST_F(PolkitAuthorityTest, RightsAreDefinedWithBothAuthorities) {

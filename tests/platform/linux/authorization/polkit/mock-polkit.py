@@ -4,6 +4,7 @@
 hang       stops at the first question, for good
 vanish     ends at the first question
 silent     never answers questions, but everything else
+wordless   the same, and tells which process it is asked about
 grant      a yes that is none of the others, to compare with
 contrary   a yes and a challenge at once
 short, long, other, empty, text
@@ -47,7 +48,10 @@ def main(manner):
             signal.pause()
         if manner == "vanish":
             os._exit(0)
-        if manner == "silent":
+        if manner == "wordless":
+            pid = message.get_body().get_child_value(0).unpack()[1]["pid"]
+            print(f"asked for {pid}", flush=True)
+        if manner in ("silent", "wordless"):
             return None
         if manner == "error":
             return Gio.DBusMessage.new_method_error_literal(
