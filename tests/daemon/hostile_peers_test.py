@@ -528,11 +528,11 @@ class ResourcesTest(HostilePeersTest):
         users = [self.user(uid) for uid in range(70001, 70009)]
         forms = [self.form(user) for user in users]
         self.silence_authority()
-        count = self.large(16 << 10)
+        texts = ["9 letters"] * self.large(100_000)
         for user, form in zip(users, forms):
             content = message("PerformPrivilegedOperation", request_body(
-                NOP, form, [MARKER, dictionary(), GLib.Variant("ab", [True] * (count - 8))]))
-            for _ in range(90):
+                NOP, form, [MARKER, dictionary(), GLib.Variant("as", texts)]))
+            for _ in range(40):
                 peer = RawPeer(user.connect(self.daemon.socket_path))
                 self.addCleanup(peer.close)
                 peer.handshake().send(content)
