@@ -10,6 +10,7 @@ SOURCES = os.environ.get("CORVANE_SOURCES", f"{os.path.dirname(os.path.abspath(_
 
 # Each folder and what it may include besides its own files. A folder that is not here may not be.
 LINUX = "platform/linux"
+MACOS = "platform/macos"
 SEAM = {"foundation", "platform"}
 MAY_INCLUDE = {
     "foundation": set(),
@@ -28,6 +29,8 @@ MAY_INCLUDE = {
                                              f"{LINUX}/processes", f"{LINUX}/transport"},
     f"{LINUX}/installation": SEAM | {"platform/posix"},
     f"{LINUX}/launchctl": SEAM | {f"{LINUX}/bus"},
+    f"{MACOS}/embedded": SEAM,
+    f"{MACOS}/processes": SEAM | {"platform/posix"},
     "process": SEAM,
     "operations": SEAM | {"process"},
     "operationset-vnt": SEAM | {"process", "operations"},
@@ -123,7 +126,7 @@ class LayersTest(unittest.TestCase):
 
     def test_only_the_folder_of_a_system_knows_which_one_it_is(self):
         wrong = [f"{path}: {found}" for folder, path, text in sources()
-                 if not folder.startswith(LINUX) for found in what_knows_a_system(text)]
+                 if not folder.startswith((LINUX, MACOS)) for found in what_knows_a_system(text)]
         self.assertEqual(wrong, [])
 
     def test_tests_of_what_all_systems_have_know_none_of_them(self):
