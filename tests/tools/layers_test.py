@@ -51,14 +51,14 @@ SYSTEM_HEADER = re.compile(r"#include <((asm|linux|mach|systemd)/.*|sys/(epoll|e
                            r"prctl|sendfile|signalfd|statfs|syscall|sysctl|sysmacros|vfs|xattr)\.h)>")
 SYSTEM_NAME = re.compile(
     # Calls and constants of Linux
-    r"\b(accept4|AT_EMPTY_PATH|AT_NO_AUTOMOUNT|dup3|epoll_\w+|eventfd|getdents64|getrandom|gettid|"
+    r"\b(accept4|AT_EMPTY_PATH|AT_NO_AUTOMOUNT|dup3|epoll_\w+|eventfd|getdents\w*|getrandom|gettid|"
     r"memfd_create|MSG_CMSG_CLOEXEC|MSG_NOSIGNAL|O_PATH|O_TMPFILE|openat2|pidfd_\w+|pipe2|"
     r"posix_spawn_file_actions_addclosefrom_np|ppoll|prctl|renameat2|secure_getenv|signalfd|"
     r"SO_PEERCRED|SOCK_CLOEXEC|SOCK_NONBLOCK|sd_\w+|statx|syscall|"
     # of macOS,
     r"kevent|kqueue|NSGetEnviron|O_EVTONLY|O_SYMLINK|sysctl\w*|UF_\w+|SF_\w+|xpc_\w+|"
     # and what polls where the C++ library of a system has nothing better.
-    r"binary_semaphore|counting_semaphore)\b|\"/(proc|sys|run)/|"
+    r"binary_semaphore|counting_semaphore)\b|/proc/|\"/(sys|run)/|"
     # Services of one system that a text may speak of.
     r"\b(journalctl|polkit|systemctl|systemd)\b")
 COMMENT = re.compile(r"//.*")
