@@ -9,7 +9,7 @@ SOURCES = os.environ["CORVANE_SOURCES"]
 sys.path.insert(0, f"{SOURCES}/tests/platform/linux/authorization")
 from polkit_support import PASSWORD, PolkitTest, write
 from bus import Client
-from support import main, make_application
+from support import main, make_application, wait_until
 
 
 class AskingTest(PolkitTest):
@@ -106,6 +106,53 @@ class AnswerTest(AskingTest):
                 self.assertEqual(status, 4, terminal.seen)
                 self.assertIn(f"Cannot delete '{self.path}': Operation canceled", lines)
         self.assertTrue(os.path.exists(self.path))
+
+
+class TerminalTest(AskingTest):
+    """Whom a terminal belongs to, and what is seen on it."""
+
+    def test_whoever_has_a_terminal_is_asked_whatever_standard_input_is(self):
+        for script in ('"$@" "$FILE" </dev/null', 'echo "$FILE" | xargs "$@"'):
+            write(self.path, "")
+            terminal = self.run_client("delete", script=script, FILE=self.path)
+            self.expect_password_prompt(terminal)
+            self.assertEqual(self.answer(terminal, PASSWORD + "\n")[0], 0, terminal.seen)
+            self.assertFalse(os.path.exists(self.path))
+
+    def test_nobody_is_asked_without_a_terminal(self):
+        terminal = self.run_client("delete", self.path, script='setsid --wait "$@"')
+        self.assertEqual(terminal.wait(), 3)
+        self.assertIn("Not authorized.", terminal.seen)
+        self.assertNotIn("Password", terminal.seen)
+
+    def test_no_password_is_seen_after_ctrl_z(self):
+        # A shell that leaves the terminal as its job left it, and one that does not.
+        for restore in ("", "stty echo; "):
+            write(self.path, "")
+            script = f'set -m; "$@"; echo suspended; read line; {restore}fg; exit $?'
+            terminal = self.run_client("delete", self.path, script=script)
+            self.expect_password_prompt(terminal)
+            terminal.type("\x1a")
+            terminal.expect("suspended")
+            self.assertTrue(terminal.echoes(), "the shell's lines are seen")
+            terminal.type("go on\n")
+            wait_until(lambda: not terminal.echoes(), "what is typed is unseen")
+            terminal.type(PASSWORD + "\n")
+            self.assertEqual(terminal.wait(), 0, terminal.seen)
+            self.assertFalse(os.path.exists(self.path))
+            self.assertIn("go on", terminal.seen)
+            self.assertNotIn(PASSWORD, terminal.seen)
+
+    def test_the_agent_speaks_the_language_of_the_messages(self):
+        german = "Vantor möchte Dateisystemobjekte unabhängig von ihren Zugriffsrechten löschen."
+        for environment in ({"LANG": "C.UTF-8", "LC_MESSAGES": "de_DE.UTF-8"},
+                            {"LANG": "en_US.UTF-8", "LANGUAGE": "de:en"},
+                            {"LANG": "de_DE.UTF-8"}):
+            with self.subTest(environment=environment):
+                # Without a text the sentence of the operation is shown, which polkit translates.
+                terminal = self.asked("--prompt", "", "delete", self.path, **environment)
+                self.assertIn(german, terminal.seen)
+                self.answer(terminal, "\x03")
 
 
 class RefusedTest(AskingTest):

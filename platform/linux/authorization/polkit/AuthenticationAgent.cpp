@@ -3,18 +3,20 @@
 #include <array>
 #include <chrono>
 #include <csignal>
-#include <optional>
 #include <string>
+#include <string_view>
+#include <vector>
 
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
-#include <termios.h>
 #include <unistd.h>
 
 #include "foundation/FileDescriptor.h"
+#include "foundation/PreferredLanguages.h"
 #include "platform/linux/authorization/polkit/AgentPresence.h"
+#include "platform/linux/authorization/polkit/PasswordTerminal.h"
 #include "platform/linux/processes/ProcessIdentity.h"
 #include "platform/linux/transport/LocalSocket.h"
 
@@ -25,29 +27,46 @@ namespace {
 constexpr const char* program = "/usr/bin/pkttyagent";
 constexpr std::chrono::seconds startTimeout{10};
 
+// Whatever standard input is: the agent reads from the controlling terminal.
 bool canStartOnTerminal() {
-  return ::isatty(STDIN_FILENO) != 0 && ::access(program, X_OK) == 0;
+  return controllingTerminal() && ::access(program, X_OK) == 0;
+}
+
+// The agent tells polkit the language of its dialogs by this variable alone, of those by which a
+// user may tell it.
+std::vector<std::string> environmentOfAgent() {
+  std::vector<std::string> environment;
+  for (char** entry = environ; *entry != nullptr; ++entry) {
+    if (!std::string_view(*entry).starts_with("LANG=")) environment.emplace_back(*entry);
+  }
+  const std::vector<std::string> languages = preferredLanguages();
+  environment.push_back("LANG=" + (languages.empty() ? "C" : languages.front()));
+  return environment;
 }
 
 /// polkit's own text agent, as a child process.
 class TextAgent : public AuthenticationAgent {
  public:
-  explicit TextAgent(pid_t process) : _process(process) {
-    if (::tcgetattr(STDIN_FILENO, &_terminal.emplace()) != 0) _terminal.reset();
-  }
+  TextAgent() = default;
   TextAgent(const TextAgent&) = delete;
   TextAgent& operator=(const TextAgent&) = delete;
   ~TextAgent() override {
+    if (_process <= 0) return;
+    _terminal.setReader(0);
     ::kill(_process, SIGTERM);
     ::kill(_process, SIGCONT);
     ::waitpid(_process, nullptr, 0);
-    // The agent switches the echo off while it reads a password, and may have ended just then.
-    if (_terminal) ::tcsetattr(STDIN_FILENO, TCSADRAIN, &*_terminal);
   }
 
+  void setProcess(pid_t process) {
+    _process = process;
+    _terminal.setReader(process);
+  }
+  bool isStoppedByThisProcess() const { return _terminal.stopsReader(); }
+
  private:
-  const pid_t _process;
-  std::optional<termios> _terminal;
+  PasswordTerminal _terminal;
+  pid_t _process = 0;
 };
 
 }  // namespace
@@ -61,7 +80,12 @@ std::unique_ptr<AuthenticationAgent> AuthenticationAgent::startOnTerminal() {
   const ProcessIdentity self = ProcessIdentity::ofThisProcess();
   const std::string subject = std::to_string(self.pid) + "," + std::to_string(self.startTime);
   const std::string notified = std::to_string(starting.get());
+  std::vector<std::string> variables = environmentOfAgent();
+  std::vector<char*> environment;
+  for (std::string& variable : variables) environment.push_back(variable.data());
+  environment.push_back(nullptr);
 
+  auto agent = std::make_unique<TextAgent>();
   const pid_t process = ::fork();
   if (process < 0) return nullptr;
   if (process == 0) {
@@ -70,16 +94,17 @@ std::unique_ptr<AuthenticationAgent> AuthenticationAgent::startOnTerminal() {
     if (::getppid() != self.pid) ::_exit(1);
     ::fcntl(starting.get(), F_SETFD, 0);
     std::signal(SIGPIPE, SIG_DFL);
-    sigset_t none;
-    sigemptyset(&none);
-    ::sigprocmask(SIG_SETMASK, &none, nullptr);
+    sigset_t blocked;
+    sigemptyset(&blocked);
+    if (agent->isStoppedByThisProcess()) sigaddset(&blocked, SIGTSTP);
+    ::sigprocmask(SIG_SETMASK, &blocked, nullptr);
     // Without --fallback: where there is another agent, which it could be in the way of, this one
     // is not started, and for processes outside of sessions polkit does not use fallbacks.
-    ::execl(program, program, "--process", subject.c_str(), "--notify-fd", notified.c_str(),
-            nullptr);
+    ::execle(program, program, "--process", subject.c_str(), "--notify-fd", notified.c_str(),
+             nullptr, environment.data());
     ::_exit(127);
   }
-  auto agent = std::make_unique<TextAgent>(process);
+  agent->setProcess(process);
   starting.reset();
   // The descriptor is closed when the agent is known, and when it has ended.
   waitFor(started.get(), POLLIN, std::chrono::steady_clock::now() + startTimeout);

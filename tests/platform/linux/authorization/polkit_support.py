@@ -161,14 +161,17 @@ class PolkitTest(DaemonTest):
         self.addCleanup(agent.end)
         return agent
 
-    def run_client(self, *arguments, **environment):
-        """The client program on a terminal of an ordinary user."""
+    def run_client(self, *arguments, script=None, **environment):
+        """The client program on a terminal of an ordinary user, started by a shell's script as
+        "$@" if there is one."""
         command = self.client_command(*arguments)
         if not INSTALLED:
             # Where every user may run it.
             command[0] = f"{self.folder}/privilegerequestor-vnt"
             if not os.path.exists(command[0]):
                 shutil.copy2(CLIENT, command[0])
+        if script is not None:
+            command = ["sh", "-c", script, "sh", *command]
         return Terminal([*self.polkit.enter(), "setpriv", f"--reuid={USER}", f"--regid={USER}",
                          "--clear-groups", *command],
                         {"PATH": os.environ["PATH"], "LANG": "C.UTF-8",
