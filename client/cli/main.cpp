@@ -187,7 +187,9 @@ int runCommandLine(int argc, char** argv) {
                      [&] { return getPreference(context, domain, key); });
 
   command("nop", "Contact the helper and do nothing", [&] { return nop(context); });
-  command("discard-auth", "Make the system ask again before it authorizes anything more",
+  command("discard-auth",
+          "Make the system ask again before it authorizes anything more to this process; each "
+          "command is one of its own, for which nothing is kept",
           [&] { return discardAuthorization(context); });
   std::string operation;
   command("may", "Tell whether an operation would be allowed, without asking anybody",
