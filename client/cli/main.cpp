@@ -92,7 +92,19 @@ int runCommandLine(int argc, char** argv) {
                    "Say nothing about paths where nothing is");
   remove->add_flag("--stop-on-first-error", deletion.stopsOnFirstError,
                    "Stop at the first object that cannot be deleted");
-  remove->add_option("PATH", deletion.paths, "What to delete")->required();
+  CLI::Option* list = remove
+                          ->add_option("--files-from", deletion.list,
+                                       "Delete what this file lists, a path on each line; of "
+                                       "standard input if it is '-'")
+                          ->type_name("FILE");
+  remove
+      ->add_flag("-0,--null", deletion.isListEndedByZeros,
+                 "Each path of the list ends with a zero byte, not with its line")
+      ->needs(list);
+  remove->add_option("PATH", deletion.paths, "What to delete");
+  remove->parse_complete_callback([&deletion] {
+    if (deletion.paths.empty() && !deletion.list) throw CLI::RequiredError("PATH");
+  });
 
   std::string application = "/";
   std::string utility;

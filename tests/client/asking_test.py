@@ -78,14 +78,14 @@ class SentenceTest(AskingTest):
 class AnswerTest(AskingTest):
     def test_a_mistyped_password_is_told_as_that(self):
         application = make_application(self.folder, "#!/bin/sh\n")
-        for what, *arguments in (
-                (f"delete '{self.path}'", "delete", self.path),
-                (f"delete '{self.path}'", "--no-feedback", "delete", "-r", self.path),
-                (f"delete '{self.path}'", "delete-files", self.path),
-                ("set the preference 'Key'", "preferences", "set", "--any-user", "Key", "1"),
-                ("run 'lipo'", "execute", "--application", application, "lipo")):
+        for refused, what, *arguments in (
+                (3, f"delete '{self.path}'", "delete", self.path),
+                (3, f"delete '{self.path}'", "--no-feedback", "delete", "-r", self.path),
+                (3, f"delete '{self.path}'", "delete-files", self.path),
+                (3, "set the preference 'Key'", "preferences", "set", "--any-user", "Key", "1"),
+                (126, "run 'lipo'", "execute", "--application", application, "lipo")):
             with self.subTest(what=arguments):
-                self.assertEqual(self.answer(self.asked(*arguments), "wrong\n"), (3, [
+                self.assertEqual(self.answer(self.asked(*arguments), "wrong\n"), (refused, [
                     f"Cannot {what}: The password was not accepted.", "Try again.", ""]))
         self.assertTrue(os.path.exists(self.path))
 

@@ -98,10 +98,10 @@ class DeleteCommandTest(Deletions, DaemonTest):
         self.screen = terminal.seen
         return status, self.lines_of(terminal)
 
-    def delete_silently(self, *arguments, options=()):
+    def delete_silently(self, *arguments, options=(), given=""):
         """Without a terminal: the exit status and both outputs."""
         result = subprocess.run(self.command(*options, "delete", *arguments), text=True,
-                                stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
+                                input=given, stdout=subprocess.PIPE,
                                 stderr=subprocess.PIPE, timeout=PATIENCE, check=False,
                                 start_new_session=True,
                                 env={**os.environ, **environment_for(self.folder),
@@ -296,6 +296,72 @@ class PathsTest(DeleteCommandTest):
         left = json.loads(output)["result"]["left"]
         self.assertEqual([(each["path"], each["error"]["code"]) for each in left],
                          [(self.path("full"), 66), (self.path("kept/file"), 1)])
+
+
+class ListTest(DeleteCommandTest):
+
+    def list_of(self, *paths, end="\n"):
+        with open(self.path("list"), "w", encoding="utf-8") as file:
+            file.write(end.join(paths))
+        return self.path("list")
+
+    def test_what_a_file_lists_is_deleted_with_what_is_named(self):
+        names = ("named", "first", "with space", "[brackets]", "last")
+        for name in names:
+            self.make(name)
+        paths = [self.path(name) for name in names]
+        self.assertEqual(self.delete_silently("--files-from",
+                                              self.list_of(*paths[1:3], "", *paths[3:]), paths[0]),
+                         (0, "", ""))
+        self.assertGone(*names)
+        self.assertEqual(self.requests(), [len(names)])
+
+    def test_zero_bytes_allow_for_every_name(self):
+        names = ("with\nline", "plain")
+        for name in names:
+            self.make(name)
+        given = "".join(self.path(name) + "\0" for name in names)
+        self.assertEqual(self.delete_silently("--files-from", "-", "-0", given=given), (0, "", ""))
+        self.assertGone(*names)
+
+    def test_what_is_too_much_for_one_message_is_sent_in_portions(self):
+        """For the helper there is nothing to do, whatever the paths are."""
+        short = [f"/{number:06}" for number in range(10_500)]
+        status, _, _ = self.delete_silently("-r", "--files-from", self.list_of(*short))
+        self.assertEqual((status, self.requests()), (0, [10_000, 500]))
+
+        folders = "/".join(["x" * 250] * 12)
+        long = [self.path(f"{folders}/{number:06}") for number in range(2000)]
+        status, _, _ = self.delete_silently("-r", "--files-from", self.list_of(*long))
+        first, second = self.requests()[2:]
+        self.assertEqual((status, first + second), (0, len(long)))
+        self.assertLess(first * len(long[0]), 4 << 20)
+        self.assertGreater(first, second)
+
+    def test_an_empty_list_is_nothing_to_do(self):
+        for arguments in (("-",), ("-", "-0")):
+            self.assertEqual(self.delete_silently("--files-from", *arguments), (0, "", ""))
+        self.assertEqual(self.requests(), [])
+
+    def test_a_list_that_cannot_be_read_deletes_nothing(self):
+        path = self.make("file")
+        for name, why in (("none", "No such file or directory"), ("", "Is a directory")):
+            status, _, error = self.delete_silently("--files-from", self.path(name), path)
+            self.assertEqual((status, error.splitlines()[0]),
+                             (1, f"Cannot read the list '{self.path(name)}': {why}"))
+        self.assertLeft("file")
+
+    def test_something_must_be_named_and_zeros_need_a_list(self):
+        for arguments in ((), ("-0", self.path("x")), ("-r",)):
+            self.assertEqual(self.delete_silently(*arguments)[0], 2)
+
+    def test_whoever_has_a_terminal_sees_progress_of_a_list_from_elsewhere(self):
+        self.make("a")
+        self.make("b")
+        terminal = self.start_terminal(
+            "delete", "--files-from", self.list_of(self.path("a"), self.path("b")))
+        self.assertEqual(terminal.wait(), 0)
+        self.assertIn("%", terminal.seen)
 
 
 class StoppedTest(DeleteCommandTest):

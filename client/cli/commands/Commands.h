@@ -1,6 +1,7 @@
 #ifndef CORVANE_CLIENT_CLI_COMMANDS_COMMANDS_H
 #define CORVANE_CLIENT_CLI_COMMANDS_COMMANDS_H
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -20,6 +21,9 @@ struct PreferenceDomain {
 /// What is to be deleted, and how.
 struct Deletion {
   std::vector<std::string> paths;
+  /// A file with a further path on each line, or "-" for standard input; empty lines are none.
+  std::optional<std::string> list;
+  bool isListEndedByZeros = false;  ///< each path in it by a zero byte, not by the end of a line
   bool isRecursive = false;
   bool stopsOnFirstError = false;
   bool ignoresMissing = false;  ///< says nothing about paths where nothing is

@@ -1,4 +1,6 @@
+#include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <filesystem>
 #include <utility>
 
@@ -6,6 +8,7 @@
 #include "client/cli/output/Advice.h"
 #include "client/cli/output/ProgressBar.h"
 #include "client/cli/output/Prompt.h"
+#include "foundation/POSIXError.h"
 #include "foundation/Unicode.h"
 
 namespace corvane::cli {
@@ -29,6 +32,24 @@ std::string quoted(const std::string& path) {
   return "'" + path + "'";
 }
 
+// The paths of the list, behind those that are there; errno's value if it cannot be read.
+int appendPathsOf(const Deletion& deletion, std::vector<std::string>& paths) {
+  std::FILE* list = *deletion.list == "-" ? stdin : std::fopen(deletion.list->c_str(), "re");
+  if (list == nullptr) return errno;
+  char* path = nullptr;
+  std::size_t size = 0;
+  const char end = deletion.isListEndedByZeros ? '\0' : '\n';
+  errno = 0;
+  for (ssize_t length = 0; (length = ::getdelim(&path, &size, end, list)) > 0;) {
+    if (path[length - 1] == end) --length;
+    if (length > 0) paths.emplace_back(path, static_cast<std::size_t>(length));
+  }
+  const int error = std::ferror(list) != 0 ? errno : 0;
+  std::free(path);
+  if (list != stdin) std::fclose(list);
+  return error;
+}
+
 bool isMissing(const std::string& path) {
   std::error_code error;
   return fs::symlink_status(path, error).type() == fs::file_type::not_found;
@@ -37,8 +58,15 @@ bool isMissing(const std::string& path) {
 }  // namespace
 
 int deleteObjects(const Context& context, const Deletion& deletion) {
+  std::vector<std::string> givenPaths = deletion.paths;
+  if (deletion.list) {
+    if (const int error = appendPathsOf(deletion, givenPaths)) {
+      return report(context, Action::ReadList, *deletion.list,
+                    {std::nullopt, posixErrorFromHost(error), false, true});
+    }
+  }
   std::vector<std::string> paths;
-  for (const std::string& given : deletion.paths) {
+  for (const std::string& given : givenPaths) {
     const std::string path = helperPath(given);
     if (path.empty()) {
       return reportUsage(context,

@@ -19,6 +19,7 @@ constexpr const char* texts[] = {
     "Cannot delete '$1$'",
     "Cannot delete '$1$'",
     "Cannot delete '$1$' and others",
+    "Cannot read the list '$1$'",
     "Cannot run '$1$'",
     "Cannot pass on all output of '$1$'",
     "Cannot set the preference '$1$'",

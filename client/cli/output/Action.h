@@ -17,6 +17,7 @@ enum class Action {
   Delete,
   DeleteTree,
   DeleteSeveral,
+  ReadList,
   Run,
   PassOnOutput,
   SetPreference,
