@@ -1,9 +1,11 @@
 """The client's command that deletes, as a person at a terminal sees it."""
 
 import contextlib
+import fcntl
 import json
 import os
 import re
+import shutil
 import signal
 import subprocess
 import sys
@@ -437,6 +439,36 @@ class AuthorizedTest(DeleteCommandTest):
 
 
 class AdviceTest(DeleteCommandTest):
+
+    def test_what_another_program_holds(self):
+        path = self.make("tree/held")
+        held = os.open(path, os.O_RDWR)
+        self.addCleanup(os.close, held)
+        change_flags("+i", path)
+        # Who is asked to give a lease back is sent this, and ended by it.
+        self.addCleanup(signal.signal, signal.SIGIO, signal.signal(signal.SIGIO, signal.SIG_IGN))
+        fcntl.fcntl(held, fcntl.F_SETLEASE, fcntl.F_WRLCK)
+        self.addCleanup(fcntl.fcntl, held, fcntl.F_SETLEASE, fcntl.F_UNLCK)
+        tree = self.path("tree")
+        self.assertEqual(self.delete("-r", tree), (1, [
+            f"Cannot delete '{tree}': Resource temporarily unavailable",
+            "Another program holds a lease on it. Close that program, or wait, and try again.",
+            ""]))
+
+    def test_a_folder_that_is_moved_away_meanwhile(self):
+        tree = BigTree(self)
+        self.addCleanup(os.kill, self.daemon.process.pid, signal.SIGCONT)
+        terminal = self.start_terminal("delete", "-r", tree.path)
+        tree.hold_in_its_middle(self.daemon.process.pid)
+        elsewhere = f"{tree.path}-elsewhere"
+        os.mkdir(elsewhere)
+        self.addCleanup(shutil.rmtree, elsewhere)
+        for name in os.listdir(tree.path):
+            os.rename(f"{tree.path}/{name}", f"{elsewhere}/{name}")
+        os.kill(self.daemon.process.pid, signal.SIGCONT)
+        self.assertEqual((terminal.wait(), self.lines_of(terminal)), (1, [
+            f"Cannot delete '{tree.path}': A folder was moved away while it was being deleted.",
+            "Somebody moves folders out of it. Put an end to that, and try again.", ""]))
 
     def test_names_that_are_too_long_and_links_without_end(self):
         os.symlink("loop", self.path("loop"))
