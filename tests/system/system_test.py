@@ -270,7 +270,7 @@ class Scenario:
         self.run("journalctl --sync")
         reasons = [entry["MESSAGE"] for entry in self.journal(mark)
                    if entry["_TRANSPORT"] == "stdout"]
-        assert reasons == ["Preferences of '.hidden' for user 'kCFPreferencesCurrentUser' and host "
+        assert reasons == ["Preferences of '.hidden' for user 'root' and host "
                            "'kCFPreferencesCurrentHost' were not written: There is no such domain."
                            ], reasons
 
