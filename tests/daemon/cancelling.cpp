@@ -1,13 +1,46 @@
 // Performs the utility of an application through the library and, once that has made its file,
 // cancels it from another thread:  cancelling SOCKET AUTHORIZATION-SOCKET APPLICATION FILE
-// Prints the domain and the code of the outcome, and what a cancel says when nothing is performed.
+// Then a deletion that takes several messages, when the first of them is done. Prints the domain
+// and the code of both outcomes.
 #include <cstdio>
 #include <filesystem>
+#include <string>
 #include <thread>
+#include <utility>
+#include <vector>
 
 #include "PrivilegedHelperClient.h"
 
 using namespace corvane;
+
+namespace {
+
+// As many as one message does not hold; nothing is there.
+std::vector<std::string> manyPaths() {
+  std::vector<std::string> paths;
+  for (int i = 0; i < 15000; ++i) paths.push_back("/" + std::to_string(100000 + i));
+  return paths;
+}
+
+// Cancelled from another thread while a callback of the first message holds up the next one.
+PrivilegedHelperClient::Outcome cancelBetweenMessages(PrivilegedHelperClient& client) {
+  PrivilegedHelperClient::Feedback feedback;
+  bool isFirst = true;
+  feedback.progress = [&](double fraction) {
+    // One message holds 10000 paths as short as these.
+    const bool isFirstDone = fraction > 9999.5 / 15000;
+    if (!isFirstDone || !std::exchange(isFirst, false)) return;
+    std::thread([&client] { client.cancel(); }).join();
+  };
+  return client.deleteFileObjects(manyPaths(), true, false, feedback);
+}
+
+void print(const PrivilegedHelperClient::Outcome& outcome) {
+  std::printf("%s %lld\n", outcome.error ? outcome.error->domain().c_str() : "none",
+              outcome.error ? static_cast<long long>(outcome.error->code()) : 0LL);
+}
+
+}  // namespace
 
 int main(int argc, char* argv[]) {
   if (argc != 5) return 2;
@@ -30,6 +63,6 @@ int main(int argc, char* argv[]) {
   // The next operation is another one.
   const auto next = client.nop();
   if (!isIdleCancelWell || !isCancelWell || !next.isSuccess() || !cancelled.error) return 1;
-  std::printf("%s %lld\n", cancelled.error->domain().c_str(),
-              static_cast<long long>(cancelled.error->code()));
+  print(cancelled);
+  print(cancelBetweenMessages(client));
 }
