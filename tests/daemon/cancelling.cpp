@@ -17,8 +17,10 @@ namespace {
 
 // As many as one message does not hold; nothing is there.
 std::vector<std::string> manyPaths() {
+  constexpr int count = 15000;
   std::vector<std::string> paths;
-  for (int i = 0; i < 15000; ++i) paths.push_back("/" + std::to_string(100000 + i));
+  paths.reserve(count);
+  for (int i = 0; i < count; ++i) paths.push_back("/" + std::to_string(100000 + i));
   return paths;
 }
 

@@ -82,6 +82,7 @@ std::unique_ptr<AuthenticationAgent> AuthenticationAgent::startOnTerminal() {
   const std::string notified = std::to_string(starting.get());
   std::vector<std::string> variables = environmentOfAgent();
   std::vector<char*> environment;
+  environment.reserve(variables.size() + 1);
   for (std::string& variable : variables) environment.push_back(variable.data());
   environment.push_back(nullptr);
 
