@@ -4,6 +4,7 @@
 #include <map>
 
 #include "foundation/EmbeddedResources.h"
+#include "foundation/NoDestructor.h"
 #include "foundation/PreferredLanguages.h"
 #include "foundation/PropertyList.h"
 
@@ -32,17 +33,17 @@ Table tableFrom(std::span<const std::byte> bytes) {
 }
 
 const Tables& tables() {
-  static const Tables* const tables = [] {
-    auto* all = new Tables;
+  static NoDestructor<const Tables> tables([] {
+    Tables all;
     for (const EmbeddedResource& resource : embeddedResources()) {
       const std::size_t folder = resource.path.find(folderSuffix);
       if (folder == std::string_view::npos || !resource.path.ends_with(fileSuffix)) continue;
       std::string_view name = resource.path.substr(folder + folderSuffix.size());
       name.remove_suffix(fileSuffix.size());
-      (*all)[std::string(resource.path.substr(0, folder))].emplace(name, tableFrom(resource.bytes));
+      all[std::string(resource.path.substr(0, folder))].emplace(name, tableFrom(resource.bytes));
     }
     return all;
-  }();
+  }());
   return *tables;
 }
 

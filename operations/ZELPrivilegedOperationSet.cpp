@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "foundation/NoDestructor.h"
 #include "foundation/POSIXError.h"
 #include "platform/StandardLog.h"
 
@@ -10,8 +11,8 @@ namespace corvane {
 ZELPrivilegedOperationSet& ZELPrivilegedOperationSet::sharedSet(
     std::unique_ptr<ZELPrivilegedOperationSet> (*make)()) {
   // Never destroyed: threads may still ask it while the process ends.
-  static ZELPrivilegedOperationSet* const set = make().release();
-  return *set;
+  static NoDestructor<std::unique_ptr<ZELPrivilegedOperationSet>> set(make());
+  return **set;
 }
 
 ZELPrivilegedOperationSet& ZELPrivilegedOperationSet::privilegedOperationSet() {

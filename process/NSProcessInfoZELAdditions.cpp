@@ -4,6 +4,7 @@
 #include <memory>
 
 #include "foundation/Atomic.h"
+#include "foundation/NoDestructor.h"
 #include "foundation/Unicode.h"
 #include "platform/ProcessTable.h"
 #include "platform/SystemVersion.h"
@@ -17,8 +18,8 @@ using CachePointer = std::shared_ptr<const ZELOSVersionInfoCache>;
 
 Atomic<CachePointer>& sharedCache() {
   // Never destroyed: threads may ask while the process ends.
-  static Atomic<CachePointer>& shared = *new Atomic<CachePointer>;
-  return shared;
+  static NoDestructor<Atomic<CachePointer>> shared;
+  return *shared;
 }
 
 CachePointer versionInfo() {

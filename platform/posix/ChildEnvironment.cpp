@@ -4,6 +4,8 @@
 #include <mutex>
 #include <utility>
 
+#include "foundation/NoDestructor.h"
+
 // No header of POSIX declares it.
 extern char** environ;  // NOLINT(readability-redundant-declaration)
 
@@ -30,8 +32,8 @@ struct Variables {
 
 Variables& variables() {
   // Never destroyed: a thread may start a program while the process ends.
-  static Variables& shared = *new Variables;
-  return shared;
+  static NoDestructor<Variables> shared;
+  return *shared;
 }
 
 }  // namespace

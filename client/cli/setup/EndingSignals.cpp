@@ -10,6 +10,7 @@
 
 #include "PrivilegedHelperClient.h"
 #include "client/cli/output/Advice.h"
+#include "foundation/NoDestructor.h"
 
 namespace corvane::cli {
 
@@ -22,7 +23,7 @@ constexpr std::chrono::milliseconds patienceOfOthers{10000};
 // Locked while the process must not be ended, and by the thread that is about to end it. Never
 // destroyed: a signal may come while the process ends.
 std::mutex& ending() {
-  static auto* const shared = new std::mutex;
+  static NoDestructor<std::mutex> shared;
   return *shared;
 }
 

@@ -11,6 +11,7 @@
 #include <unistd.h>
 
 #include "foundation/FileDescriptor.h"
+#include "foundation/NoDestructor.h"
 #include "platform/linux/preferences/PreferencesWorker.h"
 #include "platform/linux/processes/AbandonedChildren.h"
 
@@ -24,8 +25,8 @@ using Clock = std::chrono::steady_clock;
 constexpr std::size_t maximumStuckWorkers = 16;
 
 AbandonedChildren& abandonedChildren() {
-  static AbandonedChildren children(maximumStuckWorkers, maximumStuckWorkers);
-  return children;
+  static NoDestructor<AbandonedChildren> children(maximumStuckWorkers, maximumStuckWorkers);
+  return *children;
 }
 
 /// The worker process and what is shared with it. Ended, if it still runs, with this object.

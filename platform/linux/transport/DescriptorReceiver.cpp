@@ -10,6 +10,7 @@
 #include <sys/eventfd.h>
 #include <sys/socket.h>
 
+#include "foundation/NoDestructor.h"
 #include "platform/linux/bus/Bus.h"
 #include "platform/linux/processes/AbandonedChildren.h"
 #include "platform/linux/processes/ForkedChild.h"
@@ -24,8 +25,9 @@ namespace {
 constexpr std::chrono::seconds receiverTimeout{10};
 
 AbandonedChildren& stuckReceivers() {
-  static AbandonedChildren children(maximumStuckReceiversPerUser, maximumStuckReceivers);
-  return children;
+  static NoDestructor<AbandonedChildren> children(maximumStuckReceiversPerUser,
+                                                  maximumStuckReceivers);
+  return *children;
 }
 
 // One byte and the descriptors that travel with it.
