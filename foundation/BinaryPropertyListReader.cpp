@@ -19,7 +19,7 @@ class Reader {
  public:
   explicit Reader(std::span<const std::byte> bytes) : _bytes(bytes) {}
 
-  std::variant<Value, Error> read() {
+  Result<Value> read() {
     std::optional<Value> root;
     if (readTrailer()) root = object(_top);
     if (!root) return propertyListReadError(_failure);
@@ -272,7 +272,7 @@ class Reader {
 
 }  // namespace
 
-std::variant<Value, Error> readBinaryPropertyList(std::span<const std::byte> bytes) {
+Result<Value> readBinaryPropertyList(std::span<const std::byte> bytes) {
   const std::string_view text(reinterpret_cast<const char*>(bytes.data()), bytes.size());
   // The last digit tells revisions apart that are read alike.
   const std::string_view version = text.substr(0, headSize);

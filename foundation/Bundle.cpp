@@ -62,18 +62,15 @@ std::optional<Bundle> Bundle::bundleWithPath(const std::string& path) {
   if (path.find('\0') != std::string::npos) return std::nullopt;
   const auto contents = contentsOfInfoFile(path + "/Contents/Info.plist");
   if (!contents) return std::nullopt;
-  const auto list = readPropertyList(*contents);
-  const auto* info = std::get_if<PropertyList>(&list);
-  if (info == nullptr || info->root.dictionary() == nullptr) return std::nullopt;
-  return Bundle(path, *info->root.dictionary());
+  Result<Dictionary> info = readDictionary(*contents);
+  if (!info) return std::nullopt;
+  return Bundle(path, *std::move(info));
 }
 
 std::optional<std::string> Bundle::executablePath() const {
-  const Value* name = _infoDictionary.find("CFBundleExecutable");
-  if (name == nullptr || name->string() == nullptr || !isFileName(*name->string())) {
-    return std::nullopt;
-  }
-  std::string path = _path + "/Contents/MacOS/" + *name->string();
+  const std::optional<std::string> name = _infoDictionary.text("CFBundleExecutable");
+  if (!name || !isFileName(*name)) return std::nullopt;
+  std::string path = _path + "/Contents/MacOS/" + *name;
   if (!isRegularFile(path) || !isInside(path, _path)) return std::nullopt;
   return path;
 }

@@ -28,8 +28,7 @@ const Dictionary& Error::userInfo() const {
 }
 
 std::string Error::localizedDescription() const {
-  const Value* description = userInfo().find(NSLocalizedDescriptionKey);
-  if (description != nullptr && description->string() != nullptr) return *description->string();
+  if (auto description = userInfo().text(NSLocalizedDescriptionKey)) return *description;
   if (domain() == NSPOSIXErrorDomain) return posixDescription(code());
   return domain() + " error " + std::to_string(code());
 }

@@ -16,11 +16,11 @@ inline constexpr std::string_view NSPOSIXErrorDomain = "NSPOSIXErrorDomain";
 inline constexpr std::string_view NSOSStatusErrorDomain = "NSOSStatusErrorDomain";
 
 /// The standard keys of an error's user information, by the texts under which they travel.
-inline constexpr std::string_view NSLocalizedDescriptionKey = "NSLocalizedDescription";
-inline constexpr std::string_view NSLocalizedRecoverySuggestionErrorKey =
+inline constexpr const char* NSLocalizedDescriptionKey = "NSLocalizedDescription";
+inline constexpr const char* NSLocalizedRecoverySuggestionErrorKey =
     "NSLocalizedRecoverySuggestion";
-inline constexpr std::string_view NSFilePathErrorKey = "NSFilePath";
-inline constexpr std::string_view NSUnderlyingErrorKey = "NSUnderlyingError";
+inline constexpr const char* NSFilePathErrorKey = "NSFilePath";
+inline constexpr const char* NSUnderlyingErrorKey = "NSUnderlyingError";
 
 /// A failure. Immutable, cheap to copy, safe to share between threads. The absence of an error
 /// (an empty `std::optional<Error>`) is success.

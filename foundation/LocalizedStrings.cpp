@@ -22,10 +22,8 @@ using Tables = std::map<std::string, std::map<std::string, Table, std::less<>>, 
 
 Table tableFrom(std::span<const std::byte> bytes) {
   Table table;
-  const auto list = readPropertyList(bytes);
-  const auto* read = std::get_if<PropertyList>(&list);
-  const Dictionary* entries = read != nullptr ? read->root.dictionary() : nullptr;
-  if (entries == nullptr) return table;
+  const Result<Dictionary> entries = readDictionary(bytes);
+  if (!entries) return table;
   for (const auto& [key, text] : *entries) {
     if (text.string() != nullptr) table.emplace(key, *text.string());
   }

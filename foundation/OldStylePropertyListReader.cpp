@@ -81,7 +81,7 @@ class Reader {
  public:
   explicit Reader(std::string_view text) : _all(text), _text(text) {}
 
-  std::variant<Value, Error> read() {
+  Result<Value> read() {
     std::optional<Value> root = document();
     if (!root) {
       const auto line =
@@ -322,7 +322,7 @@ class Reader {
 
 }  // namespace
 
-std::variant<Value, Error> readOldStylePropertyList(std::span<const std::byte> bytes) {
+Result<Value> readOldStylePropertyList(std::span<const std::byte> bytes) {
   const std::optional<std::string> text = decoded(bytes);
   if (!text) return propertyListReadError("The text is neither UTF-8 nor UTF-16.");
   // UTF-8 may take more bytes than UTF-16.

@@ -124,6 +124,10 @@ Error posixError(POSIXErrorCode code) {
   return Error(NSPOSIXErrorDomain, static_cast<std::int64_t>(code));
 }
 
+Error posixError(POSIXErrorCode code, Dictionary userInfo) {
+  return Error(NSPOSIXErrorDomain, static_cast<std::int64_t>(code), std::move(userInfo));
+}
+
 Error posixErrorFromHost(int hostErrno) {
   return Error(NSPOSIXErrorDomain, posixCodeFromHost(hostErrno));
 }
@@ -131,8 +135,8 @@ Error posixErrorFromHost(int hostErrno) {
 Error posixErrorAbout(const std::string& path, int hostErrno) {
   const std::int32_t code = posixCodeFromHost(hostErrno);
   return Error(NSPOSIXErrorDomain, code,
-               {{std::string(NSFilePathErrorKey), path},
-                {std::string(NSLocalizedDescriptionKey), path + ": " + posixDescription(code)}});
+               {{NSFilePathErrorKey, path},
+                {NSLocalizedDescriptionKey, path + ": " + posixDescription(code)}});
 }
 
 bool isPOSIXError(const Error& error, POSIXErrorCode code) {

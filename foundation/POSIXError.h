@@ -43,8 +43,9 @@ enum class POSIXErrorCode : std::int32_t {
 /// numbering; elsewhere EIO (5) for one that this system has no number for.
 std::int32_t posixCodeFromHost(int hostErrno);
 
-/// An error in `NSPOSIXErrorDomain` without user information.
+/// An error in `NSPOSIXErrorDomain` without user information, or with it.
 Error posixError(POSIXErrorCode code);
+Error posixError(POSIXErrorCode code, Dictionary userInfo);
 /// The same from the host's `errno` value.
 Error posixErrorFromHost(int hostErrno);
 /// The same about the object at `path`, which its user information and description name.

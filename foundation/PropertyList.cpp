@@ -28,7 +28,7 @@ bool looksLikeXML(std::string_view text) {
   return other != text.end() && *other != '>';
 }
 
-std::variant<Value, Error> readAs(PropertyListFormat format, std::span<const std::byte> bytes) {
+Result<Value> readAs(PropertyListFormat format, std::span<const std::byte> bytes) {
   switch (format) {
     case PropertyListFormat::XML:
       return readXMLPropertyList(bytes);
@@ -90,7 +90,7 @@ class Inspector {
 
 }  // namespace
 
-std::variant<PropertyList, Error> readPropertyList(std::span<const std::byte> bytes) {
+Result<PropertyList> readPropertyList(std::span<const std::byte> bytes) {
   const std::string_view text(reinterpret_cast<const char*>(bytes.data()), bytes.size());
   if (bytes.size() > propertyListMaximumBytes) {
     return propertyListReadError("The property list is too large.");
@@ -98,31 +98,38 @@ std::variant<PropertyList, Error> readPropertyList(std::span<const std::byte> by
   const PropertyListFormat format = text.starts_with("bplist") ? PropertyListFormat::Binary
                                     : looksLikeXML(text)       ? PropertyListFormat::XML
                                                                : PropertyListFormat::OldStyle;
-  std::variant<Value, Error> result = readAs(format, bytes);
-  if (const Error* error = std::get_if<Error>(&result)) return *error;
-  return PropertyList{std::move(std::get<Value>(result)), format};
+  Result<Value> root = readAs(format, bytes);
+  if (!root) return root.error();
+  return PropertyList{std::move(*root), format};
 }
 
-std::variant<Data, Error> writePropertyList(const Value& root, PropertyListFormat format) {
+Result<Dictionary> readDictionary(std::span<const std::byte> bytes) {
+  Result<PropertyList> list = readPropertyList(bytes);
+  if (!list) return list.error();
+  auto* dictionary = list->root.as<Dictionary>();
+  if (dictionary == nullptr) return propertyListReadError("The property list is no dictionary.");
+  return std::move(*dictionary);
+}
+
+Result<Data> writePropertyList(const Value& root, PropertyListFormat format) {
   if (const char* reason = Inspector().objection(root)) return propertyListWriteError(reason);
-  std::variant<Data, Error> result = propertyListWriteError("The old-style form is not written.");
-  if (format == PropertyListFormat::XML) result = writeXMLPropertyList(root);
-  if (format == PropertyListFormat::Binary) result = writeBinaryPropertyList(root);
-  const Data* written = std::get_if<Data>(&result);
-  if (written != nullptr && written->size() > propertyListMaximumBytes) {
+  Result<Data> written = propertyListWriteError("The old-style form is not written.");
+  if (format == PropertyListFormat::XML) written = writeXMLPropertyList(root);
+  if (format == PropertyListFormat::Binary) written = writeBinaryPropertyList(root);
+  if (written && written->size() > propertyListMaximumBytes) {
     return propertyListWriteError("The property list is too large.");
   }
-  return result;
+  return written;
 }
 
 Error propertyListReadError(std::string description) {
   return {NSCocoaErrorDomain, NSPropertyListReadCorruptError,
-          Dictionary{{std::string(NSLocalizedDescriptionKey), std::move(description)}}};
+          Dictionary{{NSLocalizedDescriptionKey, std::move(description)}}};
 }
 
 Error propertyListWriteError(std::string description) {
   return {NSCocoaErrorDomain, NSPropertyListWriteInvalidError,
-          Dictionary{{std::string(NSLocalizedDescriptionKey), std::move(description)}}};
+          Dictionary{{NSLocalizedDescriptionKey, std::move(description)}}};
 }
 
 }  // namespace corvane

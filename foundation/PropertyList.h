@@ -3,12 +3,11 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <optional>
 #include <span>
 #include <string_view>
-#include <variant>
 
 #include "foundation/Error.h"
+#include "foundation/Result.h"
 #include "foundation/Value.h"
 
 namespace corvane {
@@ -51,12 +50,14 @@ struct PropertyList {
 ///
 /// Booleans, integers of 64 bits with or without sign, reals, dates, data, texts and the order of
 /// keys are kept. A keyed archive's UID is the dictionary {"CF$UID": number}, as in XML.
-std::variant<PropertyList, Error> readPropertyList(std::span<const std::byte> bytes);
+Result<PropertyList> readPropertyList(std::span<const std::byte> bytes);
+/// The same where nothing but a dictionary is of use: any other list is an error too.
+Result<Dictionary> readDictionary(std::span<const std::byte> bytes);
 
 /// Writes `root` as `format` (XML or Binary). A value that the format cannot hold is an error: an
 /// Error, and in XML a text with control characters or a date outside the years 0 to 9999. A list
 /// beyond the bounds above is one too, since nobody could read it back.
-std::variant<Data, Error> writePropertyList(const Value& root, PropertyListFormat format);
+Result<Data> writePropertyList(const Value& root, PropertyListFormat format);
 
 }  // namespace corvane
 

@@ -5,22 +5,22 @@
 #include <span>
 #include <string>
 #include <string_view>
-#include <variant>
 
 #include "foundation/Error.h"
 #include "foundation/PropertyList.h"
+#include "foundation/Result.h"
 #include "foundation/Value.h"
 
 namespace corvane {
 
 /// What the readers and writers of the single formats share. Programs use PropertyList.h.
 
-std::variant<Value, Error> readXMLPropertyList(std::span<const std::byte> bytes);
-std::variant<Value, Error> readBinaryPropertyList(std::span<const std::byte> bytes);
-std::variant<Value, Error> readOldStylePropertyList(std::span<const std::byte> bytes);
+Result<Value> readXMLPropertyList(std::span<const std::byte> bytes);
+Result<Value> readBinaryPropertyList(std::span<const std::byte> bytes);
+Result<Value> readOldStylePropertyList(std::span<const std::byte> bytes);
 
 /// The values written are within the bounds and well-formed: writePropertyList has seen to it.
-std::variant<Data, Error> writeXMLPropertyList(const Value& root);
+Result<Data> writeXMLPropertyList(const Value& root);
 Data writeBinaryPropertyList(const Value& root);
 
 Error propertyListReadError(std::string description);

@@ -112,6 +112,12 @@ const Value* Dictionary::find(std::string_view key) const {
   return entry == _entries.end() ? nullptr : &entry->second;
 }
 
+std::optional<std::string> Dictionary::text(std::string_view key) const {
+  const Value* value = find(key);
+  if (value == nullptr || value->string() == nullptr) return std::nullopt;
+  return *value->string();
+}
+
 void Dictionary::set(std::string_view key, Value value) {
   if (const Value* existing = find(key)) {
     const_cast<Value&>(*existing) = std::move(value);

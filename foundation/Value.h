@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <initializer_list>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -81,6 +82,8 @@ class Dictionary {
   bool empty() const;
   /// The value of `key`, owned by the dictionary, or null. Takes time linear in the size.
   const Value* find(std::string_view key) const;
+  /// The text that is the value of `key`; nothing if there is no value, or another kind of one.
+  std::optional<std::string> text(std::string_view key) const;
   /// Replaces the value of `key` in its place, or appends a new entry.
   void set(std::string_view key, Value value);
   /// Appends an entry whose key the caller knows to be new, or sees to it with duplicateKey.

@@ -137,7 +137,7 @@ std::optional<Value> dataFrom(std::string_view text) {
 
 class Reader {
  public:
-  std::variant<Value, Error> read(std::span<const std::byte> bytes) {
+  Result<Value> read(std::span<const std::byte> bytes) {
     if (_parser == nullptr) return propertyListReadError("Out of memory.");
     XML_SetUserData(_parser.get(), this);
     XML_SetElementHandler(_parser.get(), started, ended);
@@ -312,7 +312,7 @@ class Reader {
 
 }  // namespace
 
-std::variant<Value, Error> readXMLPropertyList(std::span<const std::byte> bytes) {
+Result<Value> readXMLPropertyList(std::span<const std::byte> bytes) {
   return Reader().read(bytes);
 }
 

@@ -19,7 +19,7 @@ constexpr std::string_view head =
 
 class Writer {
  public:
-  std::variant<Data, Error> write(const Value& root) {
+  Result<Data> write(const Value& root) {
     _text = head;
     add(root);
     _text += "</plist>\n";
@@ -166,7 +166,7 @@ class Writer {
 
 }  // namespace
 
-std::variant<Data, Error> writeXMLPropertyList(const Value& root) {
+Result<Data> writeXMLPropertyList(const Value& root) {
   return Writer().write(root);
 }
 

@@ -16,35 +16,35 @@ void require(bool holds) {
 /// What the bytes of a list just written say, as a binary list: a value that is no number equals
 /// nothing, its bytes do.
 Data readAgain(const Data& written) {
-  auto list = readPropertyList(written);
-  require(std::holds_alternative<PropertyList>(list));
-  auto binary = writePropertyList(std::get<PropertyList>(list).root, PropertyListFormat::Binary);
-  require(std::holds_alternative<Data>(binary));
-  return std::get<Data>(std::move(binary));
+  const Result<PropertyList> list = readPropertyList(written);
+  require(bool(list));
+  Result<Data> binary = writePropertyList(list->root, PropertyListFormat::Binary);
+  require(bool(binary));
+  return *std::move(binary);
 }
 
 void checkValue(const Value& value) {
   // What was read in UTF-16 can be too large in UTF-8.
-  const auto binary = writePropertyList(value, PropertyListFormat::Binary);
-  if (const Data* written = std::get_if<Data>(&binary)) require(readAgain(*written) == *written);
-  const auto text = writePropertyList(value, PropertyListFormat::XML);
-  if (const Data* written = std::get_if<Data>(&text)) {
-    const auto again = writePropertyList(std::get<PropertyList>(readPropertyList(*written)).root,
-                                         PropertyListFormat::XML);
-    require(std::get<Data>(again) == *written);
+  const Result<Data> binary = writePropertyList(value, PropertyListFormat::Binary);
+  if (binary) require(readAgain(*binary) == *binary);
+  const Result<Data> text = writePropertyList(value, PropertyListFormat::XML);
+  if (text) {
+    const Result<Data> again =
+        writePropertyList(readPropertyList(*text)->root, PropertyListFormat::XML);
+    require(*again == *text);
   }
 }
 
 }  // namespace
 
 void checkPropertyList(std::span<const std::byte> bytes) {
-  const auto list = readPropertyList(bytes);
-  if (const auto* read = std::get_if<PropertyList>(&list)) checkValue(read->root);
+  const Result<PropertyList> list = readPropertyList(bytes);
+  if (list) checkValue(list->root);
 }
 
 void checkOldStyle(std::span<const std::byte> bytes) {
-  const auto value = readOldStylePropertyList(bytes);
-  if (const auto* read = std::get_if<Value>(&value)) checkValue(*read);
+  const Result<Value> value = readOldStylePropertyList(bytes);
+  if (value) checkValue(*value);
 }
 
 }  // namespace corvane

@@ -9,12 +9,6 @@ namespace {
 
 constexpr std::string_view politeSuffix = "-Polite";
 
-/// The string under `key` of an error's user information; empty if there is none.
-std::string stringIn(const Dictionary& userInfo, std::string_view key) {
-  const Value* value = userInfo.find(key);
-  return value != nullptr && value->string() != nullptr ? *value->string() : std::string();
-}
-
 struct TextKeys {
   std::string_view text;
   std::string_view pattern;
@@ -69,8 +63,8 @@ std::optional<Error> ZELPrivilegedOperationSet::localizedErrorForPrivilegedOpera
   if (!error || error->userInfo().empty()) return error;
   Dictionary userInfo = error->userInfo();
   for (const TextKeys& keys : localizedTexts) {
-    const std::string text = stringIn(userInfo, keys.text);
-    const std::string pattern = stringIn(userInfo, keys.pattern);
+    const std::string text = userInfo.text(keys.text).value_or("");
+    const std::string pattern = userInfo.text(keys.pattern).value_or("");
     const Value* parameters = userInfo.find(keys.parameters);
     if (!text.empty()) {
       userInfo.set(keys.text, localizedUIPolitenessAgnosticStringForKey(text, text, table));

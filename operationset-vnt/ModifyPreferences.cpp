@@ -15,9 +15,8 @@ namespace {
 // Unlike those of other operations its recovery text is final, not a template.
 Error writeError() {
   return {ZELPrivilegedOperationSetVNT::errorDomain(), preferencesWriteError.code,
-          Dictionary{{std::string(NSLocalizedDescriptionKey), preferencesWriteError.description},
-                     {std::string(NSLocalizedRecoverySuggestionErrorKey),
-                      preferencesWriteError.recovery}}};
+          Dictionary{{NSLocalizedDescriptionKey, preferencesWriteError.description},
+                     {NSLocalizedRecoverySuggestionErrorKey, preferencesWriteError.recovery}}};
 }
 
 // The value is the last of the arguments.
@@ -45,12 +44,11 @@ std::optional<Error> ZELPrivilegedOperationSetVNT::performOperationModifyPrefere
 
   std::optional<Value> value;
   if (!valueText.empty()) {
-    auto list = readPropertyList(dataFromString(valueText));
-    if (const Error* error = std::get_if<Error>(&list)) {
-      return Error(NSPOSIXErrorDomain, static_cast<std::int64_t>(POSIXErrorCode::Invalid),
-                   Dictionary{{std::string(NSUnderlyingErrorKey), *error}});
+    Result<PropertyList> list = readPropertyList(dataFromString(valueText));
+    if (!list) {
+      return posixError(POSIXErrorCode::Invalid, {{NSUnderlyingErrorKey, list.error()}});
     }
-    value = std::move(std::get<PropertyList>(list).root);
+    value = std::move(list->root);
   }
 
   const std::string application(applicationText == NSGlobalDomain ? kCFPreferencesAnyApplication

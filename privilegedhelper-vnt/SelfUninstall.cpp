@@ -105,8 +105,7 @@ std::optional<Error> ZELPrivilegedHelper::performUninstallForClientWithPID(
   }
 
   if (!ZELTaskExecutor::hasExecutableSafePermissionsAtPath(launchControl)) {
-    return Error(NSPOSIXErrorDomain, static_cast<std::int64_t>(POSIXErrorCode::Access),
-                 Dictionary{{std::string(NSFilePathErrorKey), launchControl}});
+    return posixError(POSIXErrorCode::Access, {{NSFilePathErrorKey, launchControl}});
   }
   AuthorizationRef authorization = nullptr;
   const OSStatus status =

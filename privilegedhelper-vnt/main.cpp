@@ -20,15 +20,13 @@ namespace {
 
 // The information property list of the program; empty if it has none that can be read.
 Dictionary infoDictionary() {
-  const auto list = readPropertyList(embeddedInfoPropertyList());
-  const auto* read = std::get_if<PropertyList>(&list);
-  const Dictionary* dictionary = read != nullptr ? read->root.dictionary() : nullptr;
-  return dictionary != nullptr ? *dictionary : Dictionary();
+  Result<Dictionary> dictionary = readDictionary(embeddedInfoPropertyList());
+  return dictionary ? *std::move(dictionary) : Dictionary();
 }
 
-std::string text(const Dictionary& dictionary, const char* key) {
-  const Value* value = dictionary.find(key);
-  return value != nullptr && value->string() != nullptr ? *value->string() : std::string();
+// A text of the information property list; empty if it does not have it.
+std::string text(const Dictionary& info, const char* key) {
+  return info.text(key).value_or("");
 }
 
 // Serves clients; the status to exit with if that ever ends.

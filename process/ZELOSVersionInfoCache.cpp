@@ -72,18 +72,9 @@ std::int64_t versionCode(std::string_view version) {
 std::optional<Dictionary> dictionaryWithContentsOfFile(const std::string& path) {
   std::ifstream file(path, std::ios::binary);
   const std::string text{std::istreambuf_iterator<char>(file), {}};
-  const auto list = readPropertyList(std::as_bytes(std::span(text)));
-  const auto* propertyList = std::get_if<PropertyList>(&list);
-  const Dictionary* dictionary =
-      propertyList == nullptr ? nullptr : propertyList->root.dictionary();
-  if (dictionary == nullptr) return std::nullopt;
-  return *dictionary;
-}
-
-std::optional<std::string> text(const Dictionary& dictionary, std::string_view key) {
-  const Value* value = dictionary.find(key);
-  if (value == nullptr || value->string() == nullptr) return std::nullopt;
-  return *value->string();
+  Result<Dictionary> dictionary = readDictionary(std::as_bytes(std::span(text)));
+  if (!dictionary) return std::nullopt;
+  return *std::move(dictionary);
 }
 
 const char* marketingName(std::int64_t code) {
@@ -98,9 +89,9 @@ ZELOSVersionInfoCache ZELOSVersionInfoCache::initWithContentsOfFile(const std::s
   if (!facts || facts->empty()) return {"", "", "", "", unknownVersionCode, true};
 
   ZELOSVersionInfoCache cache;
-  cache.osName = text(*facts, "ProductName");
-  cache.osVersion = text(*facts, "ProductVersion");
-  cache.osBuild = text(*facts, "ProductBuildVersion");
+  cache.osName = facts->text("ProductName");
+  cache.osVersion = facts->text("ProductVersion");
+  cache.osBuild = facts->text("ProductBuildVersion");
   cache.osVersionCode = versionCode(cache.osVersion.value_or(""));
   cache.osMarketingName = marketingName(cache.osVersionCode);
   cache.shouldUIUsePoliteForms = cache.osVersionCode < firstCodeOfMacOS;

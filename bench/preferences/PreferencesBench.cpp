@@ -59,7 +59,7 @@ void compareWithConversion(const fs::path& file, PropertyListFormat format) {
   }
   const auto written = writePropertyList(preferences, format);
   fs::create_directories(file.parent_path());
-  std::ofstream(file, std::ios::binary) << stringFromData(std::get<Data>(written));
+  std::ofstream(file, std::ios::binary) << stringFromData(*written);
 
   const bool isXML = format == PropertyListFormat::XML;
   const fs::path converted = file.parent_path() / "converted";

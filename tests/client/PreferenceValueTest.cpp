@@ -12,8 +12,7 @@ namespace {
 std::optional<Value> sent(ValueKind kind, const std::string& text) {
   const auto list = propertyListOf(kind, text);
   if (!list) return std::nullopt;
-  const auto read = readPropertyList(dataFromString(*list));
-  return std::get<PropertyList>(read).root;
+  return readPropertyList(dataFromString(*list))->root;
 }
 
 TEST(PreferenceValueTest, TextIsItselfWhateverIsInIt) {

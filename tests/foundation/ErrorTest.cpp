@@ -22,18 +22,23 @@ TEST(POSIXErrorTest, AnUnknownHostNumberIsAnInputOutputError) {
   EXPECT_EQ(posixErrorFromHost(99999).code(), 5);
 }
 
+TEST(POSIXErrorTest, AnErrorMayCarryMoreThanItsNumber) {
+  const Error error = posixError(POSIXErrorCode::Busy, {{NSFilePathErrorKey, "/a"}});
+  EXPECT_TRUE(isPOSIXError(error, POSIXErrorCode::Busy));
+  EXPECT_EQ(error.userInfo().text(NSFilePathErrorKey), "/a");
+}
+
 TEST(ErrorTest, DescriptionComesFromTheUserInformationFirst) {
   const Error plain = posixError(POSIXErrorCode::NoEntry);
   EXPECT_EQ(plain.localizedDescription(), "No such file or directory");
-  const Error described(NSPOSIXErrorDomain, 2,
-                        Dictionary{{std::string(NSLocalizedDescriptionKey), "Gone."}});
+  const Error described(NSPOSIXErrorDomain, 2, Dictionary{{NSLocalizedDescriptionKey, "Gone."}});
   EXPECT_EQ(described.localizedDescription(), "Gone.");
   EXPECT_EQ(Error("x", -7).localizedDescription(), "x error -7");
 }
 
 TEST(ErrorTest, UserInformationMayNestAnError) {
   const Error inner = posixError(POSIXErrorCode::NotPermitted);
-  const Error outer("domain", 8, Dictionary{{std::string(NSUnderlyingErrorKey), inner}});
+  const Error outer("domain", 8, Dictionary{{NSUnderlyingErrorKey, inner}});
   EXPECT_EQ(*outer.userInfo().find(NSUnderlyingErrorKey)->error(), inner);
   EXPECT_NE(outer, inner);
 }

@@ -11,22 +11,20 @@ namespace {
 
 using testing::HasSubstr;
 
-std::variant<PropertyList, Error> read(std::string_view text) {
+Result<PropertyList> read(std::string_view text) {
   return readPropertyList(std::as_bytes(std::span(text)));
 }
 
 std::optional<Value> value(std::string_view text) {
-  const auto result = read(text);
-  const auto* list = std::get_if<PropertyList>(&result);
-  if (list == nullptr) return std::nullopt;
+  const auto list = read(text);
+  if (!list) return std::nullopt;
   EXPECT_EQ(list->format, PropertyListFormat::OldStyle);
   return list->root;
 }
 
 std::string failure(std::string_view text) {
-  const auto result = read(text);
-  const auto* error = std::get_if<Error>(&result);
-  return error != nullptr ? error->localizedDescription() : "";
+  const auto list = read(text);
+  return list ? "" : list.error().localizedDescription();
 }
 
 std::string repeated(std::string_view text, std::size_t count) {

@@ -15,23 +15,21 @@ namespace {
 
 using testing::HasSubstr;
 
-std::variant<PropertyList, Error> read(std::string_view text) {
+Result<PropertyList> read(std::string_view text) {
   return readPropertyList(std::as_bytes(std::span(text)));
 }
 
 std::optional<Value> value(std::string_view text) {
-  const auto result = read(text);
-  const auto* list = std::get_if<PropertyList>(&result);
-  return list != nullptr ? std::optional(list->root) : std::nullopt;
+  const auto list = read(text);
+  return list ? std::optional(list->root) : std::nullopt;
 }
 
 /// The description of the error that `text` is read with; empty if it is none.
 std::string failure(std::string_view text) {
-  const auto result = read(text);
-  const auto* error = std::get_if<Error>(&result);
-  if (error == nullptr) return "";
-  EXPECT_TRUE(error->is(NSCocoaErrorDomain, NSPropertyListReadCorruptError));
-  return error->localizedDescription();
+  const auto list = read(text);
+  if (list) return "";
+  EXPECT_TRUE(list.error().is(NSCocoaErrorDomain, NSPropertyListReadCorruptError));
+  return list.error().localizedDescription();
 }
 
 std::string xml(std::string_view content) {
@@ -105,11 +103,10 @@ INSTANTIATE_TEST_SUITE_P(PropertyListTest, BothFormats,
 
 TEST_P(BothFormats, EveryKindComesBackAsItWas) {
   const auto written = writePropertyList(everyKind(), GetParam());
-  ASSERT_TRUE(std::holds_alternative<Data>(written));
-  const auto result = readPropertyList(std::get<Data>(written));
-  ASSERT_TRUE(std::holds_alternative<PropertyList>(result))
-      << std::get<Error>(result).localizedDescription();
-  const auto& list = std::get<PropertyList>(result);
+  ASSERT_TRUE(written);
+  const auto result = readPropertyList(*written);
+  ASSERT_TRUE(result) << result.error().localizedDescription();
+  const PropertyList& list = *result;
   EXPECT_EQ(list.format, GetParam());
   const Value expected = everyKind();
   for (const auto& [key, expectedValue] : *expected.dictionary()) {
@@ -127,38 +124,35 @@ TEST_P(BothFormats, EveryKindComesBackAsItWas) {
 
 TEST_P(BothFormats, AnErrorIsNotWritten) {
   const auto written = writePropertyList(Array{Error("domain", 1)}, GetParam());
-  ASSERT_TRUE(std::holds_alternative<Error>(written));
-  EXPECT_EQ(std::get<Error>(written).code(), NSPropertyListWriteInvalidError);
+  ASSERT_FALSE(written);
+  EXPECT_EQ(written.error().code(), NSPropertyListWriteInvalidError);
 }
 
 TEST_P(BothFormats, MalformedTextIsNotWritten) {
-  EXPECT_TRUE(std::holds_alternative<Error>(writePropertyList("\xFF", GetParam())));
-  EXPECT_TRUE(
-      std::holds_alternative<Error>(writePropertyList(Dictionary{{"\xC0\xAF", 1}}, GetParam())));
+  EXPECT_FALSE(writePropertyList("\xFF", GetParam()));
+  EXPECT_FALSE(writePropertyList(Dictionary{{"\xC0\xAF", 1}}, GetParam()));
 }
 
 TEST_P(BothFormats, ValuesNestedBeyondTheBoundAreNotWritten) {
   Value value = 1;
   for (std::size_t i = 0; i < propertyListMaximumDepth; ++i) value = Array{std::move(value)};
   const auto written = writePropertyList(value, GetParam());
-  ASSERT_TRUE(std::holds_alternative<Data>(written));
-  EXPECT_TRUE(std::holds_alternative<PropertyList>(readPropertyList(std::get<Data>(written))));
-  EXPECT_TRUE(std::holds_alternative<Error>(writePropertyList(Array{value}, GetParam())));
+  ASSERT_TRUE(written);
+  EXPECT_TRUE(readPropertyList(*written));
+  EXPECT_FALSE(writePropertyList(Array{value}, GetParam()));
 }
 
 TEST_P(BothFormats, ATextBeyondTheBoundIsNotWritten) {
   const std::string text(propertyListMaximumBytes + 1, 'a');
-  EXPECT_TRUE(std::holds_alternative<Error>(writePropertyList(text, GetParam())));
+  EXPECT_FALSE(writePropertyList(text, GetParam()));
 }
 
 /// Whether the value can be written; what is written has to come back.
 bool isWritten(const Value& value, PropertyListFormat format) {
   const auto written = writePropertyList(value, format);
-  const auto* bytes = std::get_if<Data>(&written);
-  if (bytes == nullptr) return false;
-  const auto result = readPropertyList(*bytes);
-  const auto* list = std::get_if<PropertyList>(&result);
-  EXPECT_TRUE(list != nullptr && list->root == value);
+  if (!written) return false;
+  const auto list = readPropertyList(*written);
+  EXPECT_TRUE(list && list->root == value);
   return true;
 }
 
@@ -220,39 +214,51 @@ TEST_P(BothFormats, ATextThatComesSeveralTimesCountsEachTime) {
 
 TEST_P(BothFormats, EveryListCutShortIsAnError) {
   const auto written = writePropertyList(everyKind(), GetParam());
-  const Data& bytes = std::get<Data>(written);
+  const Data& bytes = *written;
   // What is shorter than a signature is an old-style text; the last line feed of XML may be
   // missing.
   for (std::size_t size = 6; size + 1 < bytes.size(); ++size) {
-    EXPECT_TRUE(std::holds_alternative<Error>(readPropertyList(std::span(bytes).first(size))))
-        << size;
+    EXPECT_FALSE(readPropertyList(std::span(bytes).first(size))) << size;
   }
+}
+
+TEST(PropertyListTest, OnlyADictionaryIsReadAsOne) {
+  const auto readText = [](std::string_view text) {
+    return readDictionary(std::as_bytes(std::span(text)));
+  };
+  const auto dictionary = readText("{ key = text; }");
+  ASSERT_TRUE(dictionary);
+  EXPECT_EQ(*dictionary, (Dictionary{{"key", "text"}}));
+  const auto array = readText("( text )");
+  ASSERT_FALSE(array);
+  EXPECT_THAT(array.error().localizedDescription(), HasSubstr("no dictionary"));
+  const auto damaged = readText("{ key");
+  ASSERT_FALSE(damaged);
+  EXPECT_THAT(damaged.error().localizedDescription(), HasSubstr("lacks"));
 }
 
 TEST(PropertyListTest, ControlCharactersAreForTheBinaryFormOnly) {
   const Value value = std::string("a\0b\x01", 4);
-  EXPECT_TRUE(std::holds_alternative<Error>(writePropertyList(value, PropertyListFormat::XML)));
-  EXPECT_TRUE(
-      std::holds_alternative<Error>(writePropertyList("\xEF\xBF\xBE", PropertyListFormat::XML)));
+  EXPECT_FALSE(writePropertyList(value, PropertyListFormat::XML));
+  EXPECT_FALSE(writePropertyList("\xEF\xBF\xBE", PropertyListFormat::XML));
   const auto written = writePropertyList(value, PropertyListFormat::Binary);
-  EXPECT_EQ(std::get<PropertyList>(readPropertyList(std::get<Data>(written))).root, value);
+  EXPECT_EQ(readPropertyList(*written)->root, value);
 }
 
 TEST(PropertyListTest, DatesThatXMLCannotTellAreForTheBinaryFormOnly) {
   for (const double seconds : {1e300, -1e12, std::nan("")}) {
     const Value value = Date{seconds};
-    EXPECT_TRUE(std::holds_alternative<Error>(writePropertyList(value, PropertyListFormat::XML)));
-    EXPECT_TRUE(std::holds_alternative<Data>(writePropertyList(value, PropertyListFormat::Binary)));
+    EXPECT_FALSE(writePropertyList(value, PropertyListFormat::XML));
+    EXPECT_TRUE(writePropertyList(value, PropertyListFormat::Binary));
   }
 }
 
 TEST(PropertyListTest, FractionsOfSecondsAreKeptByTheBinaryForm) {
   const Value value = Date{-1.123456789};
   const auto binary = writePropertyList(value, PropertyListFormat::Binary);
-  EXPECT_EQ(std::get<PropertyList>(readPropertyList(std::get<Data>(binary))).root, value);
+  EXPECT_EQ(readPropertyList(*binary)->root, value);
   const auto text = writePropertyList(value, PropertyListFormat::XML);
-  EXPECT_THAT(std::string(stringFromData(std::get<Data>(text))),
-              HasSubstr("<date>2000-12-31T23:59:58Z</date>"));
+  EXPECT_THAT(std::string(stringFromData(*text)), HasSubstr("<date>2000-12-31T23:59:58Z</date>"));
 }
 
 TEST(XMLPropertyListTest, NumbersAreReadAsTheyAreMeant) {
@@ -412,7 +418,7 @@ TEST(BinaryPropertyListTest, TextsAreBoundedInUTF8) {
 
 TEST(BinaryPropertyListTest, AUIDIsWrittenAsOne) {
   const auto written = writePropertyList(Dictionary{{"CF$UID", 300}}, PropertyListFormat::Binary);
-  EXPECT_THAT(std::string(stringFromData(std::get<Data>(written))), HasSubstr("\x81\x01\x2C"));
+  EXPECT_THAT(std::string(stringFromData(*written)), HasSubstr("\x81\x01\x2C"));
 }
 
 TEST(BinaryPropertyListTest, CyclesAreAnError) {
@@ -517,13 +523,13 @@ TEST(BinaryPropertyListTest, TheErrorTellsWhatIsDamaged) {
 
 TEST(BinaryPropertyListTest, NoChangedByteMakesTheReaderFail) {
   const auto written = writePropertyList(everyKind(), PropertyListFormat::Binary);
-  std::string bytes(stringFromData(std::get<Data>(written)));
+  std::string bytes(stringFromData(*written));
   for (std::size_t i = 0; i < bytes.size(); ++i) {
     const char sound = bytes[i];
     for (const int bits : {0x01, 0x10, 0x80, 0xFF}) {
       bytes[i] = static_cast<char>(sound ^ bits);
-      const auto result = read(bytes);  // a list or an error: what counts is to get here
-      if (const auto* list = std::get_if<PropertyList>(&result)) {
+      const auto list = read(bytes);  // a list or an error: what counts is to get here
+      if (list) {
         EXPECT_NE(list->root.className(), nullptr);
       }
     }

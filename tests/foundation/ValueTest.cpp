@@ -48,6 +48,13 @@ TEST(NumberTest, DoublesAreTruncatedAndHeldToTheRange) {
             std::numeric_limits<std::uint64_t>::max());
 }
 
+TEST(DictionaryTest, OnlyATextIsTheTextOfAKey) {
+  const Dictionary dictionary{{"name", "Ada"}, {"age", 36}};
+  EXPECT_EQ(dictionary.text("name"), "Ada");
+  EXPECT_EQ(dictionary.text("age"), std::nullopt);
+  EXPECT_EQ(dictionary.text("other"), std::nullopt);
+}
+
 TEST(DictionaryTest, KeepsTheOrderOfItsKeys) {
   Dictionary dictionary{{"b", 1}, {"a", 2}};
   dictionary.set("c", 3);

@@ -80,7 +80,7 @@ TEST_F(ErrorLocalizationTest, ATemplateWithoutParametersIsNotUsed) {
 
 TEST_F(ErrorLocalizationTest, AnEmptyDescriptionGivesWayToTheTemplate) {
   const Error error("domain", 1,
-                    Dictionary{{std::string(NSLocalizedDescriptionKey), ""},
+                    Dictionary{{NSLocalizedDescriptionKey, ""},
                                {descriptionTemplate, "text $1$"},
                                {descriptionParameters, Array{"filled"}}});
   EXPECT_EQ(description(Set::localizedErrorForPrivilegedOperationError(error)), "text filled");
@@ -88,7 +88,7 @@ TEST_F(ErrorLocalizationTest, AnEmptyDescriptionGivesWayToTheTemplate) {
 
 TEST_F(ErrorLocalizationTest, APlainTextGoesBeforeItsTemplate) {
   const Error error("domain", 1,
-                    Dictionary{{std::string(NSLocalizedRecoverySuggestionErrorKey), "plain"},
+                    Dictionary{{NSLocalizedRecoverySuggestionErrorKey, "plain"},
                                {recoveryTemplate, "text $1$"},
                                {recoveryParameters, Array{"filled"}}});
   EXPECT_EQ(suggestion(Set::localizedErrorForPrivilegedOperationError(error)), "plain");
@@ -111,7 +111,7 @@ TEST_F(ErrorLocalizationTest, UnderlyingErrorsAreLocalizedToo) {
   const Error innermost("domain", 2,
                         Dictionary{{descriptionTemplate, failedRunError.recovery},
                                    {descriptionParameters, Array{"7"}}});
-  const Error inner("domain", 1, Dictionary{{std::string(NSUnderlyingErrorKey), innermost}});
+  const Error inner("domain", 1, Dictionary{{NSUnderlyingErrorKey, innermost}});
   const auto localized = Set::localizedErrorForPrivilegedOperationError(
       operationError(integrityProtectionError, Array{"/p"}, "/p", inner));
   EXPECT_EQ(description(localized), "Dein Computer schützt dieses Dateisystemobjekt.");
@@ -161,7 +161,7 @@ TEST_F(ErrorLocalizationTest, AnAbsentTableOrKeyGivesTheDefaultValue) {
 TEST_F(ErrorLocalizationTest, ASetMayNameAnotherTable) {
   useLocale({{"LANG", "de_DE.UTF-8"}});
   const std::string prompt = "Vantor likes to uninstall the privileged auxiliary program.";
-  const Error error("domain", 1, Dictionary{{std::string(NSLocalizedDescriptionKey), prompt}});
+  const Error error("domain", 1, Dictionary{{NSLocalizedDescriptionKey, prompt}});
   EXPECT_EQ(description(Set::localizedErrorForPrivilegedOperationError(error)), prompt);
   EXPECT_EQ(description(Set::localizedErrorForPrivilegedOperationError(
                 error, Set::nameOfAuthorizationRightLocalizationTable())),
@@ -173,9 +173,8 @@ TEST_F(ErrorLocalizationTest, APreferencesErrorIsLocalizedByItsPlainTexts) {
   usePoliteForms(true);
   const Error error(
       Set::errorDomain(), 7,
-      Dictionary{
-          {std::string(NSLocalizedDescriptionKey), preferencesWriteError.description},
-          {std::string(NSLocalizedRecoverySuggestionErrorKey), preferencesWriteError.recovery}});
+      Dictionary{{NSLocalizedDescriptionKey, preferencesWriteError.description},
+                 {NSLocalizedRecoverySuggestionErrorKey, preferencesWriteError.recovery}});
   const auto localized = Set::localizedErrorForPrivilegedOperationError(error);
   EXPECT_EQ(description(localized), "No se ha podido actualizar correctamente una preferencia.");
   EXPECT_EQ(suggestion(localized),

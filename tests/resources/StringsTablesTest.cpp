@@ -21,10 +21,9 @@ const std::string clientTable = cli::clientStringsTable;
 std::optional<Dictionary> tableAt(const std::string& path) {
   for (const EmbeddedResource& resource : embeddedResources()) {
     if (resource.path != path) continue;
-    const auto list = readPropertyList(resource.bytes);
-    const auto* read = std::get_if<PropertyList>(&list);
-    EXPECT_NE(read, nullptr) << std::get<Error>(list).localizedDescription();
-    if (read != nullptr) return *read->root.dictionary();
+    Result<Dictionary> table = readDictionary(resource.bytes);
+    EXPECT_TRUE(table) << table.error().localizedDescription();
+    if (table) return *std::move(table);
   }
   return std::nullopt;
 }

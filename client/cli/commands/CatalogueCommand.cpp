@@ -16,8 +16,7 @@ std::string argumentsOf(const ZELPrivilegedOperation& operation) {
 std::string ruleOf(const ZELPrivilegedOperation& operation) {
   const Value& policy = operation.authenticationPolicy();
   if (const std::string* rule = policy.string()) return *rule;
-  const Value* rule = policy.dictionary()->find("rule");
-  return rule != nullptr && rule->string() != nullptr ? *rule->string() : "?";
+  return policy.dictionary()->text("rule").value_or("?");
 }
 
 const char* textFor(Registration registration) {

@@ -44,7 +44,7 @@ Error reasonOf(const Error& error, const std::string& utility) {
   const std::string known =
       translated(knownUtilitiesText, listOf(ZELPrivilegedOperationSetVNT::utilityNames()));
   return {clientErrorDomain, noSuchUtility,
-          Dictionary{{std::string(NSLocalizedRecoverySuggestionErrorKey), known}}};
+          Dictionary{{NSLocalizedRecoverySuggestionErrorKey, known}}};
 }
 
 // The status that the utility has ended with; nothing if it was not started, or has none.

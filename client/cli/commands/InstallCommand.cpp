@@ -37,9 +37,8 @@ std::vector<Change> changesThatInstallMakes(const std::vector<HelperInstallation
 }
 
 Error errorFrom(const std::string& description, const std::string& cure) {
-  return Error(NSPOSIXErrorDomain, static_cast<std::int64_t>(POSIXErrorCode::InputOutput),
-               {{std::string(NSLocalizedDescriptionKey), description},
-                {std::string(NSLocalizedRecoverySuggestionErrorKey), cure}});
+  return posixError(POSIXErrorCode::InputOutput, {{NSLocalizedDescriptionKey, description},
+                                                  {NSLocalizedRecoverySuggestionErrorKey, cure}});
 }
 
 // Registers the rights that are missing, and anew those that are not as they are to be. If that

@@ -1,7 +1,6 @@
 #include "client/cli/commands/PreferenceValue.h"
 
 #include <string_view>
-#include <variant>
 
 #include "foundation/PropertyList.h"
 
@@ -54,9 +53,7 @@ std::optional<std::string> writtenAs(ValueKind kind, const std::string& text) {
 std::optional<std::string> propertyListOf(ValueKind kind, const std::string& text) {
   std::optional<std::string> list = writtenAs(kind, text);
   // The reader is the helper's: what it takes here it takes there.
-  if (list && !std::holds_alternative<PropertyList>(readPropertyList(dataFromString(*list)))) {
-    return std::nullopt;
-  }
+  if (list && !readPropertyList(dataFromString(*list))) return std::nullopt;
   return list;
 }
 

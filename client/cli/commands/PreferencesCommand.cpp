@@ -25,19 +25,18 @@ std::string textOf(const Value& value) {
     if (number->isBoolean()) return number->boolValue() ? "true" : "false";
     return toJson(value).dump();
   }
-  const auto written = writePropertyList(value, PropertyListFormat::XML);
-  const Data* text = std::get_if<Data>(&written);
+  const Result<Data> text = writePropertyList(value, PropertyListFormat::XML);
   // There are values that no XML can hold.
-  return text != nullptr ? std::string(stringFromData(*text)) : value.className();
+  return text ? std::string(stringFromData(*text)) : value.className();
 }
 
 // What is in a file, as far as a property list may be long, and a byte more; nothing, with errno,
 // if it cannot be read.
-std::optional<Data> contentOf(const std::string& path) {
+Result<Data> contentOf(const std::string& path) {
   const std::unique_ptr<std::FILE, int (*)(std::FILE*)> opened(
       path == "-" ? nullptr : std::fopen(path.c_str(), "re"), &std::fclose);
   std::FILE* file = path == "-" ? stdin : opened.get();
-  if (file == nullptr) return std::nullopt;
+  if (file == nullptr) return posixErrorFromHost(errno);
   Data content;
   while (content.size() <= propertyListMaximumBytes) {
     std::array<std::byte, BUFSIZ> portion;
@@ -45,28 +44,21 @@ std::optional<Data> contentOf(const std::string& path) {
     content.insert(content.end(), portion.begin(), portion.begin() + size);
     if (size < portion.size()) break;
   }
-  if (std::ferror(file) != 0) return std::nullopt;
+  if (std::ferror(file) != 0) return posixErrorFromHost(errno);
   return content;
 }
 
-// The text of the property list in a file; or why there is none. What is sent is text, whatever the
-// format of the file is.
-std::optional<std::string> propertyListIn(const std::string& path, std::optional<Error>& error) {
-  const auto content = contentOf(path);
-  if (!content) {
-    error = posixErrorFromHost(errno);
-    return std::nullopt;
-  }
-  const auto list = readPropertyList(*content);
-  const auto* read = std::get_if<PropertyList>(&list);
-  const auto written = read != nullptr ? writePropertyList(read->root, PropertyListFormat::XML)
-                                       : std::variant<Data, Error>(std::get<Error>(list));
-  if (const auto* reason = std::get_if<Error>(&written)) {
-    error = Error(clientErrorDomain, noPropertyList,
-                  Dictionary{{std::string(NSUnderlyingErrorKey), *reason}});
-    return std::nullopt;
-  }
-  return std::string(stringFromData(std::get<Data>(written)));
+// The text of the property list in a file. What is sent is text, whatever the format of the file
+// is.
+Result<std::string> propertyListIn(const std::string& path) {
+  const Result<Data> content = contentOf(path);
+  if (!content) return content.error();
+  const Result<PropertyList> list = readPropertyList(*content);
+  const Result<Data> text =
+      list ? writePropertyList(list->root, PropertyListFormat::XML) : list.error();
+  if (!text)
+    return Error(clientErrorDomain, noPropertyList, {{NSUnderlyingErrorKey, text.error()}});
+  return std::string(stringFromData(*text));
 }
 
 // The helper runs as root, so its current user is another one than the one who asks here.
@@ -101,9 +93,8 @@ int setPreference(const Context& context, const PreferenceDomain& domain, const 
 
 int setPreferenceFromFile(const Context& context, const PreferenceDomain& domain,
                           const std::string& key, const std::string& path) {
-  std::optional<Error> error;
-  const auto list = propertyListIn(path, error);
-  if (!list) return report(context, Action::SetPreference, key, {std::nullopt, error});
+  const Result<std::string> list = propertyListIn(path);
+  if (!list) return report(context, Action::SetPreference, key, {std::nullopt, list.error()});
   return change(context, Action::SetPreference, domain, key, *list);
 }
 

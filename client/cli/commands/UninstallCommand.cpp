@@ -32,8 +32,8 @@ constexpr const char* forceAdvice =
 
 Error explained(const Error& error, const std::string& description, const std::string& advice) {
   return Error(error.domain(), error.code(),
-               {{std::string(NSLocalizedDescriptionKey), description},
-                {std::string(NSLocalizedRecoverySuggestionErrorKey), advice + " " + forceAdvice}});
+               {{NSLocalizedDescriptionKey, description},
+                {NSLocalizedRecoverySuggestionErrorKey, advice + " " + forceAdvice}});
 }
 
 // Who is connected to the helper, for a person to read. The helper itself refuses without saying
@@ -57,13 +57,12 @@ Error explained(const Error& error, const PrivilegedHelperClient& client) {
                          otherClients(client.helperSocketPath()),
                      "Wait until it is done, or end it, and try again. Nothing was removed.");
   }
-  const Value* path = error.userInfo().find(NSFilePathErrorKey);
-  if (isPOSIXError(error, POSIXErrorCode::Access) && path != nullptr && path->string() != nullptr) {
-    const bool isThere = ::access(path->string()->c_str(), F_OK) == 0;
+  const std::optional<std::string> path = error.userInfo().text(NSFilePathErrorKey);
+  if (isPOSIXError(error, POSIXErrorCode::Access) && path) {
+    const bool isThere = ::access(path->c_str(), F_OK) == 0;
     return explained(
         error,
-        *path->string() +
-            (isThere ? " is not safe to run: others than root can change it" : " is missing"),
+        *path + (isThere ? " is not safe to run: others than root can change it" : " is missing"),
         "Run 'install' to repair it, and try again. Nothing was removed.");
   }
   if (isPOSIXError(error, POSIXErrorCode::InputOutput)) {
@@ -92,10 +91,10 @@ std::optional<Outcome> haveHelperRemoveItself(const Context& context,
 
 // The refusal to remove files that dpkg keeps account of.
 Error leftToPackage(const std::string& package) {
-  return Error(NSPOSIXErrorDomain, static_cast<std::int64_t>(POSIXErrorCode::NotSupported),
-               {{std::string(NSLocalizedDescriptionKey), "it belongs to the package " + package},
-                {std::string(NSLocalizedRecoverySuggestionErrorKey),
-                 "Remove the package: apt remove " + package}});
+  return posixError(
+      POSIXErrorCode::NotSupported,
+      {{NSLocalizedDescriptionKey, "it belongs to the package " + package},
+       {NSLocalizedRecoverySuggestionErrorKey, "Remove the package: apt remove " + package}});
 }
 
 int tellWhatIsLeft(const Context& context, const Names& before, const Names& after) {

@@ -137,8 +137,9 @@ std::string translated(const std::string& text, const Array& parameters) {
 std::string suggestionFor(const Error& error, Action action, bool wasAuthorized) {
   const auto localized =
       ZELPrivilegedOperationSetVNT::localizedErrorForPrivilegedOperationError(error);
-  const Value* suggestion = localized->userInfo().find(NSLocalizedRecoverySuggestionErrorKey);
-  if (suggestion != nullptr && suggestion->string() != nullptr) return *suggestion->string();
+  if (const auto suggestion = localized->userInfo().text(NSLocalizedRecoverySuggestionErrorKey)) {
+    return *suggestion;
+  }
   if (isPOSIXError(error, POSIXErrorCode::NotPermitted)) {
     return translated(wasAuthorized ? adviceWhenProtected : adviceWhenRefused);
   }

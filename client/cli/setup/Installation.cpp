@@ -53,9 +53,9 @@ std::optional<int> requireRoot(const Context& context, Action action, const char
     const bool hasSudo = ::access("/usr/bin/sudo", X_OK) == 0;
     advice = translated(runLineAsRootText, hasSudo ? "sudo " + line : "su -c '" + line + "'");
   }
-  const Error error(NSPOSIXErrorDomain, static_cast<std::int64_t>(POSIXErrorCode::NotPermitted),
-                    {{std::string(NSLocalizedDescriptionKey), translated(needsRootText)},
-                     {std::string(NSLocalizedRecoverySuggestionErrorKey), advice}});
+  const Error error = posixError(POSIXErrorCode::NotPermitted,
+                                 {{NSLocalizedDescriptionKey, translated(needsRootText)},
+                                  {NSLocalizedRecoverySuggestionErrorKey, advice}});
   return report(context, action, "", {std::nullopt, error});
 }
 

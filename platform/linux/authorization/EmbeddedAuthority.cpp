@@ -19,18 +19,11 @@ std::string fileNameFor(const std::string& rightName) {
   return rightName + ".plist";
 }
 
-std::string textOf(const Dictionary& dictionary, std::string_view key) {
-  const Value* value = dictionary.find(key);
-  return value != nullptr && value->string() != nullptr ? *value->string() : "";
-}
-
 std::optional<RightDefinition> definitionFromBytes(const Data& bytes) {
-  const std::variant<PropertyList, Error> list = readPropertyList(bytes);
-  const auto* read = std::get_if<PropertyList>(&list);
-  if (read == nullptr || read->root.dictionary() == nullptr) return std::nullopt;
-  const Dictionary& entries = *read->root.dictionary();
-  RightDefinition definition{textOf(entries, ruleKey), textOf(entries, descriptionKey),
-                             textOf(entries, stringsTableKey)};
+  const Result<Dictionary> entries = readDictionary(bytes);
+  if (!entries) return std::nullopt;
+  const auto text = [&entries](std::string_view key) { return entries->text(key).value_or(""); };
+  RightDefinition definition{text(ruleKey), text(descriptionKey), text(stringsTableKey)};
   if (definition.rule.empty()) return std::nullopt;
   return definition;
 }
@@ -41,8 +34,7 @@ std::optional<Data> bytesFromDefinition(const RightDefinition& definition) {
                               {std::string(stringsTableKey), definition.stringsTable}};
   // There are texts that only the binary form can hold.
   for (const auto format : {PropertyListFormat::XML, PropertyListFormat::Binary}) {
-    std::variant<Data, Error> bytes = writePropertyList(entries, format);
-    if (auto* written = std::get_if<Data>(&bytes)) return std::move(*written);
+    if (auto written = writePropertyList(entries, format)) return *std::move(written);
   }
   return std::nullopt;
 }

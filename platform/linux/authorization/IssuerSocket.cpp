@@ -19,7 +19,7 @@ using Clock = std::chrono::steady_clock;
 
 Error issuerError(const std::string& socketPath, int hostErrno) {
   return Error(NSPOSIXErrorDomain, posixCodeFromHost(hostErrno),
-               {{std::string(NSFilePathErrorKey), socketPath}});
+               {{NSFilePathErrorKey, socketPath}});
 }
 
 std::chrono::milliseconds timeLeft(Clock::time_point deadline) {

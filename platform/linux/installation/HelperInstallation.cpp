@@ -76,10 +76,9 @@ std::string reinstalling(const std::string& package) {
 
 Error errorAbout(POSIXErrorCode code, const std::string& path, const std::string& description,
                  const std::string& advice) {
-  return Error(NSPOSIXErrorDomain, static_cast<std::int64_t>(code),
-               {{std::string(NSFilePathErrorKey), path},
-                {std::string(NSLocalizedDescriptionKey), path + " " + description},
-                {std::string(NSLocalizedRecoverySuggestionErrorKey), advice}});
+  return posixError(code, {{NSFilePathErrorKey, path},
+                           {NSLocalizedDescriptionKey, path + " " + description},
+                           {NSLocalizedRecoverySuggestionErrorKey, advice}});
 }
 
 class LinuxInstallation : public HelperInstallation {

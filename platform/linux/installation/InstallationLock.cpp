@@ -38,12 +38,12 @@ void nameHolderIn(const FileDescriptor& file) {
 
 Error timedOut(const std::string& path, std::int32_t holder) {
   const std::string who = holder > 0 ? "process " + std::to_string(holder) : "another process";
-  return Error(NSPOSIXErrorDomain, static_cast<std::int64_t>(POSIXErrorCode::TimedOut),
-               {{std::string(NSFilePathErrorKey), path},
-                {std::string(NSLocalizedDescriptionKey),
-                 who + " is installing or removing the helper and does not come to its end"},
-                {std::string(NSLocalizedRecoverySuggestionErrorKey),
-                 "See what it waits for, or end it, and try again. Nothing was changed."}});
+  return posixError(POSIXErrorCode::TimedOut,
+                    {{NSFilePathErrorKey, path},
+                     {NSLocalizedDescriptionKey,
+                      who + " is installing or removing the helper and does not come to its end"},
+                     {NSLocalizedRecoverySuggestionErrorKey,
+                      "See what it waits for, or end it, and try again. Nothing was changed."}});
 }
 
 }  // namespace

@@ -34,8 +34,8 @@ std::optional<Error> Systemctl::run(std::vector<std::string> arguments) const {
   if (result.status == 0) return std::nullopt;
   const std::string reason =
       result.text.empty() ? "ended with status " + std::to_string(result.status) : result.text;
-  return Error(NSPOSIXErrorDomain, static_cast<std::int64_t>(POSIXErrorCode::InputOutput),
-               {{std::string(NSLocalizedDescriptionKey), command + ": " + reason}});
+  return posixError(POSIXErrorCode::InputOutput,
+                    {{NSLocalizedDescriptionKey, command + ": " + reason}});
 }
 
 bool Systemctl::isEnabled(const std::string& unit) const {

@@ -1,7 +1,6 @@
 #include "platform/Preferences.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <tuple>
 #include <utility>
 #include <vector>
@@ -40,14 +39,13 @@ std::vector<Change> takePending(const std::tuple<std::string, std::string, std::
   return changes;
 }
 
-/// The preferences in `content`, none if there is no file; or why it cannot be read.
-std::variant<PropertyList, Error> preferencesIn(const std::optional<Data>& content) {
+/// The preferences in `content`, none if there is no file. What is read has a dictionary.
+Result<PropertyList> preferencesIn(const PreferencesContent& content) {
   if (!content) return PropertyList{Dictionary(), PropertyListFormat::XML};
-  std::variant<PropertyList, Error> list = readPropertyList(*content);
-  const auto* read = std::get_if<PropertyList>(&list);
-  if (read != nullptr && read->root.dictionary() == nullptr) {
+  Result<PropertyList> list = readPropertyList(*content);
+  if (list && list->root.dictionary() == nullptr) {
     return Error(NSCocoaErrorDomain, NSPropertyListReadCorruptError,
-                 Dictionary{{std::string(NSLocalizedDescriptionKey), "There is no dictionary."}});
+                 Dictionary{{NSLocalizedDescriptionKey, "There is no dictionary."}});
   }
   return list;
 }
@@ -66,30 +64,33 @@ bool apply(const std::vector<Change>& changes, Dictionary& preferences) {
   return isChanged;
 }
 
-/// Makes the changes in the file of `place`; what went wrong is an error.
-std::optional<std::string> write(const std::vector<Change>& changes,
-                                 const PreferencesPlace& place) {
+/// The content after the changes; nothing if they change nothing.
+Result<PreferencesContent> changed(const PreferencesContent& old,
+                                   const std::vector<Change>& changes) {
+  Result<PropertyList> list = preferencesIn(old);
+  if (!list) return list.error();
+  auto& [root, format] = *list;
+  if (!apply(changes, *root.as<Dictionary>())) return std::nullopt;
+  Result<Data> written =
+      writePropertyList(root, format == PropertyListFormat::Binary ? PropertyListFormat::Binary
+                                                                   : PropertyListFormat::XML);
+  if (!written) return written.error();
+  return *std::move(written);
+}
+
+/// Makes the changes in the file of the domain.
+Result<void> write(const std::vector<Change>& changes,
+                   const std::optional<PreferencesPlace>& place) {
+  if (!place) {
+    return posixError(POSIXErrorCode::NoEntry,
+                      {{NSLocalizedDescriptionKey, "There is no such domain."}});
+  }
+  if (changes.empty()) return {};
   const auto isSet = [](const Change& change) { return change.value.has_value(); };
   const bool mayCreate = std::any_of(changes.begin(), changes.end(), isSet);
-  std::optional<std::string> problem;
-  const int failure = changePreferencesFile(
-      place, mayCreate, [&](const std::optional<Data>& content) -> std::optional<Data> {
-        const auto fail = [&problem](const Error& error) {
-          problem = error.localizedDescription();
-          return std::nullopt;
-        };
-        auto list = preferencesIn(content);
-        if (const Error* error = std::get_if<Error>(&list)) return fail(*error);
-        auto& [root, format] = std::get<PropertyList>(list);
-        if (!apply(changes, *root.as<Dictionary>())) return std::nullopt;
-        auto written = writePropertyList(root, format == PropertyListFormat::Binary
-                                                   ? PropertyListFormat::Binary
-                                                   : PropertyListFormat::XML);
-        if (const Error* error = std::get_if<Error>(&written)) return fail(*error);
-        return std::move(std::get<Data>(written));
-      });
-  if (failure != 0) return posixDescription(posixCodeFromHost(failure));
-  return problem;
+  return changePreferencesFile(*place, mayCreate, [&changes](const PreferencesContent& old) {
+    return changed(old, changes);
+  });
 }
 
 }  // namespace
@@ -109,30 +110,23 @@ void CFPreferencesSetValue(const std::string& key, std::optional<Value> value,
 bool CFPreferencesSynchronize(const std::string& application, const std::string& user,
                               const std::string& host) {
   const std::vector<Change> changes = takePending({application, user, host});
-  std::optional<std::string> problem;
-  if (const auto place = placeOfPreferences(application, user, host); !place) {
-    problem = "There is no such domain.";
-  } else if (!changes.empty()) {
-    problem = write(changes, *place);
-  }
-  if (problem) {
+  const Result<void> written = write(changes, placeOfPreferences(application, user, host));
+  if (!written) {
     NSLog("Preferences of '%s' for user '%s' and host '%s' were not written: %s\n",
           singleLine(application).c_str(), singleLine(user).c_str(), singleLine(host).c_str(),
-          singleLine(*problem).c_str());
+          singleLine(written.error().localizedDescription()).c_str());
   }
-  return !problem;
+  return bool(written);
 }
 
 std::optional<Value> CFPreferencesCopyValue(const std::string& key, const std::string& application,
                                             const std::string& user, const std::string& host) {
   const auto place = placeOfPreferences(application, user, host);
   if (!place) return std::nullopt;
-  const PreferencesContent content = readPreferencesFile(*place);
-  const auto* data = std::get_if<std::optional<Data>>(&content);
-  if (data == nullptr) return std::nullopt;
-  const auto list = preferencesIn(*data);
-  const auto* preferences = std::get_if<PropertyList>(&list);
-  if (preferences == nullptr) return std::nullopt;
+  const Result<PreferencesContent> content = readPreferencesFile(*place);
+  if (!content) return std::nullopt;
+  const Result<PropertyList> preferences = preferencesIn(*content);
+  if (!preferences) return std::nullopt;
   const Value* value = preferences->root.dictionary()->find(key);
   return value != nullptr ? std::optional(*value) : std::nullopt;
 }

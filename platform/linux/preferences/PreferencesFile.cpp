@@ -12,6 +12,7 @@
 
 #include "foundation/FileDescriptor.h"
 #include "foundation/NoDestructor.h"
+#include "foundation/POSIXError.h"
 #include "platform/linux/preferences/PreferencesWorker.h"
 #include "platform/linux/processes/AbandonedChildren.h"
 
@@ -32,52 +33,57 @@ AbandonedChildren& abandonedChildren() {
 /// The worker process and what is shared with it. Ended, if it still runs, with this object.
 class Child {
  public:
-  Child(const PreferencesPlace& place, PreferencesAccess access)
-      : _user(place.owner), _memory(::memfd_create("preferences", MFD_CLOEXEC)) {
-    if (!abandonedChildren().mayStart(_user)) {
-      errno = ETIMEDOUT;
-      return;
-    }
-    std::array<int, 2> ends{};
-    if (!_memory || ::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends.data()) != 0) return;
-    _socket.reset(ends[0]);
-    const FileDescriptor childsEnd(ends[1]);
-    _process = ::fork();
-    if (_process == 0) runPreferencesWorker(place, access, childsEnd.get(), _memory.get());
-  }
+  explicit Child(const PreferencesPlace& place)
+      : _place(place), _memory(::memfd_create("preferences", MFD_CLOEXEC)) {}
   Child(const Child&) = delete;
   Child& operator=(const Child&) = delete;
   ~Child() {
-    if (_process > 0) abandonedChildren().end(_process, _user);
+    if (_process > 0) abandonedChildren().end(_process, _place.owner);
   }
 
-  explicit operator bool() const { return _process > 0; }
+  Result<void> start(PreferencesAccess access) {
+    if (!abandonedChildren().mayStart(_place.owner)) return posixErrorFromHost(ETIMEDOUT);
+    std::array<int, 2> ends{};
+    if (!_memory || ::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends.data()) != 0) {
+      return posixErrorFromHost(errno);
+    }
+    _socket.reset(ends[0]);
+    const FileDescriptor childsEnd(ends[1]);
+    _process = ::fork();
+    if (_process == 0) runPreferencesWorker(_place, access, childsEnd.get(), _memory.get());
+    if (_process < 0) return posixErrorFromHost(errno);
+    return {};
+  }
 
-  PreferencesContent content() const {
+  Result<PreferencesContent> content() const {
     const PreferencesReport report = receiveReport();
-    if (report.failure != 0) return report.failure;
-    if (report.isThere == 0) return std::optional<Data>();
+    if (report.failure != 0) return posixErrorFromHost(report.failure);
+    if (report.isThere == 0) return std::nullopt;
     Data content(report.size);
     for (std::size_t done = 0; done < content.size();) {
       const ssize_t count = ::pread(_memory.get(), content.data() + done, content.size() - done,
                                     static_cast<off_t>(done));
-      if (count <= 0) return count < 0 ? errno : EIO;
+      if (count <= 0) return posixErrorFromHost(count < 0 ? errno : EIO);
       done += static_cast<std::size_t>(count);
     }
-    return std::optional(std::move(content));
+    return content;
   }
 
-  /// Has the content written: 0, or a number of `errno`.
-  int write(const Data& content) const {
+  /// Has the content written.
+  Result<void> write(const Data& content) const {
     for (std::size_t done = 0; done < content.size();) {
       const ssize_t count = ::pwrite(_memory.get(), content.data() + done, content.size() - done,
                                      static_cast<off_t>(done));
-      if (count < 0) return errno;
+      if (count < 0) return posixErrorFromHost(errno);
       done += static_cast<std::size_t>(count);
     }
     const std::uint64_t size = content.size();
-    if (::send(_socket.get(), &size, sizeof size, MSG_NOSIGNAL) != sizeof size) return EPIPE;
-    return receiveReport().failure;
+    if (::send(_socket.get(), &size, sizeof size, MSG_NOSIGNAL) != sizeof size) {
+      return posixErrorFromHost(EPIPE);
+    }
+    const PreferencesReport report = receiveReport();
+    if (report.failure != 0) return posixErrorFromHost(report.failure);
+    return {};
   }
 
  private:
@@ -99,7 +105,7 @@ class Child {
   }
 
   const Clock::time_point _deadline = Clock::now() + preferencesFileTimeout;
-  const uid_t _user;
+  const PreferencesPlace& _place;
   const FileDescriptor _memory;
   FileDescriptor _socket;
   pid_t _process = -1;
@@ -107,20 +113,22 @@ class Child {
 
 }  // namespace
 
-PreferencesContent readPreferencesFile(const PreferencesPlace& place) {
-  const Child child(place, PreferencesAccess::Read);
-  if (!child) return errno;
+Result<PreferencesContent> readPreferencesFile(const PreferencesPlace& place) {
+  Child child(place);
+  if (const auto started = child.start(PreferencesAccess::Read); !started) return started.error();
   return child.content();
 }
 
-int changePreferencesFile(const PreferencesPlace& place, bool mayCreate,
-                          const PreferencesChange& change) {
-  const Child child(place, mayCreate ? PreferencesAccess::Create : PreferencesAccess::Change);
-  if (!child) return errno;
-  const PreferencesContent content = child.content();
-  if (const int* failure = std::get_if<int>(&content)) return *failure;
-  const std::optional<Data> changed = change(std::get<std::optional<Data>>(content));
-  return changed ? child.write(*changed) : 0;
+Result<void> changePreferencesFile(const PreferencesPlace& place, bool mayCreate,
+                                   const PreferencesChange& change) {
+  Child child(place);
+  const auto access = mayCreate ? PreferencesAccess::Create : PreferencesAccess::Change;
+  if (const auto started = child.start(access); !started) return started.error();
+  const Result<PreferencesContent> old = child.content();
+  if (!old) return old.error();
+  const Result<PreferencesContent> changed = change(*old);
+  if (!changed) return changed.error();
+  return *changed ? child.write(**changed) : Result<void>();
 }
 
 }  // namespace corvane

@@ -4,8 +4,8 @@
 #include <chrono>
 #include <functional>
 #include <optional>
-#include <variant>
 
+#include "foundation/Result.h"
 #include "foundation/Value.h"
 #include "platform/linux/preferences/PreferencesPlace.h"
 
@@ -32,19 +32,19 @@ namespace corvane {
 /// functions fail at once with ETIMEDOUT.
 inline constexpr std::chrono::seconds preferencesFileTimeout{10};
 
-/// The content of the file, or nothing if there is none; else a number of `errno`.
-using PreferencesContent = std::variant<std::optional<Data>, int>;
-PreferencesContent readPreferencesFile(const PreferencesPlace& place);
+/// The content of a file; nothing if there is no file.
+using PreferencesContent = std::optional<Data>;
+Result<PreferencesContent> readPreferencesFile(const PreferencesPlace& place);
 
-/// Makes new content from the old (nothing if there is no file); nothing leaves the file alone.
-using PreferencesChange = std::function<std::optional<Data>(const std::optional<Data>& content)>;
+/// Makes new content from the old; nothing, as well as a failure, leaves the file alone.
+using PreferencesChange = std::function<Result<PreferencesContent>(const PreferencesContent& old)>;
 
 /// Changes the file with nobody else changing it meanwhile: a reader sees the old file or the new
 /// one, and so does whoever looks after a crash. Makes missing folders if `mayCreate`; without, a
-/// missing folder is a missing file. 0 on success, else a number of `errno`, with the old file in
+/// missing folder is a missing file. After a failure, that of `change` too, the old file is in
 /// place.
-int changePreferencesFile(const PreferencesPlace& place, bool mayCreate,
-                          const PreferencesChange& change);
+Result<void> changePreferencesFile(const PreferencesPlace& place, bool mayCreate,
+                                   const PreferencesChange& change);
 
 }  // namespace corvane
 

@@ -9,6 +9,7 @@
 #include <systemd/sd-id128.h>
 #include <unistd.h>
 
+#include "foundation/NoDestructor.h"
 #include "foundation/Unicode.h"
 #include "platform/Preferences.h"
 
@@ -19,10 +20,10 @@ namespace {
 constexpr std::string_view extension = ".plist";
 
 const std::string& root() {
-  static const std::string* const root = [] {
+  static NoDestructor<const std::string> root([] {
     const char* value = ::secure_getenv("CORVANE_PREFERENCES_ROOT");
-    return new std::string(value != nullptr ? value : "");
-  }();
+    return std::string(value != nullptr ? value : "");
+  }());
   return *root;
 }
 

@@ -27,7 +27,7 @@ namespace {
 
 Error peerError(int hostErrno, const char* description) {
   return Error(NSPOSIXErrorDomain, posixCodeFromHost(hostErrno),
-               {{std::string(NSLocalizedDescriptionKey), description}});
+               {{NSLocalizedDescriptionKey, description}});
 }
 
 /// A descriptor that holds on to the peer's process, or to nothing if the process is gone. A kernel

@@ -131,13 +131,13 @@ TEST_F(PreferencesTest, AnExistingFileKeepsItsFormatPermissionsOrderAndTheOtherK
   for (const auto format : {PropertyListFormat::Binary, PropertyListFormat::XML}) {
     Dictionary expected = written;
     if (format == PropertyListFormat::XML) expected.set("z", Date{1});
-    writeFile(file, stringFromData(std::get<Data>(writePropertyList(expected, format))));
+    writeFile(file, stringFromData(*writePropertyList(expected, format)));
     ::chmod(file.c_str(), 0640);
     ASSERT_TRUE(set("key", "new", currentUser));
     expected.set("key", "new");
     const auto list = readPropertyList(dataFromString(contentOf(file)));
-    EXPECT_EQ(std::get<PropertyList>(list).format, format);
-    const Dictionary& found = *std::get<PropertyList>(list).root.dictionary();
+    EXPECT_EQ(list->format, format);
+    const Dictionary& found = *list->root.dictionary();
     EXPECT_TRUE(std::equal(found.begin(), found.end(), expected.begin(), expected.end()));
     EXPECT_EQ(statusOf(file).st_mode & 0777U, 0640U);
   }
@@ -357,8 +357,8 @@ TEST_F(PreferencesTest, AnOldStyleFileBecomesXML) {
 TEST_F(PreferencesTest, OtherToolsReadWhatWasWritten) {
   const Path file = ownFolder() / (application + ".plist");
   for (const auto format : {PropertyListFormat::XML, PropertyListFormat::Binary}) {
-    writeFile(file, stringFromData(std::get<Data>(writePropertyList(
-                        Dictionary{{"text", "\xC3\xA4 & <\xE6\x97\xA5>"}}, format))));
+    writeFile(file, stringFromData(*writePropertyList(
+                        Dictionary{{"text", "\xC3\xA4 & <\xE6\x97\xA5>"}}, format)));
     ASSERT_TRUE(set("true", true, currentUser));
     ASSERT_TRUE(set("big", std::numeric_limits<std::uint64_t>::max(), currentUser));
     ASSERT_TRUE(set("least", std::numeric_limits<std::int64_t>::min(), currentUser));

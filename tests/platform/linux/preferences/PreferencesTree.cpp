@@ -86,11 +86,9 @@ void PreferencesTree::makeFolder(const Path& path, uid_t owner) {
 }
 
 Dictionary PreferencesTree::preferencesIn(const Path& path) {
-  const auto list = readPropertyList(dataFromString(contentOf(path)));
-  const auto* read = std::get_if<PropertyList>(&list);
-  const bool isDictionary = read != nullptr && read->root.dictionary() != nullptr;
-  EXPECT_TRUE(isDictionary) << path;
-  return isDictionary ? *read->root.dictionary() : Dictionary();
+  Result<Dictionary> dictionary = readDictionary(dataFromString(contentOf(path)));
+  EXPECT_TRUE(dictionary) << path;
+  return dictionary ? *std::move(dictionary) : Dictionary();
 }
 
 std::string PreferencesTree::outputOf(const std::string& command) {
