@@ -24,7 +24,7 @@ void tell(const std::vector<std::string>& rights, const char* what) {
 
 // The set's own functions report failures to the standard log alone, so the result is looked at.
 ExitStatus change(bool isRegistering) {
-  if (isRegistering ? cli::registerRights() : cli::removeRights()) {
+  if (!(isRegistering ? cli::registerRights() : cli::removeRights())) {
     std::fputs("com.corvane.rights-vnt: no authorization could be made.\n", stderr);
     return Failed;
   }

@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "foundation/Error.h"
+#include "foundation/Result.h"
 
 namespace corvane {
 
@@ -60,8 +60,8 @@ class HelperInstallation {
 
   /// Keeps other processes from changing the installation while this object is there. Waits for who
   /// is changing it, as long as `patience`, after telling `onWait` which process that is, or 0.
-  virtual std::optional<Error> lock(std::chrono::milliseconds patience,
-                                    const std::function<void(std::int32_t)>& onWait) = 0;
+  virtual Result<void> lock(std::chrono::milliseconds patience,
+                            const std::function<void(std::int32_t)>& onWait) = 0;
 
   /// Everything that belongs to an installation, and how it is there.
   virtual std::vector<Part> parts() const = 0;
@@ -71,7 +71,7 @@ class HelperInstallation {
   /// Makes every part current. A program that runs is replaced for those who start it from now on,
   /// and is not disturbed. After an error the system is as it was before, once this object is gone.
   /// The files of a package are left to it: one that is not current is an error.
-  virtual std::optional<Error> putInPlace() = 0;
+  virtual Result<void> putInPlace() = 0;
   /// Makes what `putInPlace` did permanent, and has a helper end whose clients have all ended
   /// without a word: nobody would have it make room for the program that is in place.
   virtual void keep() = 0;

@@ -69,19 +69,19 @@ std::vector<std::string> FileReplacement::remainsOf(const std::string& place) {
   return {newNameFor(place), oldNameFor(place)};
 }
 
-std::optional<Error> FileReplacement::makeFolder(const std::string& path) {
-  if (path.empty() || ::access(path.c_str(), F_OK) == 0) return std::nullopt;
-  if (auto error = makeFolder(deletingLastPathComponent(path))) return error;
+Result<void> FileReplacement::makeFolder(const std::string& path) {
+  if (path.empty() || ::access(path.c_str(), F_OK) == 0) return {};
+  if (auto done = makeFolder(deletingLastPathComponent(path)); !done) return done;
   if (::mkdir(path.c_str(), 0755) != 0) return posixErrorAbout(path, errno);
   _folders.push_back(path);
   // The process's umask may have taken some of the permissions away.
-  return ::chmod(path.c_str(), 0755) == 0 ? std::nullopt
-                                          : std::optional(posixErrorAbout(path, errno));
+  if (::chmod(path.c_str(), 0755) != 0) return posixErrorAbout(path, errno);
+  return {};
 }
 
-std::optional<Error> FileReplacement::stage(const std::string& source, const std::string& place,
-                                            mode_t permissions) {
-  if (auto error = makeFolder(deletingLastPathComponent(place))) return error;
+Result<void> FileReplacement::stage(const std::string& source, const std::string& place,
+                                    mode_t permissions) {
+  if (auto done = makeFolder(deletingLastPathComponent(place)); !done) return done;
   const FileDescriptor from(::open(source.c_str(), O_RDONLY | O_CLOEXEC));
   if (!from) return posixErrorAbout(source, errno);
 
@@ -94,12 +94,12 @@ std::optional<Error> FileReplacement::stage(const std::string& source, const std
       ::fchmod(to.get(), permissions) != 0 || ::fsync(to.get()) != 0) {
     return posixErrorAbout(name, errno);
   }
-  return std::nullopt;
+  return {};
 }
 
 // The journal lists the places where there is no file yet: if this process is killed, what is found
 // there later was put there by it, and is removed.
-std::optional<Error> FileReplacement::beginJournal() {
+Result<void> FileReplacement::beginJournal() {
   std::string text;
   for (const File& file : _files) {
     if (!exists(file.place)) text += file.place + "\n";
@@ -113,7 +113,7 @@ std::optional<Error> FileReplacement::beginJournal() {
     return posixErrorAbout(_journal, errno);
   }
   syncFolderOf(_journal);
-  return std::nullopt;
+  return {};
 }
 
 void FileReplacement::endJournal() {
@@ -144,9 +144,9 @@ void FileReplacement::recover(const std::vector<std::string>& places) const {
   ::unlink(_journal.c_str());
 }
 
-std::optional<Error> FileReplacement::apply() {
-  if (_files.empty()) return std::nullopt;
-  if (auto error = beginJournal()) return error;
+Result<void> FileReplacement::apply() {
+  if (_files.empty()) return {};
+  if (auto done = beginJournal(); !done) return done;
   for (File& file : _files) {
     const std::string old = oldNameFor(file.place);
     ::unlink(old.c_str());
@@ -159,7 +159,7 @@ std::optional<Error> FileReplacement::apply() {
     file.isInPlace = true;
   }
   for (const File& file : _files) syncFolderOf(file.place);
-  return std::nullopt;
+  return {};
 }
 
 void FileReplacement::keep() {

@@ -8,7 +8,7 @@
 
 #include <sys/types.h>
 
-#include "foundation/Error.h"
+#include "foundation/Result.h"
 
 namespace corvane {
 
@@ -27,10 +27,9 @@ class FileReplacement {
 
   /// Writes a copy of `source`, as root's and with `permissions`, next to `place`; missing folders
   /// are made.
-  std::optional<Error> stage(const std::string& source, const std::string& place,
-                             mode_t permissions);
+  Result<void> stage(const std::string& source, const std::string& place, mode_t permissions);
   /// Moves all that is staged to its place.
-  std::optional<Error> apply();
+  Result<void> apply();
   /// Makes it permanent.
   void keep();
   /// Makes it undone.
@@ -51,8 +50,8 @@ class FileReplacement {
     bool isInPlace = false;
   };
 
-  std::optional<Error> makeFolder(const std::string& path);
-  std::optional<Error> beginJournal();
+  Result<void> makeFolder(const std::string& path);
+  Result<void> beginJournal();
   void endJournal();
 
   std::string _journal;

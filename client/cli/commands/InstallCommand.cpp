@@ -43,17 +43,18 @@ Error errorFrom(const std::string& description, const std::string& cure) {
 
 // Registers the rights that are missing, and anew those that are not as they are to be. If that
 // fails for one of them, all that were missing are removed again.
-std::optional<Error> registerAllRights(const Rights& before) {
-  auto error = mendRights();
+Result<void> registerAllRights(const Rights& before) {
+  Result<void> registered = mendRights();
   const auto faults = faultsOfRights();
-  if (!error && !faults.empty()) {
-    error =
+  if (registered && !faults.empty()) {
+    registered =
         errorFrom("the authorization database did not accept the right " + faults.front().right +
                       ": " + faults.front().path + " " + faults.front().description,
                   "Put that right, and try again.");
   }
-  if (error) removeRights(before.missing);
-  return error;
+  // Where nothing could be changed, there is nothing to be removed.
+  if (!registered) (void)removeRights(before.missing);
+  return registered;
 }
 
 // What is wrong with the installation and is not put right by putting everything in place.
@@ -72,7 +73,8 @@ int install(const Context& context) {
   const auto tell = [&context](const Error& error) {
     return report(context, Action::Install, "", {std::nullopt, error});
   };
-  if (const auto error = lockInstallation(*installation)) return tell(*error);
+  const auto locked = lockInstallation(*installation);
+  if (!locked) return tell(locked.error());
   const SignalsHeldBack heldBack;
   const Rights rights = examineRights();
   const auto changes = changesThatInstallMakes(installation->parts(), rights);
@@ -82,9 +84,9 @@ int install(const Context& context) {
     return ExitDone;
   }
 
-  auto error = installation->putInPlace();
-  if (!error) error = registerAllRights(rights);
-  if (error) return tell(*error);
+  Result<void> done = installation->putInPlace();
+  if (done) done = registerAllRights(rights);
+  if (!done) return tell(done.error());
   installation->keep();
   if (const auto left = whatIsBroken(*installation)) {
     if (!context.isJSON) tellChanges(context, changes, "Everything is in place, but:");

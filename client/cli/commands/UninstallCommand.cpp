@@ -146,7 +146,8 @@ int uninstall(const Context& context, bool isForced) {
     return report(context, Action::Uninstall, "", {std::nullopt, error});
   };
   if (const auto package = installation->package()) return tell(leftToPackage(*package));
-  if (const auto error = lockInstallation(*installation)) return tell(*error);
+  const auto locked = lockInstallation(*installation);
+  if (!locked) return tell(locked.error());
   const SignalsHeldBack heldBack;
   const Names before = whatIsThere(*installation);
   if (before.empty()) {
@@ -165,7 +166,8 @@ int uninstall(const Context& context, bool isForced) {
                         : "The helper cannot be reached. It is removed without its help.");
   }
   installation->remove();
-  removeRights();
+  // What stays of them is told below.
+  (void)removeRights();
   return tellWhatIsLeft(context, before, whatIsThere(*installation));
 }
 

@@ -18,7 +18,7 @@ std::unique_ptr<HelperInstallation> ownInstallation() {
       HelperInstallation::ownPayload());
 }
 
-std::optional<Error> lockInstallation(HelperInstallation& installation) {
+Result<void> lockInstallation(HelperInstallation& installation) {
   constexpr std::chrono::seconds patience(60);
   return installation.lock(patience, [](std::int32_t holder) {
     const std::string who = holder > 0 ? "process " + std::to_string(holder) : "another process";

@@ -16,7 +16,7 @@ namespace corvane::cli {
 std::unique_ptr<HelperInstallation> ownInstallation();
 
 /// Keeps others from changing the installation while it is there; tells whom it waits for.
-std::optional<Error> lockInstallation(HelperInstallation& installation);
+Result<void> lockInstallation(HelperInstallation& installation);
 
 /// One line, and one element of a JSON result: what became of one object.
 struct Change {

@@ -16,14 +16,14 @@ std::string localizationTable() {
 }
 
 template <typename Change>
-std::optional<Error> changeRights(const Change& change) {
+Result<void> changeRights(const Change& change) {
   AuthorizationRef authorization = nullptr;
   const OSStatus status =
       AuthorizationCreate(nullptr, nullptr, kAuthorizationFlagDefaults, &authorization);
   if (status != errAuthorizationSuccess) return Error(NSOSStatusErrorDomain, status);
   change(authorization);
   AuthorizationFree(authorization, kAuthorizationFlagDefaults);
-  return std::nullopt;
+  return {};
 }
 
 }  // namespace
@@ -67,8 +67,8 @@ std::vector<RightFault> faultsOfRights() {
   return faults;
 }
 
-std::optional<Error> mendRights() {
-  if (auto error = registerRights()) return error;
+Result<void> mendRights() {
+  if (auto registered = registerRights(); !registered) return registered;
   return changeRights([](AuthorizationRef authorization) {
     operationSet().enumerateRightDefinitionsUsingBlock([&](const std::optional<std::string>& name,
                                                            const Value& rule,
@@ -81,13 +81,13 @@ std::optional<Error> mendRights() {
   });
 }
 
-std::optional<Error> registerRights() {
+Result<void> registerRights() {
   return changeRights([](AuthorizationRef authorization) {
     operationSet().setAuthorizationRightsForImplementedOperationsUsingAuthorization(authorization);
   });
 }
 
-std::optional<Error> removeRights() {
+Result<void> removeRights() {
   return changeRights([](AuthorizationRef authorization) {
     operationSet().removeAuthorizationRightsForImplementedOperationsUsingAuthorization(
         authorization);
@@ -100,7 +100,7 @@ std::optional<Error> removeRights() {
   });
 }
 
-std::optional<Error> removeRights(const std::vector<std::string>& names) {
+Result<void> removeRights(const std::vector<std::string>& names) {
   return changeRights([&names](AuthorizationRef authorization) {
     for (const std::string& name : names) AuthorizationRightRemove(authorization, name.c_str());
   });

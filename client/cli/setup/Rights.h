@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "foundation/Error.h"
+#include "foundation/Result.h"
 #include "platform/RightFaults.h"
 
 namespace corvane::cli {
@@ -24,13 +24,13 @@ Rights examineRights();
 /// What keeps the rights from being those of this program.
 std::vector<RightFault> faultsOfRights();
 
-/// Put the rights into the database, or take all or some out; nothing, or why it cannot be done.
+/// Put the rights into the database, or take all or some out.
 /// What was done shows when they are examined.
-std::optional<Error> registerRights();
+Result<void> registerRights();
 /// The same, and defines those anew that are not as they are to be.
-std::optional<Error> mendRights();
-std::optional<Error> removeRights();
-std::optional<Error> removeRights(const std::vector<std::string>& names);
+Result<void> mendRights();
+Result<void> removeRights();
+Result<void> removeRights(const std::vector<std::string>& names);
 
 }  // namespace corvane::cli
 

@@ -109,8 +109,8 @@ class LinuxInstallation : public HelperInstallation {
     return packageOf(programFolder + _label, _root);
   }
 
-  std::optional<Error> lock(std::chrono::milliseconds patience,
-                            const std::function<void(std::int32_t)>& onWait) override {
+  Result<void> lock(std::chrono::milliseconds patience,
+                    const std::function<void(std::int32_t)>& onWait) override {
     return _lock.take(patience, onWait);
   }
 
@@ -127,7 +127,7 @@ class LinuxInstallation : public HelperInstallation {
 
   std::vector<Fault> faults() const override;
 
-  std::optional<Error> putInPlace() override;
+  Result<void> putInPlace() override;
 
   void keep() override {
     _replacement.keep();
@@ -208,10 +208,10 @@ class LinuxInstallation : public HelperInstallation {
   }
 
   std::vector<Fault> faultsOfFiles() const;
-  std::optional<Error> checkPlaces(const std::string& package) const;
-  std::optional<Error> checkSources() const;
-  std::optional<Error> replaceFiles();
-  std::optional<Error> makeReady(const std::string& socket);
+  Result<void> checkPlaces(const std::string& package) const;
+  Result<void> checkSources() const;
+  Result<void> replaceFiles();
+  Result<void> makeReady(const std::string& socket);
   void endIssuer() const;
   void endForsakenHelper() const;
   std::vector<std::string> runtimeFolders() const;
@@ -263,16 +263,16 @@ std::vector<HelperInstallation::Fault> LinuxInstallation::faults() const {
   if (!_systemctl.isManagerRunning()) return faults;
   for (const Service& service : services()) {
     for (const std::string& unit : {service.name + ".socket", service.name + ".service"}) {
-      const auto asked = _systemctl.propertiesOf(unit);
-      if (const auto* reason = std::get_if<std::string>(&asked)) {
+      const Result<UnitProperties> properties = _systemctl.propertiesOf(unit);
+      if (!properties) {
         faults.push_back(
-            {Fault::Kind::Unknown, "systemd cannot be asked: " + *reason,
+            {Fault::Kind::Unknown,
+             "systemd cannot be asked: " + properties.error().localizedDescription(),
              "See whether the system bus runs: systemctl status dbus.socket, as root"});
         return faults;
       }
-      const auto& properties = std::get<UnitProperties>(asked);
       for (const auto& found :
-           {faultsOfUnit(properties), faultsOfRunningProgram(service.program, properties)}) {
+           {faultsOfUnit(*properties), faultsOfRunningProgram(service.program, *properties)}) {
         faults.insert(faults.end(), found.begin(), found.end());
       }
     }
@@ -280,7 +280,7 @@ std::vector<HelperInstallation::Fault> LinuxInstallation::faults() const {
   return faults;
 }
 
-std::optional<Error> LinuxInstallation::checkSources() const {
+Result<void> LinuxInstallation::checkSources() const {
   for (const InstalledFile& file : _files) {
     if (!contentsOf(file.source)) {
       return errorAbout(POSIXErrorCode::NoEntry, file.source, "is missing from what is installed",
@@ -292,47 +292,48 @@ std::optional<Error> LinuxInstallation::checkSources() const {
                         "Move it away, and try again.");
     }
   }
-  return std::nullopt;
+  return {};
 }
 
-std::optional<Error> LinuxInstallation::checkPlaces(const std::string& package) const {
+Result<void> LinuxInstallation::checkPlaces(const std::string& package) const {
   const auto changed = changedFilesOf(package, _root);
   for (const InstalledFile& file : _files) {
     if (isAsPut(file, &changed)) continue;
     return errorAbout(POSIXErrorCode::Exists, file.place,
                       "is not as the package " + package + " has it", reinstalling(package));
   }
-  return std::nullopt;
+  return {};
 }
 
-std::optional<Error> LinuxInstallation::replaceFiles() {
-  if (auto error = checkSources()) return error;
+Result<void> LinuxInstallation::replaceFiles() {
+  if (auto done = checkSources(); !done) return done;
   for (const InstalledFile& file : _files) {
     if (isAsPut(file, nullptr)) continue;
-    if (auto error = _replacement.stage(file.source, file.place, file.permissions)) return error;
+    auto staged = _replacement.stage(file.source, file.place, file.permissions);
+    if (!staged) return staged;
     _isReloadNeeded |= file.permissions == unitPermissions;
     _isIssuerReplaced |= lastPathComponent(file.place).starts_with(issuer);
   }
   return _replacement.apply();
 }
 
-std::optional<Error> LinuxInstallation::putInPlace() {
+Result<void> LinuxInstallation::putInPlace() {
   _replacement.recover(places());
   const auto owner = package();
-  if (auto error = owner ? checkPlaces(*owner) : replaceFiles()) return error;
+  if (auto done = owner ? checkPlaces(*owner) : replaceFiles(); !done) return done;
   for (const InstalledFile& file : _files) _isReloadNeeded |= isReloadNeeded(file);
   if (_isReloadNeeded && _systemctl.isManagerRunning()) {
-    if (auto error = _systemctl.run({"daemon-reload"})) return error;
+    if (auto done = _systemctl.run({"daemon-reload"}); !done) return done;
   }
   if (_isIssuerReplaced) endIssuer();
   // Where the helper could not be started so often that it was given up, it counts anew.
   if (_systemctl.isManagerRunning()) {
-    _systemctl.run({"reset-failed", _label + ".*", std::string(issuer) + ".*"});
+    _systemctl.attempt({"reset-failed", _label + ".*", std::string(issuer) + ".*"});
   }
   for (const std::string& socket : _sockets) {
-    if (auto error = makeReady(socket)) return error;
+    if (auto done = makeReady(socket); !done) return done;
   }
-  return std::nullopt;
+  return {};
 }
 
 // An issuer that runs is of the version that was replaced, and would run on for as long as clients
@@ -341,17 +342,17 @@ std::optional<Error> LinuxInstallation::putInPlace() {
 void LinuxInstallation::endIssuer() const {
   if (!_systemctl.isManagerRunning()) return;
   // The socket of the older versions does not start one for all.
-  if (exists(issuerTemplatePath())) _systemctl.run({"stop", std::string(issuer) + ".socket"});
-  _systemctl.run({"stop", issuerService});
+  if (exists(issuerTemplatePath())) _systemctl.attempt({"stop", std::string(issuer) + ".socket"});
+  _systemctl.attempt({"stop", issuerService});
 }
 
 // One with a client, or with a request in progress, takes no notice.
 void LinuxInstallation::endForsakenHelper() const {
   if (!_systemctl.isManagerRunning()) return;
-  _systemctl.run({"kill", "--kill-who=main", "--signal=WINCH", _label + ".service"});
+  _systemctl.attempt({"kill", "--kill-who=main", "--signal=WINCH", _label + ".service"});
 }
 
-std::optional<Error> LinuxInstallation::makeReady(const std::string& socket) {
+Result<void> LinuxInstallation::makeReady(const std::string& socket) {
   const std::string service = socket.substr(0, socket.rfind('.')) + ".service";
   for (const std::string& unit : {socket, service}) {
     if (!_systemctl.isMasked(unit)) continue;
@@ -360,14 +361,14 @@ std::optional<Error> LinuxInstallation::makeReady(const std::string& socket) {
   }
   if (!_systemctl.isEnabled(socket)) {
     _enabled.push_back(socket);
-    if (auto error = _systemctl.run({"--quiet", "enable", socket})) return error;
+    if (auto done = _systemctl.run({"--quiet", "enable", socket}); !done) return done;
   }
   if (_systemctl.isManagerRunning() && !_systemctl.isActive(socket)) {
     _started.push_back(socket);
     // A socket is not started while its service runs, which for the issuer is never for long.
     if (service == issuerService) endIssuer();
-    auto error = _systemctl.run({"start", socket});
-    if (error && _systemctl.isActive(service)) {
+    auto started = _systemctl.run({"start", socket});
+    if (!started && _systemctl.isActive(service)) {
       endForsakenHelper();
       return errorAbout(POSIXErrorCode::Busy, socket,
                         "cannot be started while " + service + " runs",
@@ -375,18 +376,18 @@ std::optional<Error> LinuxInstallation::makeReady(const std::string& socket) {
                         "systemctl stop " +
                             service);
     }
-    return error;
+    return started;
   }
-  return std::nullopt;
+  return {};
 }
 
 // Failures are not looked at: there is nothing more to be done about them, and a step that cannot
 // be undone is mostly one that failed in the first place.
 void LinuxInstallation::undo() {
-  for (const std::string& socket : _started) _systemctl.run({"stop", socket});
-  for (const std::string& socket : _enabled) _systemctl.run({"--quiet", "disable", socket});
+  for (const std::string& socket : _started) _systemctl.attempt({"stop", socket});
+  for (const std::string& socket : _enabled) _systemctl.attempt({"--quiet", "disable", socket});
   _replacement.undo();
-  if (_isReloadNeeded && _systemctl.isManagerRunning()) _systemctl.run({"daemon-reload"});
+  if (_isReloadNeeded && _systemctl.isManagerRunning()) _systemctl.attempt({"daemon-reload"});
   if (_isIssuerReplaced) endIssuer();
   forget();
 }
@@ -406,13 +407,13 @@ std::vector<std::string> LinuxInstallation::runtimeFolders() const {
 
 void LinuxInstallation::remove() {
   for (const std::string& socket : _sockets) {
-    if (_systemctl.isManagerRunning()) _systemctl.run({"stop", socket});
-    _systemctl.run({"--quiet", "disable", socket});
+    if (_systemctl.isManagerRunning()) _systemctl.attempt({"stop", socket});
+    _systemctl.attempt({"--quiet", "disable", socket});
     // systemctl refuses to disable a unit that is masked, and leaves this link.
     ::unlink(linkOf(socket).c_str());
   }
   if (_systemctl.isManagerRunning()) {
-    _systemctl.run({"stop", _label + ".service", issuerService});
+    _systemctl.attempt({"stop", _label + ".service", issuerService});
   }
   // The journal goes first: with it, the next installation would take this for one that was killed,
   // and put files back.
@@ -427,8 +428,8 @@ void LinuxInstallation::remove() {
   std::error_code ignored;
   for (const std::string& folder : runtimeFolders()) fs::remove_all(folder, ignored);
   if (_systemctl.isManagerRunning()) {
-    _systemctl.run({"daemon-reload"});
-    _systemctl.run({"reset-failed", _label + ".*", std::string(issuer) + "*"});
+    _systemctl.attempt({"daemon-reload"});
+    _systemctl.attempt({"reset-failed", _label + ".*", std::string(issuer) + "*"});
   }
 }
 

@@ -61,8 +61,8 @@ bool InstallationLock::isHeld(const FileDescriptor& file) const {
          opened.st_dev == named.st_dev && opened.st_ino == named.st_ino;
 }
 
-std::optional<Error> InstallationLock::take(std::chrono::milliseconds patience,
-                                            const std::function<void(std::int32_t)>& onWait) {
+Result<void> InstallationLock::take(std::chrono::milliseconds patience,
+                                    const std::function<void(std::int32_t)>& onWait) {
   const auto deadline = std::chrono::steady_clock::now() + patience;
   for (bool isWaiting = false;;) {
     FileDescriptor file(::open(_path.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0600));
@@ -71,7 +71,7 @@ std::optional<Error> InstallationLock::take(std::chrono::milliseconds patience,
       if (!isHeld(file)) continue;
       nameHolderIn(file);
       _file = std::move(file);
-      return std::nullopt;
+      return {};
     }
     if (errno != EWOULDBLOCK) return posixErrorAbout(_path, errno);
     const std::int32_t holder = holderNamedIn(file);

@@ -8,8 +8,8 @@
 #include <string>
 #include <utility>
 
-#include "foundation/Error.h"
 #include "foundation/FileDescriptor.h"
+#include "foundation/Result.h"
 
 namespace corvane {
 
@@ -25,8 +25,8 @@ class InstallationLock {
 
   /// Takes the lock, if need be after some time, which `patience` limits. If it has to wait,
   /// `onWait` is told once which process has the lock, or 0 if that is not known.
-  std::optional<Error> take(std::chrono::milliseconds patience,
-                            const std::function<void(std::int32_t)>& onWait);
+  Result<void> take(std::chrono::milliseconds patience,
+                    const std::function<void(std::int32_t)>& onWait);
 
  private:
   bool isHeld(const FileDescriptor& file) const;

@@ -27,19 +27,23 @@ ProgramResult Systemctl::ask(std::vector<std::string> arguments) const {
   return runProgram(program, std::move(arguments));
 }
 
-std::optional<Error> Systemctl::run(std::vector<std::string> arguments) const {
+Result<void> Systemctl::run(std::vector<std::string> arguments) const {
   std::string command = "systemctl";
   for (const std::string& argument : arguments) command += " " + argument;
   const ProgramResult result = ask(std::move(arguments));
-  if (result.status == 0) return std::nullopt;
+  if (result.status == 0) return {};
   const std::string reason =
       result.text.empty() ? "ended with status " + std::to_string(result.status) : result.text;
   return posixError(POSIXErrorCode::InputOutput,
                     {{NSLocalizedDescriptionKey, command + ": " + reason}});
 }
 
+void Systemctl::attempt(std::vector<std::string> arguments) const {
+  ask(std::move(arguments));
+}
+
 bool Systemctl::isEnabled(const std::string& unit) const {
-  return !run({"--quiet", "is-enabled", unit});
+  return bool(run({"--quiet", "is-enabled", unit}));
 }
 
 bool Systemctl::isMasked(const std::string& unit) const {
@@ -47,7 +51,7 @@ bool Systemctl::isMasked(const std::string& unit) const {
 }
 
 bool Systemctl::isActive(const std::string& unit) const {
-  return !run({"--quiet", "is-active", unit});
+  return bool(run({"--quiet", "is-active", unit}));
 }
 
 bool Systemctl::isReloadNeeded(const std::string& unit) const {
@@ -55,11 +59,13 @@ bool Systemctl::isReloadNeeded(const std::string& unit) const {
          ask({"show", "--property=NeedDaemonReload", "--value", unit}).text == "yes";
 }
 
-std::variant<UnitProperties, std::string> Systemctl::propertiesOf(const std::string& unit) const {
+Result<UnitProperties> Systemctl::propertiesOf(const std::string& unit) const {
   const ProgramResult result =
       ask({"show", "--property=Id,LoadState,UnitFileState,ActiveState,Result,NeedDaemonReload",
            "--property=DropInPaths,User,MainPID,ExecMainStartTimestampMonotonic", unit});
-  if (result.status != 0) return result.text;
+  if (result.status != 0) {
+    return posixError(POSIXErrorCode::InputOutput, {{NSLocalizedDescriptionKey, result.text}});
+  }
   UnitProperties properties;
   std::istringstream lines(result.text);
   for (std::string line; std::getline(lines, line);) {

@@ -4,10 +4,9 @@
 #include <map>
 #include <optional>
 #include <string>
-#include <variant>
 #include <vector>
 
-#include "foundation/Error.h"
+#include "foundation/Result.h"
 #include "platform/linux/installation/Program.h"
 
 namespace corvane {
@@ -24,8 +23,10 @@ class Systemctl {
   /// True if systemd runs the services of that system: units can be started, not only enabled.
   bool isManagerRunning() const;
 
-  /// Runs the tool; nothing if it ended well, else an error with what it said.
-  std::optional<Error> run(std::vector<std::string> arguments) const;
+  /// Runs the tool; a failure is what it said.
+  Result<void> run(std::vector<std::string> arguments) const;
+  /// Runs it where the rest goes on either way.
+  void attempt(std::vector<std::string> arguments) const;
 
   bool isEnabled(const std::string& unit) const;
   /// True if an administrator keeps the unit from being started at all.
@@ -33,8 +34,8 @@ class Systemctl {
   bool isActive(const std::string& unit) const;
   /// True if systemd works with another version of the unit than its file.
   bool isReloadNeeded(const std::string& unit) const;
-  /// What systemd, which runs, knows of a unit; or why it cannot be asked.
-  std::variant<UnitProperties, std::string> propertiesOf(const std::string& unit) const;
+  /// What systemd, which runs, knows of a unit.
+  Result<UnitProperties> propertiesOf(const std::string& unit) const;
 
  private:
   ProgramResult ask(std::vector<std::string> arguments) const;

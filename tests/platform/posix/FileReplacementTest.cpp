@@ -24,9 +24,9 @@ class FileReplacementTest : public ProtectionTest {
     two = folder.path("places/b/two");
   }
 
-  std::optional<Error> replaceBoth(FileReplacement& replacement) const {
-    if (auto error = replacement.stage(folder.path("payload/one"), one, 0755)) return error;
-    if (auto error = replacement.stage(folder.path("payload/two"), two, 0644)) return error;
+  Result<void> replaceBoth(FileReplacement& replacement) const {
+    if (auto done = replacement.stage(folder.path("payload/one"), one, 0755); !done) return done;
+    if (auto done = replacement.stage(folder.path("payload/two"), two, 0644); !done) return done;
     return replacement.apply();
   }
 
@@ -38,7 +38,7 @@ class FileReplacementTest : public ProtectionTest {
 TEST_F(FileReplacementTest, FilesGetTheirPlacesAndPermissions) {
   const mode_t mask = ::umask(077);
   FileReplacement replacement(folder.path("journal"));
-  ASSERT_EQ(replaceBoth(replacement), std::nullopt);
+  ASSERT_TRUE(replaceBoth(replacement));
   replacement.keep();
   ::umask(mask);
   struct stat status {};
@@ -54,7 +54,7 @@ TEST_F(FileReplacementTest, WhatIsNotKeptIsUndone) {
   const auto before = contentsOf(folder.path());
   {
     FileReplacement replacement(folder.path("journal"));
-    ASSERT_EQ(replaceBoth(replacement), std::nullopt);
+    ASSERT_TRUE(replaceBoth(replacement));
     EXPECT_EQ(contentOf(one), "new one");
   }
   EXPECT_EQ(contentsOf(folder.path()), before);
@@ -68,7 +68,7 @@ TEST_F(FileReplacementTest, WhatWasThereComesBackWithItsIdentity) {
   ASSERT_EQ(::stat(one.c_str(), &old), 0);
   {
     FileReplacement replacement(folder.path("journal"));
-    ASSERT_EQ(replaceBoth(replacement), std::nullopt);
+    ASSERT_TRUE(replaceBoth(replacement));
     EXPECT_EQ(contentOf(two), "new two");
   }
   struct stat now {};
@@ -82,7 +82,7 @@ TEST_F(FileReplacementTest, WhoHasTheOldFileOpenKeepsIt) {
   writeFile(one, "old one");
   std::ifstream open(one);
   FileReplacement replacement(folder.path("journal"));
-  ASSERT_EQ(replaceBoth(replacement), std::nullopt);
+  ASSERT_TRUE(replaceBoth(replacement));
   replacement.keep();
   EXPECT_EQ((std::string{std::istreambuf_iterator<char>(open), {}}), "old one");
   EXPECT_EQ(contentOf(one), "new one");
@@ -95,10 +95,10 @@ TEST_F(FileReplacementTest, AFileThatCannotBeReplacedLeavesAllAsTheyWere) {
   const auto before = contentsOf(folder.path());
   {
     FileReplacement replacement(folder.path("journal"));
-    const auto error = replaceBoth(replacement);
-    ASSERT_TRUE(error);
-    EXPECT_TRUE(isPOSIXError(*error, POSIXErrorCode::NotPermitted));
-    EXPECT_EQ(*error->userInfo().find(NSFilePathErrorKey), Value(two));
+    const auto replaced = replaceBoth(replacement);
+    ASSERT_FALSE(replaced);
+    EXPECT_TRUE(isPOSIXError(replaced.error(), POSIXErrorCode::NotPermitted));
+    EXPECT_EQ(*replaced.error().userInfo().find(NSFilePathErrorKey), Value(two));
   }
   EXPECT_EQ(contentsOf(folder.path()), before);
 }
@@ -108,7 +108,7 @@ TEST_F(FileReplacementTest, AFolderIsNotReplaced) {
   const auto before = contentsOf(folder.path());
   {
     FileReplacement replacement(folder.path("journal"));
-    EXPECT_TRUE(replaceBoth(replacement));
+    EXPECT_FALSE(replaceBoth(replacement));
   }
   EXPECT_EQ(contentsOf(folder.path()), before);
 }
@@ -116,7 +116,7 @@ TEST_F(FileReplacementTest, AFolderIsNotReplaced) {
 TEST_F(FileReplacementTest, WhatAKilledReplacementLeftIsNotInTheWay) {
   for (const std::string& remains : FileReplacement::remainsOf(one)) writeFile(remains, "half of");
   FileReplacement replacement(folder.path("journal"));
-  ASSERT_EQ(replaceBoth(replacement), std::nullopt);
+  ASSERT_TRUE(replaceBoth(replacement));
   replacement.keep();
   EXPECT_EQ(contentOf(one), "new one");
   for (const std::string& remains : FileReplacement::remainsOf(one)) EXPECT_FALSE(exists(remains));

@@ -25,7 +25,7 @@ class InstallationRecoveryTest : public InstallationTest {
     const pid_t child = ::fork();
     if (child == 0) {
       const auto made = installation();
-      if (made->putInPlace()) ::_exit(1);
+      if (!made->putInPlace()) ::_exit(1);
       ::raise(SIGKILL);
     }
     int status = 0;
@@ -39,19 +39,19 @@ class InstallationRecoveryTest : public InstallationTest {
 };
 
 TEST_F(InstallationRecoveryTest, AFailureInTheMiddleRestoresWhatWasThere) {
-  ASSERT_EQ(install(), std::nullopt);
+  ASSERT_TRUE(install());
   makePayload("second");
   fs::remove(lastUnit());
   fs::create_directories(lastUnit() + "/content");
   const auto before = system();
-  const auto error = install();
-  ASSERT_TRUE(error);
-  EXPECT_THAT(error->localizedDescription(), HasSubstr(lastUnit()));
+  const auto installed = install();
+  ASSERT_FALSE(installed);
+  EXPECT_THAT(installed.error().localizedDescription(), HasSubstr(lastUnit()));
   EXPECT_EQ(system(), before);
 }
 
 TEST_F(InstallationRecoveryTest, AFailureAfterAKilledOneLeavesWhatWasThereBeforeBoth) {
-  ASSERT_EQ(install(), std::nullopt);
+  ASSERT_TRUE(install());
   fs::remove(lastUnit());
   const auto before = system();
   makePayload("second");
@@ -59,22 +59,22 @@ TEST_F(InstallationRecoveryTest, AFailureAfterAKilledOneLeavesWhatWasThereBefore
   ASSERT_TRUE(exists(lastUnit()));
   EXPECT_GT(countOf(State::Different), 0);
   fs::remove(payload("launchctl"));
-  EXPECT_TRUE(install());
+  EXPECT_FALSE(install());
   EXPECT_EQ(system(), before);
 }
 
 TEST_F(InstallationRecoveryTest, AfterAKilledOneTheNextGoesThrough) {
-  ASSERT_EQ(install(), std::nullopt);
+  ASSERT_TRUE(install());
   const std::size_t count = system().size();
   makePayload("second");
   installAndBeKilled();
-  ASSERT_EQ(install(), std::nullopt);
+  ASSERT_TRUE(install());
   EXPECT_THAT(contentOf(program()), HasSubstr("second"));
   EXPECT_THAT(system(), SizeIs(count));
 }
 
 TEST_F(InstallationRecoveryTest, WhatAKilledOneLeftIsRemoved) {
-  ASSERT_EQ(install(), std::nullopt);
+  ASSERT_TRUE(install());
   makePayload("second");
   installAndBeKilled();
   installation()->remove();
@@ -83,12 +83,12 @@ TEST_F(InstallationRecoveryTest, WhatAKilledOneLeftIsRemoved) {
 }
 
 TEST_F(InstallationRecoveryTest, OldFilesOfOneThatWasKeptDoNotComeBack) {
-  ASSERT_EQ(install(), std::nullopt);
+  ASSERT_TRUE(install());
   const auto before = system();
   for (const char* name : {".com.corvane.test.corvane-old", ".com.corvane.test.corvane-new"}) {
     writeFile(inRoot("usr/libexec/") + name, "left");
   }
-  ASSERT_EQ(install(), std::nullopt);
+  ASSERT_TRUE(install());
   EXPECT_EQ(system(), before);
 }
 

@@ -37,11 +37,11 @@ std::unique_ptr<HelperInstallation> InstallationTest::installation() const {
   return HelperInstallation::ofHelper(label, folder.path("payload"), folder.path("root"));
 }
 
-std::optional<Error> InstallationTest::install() const {
+Result<void> InstallationTest::install() const {
   const auto made = installation();
-  auto error = made->putInPlace();
-  if (!error) made->keep();
-  return error;
+  auto done = made->putInPlace();
+  if (done) made->keep();
+  return done;
 }
 
 int InstallationTest::countOf(State state) const {

@@ -28,8 +28,8 @@ class InstallationTest : public testing::Test {
   /// Makes the files that are installed those of this version.
   void makePayload(const std::string& version) const;
   std::unique_ptr<HelperInstallation> installation() const;
-  /// Puts all in place and keeps it, unless there is an error.
-  std::optional<Error> install() const;
+  /// Puts all in place and keeps it, unless that fails.
+  Result<void> install() const;
   /// The number of parts in this state.
   int countOf(State state) const;
 
