@@ -6,7 +6,6 @@
 
 #include <unistd.h>
 
-#include "foundation/Exception.h"
 #include "foundation/POSIXError.h"
 
 namespace corvane {
@@ -19,13 +18,15 @@ constexpr const char* managerInterface = "org.freedesktop.systemd1.Manager";
 constexpr const char* propertiesInterface = "org.freedesktop.DBus.Properties";
 constexpr const char* privateAddress = "unix:path=/run/systemd/private";
 
-[[noreturn]] void raise(const char* name, const std::string& reason) {
-  throw Exception(name, reason);
+using Kind = ServiceManagerFailure::Kind;
+
+[[noreturn]] void raise(Kind kind, const std::string& reason) {
+  throw ServiceManagerFailure(kind, reason);
 }
 
 [[noreturn]] void raiseUnavailable(int result) {
-  raise(ServiceManagerUnavailable, "systemd, which manages services, cannot be reached: " +
-                                       posixDescription(posixCodeFromHost(-result)));
+  raise(Kind::Unavailable, "systemd, which manages services, cannot be reached: " +
+                               posixDescription(posixCodeFromHost(-result)));
 }
 
 void check(int result) {
@@ -93,10 +94,12 @@ BusMessage ServiceManager::call(const std::string& path, const char* interface, 
   if (result < 0) {
     if (sd_bus_error_is_set(&error.value) == 0) raiseUnavailable(result);
     if (saysThatThereIsNoManager(error.value)) {
-      raise(ServiceManagerUnavailable,
+      raise(Kind::Unavailable,
             std::string("systemd, which manages services, is not running: ") + error.value.message);
     }
-    raise(error.value.name, error.value.message);
+    const bool isUnknown =
+        sd_bus_error_has_name(&error.value, "org.freedesktop.systemd1.NoSuchUnit") != 0;
+    raise(isUnknown ? Kind::NoSuchUnit : Kind::Refused, error.value.message);
   }
   return BusMessage(reply);
 }
@@ -221,7 +224,7 @@ void ServiceManager::changeUnit(const char* method, const std::string& unit) {
   }
   const std::string& result = _results[job];
   if (result != "done" && result != "skipped") {
-    raise(ServiceManagerJobFailure, "the job for " + unit + " ended with \"" + result + "\"");
+    raise(Kind::Refused, "the job for " + unit + " ended with \"" + result + "\"");
   }
 }
 
@@ -246,8 +249,8 @@ void ServiceManager::disableUnit(const std::string& unit) {
       const int result = appendStrings(message, {unit});
       return result < 0 ? result : sd_bus_message_append(message, "b", 0);
     });
-  } catch (const Exception& exception) {
-    if (exception.name() != NoSuchUnit) throw;
+  } catch (const ServiceManagerFailure& failure) {
+    if (failure.kind() != Kind::NoSuchUnit) throw;
   }
   callManager("Reload", noArguments);
 }

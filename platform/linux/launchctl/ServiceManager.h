@@ -2,29 +2,43 @@
 #define CORVANE_PLATFORM_LINUX_LAUNCHCTL_SERVICEMANAGER_H
 
 #include <cstdint>
+#include <exception>
 #include <functional>
 #include <map>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "platform/linux/bus/Bus.h"
 
 namespace corvane {
 
-/// The name of the exception that is raised when the service manager cannot be reached.
-inline constexpr const char* ServiceManagerUnavailable = "ServiceManagerUnavailable";
-/// The name of the exception that is raised when a job of the manager fails.
-inline constexpr const char* ServiceManagerJobFailure = "ServiceManagerJobFailure";
-/// The error on the bus for a unit that is not loaded or has no file.
-inline constexpr const char* NoSuchUnit = "org.freedesktop.systemd1.NoSuchUnit";
+/// Why a subcommand ends before it is done. It is raised: every step needs the one before it, and
+/// there is one place that tells the user.
+class ServiceManagerFailure : public std::exception {
+ public:
+  enum class Kind {
+    Unavailable,  ///< the manager cannot be reached
+    NoSuchUnit,   ///< a unit is not loaded, or has no file
+    Refused,      ///< anything else that the manager does not do, or does not bring to its end
+  };
+
+  /// `reason` is a text for a person.
+  ServiceManagerFailure(Kind kind, std::string reason) : _kind(kind), _reason(std::move(reason)) {}
+
+  Kind kind() const { return _kind; }
+  const char* what() const noexcept override { return _reason.c_str(); }
+
+ private:
+  Kind _kind;
+  std::string _reason;
+};
 
 /// The interfaces that properties of units belong to.
 inline constexpr const char* unitInterface = "org.freedesktop.systemd1.Unit";
 inline constexpr const char* serviceInterface = "org.freedesktop.systemd1.Service";
 
-/// systemd, over its interface on the bus. One thread. Every method raises an exception whose
-/// reason is a text for a person: one of these two or, when the manager refuses what it is asked
-/// for, one with the name of the error on the bus.
+/// systemd, over its interface on the bus. One thread. Every method raises ServiceManagerFailure.
 class ServiceManager {
  public:
   /// Connects to the manager of the system: root directly, where the manager listens, others

@@ -11,7 +11,6 @@
 
 #include <systemd/sd-login.h>
 
-#include "foundation/Exception.h"
 #include "platform/linux/launchctl/Job.h"
 
 namespace corvane {
@@ -162,8 +161,9 @@ int enable(const Words& words) {
     bool isEnabled = false;
     for (const std::string& unit : job.units()) isEnabled |= manager.enableUnit(unit);
     if (!isEnabled) {
-      throw Exception(ServiceManagerJobFailure,
-                      "the units of " + job.label() + " do not say what they are to begin with");
+      throw ServiceManagerFailure(
+          ServiceManagerFailure::Kind::Refused,
+          "the units of " + job.label() + " do not say what they are to begin with");
     }
   });
 }
@@ -188,8 +188,8 @@ template <typename Stop>
 void stopIfLoaded(const Stop& stop) {
   try {
     stop();
-  } catch (const Exception& exception) {
-    if (exception.name() != NoSuchUnit) throw;
+  } catch (const ServiceManagerFailure& failure) {
+    if (failure.kind() != ServiceManagerFailure::Kind::NoSuchUnit) throw;
   }
 }
 
@@ -266,10 +266,11 @@ int runCommand(const Words& words) {
   if (!isUsageOf(*command, rest)) return usageError(*command);
   try {
     return command->run(rest);
-  } catch (const Exception& exception) {
+  } catch (const ServiceManagerFailure& failure) {
     std::fflush(stdout);
-    std::fprintf(stderr, "launchctl: %s\n", exception.reason().c_str());
-    return exception.name() == ServiceManagerUnavailable ? statusUnavailable : statusFailed;
+    std::fprintf(stderr, "launchctl: %s\n", failure.what());
+    return failure.kind() == ServiceManagerFailure::Kind::Unavailable ? statusUnavailable
+                                                                      : statusFailed;
   }
 }
 
