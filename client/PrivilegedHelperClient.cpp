@@ -463,8 +463,8 @@ class PrivilegedHelperClient::Session {
   std::optional<CommunicationFailure> obtainAuthorization() {
     if (_authorization != nullptr) return std::nullopt;
     auto issued = IssuedAuthorization::request(_options.authorizationSocketPath, _options.patience);
-    if (const auto* error = std::get_if<Error>(&issued)) return failureOfIssuer(*error);
-    _authorization = std::get<std::unique_ptr<IssuedAuthorization>>(std::move(issued));
+    if (!issued) return failureOfIssuer(issued.error());
+    _authorization = *std::move(issued);
     return std::nullopt;
   }
 

@@ -4,9 +4,8 @@
 #include <chrono>
 #include <memory>
 #include <string>
-#include <variant>
 
-#include "foundation/Error.h"
+#include "foundation/Result.h"
 #include "platform/Authorization.h"
 
 namespace corvane {
@@ -22,8 +21,8 @@ class IssuedAuthorization {
   /// Errors are in NSPOSIXErrorDomain and name the address: ENOENT, nobody has set an issuer up
   /// there; ECONNREFUSED, nobody listens; ETIMEDOUT, no answer in time; ECONNRESET, the issuer
   /// refused.
-  static std::variant<std::unique_ptr<IssuedAuthorization>, Error> request(
-      const std::string& address, std::chrono::milliseconds patience);
+  static Result<std::unique_ptr<IssuedAuthorization>> request(const std::string& address,
+                                                              std::chrono::milliseconds patience);
 
   virtual ~IssuedAuthorization() = default;
 

@@ -82,10 +82,8 @@ struct Attack {
 
 Data formOfThisProcess(const Place& place) {
   const auto issued = IssuedAuthorization::request(place.issuer, patience);
-  if (const auto* error = std::get_if<Error>(&issued)) {
-    throw std::runtime_error(error->localizedDescription());
-  }
-  const auto& bytes = std::get<std::unique_ptr<IssuedAuthorization>>(issued)->externalForm().bytes;
+  if (!issued) throw std::runtime_error(issued.error().localizedDescription());
+  const auto& bytes = (*issued)->externalForm().bytes;
   return {std::begin(bytes), std::end(bytes)};
 }
 

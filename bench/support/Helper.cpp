@@ -33,7 +33,7 @@ void performNop(HelperConnection& connection, const Data& form) {
 
 Data formOf(const ProcessIdentity& process) {
   const auto key = AuthorizationKeyFile(authorizationKeyDirectory()).key();
-  const AuthorizationExternalForm form = makeExternalForm(process, std::get<AuthorizationKey>(key));
+  const AuthorizationExternalForm form = makeExternalForm(process, *key);
   return {std::begin(form.bytes), std::end(form.bytes)};
 }
 

@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include "foundation/LocalizedStrings.h"
+#include "foundation/NoDestructor.h"
 #include "platform/linux/authorization/AuthorizationDirectory.h"
 #include "platform/linux/authorization/AuthorizationKey.h"
 #include "platform/linux/authorization/EmbeddedAuthority.h"
@@ -25,14 +26,15 @@ namespace {
 
 // Never destroyed, here and below: requests may still be in them while the process ends.
 AuthorizationKeyFile& keyFile() {
-  static auto* const file = new AuthorizationKeyFile(authorizationKeyDirectory());
+  static NoDestructor<AuthorizationKeyFile> file(authorizationKeyDirectory());
   return *file;
 }
 
 Authority& authority() {
-  static auto* const embedded = new EmbeddedAuthority(authorizationRightsDirectory());
-  static auto* const polkit = new PolkitAuthority(
-      {systemBusAddress(), polkitActionsDirectory(), discardedAuthorizationsDirectory()},
+  static NoDestructor<EmbeddedAuthority> embedded(authorizationRightsDirectory());
+  static NoDestructor<PolkitAuthority> polkit(
+      PolkitAuthority::Places{systemBusAddress(), polkitActionsDirectory(),
+                              discardedAuthorizationsDirectory()},
       [](const std::string& key, const std::string& table) { return translations(key, table); },
       *embedded);
   return *polkit;
@@ -70,13 +72,11 @@ std::string textOf(const AuthorizationEnvironment* environment, std::string_view
 }
 
 std::optional<std::string> ruleOf(const Value& definition) {
-  const std::string* rule = definition.string();
-  if (const Dictionary* dictionary = definition.dictionary()) {
-    const Value* entry = dictionary->find("rule");
-    rule = entry == nullptr ? nullptr : entry->string();
-  }
-  if (rule == nullptr || rule->empty()) return std::nullopt;
-  return *rule;
+  std::string rule;
+  if (const std::string* name = definition.string()) rule = *name;
+  if (const Dictionary* entries = definition.dictionary())
+    rule = entries->text("rule").value_or("");
+  return rule.empty() ? std::nullopt : std::optional(rule);
 }
 
 /// Success if what `authorization` stands for may change rights, which only root may.
@@ -106,11 +106,10 @@ OSStatus AuthorizationCreate(const AuthorizationRights* rights,
 OSStatus AuthorizationCreateFromExternalForm(const AuthorizationExternalForm* form,
                                              AuthorizationRef* authorization) {
   if (form == nullptr || authorization == nullptr) return errAuthorizationInvalidPointer;
-  const std::variant<AuthorizationKey, Error> key = keyFile().key();
-  if (std::holds_alternative<Error>(key)) return errAuthorizationInternal;
+  const Result<AuthorizationKey> key = keyFile().key();
+  if (!key) return errAuthorizationInternal;
 
-  const std::optional<ProcessIdentity> subject =
-      readExternalForm(*form, std::get<AuthorizationKey>(key));
+  const std::optional<ProcessIdentity> subject = readExternalForm(*form, *key);
   if (!subject || !isCallerAllowedFormOf(subject->uid) || !isRunning(*subject)) {
     return errAuthorizationInvalidRef;
   }

@@ -20,12 +20,12 @@ class AuthorizationOfProcess : public IssuedAuthorization {
 
 }  // namespace
 
-std::variant<std::unique_ptr<IssuedAuthorization>, Error> IssuedAuthorization::request(
+Result<std::unique_ptr<IssuedAuthorization>> IssuedAuthorization::request(
     const std::string& address, std::chrono::milliseconds patience) {
   const auto form =
       requestAuthorizationExternalForm(address.empty() ? systemIssuer : address, patience);
-  if (const auto* error = std::get_if<Error>(&form)) return *error;
-  return std::make_unique<AuthorizationOfProcess>(std::get<AuthorizationExternalForm>(form));
+  if (!form) return form.error();
+  return std::make_unique<AuthorizationOfProcess>(*form);
 }
 
 }  // namespace corvane

@@ -14,13 +14,12 @@ namespace {
 
 constexpr const char* fileName = "key";
 
-std::variant<AuthorizationKey, Error> readKey(const RootFolder& folder) {
-  std::variant<Data, Error> bytes = folder.read(fileName, rootAlone);
-  if (const Error* error = std::get_if<Error>(&bytes)) return *error;
-  const Data& data = std::get<Data>(bytes);
+Result<AuthorizationKey> readKey(const RootFolder& folder) {
+  const Result<Data> bytes = folder.read(fileName, rootAlone);
+  if (!bytes) return bytes.error();
   AuthorizationKey key{};
-  if (data.size() != key.size()) return folder.errorOf(fileName, EBADMSG);
-  std::copy(data.begin(), data.end(), key.begin());
+  if (bytes->size() != key.size()) return folder.errorOf(fileName, EBADMSG);
+  std::copy(bytes->begin(), bytes->end(), key.begin());
   return key;
 }
 
@@ -35,7 +34,7 @@ AuthorizationKey randomKey() {
 AuthorizationKeyFile::AuthorizationKeyFile(std::string directory)
     : _directory(std::move(directory)), _path(_directory + "/" + fileName) {}
 
-std::variant<AuthorizationKey, Error> AuthorizationKeyFile::key() {
+Result<AuthorizationKey> AuthorizationKeyFile::key() {
   // Nobody waits for the file of another: whoever looks at it may not be given a processor for
   // long.
   const std::optional<FileStamp> stamp = FileStamp::of(_path);
@@ -43,40 +42,33 @@ std::variant<AuthorizationKey, Error> AuthorizationKeyFile::key() {
     const std::lock_guard guard(_lock);
     if (stamp && stamp == _stamp) return _key;
   }
-  std::variant<AuthorizationKey, Error> key = readOrMake();
+  Result<AuthorizationKey> key = readOrMake();
   const std::lock_guard guard(_lock);
   _stamp.reset();
-  if (const auto* read = std::get_if<AuthorizationKey>(&key); read && stamp && stamp->isSettled()) {
-    _key = *read;
+  if (key && stamp && stamp->isSettled()) {
+    _key = *key;
     _stamp = stamp;
   }
   return key;
 }
 
-std::variant<AuthorizationKey, Error> AuthorizationKeyFile::renewedKey() {
-  std::variant<RootFolder, Error> folder = RootFolder::openOrMake(_directory);
-  if (const Error* error = std::get_if<Error>(&folder)) return *error;
-  if (const std::optional<Error> failure =
-          std::get<RootFolder>(folder).replace(fileName, randomKey(), rootAlone)) {
-    return *failure;
-  }
+Result<AuthorizationKey> AuthorizationKeyFile::renewedKey() {
+  const Result<RootFolder> folder = RootFolder::openOrMake(_directory);
+  if (!folder) return folder.error();
+  const Result<void> replaced = folder->replace(fileName, randomKey(), rootAlone);
+  if (!replaced) return replaced.error();
   return key();
 }
 
-std::variant<AuthorizationKey, Error> AuthorizationKeyFile::readOrMake() const {
-  std::variant<RootFolder, Error> opened = RootFolder::openOrMake(_directory);
-  if (const Error* error = std::get_if<Error>(&opened)) return *error;
-  const RootFolder& folder = std::get<RootFolder>(opened);
+Result<AuthorizationKey> AuthorizationKeyFile::readOrMake() const {
+  const Result<RootFolder> folder = RootFolder::openOrMake(_directory);
+  if (!folder) return folder.error();
+  Result<AuthorizationKey> key = readKey(*folder);
+  if (key || !isPOSIXError(key.error(), POSIXErrorCode::NoEntry)) return key;
 
-  std::variant<AuthorizationKey, Error> key = readKey(folder);
-  const Error* error = std::get_if<Error>(&key);
-  if (error == nullptr || !isPOSIXError(*error, POSIXErrorCode::NoEntry)) return key;
-
-  if (const std::optional<Error> failure = folder.create(fileName, randomKey(), rootAlone);
-      failure && !isPOSIXError(*failure, POSIXErrorCode::Exists)) {
-    return *failure;
-  }
-  return readKey(folder);
+  const Result<void> made = folder->create(fileName, randomKey(), rootAlone);
+  if (!made && !isPOSIXError(made.error(), POSIXErrorCode::Exists)) return made.error();
+  return readKey(*folder);
 }
 
 }  // namespace corvane

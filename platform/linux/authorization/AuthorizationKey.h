@@ -6,9 +6,8 @@
 #include <mutex>
 #include <optional>
 #include <string>
-#include <variant>
 
-#include "foundation/Error.h"
+#include "foundation/Result.h"
 #include "platform/linux/authorization/FileStamp.h"
 
 namespace corvane {
@@ -23,13 +22,13 @@ class AuthorizationKeyFile {
 
   /// What the file holds. If there is none it is made, from random bytes and safely against others
   /// that make it at the same time. A file or a folder that is not root's alone is an error.
-  std::variant<AuthorizationKey, Error> key();
+  Result<AuthorizationKey> key();
   /// A new key, in the place of whatever the file is but a folder. What was made with the old one
   /// is worth nothing from now on.
-  std::variant<AuthorizationKey, Error> renewedKey();
+  Result<AuthorizationKey> renewedKey();
 
  private:
-  std::variant<AuthorizationKey, Error> readOrMake() const;
+  Result<AuthorizationKey> readOrMake() const;
 
   const std::string _directory;
   const std::string _path;

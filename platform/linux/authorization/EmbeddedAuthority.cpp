@@ -1,7 +1,6 @@
 #include "platform/linux/authorization/EmbeddedAuthority.h"
 
 #include <optional>
-#include <variant>
 
 #include "foundation/PropertyList.h"
 #include "platform/linux/authorization/RightFile.h"
@@ -69,13 +68,12 @@ bool EmbeddedAuthority::isAllowedToAll(const std::string& rightName) {
 }
 
 OSStatus EmbeddedAuthority::rightGet(const std::string& rightName, RightDefinition* definition) {
-  const std::variant<RootFolder, Error> folder = RootFolder::open(_directory);
-  if (const Error* error = std::get_if<Error>(&folder)) return statusOfDefinition(*error);
-  const std::variant<Data, Error> bytes =
-      std::get<RootFolder>(folder).read(fileNameFor(rightName), everyoneElseReads);
-  if (const Error* error = std::get_if<Error>(&bytes)) return statusOfDefinition(*error);
+  const Result<RootFolder> folder = RootFolder::open(_directory);
+  if (!folder) return statusOfDefinition(folder.error());
+  const Result<Data> bytes = folder->read(fileNameFor(rightName), everyoneElseReads);
+  if (!bytes) return statusOfDefinition(bytes.error());
 
-  std::optional<RightDefinition> found = definitionFromBytes(std::get<Data>(bytes));
+  std::optional<RightDefinition> found = definitionFromBytes(*bytes);
   if (!found) return errAuthorizationInternal;
   if (definition != nullptr) *definition = *std::move(found);
   return errAuthorizationSuccess;
@@ -85,18 +83,17 @@ OSStatus EmbeddedAuthority::rightSet(const std::string& rightName,
                                      const RightDefinition& definition) {
   const std::optional<Data> bytes = bytesFromDefinition(definition);
   if (!bytes) return errAuthorizationInternal;
-  const std::variant<RootFolder, Error> folder = RootFolder::openOrMake(_directory);
-  if (std::holds_alternative<Error>(folder)) return errAuthorizationInternal;
-  return std::get<RootFolder>(folder).replace(fileNameFor(rightName), *bytes, everyoneElseReads)
-             ? errAuthorizationInternal
-             : errAuthorizationSuccess;
+  const Result<RootFolder> folder = RootFolder::openOrMake(_directory);
+  return folder && folder->replace(fileNameFor(rightName), *bytes, everyoneElseReads)
+             ? errAuthorizationSuccess
+             : errAuthorizationInternal;
 }
 
 OSStatus EmbeddedAuthority::rightRemove(const std::string& rightName) {
-  const std::variant<RootFolder, Error> folder = RootFolder::open(_directory);
-  if (const Error* error = std::get_if<Error>(&folder)) return statusOfDefinition(*error);
-  const std::optional<Error> error = std::get<RootFolder>(folder).remove(fileNameFor(rightName));
-  return error ? statusOfDefinition(*error) : errAuthorizationSuccess;
+  const Result<RootFolder> folder = RootFolder::open(_directory);
+  if (!folder) return statusOfDefinition(folder.error());
+  const Result<void> removed = folder->remove(fileNameFor(rightName));
+  return removed ? errAuthorizationSuccess : statusOfDefinition(removed.error());
 }
 
 std::vector<RightFault> EmbeddedAuthority::faultsOf(const std::string& rightName,

@@ -29,7 +29,7 @@ std::chrono::milliseconds timeLeft(Clock::time_point deadline) {
 
 }  // namespace
 
-std::variant<AuthorizationExternalForm, Error> requestAuthorizationExternalForm(
+Result<AuthorizationExternalForm> requestAuthorizationExternalForm(
     const std::string& socketPath, std::chrono::milliseconds patience) {
   const Clock::time_point deadline = Clock::now() + patience;
   const FileDescriptor socket = connectedTo(socketPath, deadline);

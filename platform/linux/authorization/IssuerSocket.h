@@ -3,9 +3,8 @@
 
 #include <chrono>
 #include <string>
-#include <variant>
 
-#include "foundation/Error.h"
+#include "foundation/Result.h"
 #include "platform/Authorization.h"
 
 namespace corvane {
@@ -13,7 +12,7 @@ namespace corvane {
 /// Has the issuer that listens at `socketPath` make an authorization of the calling process and
 /// brings back its external form, within `patience`. Any thread. The errors are those of
 /// IssuedAuthorization.
-std::variant<AuthorizationExternalForm, Error> requestAuthorizationExternalForm(
+Result<AuthorizationExternalForm> requestAuthorizationExternalForm(
     const std::string& socketPath, std::chrono::milliseconds patience);
 
 }  // namespace corvane

@@ -23,9 +23,8 @@ constexpr Finding findings[] = {
 };
 
 RightFault faultFrom(const Error& error, const RightFile& file) {
-  const Value* path = error.userInfo().find(NSFilePathErrorKey);
-  const std::string* named = path == nullptr ? nullptr : path->string();
-  RightFault fault{Kind::Damaged, file.right, named == nullptr ? file.name : *named,
+  RightFault fault{Kind::Damaged, file.right,
+                   error.userInfo().text(NSFilePathErrorKey).value_or(file.name),
                    "cannot be read: " + posixDescription(error.code())};
   for (const Finding& finding : findings) {
     if (!isPOSIXError(error, finding.code)) continue;
@@ -40,15 +39,14 @@ RightFault faultFrom(const Error& error, const RightFile& file) {
 std::optional<RightFault> faultOf(const RightFile& file, const Data& expected,
                                   const RightDefinition& definition, const ReadRight& read,
                                   const NameOfRule& nameOfRule) {
-  const std::variant<RootFolder, Error> folder = RootFolder::open(file.folder);
-  if (const Error* error = std::get_if<Error>(&folder)) return faultFrom(*error, file);
-  const std::variant<Data, Error> bytes =
-      std::get<RootFolder>(folder).read(file.name, everyoneElseReads);
-  if (const Error* error = std::get_if<Error>(&bytes)) return faultFrom(*error, file);
-  if (std::get<Data>(bytes) == expected) return std::nullopt;
+  const Result<RootFolder> folder = RootFolder::open(file.folder);
+  if (!folder) return faultFrom(folder.error(), file);
+  const Result<Data> bytes = folder->read(file.name, everyoneElseReads);
+  if (!bytes) return faultFrom(bytes.error(), file);
+  if (*bytes == expected) return std::nullopt;
 
   const std::string path = file.folder + "/" + file.name;
-  const auto found = read(std::get<Data>(bytes));
+  const auto found = read(*bytes);
   if (!found) return RightFault{Kind::Damaged, file.right, path, "is damaged"};
   const std::string change = found->rule == definition.rule
                                  ? ""

@@ -42,7 +42,7 @@ void makeFolder(const std::string& path) {
 
 }  // namespace
 
-std::variant<RootFolder, Error> RootFolder::open(const std::string& path) {
+Result<RootFolder> RootFolder::open(const std::string& path) {
   FileDescriptor descriptor(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
   struct stat status = {};
   if (!descriptor || ::fstat(descriptor.get(), &status) != 0) return posixErrorAbout(path, errno);
@@ -51,12 +51,12 @@ std::variant<RootFolder, Error> RootFolder::open(const std::string& path) {
   return RootFolder(path, std::move(descriptor));
 }
 
-std::variant<RootFolder, Error> RootFolder::openOrMake(const std::string& path) {
+Result<RootFolder> RootFolder::openOrMake(const std::string& path) {
   makeFolder(path);
   return open(path);
 }
 
-std::variant<Data, Error> RootFolder::read(const std::string& name, mode_t permissions) const {
+Result<Data> RootFolder::read(const std::string& name, mode_t permissions) const {
   const FileDescriptor file(::openat(_descriptor.get(), name.c_str(),
                                      O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
   struct stat status = {};
@@ -77,9 +77,8 @@ std::variant<Data, Error> RootFolder::read(const std::string& name, mode_t permi
   return bytes;
 }
 
-std::optional<Error> RootFolder::writeTemporary(const std::string& name,
-                                                std::span<const std::byte> bytes,
-                                                mode_t permissions) const {
+Result<void> RootFolder::writeTemporary(const std::string& name, std::span<const std::byte> bytes,
+                                        mode_t permissions) const {
   const FileDescriptor file(::openat(_descriptor.get(), name.c_str(),
                                      O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC,
                                      permissions));
@@ -94,41 +93,41 @@ std::optional<Error> RootFolder::writeTemporary(const std::string& name,
   if (::fchmod(file.get(), permissions) != 0 || ::fsync(file.get()) != 0) {
     return errorOf(name, errno);
   }
-  return std::nullopt;
+  return {};
 }
 
-std::optional<Error> RootFolder::create(const std::string& name, std::span<const std::byte> bytes,
-                                        mode_t permissions) const {
+Result<void> RootFolder::create(const std::string& name, std::span<const std::byte> bytes,
+                                mode_t permissions) const {
   const std::string temporary = temporaryNameFor(name);
-  std::optional<Error> error = writeTemporary(temporary, bytes, permissions);
+  Result<void> done = writeTemporary(temporary, bytes, permissions);
   // By linkat and not by renameat, which would replace a file that is there already.
-  if (!error &&
+  if (done &&
       ::linkat(_descriptor.get(), temporary.c_str(), _descriptor.get(), name.c_str(), 0) != 0) {
-    error = errorOf(name, errno);
+    done = errorOf(name, errno);
   }
   ::unlinkat(_descriptor.get(), temporary.c_str(), 0);
-  return error;
+  return done;
 }
 
-std::optional<Error> RootFolder::replace(const std::string& name, std::span<const std::byte> bytes,
-                                         mode_t permissions) const {
+Result<void> RootFolder::replace(const std::string& name, std::span<const std::byte> bytes,
+                                 mode_t permissions) const {
   const std::string temporary = temporaryNameFor(name);
-  std::optional<Error> error = writeTemporary(temporary, bytes, permissions);
-  if (!error &&
+  Result<void> done = writeTemporary(temporary, bytes, permissions);
+  if (done &&
       ::renameat(_descriptor.get(), temporary.c_str(), _descriptor.get(), name.c_str()) != 0) {
-    error = errorOf(name, errno);
+    done = errorOf(name, errno);
   }
-  if (error) {
+  if (!done) {
     ::unlinkat(_descriptor.get(), temporary.c_str(), 0);
   } else if (::fsync(_descriptor.get()) != 0) {
-    error = errorOf(name, errno);
+    done = errorOf(name, errno);
   }
-  return error;
+  return done;
 }
 
-std::optional<Error> RootFolder::remove(const std::string& name) const {
+Result<void> RootFolder::remove(const std::string& name) const {
   if (::unlinkat(_descriptor.get(), name.c_str(), 0) != 0) return errorOf(name, errno);
-  return std::nullopt;
+  return {};
 }
 
 Error RootFolder::errorOf(const std::string& name, int hostErrno) const {

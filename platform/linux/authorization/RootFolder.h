@@ -1,15 +1,13 @@
 #ifndef CORVANE_PLATFORM_LINUX_AUTHORIZATION_ROOTFOLDER_H
 #define CORVANE_PLATFORM_LINUX_AUTHORIZATION_ROOTFOLDER_H
 
-#include <optional>
 #include <span>
 #include <string>
-#include <variant>
 
 #include <sys/stat.h>
 
-#include "foundation/Error.h"
 #include "foundation/FileDescriptor.h"
+#include "foundation/Result.h"
 #include "foundation/Value.h"
 
 namespace corvane {
@@ -23,20 +21,20 @@ inline constexpr mode_t everyoneElseReads = S_IRUSR | S_IWUSR | S_IRGRP | S_IROT
 class RootFolder {
  public:
   /// Opens the folder. Refused with EPERM if it is not root's own or others may write to it.
-  static std::variant<RootFolder, Error> open(const std::string& path);
+  static Result<RootFolder> open(const std::string& path);
   /// The same, after making the folder and those above it as far as they are missing.
-  static std::variant<RootFolder, Error> openOrMake(const std::string& path);
+  static Result<RootFolder> openOrMake(const std::string& path);
 
   /// The bytes of a file, at most a megabyte. Refused with EPERM unless it is a regular file of
   /// root's own whose permissions are all among `permissions`.
-  std::variant<Data, Error> read(const std::string& name, mode_t permissions) const;
+  Result<Data> read(const std::string& name, mode_t permissions) const;
   /// Makes a file that must not exist yet; EEXIST if it does, even if it appears at the same time.
-  std::optional<Error> create(const std::string& name, std::span<const std::byte> bytes,
-                              mode_t permissions) const;
+  Result<void> create(const std::string& name, std::span<const std::byte> bytes,
+                      mode_t permissions) const;
   /// Makes a file or replaces it, and sees it safely to the disk.
-  std::optional<Error> replace(const std::string& name, std::span<const std::byte> bytes,
-                               mode_t permissions) const;
-  std::optional<Error> remove(const std::string& name) const;
+  Result<void> replace(const std::string& name, std::span<const std::byte> bytes,
+                       mode_t permissions) const;
+  Result<void> remove(const std::string& name) const;
 
   /// What the host's `errno` value means for a file of this folder.
   Error errorOf(const std::string& name, int hostErrno) const;
@@ -45,8 +43,8 @@ class RootFolder {
   RootFolder(std::string path, FileDescriptor descriptor)
       : _path(std::move(path)), _descriptor(std::move(descriptor)) {}
 
-  std::optional<Error> writeTemporary(const std::string& name, std::span<const std::byte> bytes,
-                                      mode_t permissions) const;
+  Result<void> writeTemporary(const std::string& name, std::span<const std::byte> bytes,
+                              mode_t permissions) const;
 
   std::string _path;
   FileDescriptor _descriptor;

@@ -57,7 +57,7 @@ class Issuer {
   void acceptNext() {
     const FileDescriptor connection(::accept4(STDIN_FILENO, nullptr, nullptr, SOCK_CLOEXEC));
     if (connection) {
-      if (const std::optional<Error> error = issueTo(connection)) tell(*error);
+      if (const Result<void> issued = issueTo(connection); !issued) tell(issued.error());
     } else if (errno != EAGAIN && errno != ECONNABORTED && errno != EINTR) {
       tell(posixErrorFromHost(errno));
       // The client waits in the queue; trying again at once would spin.
@@ -65,31 +65,29 @@ class Issuer {
     }
   }
 
-  std::optional<Error> issueTo(const FileDescriptor& connection) {
-    const auto process = WatchedProcess::ofPeer(connection.get());
-    if (const Error* error = std::get_if<Error>(&process)) return *error;
-    const auto key = currentKey();
-    if (const Error* error = std::get_if<Error>(&key)) return *error;
-    const AuthorizationExternalForm form = makeExternalForm(
-        std::get<WatchedProcess>(process).identity(), std::get<AuthorizationKey>(key));
+  Result<void> issueTo(const FileDescriptor& connection) {
+    const Result<WatchedProcess> process = WatchedProcess::ofPeer(connection.get());
+    if (!process) return process.error();
+    const Result<AuthorizationKey> key = currentKey();
+    if (!key) return key.error();
+    const AuthorizationExternalForm form = makeExternalForm(process->identity(), *key);
     // It always fits: nothing was written to this connection before. Who is gone needs none.
     const ssize_t sent =
         ::send(connection.get(), form.bytes, sizeof form.bytes, MSG_NOSIGNAL | MSG_DONTWAIT);
-    if (sent == sizeof form.bytes || (sent < 0 && errno == EPIPE)) return std::nullopt;
+    if (sent == sizeof form.bytes || (sent < 0 && errno == EPIPE)) return {};
     return posixErrorFromHost(sent < 0 ? errno : EMSGSIZE);
   }
 
-  std::variant<AuthorizationKey, Error> currentKey() {
-    auto key = _keyFile.key();
-    const Error* error = std::get_if<Error>(&key);
-    if (error == nullptr || !(isPOSIXError(*error, POSIXErrorCode::BadMessage) ||
-                              isPOSIXError(*error, POSIXErrorCode::NotPermitted))) {
+  Result<AuthorizationKey> currentKey() {
+    Result<AuthorizationKey> key = _keyFile.key();
+    if (key || !(isPOSIXError(key.error(), POSIXErrorCode::BadMessage) ||
+                 isPOSIXError(key.error(), POSIXErrorCode::NotPermitted))) {
       return key;
     }
     // Damaged, or known to others maybe. No form that was made with it is to hold any longer.
-    tell(*error);
+    tell(key.error());
     key = _keyFile.renewedKey();
-    if (std::holds_alternative<AuthorizationKey>(key)) tellOnce("A new key was made.");
+    if (key) tellOnce("A new key was made.");
     return key;
   }
 

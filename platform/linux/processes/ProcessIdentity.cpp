@@ -99,7 +99,7 @@ bool ProcessIdentity::isRunning() const {
   return processStartTime(pid) == startTime;
 }
 
-std::variant<WatchedProcess, Error> WatchedProcess::ofPeer(int socket) {
+Result<WatchedProcess> WatchedProcess::ofPeer(int socket) {
   ucred credentials = {};
   socklen_t length = sizeof credentials;
   if (::getsockopt(socket, SOL_SOCKET, SO_PEERCRED, &credentials, &length) != 0) {

@@ -4,12 +4,11 @@
 #include <cstdint>
 #include <optional>
 #include <utility>
-#include <variant>
 
 #include <sys/types.h>
 
-#include "foundation/Error.h"
 #include "foundation/FileDescriptor.h"
+#include "foundation/Result.h"
 
 namespace corvane {
 
@@ -35,7 +34,7 @@ class WatchedProcess {
  public:
   /// The process that connected the other end of `socket`, an AF_UNIX socket, by the kernel's word.
   /// An error if the process has ended, even if another has its number by now.
-  static std::variant<WatchedProcess, Error> ofPeer(int socket);
+  static Result<WatchedProcess> ofPeer(int socket);
 
   const ProcessIdentity& identity() const { return _identity; }
   bool isRunning() const;

@@ -57,9 +57,9 @@ Peer peerOfSocket(int socket) {
 }
 
 std::optional<WatchedProcess> connectedProcess(int socket) {
-  auto process = WatchedProcess::ofPeer(socket);
-  if (std::holds_alternative<Error>(process)) return std::nullopt;
-  return std::get<WatchedProcess>(std::move(process));
+  Result<WatchedProcess> process = WatchedProcess::ofPeer(socket);
+  if (!process) return std::nullopt;
+  return *std::move(process);
 }
 
 int refuse(sd_bus_message* message, const char* name, const char* reason) {

@@ -3,7 +3,6 @@
 #include <charconv>
 #include <filesystem>
 #include <sstream>
-#include <variant>
 
 #include "foundation/POSIXError.h"
 #include "foundation/Value.h"
@@ -59,17 +58,16 @@ void DiscardedAuthorizations::grant(const ProcessIdentity& subject,
 
 std::optional<std::set<std::string>> DiscardedAuthorizations::read(
     const ProcessIdentity& subject) const {
-  const std::variant<RootFolder, Error> folder = RootFolder::open(_directory);
-  const auto* opened = std::get_if<RootFolder>(&folder);
-  const std::variant<Data, Error> bytes =
-      opened != nullptr ? opened->read(fileNameFor(subject), rootAlone) : std::get<Error>(folder);
+  const Result<RootFolder> folder = RootFolder::open(_directory);
+  const Result<Data> bytes =
+      folder ? folder->read(fileNameFor(subject), rootAlone) : folder.error();
   std::set<std::string> authorizations;
-  if (const auto* error = std::get_if<Error>(&bytes)) {
-    if (isPOSIXError(*error, POSIXErrorCode::NoEntry)) return std::nullopt;
+  if (!bytes) {
+    if (isPOSIXError(bytes.error(), POSIXErrorCode::NoEntry)) return std::nullopt;
     // There is a file, so something was discarded. What was granted since cannot be read: nothing.
     return authorizations;
   }
-  std::istringstream lines{std::string(stringFromData(std::get<Data>(bytes)))};
+  std::istringstream lines{std::string(stringFromData(*bytes))};
   for (std::string line; std::getline(lines, line);) authorizations.insert(line);
   return authorizations;
 }
@@ -78,10 +76,8 @@ bool DiscardedAuthorizations::write(const ProcessIdentity& subject,
                                     const std::set<std::string>& authorizations) const {
   std::string lines;
   for (const std::string& authorization : authorizations) lines += authorization + "\n";
-  const std::variant<RootFolder, Error> folder = RootFolder::openOrMake(_directory);
-  const auto* opened = std::get_if<RootFolder>(&folder);
-  return opened != nullptr &&
-         !opened->replace(fileNameFor(subject), dataFromString(lines), rootAlone);
+  const Result<RootFolder> folder = RootFolder::openOrMake(_directory);
+  return folder && folder->replace(fileNameFor(subject), dataFromString(lines), rootAlone);
 }
 
 void DiscardedAuthorizations::forgetEndedProcesses() const {

@@ -159,14 +159,12 @@ bool PolkitAuthority::hasActions() const {
 
 OSStatus PolkitAuthority::rightGet(const std::string& rightName, RightDefinition* definition) {
   if (!hasActions()) return _withoutPolkit.rightGet(rightName, definition);
-  const std::variant<RootFolder, Error> folder = RootFolder::open(_actionsDirectory);
-  if (const Error* error = std::get_if<Error>(&folder)) return statusOfDefinition(*error);
-  const std::variant<Data, Error> bytes =
-      std::get<RootFolder>(folder).read(fileNameFor(rightName), everyoneElseReads);
-  if (const Error* error = std::get_if<Error>(&bytes)) return statusOfDefinition(*error);
+  const Result<RootFolder> folder = RootFolder::open(_actionsDirectory);
+  if (!folder) return statusOfDefinition(folder.error());
+  const Result<Data> bytes = folder->read(fileNameFor(rightName), everyoneElseReads);
+  if (!bytes) return statusOfDefinition(bytes.error());
 
-  std::optional<RightDefinition> found =
-      readActionFile(stringFromData(std::get<Data>(bytes)), rightName);
+  std::optional<RightDefinition> found = readActionFile(stringFromData(*bytes), rightName);
   if (!found) return errAuthorizationInternal;
   // A right counts only where both authorities have it, so that registering it adds what is
   // missing. The other authority's folder may be closed to all but root, and then is not looked at.
@@ -181,10 +179,9 @@ OSStatus PolkitAuthority::rightSet(const std::string& rightName,
   if (hasActions()) {
     const std::optional<std::string> text = actionFile(
         rightName, definition, _translate(definition.description, definition.stringsTable));
-    const std::variant<RootFolder, Error> folder = RootFolder::open(_actionsDirectory);
-    const auto* opened = std::get_if<RootFolder>(&folder);
-    if (!text || opened == nullptr ||
-        opened->replace(fileNameFor(rightName), dataFromString(*text), everyoneElseReads)) {
+    const Result<RootFolder> folder = RootFolder::open(_actionsDirectory);
+    if (!text || !folder ||
+        !folder->replace(fileNameFor(rightName), dataFromString(*text), everyoneElseReads)) {
       return errAuthorizationInternal;
     }
   }
@@ -194,11 +191,10 @@ OSStatus PolkitAuthority::rightSet(const std::string& rightName,
 OSStatus PolkitAuthority::rightRemove(const std::string& rightName) {
   OSStatus removed = errAuthorizationDenied;
   if (hasActions()) {
-    const std::variant<RootFolder, Error> folder = RootFolder::open(_actionsDirectory);
-    const auto* opened = std::get_if<RootFolder>(&folder);
-    if (opened == nullptr) return errAuthorizationInternal;
-    const std::optional<Error> error = opened->remove(fileNameFor(rightName));
-    removed = error ? statusOfDefinition(*error) : errAuthorizationSuccess;
+    const Result<RootFolder> folder = RootFolder::open(_actionsDirectory);
+    if (!folder) return errAuthorizationInternal;
+    const Result<void> done = folder->remove(fileNameFor(rightName));
+    removed = done ? errAuthorizationSuccess : statusOfDefinition(done.error());
     if (removed == errAuthorizationInternal) return removed;
   }
   const OSStatus alsoRemoved = _withoutPolkit.rightRemove(rightName);

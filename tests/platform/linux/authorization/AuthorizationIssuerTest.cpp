@@ -47,8 +47,8 @@ class AuthorizationIssuerTest : public ::testing::Test {
  protected:
   void expectFailure(const std::string& socketPath, POSIXErrorCode code) const {
     const auto form = requestAuthorizationExternalForm(socketPath, 50ms);
-    ASSERT_TRUE(std::holds_alternative<Error>(form));
-    const Error& error = std::get<Error>(form);
+    ASSERT_FALSE(form);
+    const Error& error = form.error();
     EXPECT_TRUE(isPOSIXError(error, code)) << error.localizedDescription();
     EXPECT_EQ(*error.userInfo().find(NSFilePathErrorKey), Value(socketPath));
   }
@@ -87,8 +87,8 @@ TEST_F(AuthorizationIssuerTest, ARefusalIsTold) {
     });
     const auto form = requestAuthorizationExternalForm(path, 60s);
     issuer.join();
-    ASSERT_TRUE(std::holds_alternative<Error>(form));
-    EXPECT_TRUE(isPOSIXError(std::get<Error>(form), POSIXErrorCode::ConnectionReset));
+    ASSERT_FALSE(form);
+    EXPECT_TRUE(isPOSIXError(form.error(), POSIXErrorCode::ConnectionReset));
   }
 }
 
@@ -101,8 +101,8 @@ TEST_F(AuthorizationIssuerTest, AFormMayComeInPieces) {
   });
   const auto form = requestAuthorizationExternalForm(path, 60s);
   issuer.join();
-  ASSERT_TRUE(std::holds_alternative<AuthorizationExternalForm>(form));
-  const auto& bytes = std::get<AuthorizationExternalForm>(form).bytes;
+  ASSERT_TRUE(form);
+  const auto& bytes = form->bytes;
   EXPECT_EQ(std::string_view(reinterpret_cast<const char*>(bytes), sizeof bytes), sent);
 }
 
@@ -125,15 +125,13 @@ class IssuerProgramTest : public AuthorizationIssuerTest {
 
   std::optional<ProcessIdentity> identityIn(const AuthorizationExternalForm& form) const {
     AuthorizationKeyFile file(folder.path("files"));
-    return readExternalForm(form, std::get<AuthorizationKey>(file.key()));
+    return readExternalForm(form, *file.key());
   }
 
   void expectAForm() const {
     const auto form = requestAuthorizationExternalForm(path, 60s);
-    ASSERT_TRUE(std::holds_alternative<AuthorizationExternalForm>(form))
-        << std::get<Error>(form).localizedDescription();
-    EXPECT_EQ(identityIn(std::get<AuthorizationExternalForm>(form)),
-              ProcessIdentity::ofThisProcess());
+    ASSERT_TRUE(form) << form.error().localizedDescription();
+    EXPECT_EQ(identityIn(*form), ProcessIdentity::ofThisProcess());
   }
 
   void writeKey(const std::string& text, mode_t permissions) const {
@@ -290,8 +288,8 @@ TEST_F(IssuerProgramTest, WithoutAKeyItIssuesNothingUntilThereIsOne) {
   const ChildProcess issuer = issuerOf(listener, {.errors = messagesEnd.get()});
   for (int round = 0; round < 3; ++round) {
     const auto form = requestAuthorizationExternalForm(path, 60s);
-    ASSERT_TRUE(std::holds_alternative<Error>(form));
-    EXPECT_TRUE(isPOSIXError(std::get<Error>(form), POSIXErrorCode::ConnectionReset));
+    ASSERT_FALSE(form);
+    EXPECT_TRUE(isPOSIXError(form.error(), POSIXErrorCode::ConnectionReset));
   }
   EXPECT_EQ(readLine(messages),
             "com.corvane.authorization: " + keyPath + ": Operation not permitted");

@@ -35,10 +35,10 @@ class AuthorizationTest : public ::testing::Test {
 
   static AuthorizationExternalForm formOf(const ProcessIdentity& identity) {
     AuthorizationKeyFile file(authorizationFolder().path());
-    return makeExternalForm(identity, std::get<AuthorizationKey>(file.key()));
+    return makeExternalForm(identity, *file.key());
   }
   static ProcessIdentity identityOf(const ChildProcess& child) {
-    return std::get<WatchedProcess>(WatchedProcess::ofPeer(child.socket())).identity();
+    return WatchedProcess::ofPeer(child.socket())->identity();
   }
 
   /// The status of making an authorization of `form`, which is freed again.

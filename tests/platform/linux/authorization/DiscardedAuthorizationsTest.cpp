@@ -52,8 +52,7 @@ TEST_F(DiscardedAuthorizationsTest, AProcessWithTheSameNumberIsAnother) {
 TEST_F(DiscardedAuthorizationsTest, EndedProcessesAreForgotten) {
   {
     const ChildProcess child = ChildProcess::connectedOfUser(someUser);
-    const auto identity =
-        std::get<WatchedProcess>(WatchedProcess::ofPeer(child.socket())).identity();
+    const auto identity = WatchedProcess::ofPeer(child.socket())->identity();
     ASSERT_TRUE(discarded.discard(identity));
     ASSERT_TRUE(discarded.discard(self));
     EXPECT_NE(discarded.grantedSince(identity), std::nullopt);

@@ -108,8 +108,7 @@ class PolkitAuthorityTest : public ::testing::Test {
   PolkitAuthority authority{places, translate, embedded};
   const ChildProcess child =
       ChildProcess::connectedOfUser(::geteuid() == 0 ? someUser : ::geteuid());
-  const ProcessIdentity subject =
-      std::get<WatchedProcess>(WatchedProcess::ofPeer(child.socket())).identity();
+  const ProcessIdentity subject = WatchedProcess::ofPeer(child.socket())->identity();
 };
 
 TEST_F(PolkitAuthorityTest, WhatIsAllowedToAllIsGrantedWithoutDialog) {
@@ -227,7 +226,7 @@ TEST_F(PolkitAuthorityTest, WhatIsGrantedAfterADiscardIsKept) {
 TEST_F(PolkitAuthorityTest, ADiscardConcernsOneProcess) {
   start();
   const ChildProcess sibling = ChildProcess::connectedOfUser(someUser);
-  const auto other = std::get<WatchedProcess>(WatchedProcess::ofPeer(sibling.socket())).identity();
+  const auto other = WatchedProcess::ofPeer(sibling.socket())->identity();
   {
     const PolkitAgent agent(service, other, "grant");
     ASSERT_EQ(authority.decide(other, {guarded, "", "", true}), errAuthorizationSuccess);
@@ -251,7 +250,7 @@ TEST_F(PolkitAuthorityTest, RulesOfTheAdministratorDecideBeforeAndAfterADiscard)
 TEST_F(PolkitAuthorityTest, AProcessThatHasEndedIsGrantedNothing) {
   start();
   ChildProcess ended = ChildProcess::connectedOfUser(someUser);
-  const auto identity = std::get<WatchedProcess>(WatchedProcess::ofPeer(ended.socket())).identity();
+  const auto identity = WatchedProcess::ofPeer(ended.socket())->identity();
   ended.kill();
   ended.reap();
   EXPECT_NE(authority.decide(identity, {guarded, "", "", true}), errAuthorizationSuccess);
@@ -286,8 +285,7 @@ TEST_F(PolkitAuthorityTest, ManyDialogsAreOpenAtOnceWhileOthersAreServed) {
   clients.reserve(count);
   statuses.reserve(count);
   for (const ChildProcess& asker : children) {
-    const auto process =
-        std::get<WatchedProcess>(WatchedProcess::ofPeer(asker.socket())).identity();
+    const auto process = WatchedProcess::ofPeer(asker.socket())->identity();
     agents.push_back(std::make_unique<PolkitAgent>(service, process, "wait"));
     auto [connection, client] = connectedSockets();
     clients.push_back(std::move(client));
@@ -302,7 +300,7 @@ TEST_F(PolkitAuthorityTest, ManyDialogsAreOpenAtOnceWhileOthersAreServed) {
 TEST_F(PolkitAuthorityTest, AYesAfterTheAskersEndGrantsNothing) {
   start();
   ChildProcess asker = ChildProcess::connectedOfUser(someUser);
-  const auto process = std::get<WatchedProcess>(WatchedProcess::ofPeer(asker.socket())).identity();
+  const auto process = WatchedProcess::ofPeer(asker.socket())->identity();
   const PolkitAgent agent(service, process, "late");
   auto status = std::async(std::launch::async, [&] {
     return authority.decide(process, {guarded, "", "", true});

@@ -61,9 +61,8 @@ class RightsRegistrationTest : public ::testing::Test {
 
     Powerless() {
       AuthorizationKeyFile file(authorizationFolder().path());
-      const AuthorizationExternalForm form = makeExternalForm(
-          std::get<WatchedProcess>(WatchedProcess::ofPeer(child.socket())).identity(),
-          std::get<AuthorizationKey>(file.key()));
+      const AuthorizationExternalForm form =
+          makeExternalForm(WatchedProcess::ofPeer(child.socket())->identity(), *file.key());
       EXPECT_EQ(AuthorizationCreateFromExternalForm(&form, &authorization), 0);
     }
     ~Powerless() { AuthorizationFree(authorization, kAuthorizationFlagDefaults); }

@@ -63,8 +63,8 @@ TEST(ProcessIdentityTest, NumbersWithoutProcessHaveNoStartTime) {
 TEST_F(PeerTest, IsTheConnectingProcessAndItsUser) {
   ChildProcess child = ChildProcess::connectedOfUser(someUser);
   const auto process = WatchedProcess::ofPeer(child.socket());
-  ASSERT_TRUE(std::holds_alternative<WatchedProcess>(process));
-  const ProcessIdentity& identity = std::get<WatchedProcess>(process).identity();
+  ASSERT_TRUE(process);
+  const ProcessIdentity& identity = process->identity();
   EXPECT_EQ(identity,
             (ProcessIdentity{child.pid(), someUser, processStartTime(child.pid()).value()}));
   EXPECT_TRUE(identity.isRunning());
@@ -72,27 +72,27 @@ TEST_F(PeerTest, IsTheConnectingProcessAndItsUser) {
 
 TEST_F(PeerTest, AnEndedProcessIsRefusedWhileItsParentHasNotNoticed) {
   ChildProcess child = ChildProcess::connectedOfUser(someUser);
-  const auto before = std::get<WatchedProcess>(WatchedProcess::ofPeer(child.socket())).identity();
+  const auto before = WatchedProcess::ofPeer(child.socket())->identity();
   child.kill();
-  EXPECT_TRUE(std::holds_alternative<Error>(WatchedProcess::ofPeer(child.socket())));
+  EXPECT_FALSE(WatchedProcess::ofPeer(child.socket()));
   EXPECT_FALSE(before.isRunning());
   child.reap();
-  EXPECT_TRUE(std::holds_alternative<Error>(WatchedProcess::ofPeer(child.socket())));
+  EXPECT_FALSE(WatchedProcess::ofPeer(child.socket()));
   EXPECT_FALSE(before.isRunning());
 }
 
 TEST_F(PeerTest, AWatchedProcessIsSeenToEnd) {
   ChildProcess child = ChildProcess::connectedOfUser(someUser);
   const auto process = WatchedProcess::ofPeer(child.socket());
-  EXPECT_TRUE(std::get<WatchedProcess>(process).isRunning());
+  EXPECT_TRUE(process->isRunning());
   child.kill();
-  EXPECT_FALSE(std::get<WatchedProcess>(process).isRunning());
+  EXPECT_FALSE(process->isRunning());
 }
 
 TEST_F(PeerTest, AReusedProcessNumberIsNotTheProcess) {
   ChildProcess child = ChildProcess::connectedOfUser(someUser);
   if (!hasPeerDescriptors(child.socket())) GTEST_SKIP() << "the kernel has no SO_PEERPIDFD";
-  const auto before = std::get<WatchedProcess>(WatchedProcess::ofPeer(child.socket())).identity();
+  const auto before = WatchedProcess::ofPeer(child.socket())->identity();
   child.kill();
   child.reap();
   const std::optional<ChildProcess> successor = ChildProcess::successorOf(before);
@@ -101,8 +101,8 @@ TEST_F(PeerTest, AReusedProcessNumberIsNotTheProcess) {
   ASSERT_NE(processStartTime(before.pid), std::nullopt) << "the number is in use again";
   EXPECT_FALSE(before.isRunning());
   const auto after = WatchedProcess::ofPeer(child.socket());
-  ASSERT_TRUE(std::holds_alternative<Error>(after));
-  EXPECT_EQ(std::get<Error>(after).code(), 3) << "no such process";
+  ASSERT_FALSE(after);
+  EXPECT_EQ(after.error().code(), 3) << "no such process";
 }
 
 TEST_F(PeerTest, WhatIsNoConnectedSocketIsRefused) {
@@ -110,9 +110,9 @@ TEST_F(PeerTest, WhatIsNoConnectedSocketIsRefused) {
   const FileDescriptor internet(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
   const FileDescriptor unconnected(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
   for (const FileDescriptor* descriptor : {&file, &internet, &unconnected}) {
-    EXPECT_TRUE(std::holds_alternative<Error>(WatchedProcess::ofPeer(descriptor->get())));
+    EXPECT_FALSE(WatchedProcess::ofPeer(descriptor->get()));
   }
-  EXPECT_TRUE(std::holds_alternative<Error>(WatchedProcess::ofPeer(-1)));
+  EXPECT_FALSE(WatchedProcess::ofPeer(-1));
 }
 
 TEST_F(PeerTest, NoDescriptorIsLeftBehind) {
