@@ -198,14 +198,15 @@ void checkWriting(const Array& values) {
   require(sd_bus_message_new_method_call(rawBus, &raw, nullptr, "/a", "a.b", "C") >= 0);
   const BusMessage message(raw);
   require(sd_bus_message_open_container(raw, SD_BUS_TYPE_ARRAY, "v") >= 0);
-  for (const Value& value : values) {
-    if (appendVariant(raw, value) < 0) return;
-  }
+  MessageWriter writer(raw);
+  for (const Value& value : values) appendVariant(writer, value);
+  if (writer.result() < 0) return;
   require(sd_bus_message_close_container(raw) >= 0);
   require(sd_bus_message_seal(raw, 1, 0) >= 0);
-  Array again;
-  if (const int result = readArray(raw, again); result < 0) {
-    require(result == -EBADMSG);
+  MessageReader reader(raw);
+  const Array again = readArray(reader);
+  if (reader.result() < 0) {
+    require(reader.result() == -EBADMSG);
     return;
   }
   require(std::ranges::equal(values, again, isSame));

@@ -2,9 +2,10 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstring>
+#include <span>
 #include <string>
 #include <string_view>
+#include <utility>
 
 namespace corvane {
 
@@ -52,233 +53,177 @@ struct Limits {
   }
 };
 
-int readValue(sd_bus_message* message, std::optional<Value>& value, Limits& limits);
+std::optional<Value> readValue(MessageReader& reader, Limits& limits);
 
-template <typename Wire, typename Held = Wire>
-int readNumber(sd_bus_message* message, char type, std::optional<Value>& value) {
-  Wire wire{};
-  const int result = sd_bus_message_read_basic(message, type, &wire);
-  if (result >= 0) value = Value(static_cast<Held>(wire));
-  return result;
-}
-
-int readString(sd_bus_message* message, std::string& string, Limits& limits) {
-  const char* text = nullptr;
-  const int result = sd_bus_message_read_basic(message, SD_BUS_TYPE_STRING, &text);
-  if (result <= 0) return result;
-  const std::string_view bytes = text;
-  if (!limits.admitsBytes(bytes.size() + blockOverhead)) return -E2BIG;
-  string = bytes;
-  return result;
-}
-
-int readDataAt(sd_bus_message* message, Data& data, Limits& limits) {
-  const void* bytes = nullptr;
-  std::size_t size = 0;
-  const int result = sd_bus_message_read_array(message, SD_BUS_TYPE_BYTE, &bytes, &size);
-  if (result < 0) return result;
-  if (!limits.admitsBytes(size + blockOverhead)) return -E2BIG;
-  data.resize(size);
-  if (size > 0) std::memcpy(data.data(), bytes, size);
-  return result;
-}
-
-int readVariantAt(sd_bus_message* message, std::optional<Value>& value, Limits& limits) {
-  int result = sd_bus_message_enter_container(message, SD_BUS_TYPE_VARIANT, nullptr);
-  if (result <= 0) return result;
-  result = readValue(message, value, limits);
-  if (result < 0) return result;
-  return sd_bus_message_exit_container(message);
-}
-
-int readDictionaryAt(sd_bus_message* message, Dictionary& dictionary, Limits& limits) {
-  int result = sd_bus_message_enter_container(message, SD_BUS_TYPE_ARRAY, "{sv}");
-  if (result < 0) return result;
-  while ((result = sd_bus_message_enter_container(message, SD_BUS_TYPE_DICT_ENTRY, "sv")) > 0) {
-    std::string key;
-    std::optional<Value> value;
-    if (!limits.admitsBytes(spareRoom * sizeof(std::string))) return -E2BIG;
-    result = readString(message, key, limits);
-    if (result >= 0) result = readVariantAt(message, value, limits);
-    if (result >= 0) result = sd_bus_message_exit_container(message);
-    if (result < 0) return result;
-    if (!value) return -EBADMSG;
-    dictionary.append(std::move(key), *std::move(value));
+std::string readText(MessageReader& reader, Limits& limits) {
+  const std::string_view text = reader.text();
+  if (!limits.admitsBytes(text.size() + blockOverhead)) {
+    reader.fail(-E2BIG);
+    return {};
   }
-  if (result < 0) return result;
-  if (dictionary.duplicateKey() != nullptr) return -EBADMSG;
-  return sd_bus_message_exit_container(message);
+  return std::string(text);
 }
 
-int readErrorAt(sd_bus_message* message, std::optional<Error>& error, Limits& limits) {
-  int result = sd_bus_message_enter_container(message, SD_BUS_TYPE_STRUCT, "sxa{sv}");
-  if (result <= 0) return result;
+Data readDataAt(MessageReader& reader, Limits& limits) {
+  const std::span<const std::byte> bytes = reader.bytes();
+  if (!limits.admitsBytes(bytes.size() + blockOverhead)) {
+    reader.fail(-E2BIG);
+    return {};
+  }
+  return {bytes.begin(), bytes.end()};
+}
+
+std::optional<Value> readVariantAt(MessageReader& reader, Limits& limits) {
+  std::optional<Value> value;
+  reader.container(SD_BUS_TYPE_VARIANT, nullptr, [&] { value = readValue(reader, limits); });
+  return value;
+}
+
+Dictionary readDictionaryAt(MessageReader& reader, Limits& limits) {
+  Dictionary dictionary;
+  reader.array("{sv}", [&] {
+    reader.container(SD_BUS_TYPE_DICT_ENTRY, "sv", [&] {
+      if (!limits.admitsBytes(spareRoom * sizeof(std::string))) return reader.fail(-E2BIG);
+      std::string key = readText(reader, limits);
+      std::optional<Value> value = readVariantAt(reader, limits);
+      if (value) dictionary.append(std::move(key), *std::move(value));
+    });
+  });
+  if (dictionary.duplicateKey() != nullptr) reader.fail(-EBADMSG);
+  return dictionary;
+}
+
+Error readErrorAt(MessageReader& reader, Limits& limits) {
   std::string domain;
   std::int64_t code = 0;
   Dictionary userInfo;
-  result = readString(message, domain, limits);
-  if (result >= 0) result = sd_bus_message_read_basic(message, SD_BUS_TYPE_INT64, &code);
-  if (result >= 0) result = readDictionaryAt(message, userInfo, limits);
-  if (result >= 0) result = sd_bus_message_exit_container(message);
-  if (result < 0) return result;
-  error.emplace(domain, code, std::move(userInfo));
-  return 1;
+  reader.container(SD_BUS_TYPE_STRUCT, "sxa{sv}", [&] {
+    domain = readText(reader, limits);
+    code = reader.basic<std::int64_t>(SD_BUS_TYPE_INT64);
+    userInfo = readDictionaryAt(reader, limits);
+  });
+  return {domain, code, std::move(userInfo)};
 }
 
-int readArrayAt(sd_bus_message* message, const char* contents, Array& array, Limits& limits) {
-  int result = sd_bus_message_enter_container(message, SD_BUS_TYPE_ARRAY, contents);
-  if (result < 0) return result;
-  while ((result = sd_bus_message_at_end(message, 0)) == 0) {
-    std::optional<Value> element;
-    result = readValue(message, element, limits);
-    if (result < 0) return result;
-    if (!element) return -EBADMSG;
-    array.push_back(*std::move(element));
-  }
-  if (result < 0) return result;
-  return sd_bus_message_exit_container(message);
+Array readArrayAt(MessageReader& reader, const char* contents, Limits& limits) {
+  Array array;
+  reader.array(contents, [&] {
+    if (std::optional<Value> value = readValue(reader, limits)) array.push_back(*std::move(value));
+  });
+  return array;
 }
 
-int readValueOfAnyType(sd_bus_message* message, std::optional<Value>& value, Limits& limits) {
-  char type = 0;
-  const char* contents = nullptr;
-  int result = sd_bus_message_peek_type(message, &type, &contents);
-  if (result <= 0) return result < 0 ? result : -EBADMSG;
+Value readArrayOfAnyType(MessageReader& reader, const char* contents, Limits& limits) {
+  if (std::string_view(contents) == "y") return readDataAt(reader, limits);
+  if (std::string_view(contents) == "{sv}") return readDictionaryAt(reader, limits);
+  return readArrayAt(reader, contents, limits);
+}
 
+std::optional<Value> readValueOfAnyType(MessageReader& reader, Limits& limits) {
+  const auto [type, contents] = reader.nextType();
   switch (type) {
-    case SD_BUS_TYPE_STRING: {
-      std::string string;
-      result = readString(message, string, limits);
-      if (result > 0) value = Value(std::move(string));
-      return result;
-    }
+    case SD_BUS_TYPE_STRING:
+      return readText(reader, limits);
     case SD_BUS_TYPE_BOOLEAN:
-      return readNumber<int, bool>(message, type, value);
+      return reader.boolean();
     case SD_BUS_TYPE_BYTE:
-      return readNumber<std::uint8_t>(message, type, value);
+      return reader.basic<std::uint8_t>(type);
     case SD_BUS_TYPE_INT16:
-      return readNumber<std::int16_t>(message, type, value);
+      return reader.basic<std::int16_t>(type);
     case SD_BUS_TYPE_UINT16:
-      return readNumber<std::uint16_t>(message, type, value);
+      return reader.basic<std::uint16_t>(type);
     case SD_BUS_TYPE_INT32:
-      return readNumber<std::int32_t>(message, type, value);
+      return reader.basic<std::int32_t>(type);
     case SD_BUS_TYPE_UINT32:
-      return readNumber<std::uint32_t>(message, type, value);
+      return reader.basic<std::uint32_t>(type);
     case SD_BUS_TYPE_INT64:
-      return readNumber<std::int64_t>(message, type, value);
+      return reader.basic<std::int64_t>(type);
     case SD_BUS_TYPE_UINT64:
-      return readNumber<std::uint64_t>(message, type, value);
+      return reader.basic<std::uint64_t>(type);
     case SD_BUS_TYPE_DOUBLE:
-      return readNumber<double>(message, type, value);
+      return reader.basic<double>(type);
     case SD_BUS_TYPE_VARIANT:
-      return readVariantAt(message, value, limits);
-    case SD_BUS_TYPE_STRUCT: {
-      if (std::string_view(contents) != "sxa{sv}") return -EBADMSG;
-      std::optional<Error> error;
-      result = readErrorAt(message, error, limits);
-      if (result > 0) value = Value(*std::move(error));
-      return result;
-    }
-    case SD_BUS_TYPE_ARRAY: {
-      const std::string_view elements = contents;
-      if (elements == "y") {
-        Data data;
-        result = readDataAt(message, data, limits);
-        if (result >= 0) value = Value(std::move(data));
-        return result;
-      }
-      if (elements == "{sv}") {
-        Dictionary dictionary;
-        result = readDictionaryAt(message, dictionary, limits);
-        if (result >= 0) value = Value(std::move(dictionary));
-        return result;
-      }
-      Array array;
-      result = readArrayAt(message, contents, array, limits);
-      if (result >= 0) value = Value(std::move(array));
-      return result;
-    }
+      return readVariantAt(reader, limits);
+    case SD_BUS_TYPE_STRUCT:
+      if (std::string_view(contents) != "sxa{sv}") break;
+      return readErrorAt(reader, limits);
+    case SD_BUS_TYPE_ARRAY:
+      return readArrayOfAnyType(reader, contents, limits);
     default:
-      return -EBADMSG;
+      break;
   }
+  reader.fail(-EBADMSG);
+  return std::nullopt;
 }
 
-// Reads the next element whatever its type is.
-int readValue(sd_bus_message* message, std::optional<Value>& value, Limits& limits) {
-  if (--limits.depth < 0) return -EBADMSG;
-  if (!limits.admitsBytes(spareRoom * sizeof(Value))) return -E2BIG;
+// Reads the next element whatever its type is; nothing after a failure, which may be an earlier
+// one.
+std::optional<Value> readValue(MessageReader& reader, Limits& limits) {
+  if (--limits.depth < 0) reader.fail(-EBADMSG);
+  if (!limits.admitsBytes(spareRoom * sizeof(Value))) reader.fail(-E2BIG);
   // A variant counts as what it holds, which has been counted by the time that the variant ends.
-  const bool isVariant = sd_bus_message_verify_type(message, SD_BUS_TYPE_VARIANT, nullptr) > 0;
-  const int result = readValueOfAnyType(message, value, limits);
+  const bool isVariant = reader.nextType().type == SD_BUS_TYPE_VARIANT;
+  std::optional<Value> value = readValueOfAnyType(reader, limits);
   ++limits.depth;
-  return !isVariant && value && !limits.admits(*value) ? -E2BIG : result;
+  if (!isVariant && value && !limits.admits(*value)) reader.fail(-E2BIG);
+  return reader.result() < 0 ? std::nullopt : std::move(value);
 }
 
-int appendNumber(sd_bus_message* message, const Number& number) {
-  if (number.isBoolean()) return sd_bus_message_append(message, "v", "b", int{number.boolValue()});
-  if (number.isDouble()) return sd_bus_message_append(message, "v", "d", number.doubleValue());
-  if (number.isUnsigned()) {
-    return sd_bus_message_append(message, "v", "t", number.unsignedLongLongValue());
-  }
-  return sd_bus_message_append(message, "v", "x", number.longLongValue());
+void appendNumber(MessageWriter& writer, const Number& number) {
+  if (number.isBoolean()) return writer.append("v", "b", int{number.boolValue()});
+  if (number.isDouble()) return writer.append("v", "d", number.doubleValue());
+  if (number.isUnsigned()) return writer.append("v", "t", number.unsignedLongLongValue());
+  writer.append("v", "x", number.longLongValue());
 }
 
-int appendError(sd_bus_message* message, const Error& error) {
-  int result = sd_bus_message_open_container(message, SD_BUS_TYPE_STRUCT, "sxa{sv}");
-  if (result >= 0) {
-    result = sd_bus_message_append(message, "sx", error.domain().c_str(), error.code());
-  }
-  if (result >= 0) result = appendDictionary(message, error.userInfo());
-  return result < 0 ? result : sd_bus_message_close_container(message);
+void appendError(MessageWriter& writer, const Error& error) {
+  writer.appendContainer(SD_BUS_TYPE_STRUCT, "sxa{sv}", [&] {
+    writer.append("sx", error.domain().c_str(), error.code());
+    appendDictionary(writer, error.userInfo());
+  });
 }
 
 // An array of strings travels as one, any other as an array of variants.
-int appendArray(sd_bus_message* message, const Array& array) {
+void appendArray(MessageWriter& writer, const Array& array) {
   const bool isStrings = std::all_of(array.begin(), array.end(),
                                      [](const Value& value) { return value.string() != nullptr; });
-  int result = sd_bus_message_open_container(message, SD_BUS_TYPE_VARIANT, isStrings ? "as" : "av");
-  if (result >= 0) {
-    result = sd_bus_message_open_container(message, SD_BUS_TYPE_ARRAY, isStrings ? "s" : "v");
-  }
-  for (auto element = array.begin(); result >= 0 && element != array.end(); ++element) {
-    result = isStrings ? sd_bus_message_append_basic(message, SD_BUS_TYPE_STRING,
-                                                     element->string()->c_str())
-                       : appendVariant(message, *element);
-  }
-  if (result >= 0) result = sd_bus_message_close_container(message);
-  return result < 0 ? result : sd_bus_message_close_container(message);
-}
-
-int appendInVariant(sd_bus_message* message, const char* contents, auto&& append) {
-  int result = sd_bus_message_open_container(message, SD_BUS_TYPE_VARIANT, contents);
-  if (result >= 0) result = append();
-  return result < 0 ? result : sd_bus_message_close_container(message);
+  writer.appendContainer(SD_BUS_TYPE_VARIANT, isStrings ? "as" : "av", [&] {
+    writer.appendContainer(SD_BUS_TYPE_ARRAY, isStrings ? "s" : "v", [&] {
+      for (const Value& element : array) {
+        if (isStrings) {
+          writer.append("s", element.string()->c_str());
+        } else {
+          appendVariant(writer, element);
+        }
+      }
+    });
+  });
 }
 
 }  // namespace
 
-int readArray(sd_bus_message* message, Array& array, const TakeMemory& takeMemory) {
+Array readArray(MessageReader& reader, const TakeMemory& takeMemory) {
   Limits limits(takeMemory);
-  return readArrayAt(message, "v", array, limits);
+  return readArrayAt(reader, "v", limits);
 }
 
-int readDictionary(sd_bus_message* message, Dictionary& dictionary) {
+Dictionary readDictionary(MessageReader& reader) {
   Limits limits;
-  return readDictionaryAt(message, dictionary, limits);
+  return readDictionaryAt(reader, limits);
 }
 
-int readData(sd_bus_message* message, Data& data, const TakeMemory& takeMemory) {
+Data readData(MessageReader& reader, const TakeMemory& takeMemory) {
   Limits limits(takeMemory);
-  return readDataAt(message, data, limits);
+  return readDataAt(reader, limits);
 }
 
-int readOptionalError(sd_bus_message* message, std::optional<Error>& error) {
-  int result = sd_bus_message_enter_container(message, SD_BUS_TYPE_ARRAY, "(sxa{sv})");
-  if (result < 0) return result;
-  Limits limits;
-  result = readErrorAt(message, error, limits);
-  if (result > 0) result = sd_bus_message_at_end(message, 0) > 0 ? 1 : -EBADMSG;
-  return result < 0 ? result : sd_bus_message_exit_container(message);
+std::optional<Error> readOptionalError(MessageReader& reader) {
+  std::optional<Error> error;
+  reader.optional("(sxa{sv})", [&] {
+    Limits limits;
+    error = readErrorAt(reader, limits);
+  });
+  return error;
 }
 
 std::size_t leastMessageSize(const Value& value) {
@@ -295,47 +240,42 @@ std::size_t leastMessageSize(const Value& value) {
   return size;
 }
 
-int appendVariant(sd_bus_message* message, const Value& value) {
+void appendVariant(MessageWriter& writer, const Value& value) {
+  const auto inVariant = [&writer](const char* contents, auto&& append) {
+    writer.appendContainer(SD_BUS_TYPE_VARIANT, contents, append);
+  };
   if (const std::string* string = value.string()) {
-    return sd_bus_message_append(message, "v", "s", string->c_str());
+    writer.append("v", "s", string->c_str());
+  } else if (const Number* number = value.number()) {
+    appendNumber(writer, *number);
+  } else if (const Data* data = value.data()) {
+    inVariant("ay", [&] { writer.appendBytes(*data); });
+  } else if (const Date* date = value.date()) {
+    writer.append("v", "d", date->secondsSinceReference);
+  } else if (const Array* array = value.array()) {
+    appendArray(writer, *array);
+  } else if (const Dictionary* dictionary = value.dictionary()) {
+    inVariant("a{sv}", [&] { appendDictionary(writer, *dictionary); });
+  } else {
+    inVariant("(sxa{sv})", [&] { appendError(writer, *value.error()); });
   }
-  if (const Number* number = value.number()) return appendNumber(message, *number);
-  if (const Data* data = value.data()) {
-    return appendInVariant(message, "ay", [&] {
-      return sd_bus_message_append_array(message, SD_BUS_TYPE_BYTE, data->data(), data->size());
-    });
-  }
-  if (const Date* date = value.date()) {
-    return sd_bus_message_append(message, "v", "d", date->secondsSinceReference);
-  }
-  if (const Array* array = value.array()) return appendArray(message, *array);
-  if (const Dictionary* dictionary = value.dictionary()) {
-    return appendInVariant(message, "a{sv}",
-                           [&] { return appendDictionary(message, *dictionary); });
-  }
-  return appendInVariant(message, "(sxa{sv})",
-                         [&] { return appendError(message, *value.error()); });
 }
 
-int appendDictionary(sd_bus_message* message, const Dictionary& dictionary) {
-  int result = sd_bus_message_open_container(message, SD_BUS_TYPE_ARRAY, "{sv}");
-  for (const auto& [key, value] : dictionary) {
-    if (result >= 0) {
-      result = sd_bus_message_open_container(message, SD_BUS_TYPE_DICT_ENTRY, "sv");
+void appendDictionary(MessageWriter& writer, const Dictionary& dictionary) {
+  writer.appendContainer(SD_BUS_TYPE_ARRAY, "{sv}", [&] {
+    for (const Dictionary::Entry& entry : dictionary) {
+      writer.appendContainer(SD_BUS_TYPE_DICT_ENTRY, "sv", [&] {
+        writer.append("s", entry.first.c_str());
+        appendVariant(writer, entry.second);
+      });
     }
-    if (result >= 0) {
-      result = sd_bus_message_append_basic(message, SD_BUS_TYPE_STRING, key.c_str());
-    }
-    if (result >= 0) result = appendVariant(message, value);
-    if (result >= 0) result = sd_bus_message_close_container(message);
-  }
-  return result < 0 ? result : sd_bus_message_close_container(message);
+  });
 }
 
-int appendOptionalError(sd_bus_message* message, const std::optional<Error>& error) {
-  int result = sd_bus_message_open_container(message, SD_BUS_TYPE_ARRAY, "(sxa{sv})");
-  if (result >= 0 && error) result = appendError(message, *error);
-  return result < 0 ? result : sd_bus_message_close_container(message);
+void appendOptionalError(MessageWriter& writer, const std::optional<Error>& error) {
+  writer.appendContainer(SD_BUS_TYPE_ARRAY, "(sxa{sv})", [&] {
+    if (error) appendError(writer, *error);
+  });
 }
 
 }  // namespace corvane

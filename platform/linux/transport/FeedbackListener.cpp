@@ -27,9 +27,9 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 int processFeedback(sd_bus_message* message, void* userdata, sd_bus_error* /*error*/) {
-  Dictionary feedback;
-  const int result = readDictionary(message, feedback);
-  if (result < 0) return result;
+  MessageReader reader(message);
+  const Dictionary feedback = readDictionary(reader);
+  if (reader.result() < 0) return reader.result();
   try {
     static_cast<ZELPrivilegedOperationFeedbackProtocol*>(userdata)
         ->processPrivilegedOperationFeedback(feedback);

@@ -40,12 +40,12 @@ class LinuxHelperConnection : public HelperConnection {
       : _input(std::move(input)), _bus(std::move(bus)) {}
 
   Answer<std::string> getVersionString(Timeout timeout) override {
-    auto reply = call(versionMember, timeout, [](sd_bus_message*) { return 0; });
+    auto reply = call(versionMember, timeout, [](MessageWriter&) {});
     if (auto* failed = std::get_if<CommunicationFailure>(&reply)) return std::move(*failed);
-    const char* version = nullptr;
-    const int result = sd_bus_message_read(std::get<BusMessage>(reply).get(), "s", &version);
-    if (result <= 0) return badReply(result);
-    return std::string(version);
+    MessageReader reader(std::get<BusMessage>(reply).get());
+    std::string version(reader.text());
+    if (reader.result() < 0) return badReply(reader.result());
+    return version;
   }
 
   Answer<std::monostate> registerClientWithPID(std::int32_t pid, Timeout timeout) override {
@@ -69,74 +69,61 @@ class LinuxHelperConnection : public HelperConnection {
                                   "The request is larger than a message to the helper may be"};
     }
     auto transport = feedbackEndpoint ? feedbackEndpoint->takeTransport() : nullptr;
-    auto reply = call(performMember, timeout, [&](sd_bus_message* message) {
-      int result = sd_bus_message_append(message, "t", code);
-      if (result >= 0) {
-        result = sd_bus_message_append_array(message, 'y', authorizationData.data(),
-                                             authorizationData.size());
-      }
-      if (result >= 0) result = sd_bus_message_open_container(message, 'a', "h");
-      if (result >= 0 && transport != nullptr) {
-        result = sd_bus_message_append(message, "h", transport->socket.get());
-      }
-      if (result >= 0) result = sd_bus_message_close_container(message);
-      if (result >= 0) result = appendArguments(message, arguments);
+    auto reply = call(performMember, timeout, [&](MessageWriter& writer) {
+      writer.append("t", code);
+      writer.appendBytes(authorizationData);
+      writer.appendContainer('a', "h", [&] {
+        if (transport != nullptr) writer.append("h", transport->socket.get());
+      });
+      appendArguments(writer, arguments);
       // The message holds a copy: the helper alone shall hold the endpoint from now on.
       transport.reset();
-      return result;
     });
     if (auto* failed = std::get_if<CommunicationFailure>(&reply)) return std::move(*failed);
-    std::optional<Error> error;
-    const int result = readOptionalError(std::get<BusMessage>(reply).get(), error);
-    if (result < 0) return badReply(result);
+    MessageReader reader(std::get<BusMessage>(reply).get());
+    std::optional<Error> error = readOptionalError(reader);
+    if (reader.result() < 0) return badReply(reader.result());
     return error;
   }
 
   Answer<bool> cancelOperation(const std::string& token, Timeout timeout) override {
     auto reply = call(
-        cancelMember, timeout,
-        [&](sd_bus_message* message) { return sd_bus_message_append(message, "s", token.c_str()); },
+        cancelMember, timeout, [&](MessageWriter& writer) { writer.append("s", token.c_str()); },
         controlInterface);
     if (auto* failed = std::get_if<CommunicationFailure>(&reply)) return std::move(*failed);
-    int isInProgress = 0;
-    const int result = sd_bus_message_read(std::get<BusMessage>(reply).get(), "b", &isInProgress);
-    if (result <= 0) return badReply(result);
-    return isInProgress != 0;
+    MessageReader reader(std::get<BusMessage>(reply).get());
+    const bool isInProgress = reader.boolean();
+    if (reader.result() < 0) return badReply(reader.result());
+    return isInProgress;
   }
 
   Answer<AuthorizationState> queryAuthorization(std::uint64_t code, const Data& authorizationData,
                                                 Timeout timeout) override {
     auto reply = call(
         queryMember, timeout,
-        [&](sd_bus_message* message) {
-          const int result = sd_bus_message_append(message, "t", code);
-          return result < 0 ? result
-                            : sd_bus_message_append_array(message, 'y', authorizationData.data(),
-                                                          authorizationData.size());
+        [&](MessageWriter& writer) {
+          writer.append("t", code);
+          writer.appendBytes(authorizationData);
         },
         controlInterface);
     if (auto* failed = std::get_if<CommunicationFailure>(&reply)) return std::move(*failed);
-    const char* name = nullptr;
-    const int result = sd_bus_message_read(std::get<BusMessage>(reply).get(), "s", &name);
-    if (result <= 0) return badReply(result);
-    const auto* state = std::find_if(
-        authorizationStates.begin(), authorizationStates.end(),
-        [name = std::string_view(name)](const auto& entry) { return entry.second == name; });
+    MessageReader reader(std::get<BusMessage>(reply).get());
+    const std::string_view name = reader.text();
+    if (reader.result() < 0) return badReply(reader.result());
+    const auto* state = std::find_if(authorizationStates.begin(), authorizationStates.end(),
+                                     [name](const auto& entry) { return entry.second == name; });
     if (state == authorizationStates.end()) return badReply(-EBADMSG);
     return state->first;
   }
 
  private:
-  static int appendArguments(sd_bus_message* message, const std::optional<Array>& arguments) {
-    int result = sd_bus_message_open_container(message, 'a', "av");
-    if (result >= 0 && arguments) {
-      result = sd_bus_message_open_container(message, 'a', "v");
-      for (auto value = arguments->begin(); result >= 0 && value != arguments->end(); ++value) {
-        result = appendVariant(message, *value);
-      }
-      if (result >= 0) result = sd_bus_message_close_container(message);
-    }
-    return result < 0 ? result : sd_bus_message_close_container(message);
+  static void appendArguments(MessageWriter& writer, const std::optional<Array>& arguments) {
+    writer.appendContainer('a', "av", [&] {
+      if (!arguments) return;
+      writer.appendContainer('a', "v", [&] {
+        for (const Value& value : *arguments) appendVariant(writer, value);
+      });
+    });
   }
 
   static CommunicationFailure badReply(int result) {
@@ -147,16 +134,15 @@ class LinuxHelperConnection : public HelperConnection {
   template <typename Append>
   Answer<BusMessage> call(const char* member, Timeout timeout, Append append,
                           const char* interface = helperInterface) {
-    sd_bus_message* raw = nullptr;
-    int result = sd_bus_message_new_method_call(_bus.get(), &raw, nullptr, helperObjectPath,
-                                                interface, member);
-    BusMessage message(raw);
-    if (result >= 0) result = append(raw);
-    if (result < 0) {
-      return failure(-result, Kind::BadMessage, "The request could not be put into a message");
+    auto writer = MessageWriter::ofCall(_bus.get(), nullptr, helperObjectPath, interface, member);
+    append(writer);
+    if (writer.result() < 0) {
+      return failure(-writer.result(), Kind::BadMessage,
+                     "The request could not be put into a message");
     }
     std::uint64_t cookie = 0;
-    result = sd_bus_send(_bus.get(), raw, &cookie);
+    writer.send(_bus.get(), &cookie);
+    int result = writer.result();
     BusMessage reply;
     if (result >= 0) {
       result =
@@ -198,9 +184,8 @@ class LinuxHelperConnection : public HelperConnection {
   template <typename T>
   Answer<std::monostate> callWithoutResult(const char* member, Timeout timeout, const char* type,
                                            T argument) {
-    auto reply = call(member, timeout, [&](sd_bus_message* message) {
-      return sd_bus_message_append(message, type, argument);
-    });
+    auto reply =
+        call(member, timeout, [&](MessageWriter& writer) { writer.append(type, argument); });
     if (auto* failed = std::get_if<CommunicationFailure>(&reply)) return std::move(*failed);
     return std::monostate();
   }

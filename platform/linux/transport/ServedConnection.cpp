@@ -78,35 +78,24 @@ const char* errorNameFor(const Error& error) {
                                                                      : SD_BUS_ERROR_FAILED;
 }
 
-// The feedback endpoint, `ah` with none or one; -EBADMSG for more.
-int readEndpoint(sd_bus_message* message, std::optional<XPCListenerEndpoint>& endpoint) {
-  int result = sd_bus_message_enter_container(message, SD_BUS_TYPE_ARRAY, "h");
-  if (result < 0) return result;
-  int borrowed = -1;
-  result = sd_bus_message_read_basic(message, SD_BUS_TYPE_UNIX_FD, &borrowed);
-  if (result < 0) return result;
-  if (result > 0) {
+// The feedback endpoint, `ah` with none or one.
+std::optional<XPCListenerEndpoint> readEndpoint(MessageReader& reader) {
+  std::optional<XPCListenerEndpoint> endpoint;
+  reader.optional("h", [&] {
+    const int borrowed = reader.basic<int>(SD_BUS_TYPE_UNIX_FD);
+    if (reader.result() < 0) return;
     FileDescriptor socket(::fcntl(borrowed, F_DUPFD_CLOEXEC, 0));
-    if (!socket) return -errno;
+    if (!socket) return reader.fail(-errno);
     endpoint = endpointFromSocket(std::move(socket));
-    if (sd_bus_message_at_end(message, 0) <= 0) return -EBADMSG;
-  }
-  return sd_bus_message_exit_container(message);
+  });
+  return endpoint;
 }
 
-// The arguments, `aav` with none or one list; -EBADMSG for more.
-int readArguments(sd_bus_message* message, const TakeMemory& takeMemory,
-                  std::optional<Array>& arguments) {
-  int result = sd_bus_message_enter_container(message, SD_BUS_TYPE_ARRAY, "av");
-  if (result < 0) return result;
-  result = sd_bus_message_at_end(message, 0);
-  if (result < 0) return result;
-  if (result == 0) {
-    result = readArray(message, arguments.emplace(), takeMemory);
-    if (result < 0) return result;
-    if (sd_bus_message_at_end(message, 0) <= 0) return -EBADMSG;
-  }
-  return sd_bus_message_exit_container(message);
+// The arguments, `aav` with none or one list.
+std::optional<Array> readArguments(MessageReader& reader, const TakeMemory& takeMemory) {
+  std::optional<Array> arguments;
+  reader.optional("av", [&] { arguments = readArray(reader, takeMemory); });
+  return arguments;
 }
 
 }  // namespace
@@ -153,9 +142,9 @@ struct ServedConnection::Handlers {
   }
 
   static int registerClientWithPID(ServedConnection& connection, sd_bus_message* message) {
-    std::int32_t pid = 0;
-    const int result = sd_bus_message_read_basic(message, SD_BUS_TYPE_INT32, &pid);
-    if (result < 0) return result;
+    MessageReader reader(message);
+    const auto pid = reader.basic<std::int32_t>(SD_BUS_TYPE_INT32);
+    if (reader.result() < 0) return reader.result();
     OneWayMessage oneWay(message);
     const auto registering = connection._arrivals->registering();
     if (connection._registrations->add(connection._peer.uid, connection._share.account(), pid)) {
@@ -166,9 +155,9 @@ struct ServedConnection::Handlers {
   }
 
   static int unregisterClientWithPID(ServedConnection& connection, sd_bus_message* message) {
-    std::int32_t pid = 0;
-    const int result = sd_bus_message_read_basic(message, SD_BUS_TYPE_INT32, &pid);
-    if (result < 0) return result;
+    MessageReader reader(message);
+    const auto pid = reader.basic<std::int32_t>(SD_BUS_TYPE_INT32);
+    if (reader.result() < 0) return reader.result();
     OneWayMessage oneWay(message);
     // If this is the connection's first message, it counts as arriving no longer: else it would
     // wait for itself, and with others like it for each other.
@@ -198,37 +187,36 @@ struct ServedConnection::Handlers {
   }
 
   static int enableDebugMode(ServedConnection& connection, sd_bus_message* message) {
-    int flag = 0;
-    const int result = sd_bus_message_read_basic(message, SD_BUS_TYPE_BOOLEAN, &flag);
-    if (result < 0) return result;
+    MessageReader reader(message);
+    const bool flag = reader.boolean();
+    if (reader.result() < 0) return reader.result();
     OneWayMessage oneWay(message);
-    connection._object->enableDebugMode(flag != 0);
+    connection._object->enableDebugMode(flag);
     oneWay.acknowledge();
     return 1;
   }
 
   static int performPrivilegedOperation(ServedConnection& connection, sd_bus_message* message) {
-    std::uint64_t code = 0;
-    Data authorization;
-    std::optional<XPCListenerEndpoint> endpoint;
-    std::optional<Array> arguments;
+    MessageReader reader(message);
     const TakeMemory takeMemory = [&](std::size_t size) {
       return connection._share.takeMore(size);
     };
-    int result = sd_bus_message_read_basic(message, SD_BUS_TYPE_UINT64, &code);
-    if (result >= 0) result = readData(message, authorization, takeMemory);
-    if (result == -E2BIG) return refuseForSize(message);
-    if (result < 0) return result;
-    if (readEndpoint(message, endpoint) < 0) {
+    const auto code = reader.basic<std::uint64_t>(SD_BUS_TYPE_UINT64);
+    const Data authorization = readData(reader, takeMemory);
+    if (reader.result() == -E2BIG) return refuseForSize(message);
+    if (reader.result() < 0) return reader.result();
+    std::optional<XPCListenerEndpoint> endpoint = readEndpoint(reader);
+    if (reader.result() < 0) {
       return refuse(message, SD_BUS_ERROR_INVALID_ARGS,
                     "The feedback endpoint is not one socket or none");
     }
-    result = readArguments(message, takeMemory, arguments);
-    if (result == -E2BIG) return refuseForSize(message);
-    if (result < 0) {
+    std::optional<Array> arguments = readArguments(reader, takeMemory);
+    if (reader.result() == -E2BIG) return refuseForSize(message);
+    if (reader.result() < 0) {
       return refuse(message, SD_BUS_ERROR_INVALID_ARGS,
                     "The arguments are not one list, or none, of supported types");
     }
+    int result = 0;
     connection._object->performPrivilegedOperation(
         code, authorization, std::move(endpoint), std::move(arguments),
         [&](const std::optional<Error>& error) { result = reply(message, error); });
@@ -236,23 +224,20 @@ struct ServedConnection::Handlers {
   }
 
   static int cancelOperation(ServedConnection& connection, sd_bus_message* message) {
-    const char* token = nullptr;
-    const int result = sd_bus_message_read_basic(message, SD_BUS_TYPE_STRING, &token);
-    if (result < 0) return result;
+    MessageReader reader(message);
+    const std::string token(reader.text());
+    if (reader.result() < 0) return reader.result();
     const bool isCancelled = connection._control->cancelOperation(token);
     return sd_bus_reply_method_return(message, "b", static_cast<int>(isCancelled));
   }
 
   static int queryAuthorization(ServedConnection& connection, sd_bus_message* message) {
-    std::uint64_t code = 0;
-    Data authorization;
-    int result = sd_bus_message_read_basic(message, SD_BUS_TYPE_UINT64, &code);
-    if (result >= 0) {
-      result = readData(message, authorization,
-                        [&](std::size_t size) { return connection._share.takeMore(size); });
-    }
-    if (result == -E2BIG) return refuseForSize(message);
-    if (result < 0) return result;
+    MessageReader reader(message);
+    const auto code = reader.basic<std::uint64_t>(SD_BUS_TYPE_UINT64);
+    const Data authorization =
+        readData(reader, [&](std::size_t size) { return connection._share.takeMore(size); });
+    if (reader.result() == -E2BIG) return refuseForSize(message);
+    if (reader.result() < 0) return reader.result();
     const auto answer = connection._control->queryAuthorization(code, authorization);
     if (const auto* error = std::get_if<Error>(&answer)) {
       return refuse(message, errorNameFor(*error), error->localizedDescription().c_str());
@@ -265,12 +250,10 @@ struct ServedConnection::Handlers {
 
   static int reply(sd_bus_message* message, const std::optional<Error>& error) {
     if (sd_bus_message_get_expect_reply(message) == 0) return 0;
-    sd_bus_message* raw = nullptr;
-    int result = sd_bus_message_new_method_return(message, &raw);
-    const BusMessage answer(raw);
-    if (result >= 0) result = appendOptionalError(raw, error);
-    if (result >= 0) result = sd_bus_send(nullptr, raw, nullptr);
-    return result;
+    auto writer = MessageWriter::ofReplyTo(message);
+    appendOptionalError(writer, error);
+    writer.send();
+    return writer.result();
   }
 };
 

@@ -109,15 +109,13 @@ class FeedbackSender : public XPCConnection, public ZELPrivilegedOperationFeedba
   std::optional<Error> send(const Dictionary& feedback) {
     const std::lock_guard lock(_mutex);
     if (_failure) return _failure;
-    sd_bus_message* raw = nullptr;
-    int result = sd_bus_message_new_method_call(_bus.get(), &raw, nullptr, feedbackObjectPath,
-                                                _interface.c_str(), feedbackMember);
-    const BusMessage message(raw);
-    if (result >= 0) result = sd_bus_message_set_expect_reply(raw, 0);
-    if (result >= 0) result = appendDictionary(raw, feedback);
-    if (result >= 0) result = sd_bus_send(_bus.get(), raw, nullptr);
-    if (result < 0) {
-      fail(-result);
+    auto writer = MessageWriter::ofCall(_bus.get(), nullptr, feedbackObjectPath, _interface.c_str(),
+                                        feedbackMember);
+    writer.expectNoReply();
+    appendDictionary(writer, feedback);
+    writer.send(_bus.get());
+    if (writer.result() < 0) {
+      fail(-writer.result());
     } else {
       flush(1);
     }

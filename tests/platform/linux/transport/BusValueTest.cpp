@@ -48,9 +48,10 @@ class BusValueTest : public testing::Test {
   /// Reads what has been appended, of type `av`.
   int read(Array& array, const TakeMemory& takeMemory = {}) {
     EXPECT_GE(sd_bus_message_seal(message.get(), 1, 0), 0);
-    const int result = readArray(message.get(), array, takeMemory);
+    MessageReader reader(message.get());
+    array = readArray(reader, takeMemory);
     begin();
-    return result;
+    return reader.result();
   }
 
   /// The one value of an `av`, which must be readable.
@@ -234,8 +235,9 @@ TEST_F(BusValueTest, AnErrorIsThereOnceOrNot) {
     for (int i = 0; i < count; ++i) append("(sxa{sv})", "domain", std::int64_t{7}, 0);
     close();
     ASSERT_GE(sd_bus_message_seal(message.get(), 1, 0), 0);
-    std::optional<Error> error;
-    EXPECT_EQ(readOptionalError(message.get(), error) >= 0, count < 2);
+    MessageReader reader(message.get());
+    const std::optional<Error> error = readOptionalError(reader);
+    EXPECT_EQ(reader.result() >= 0, count < 2);
     EXPECT_EQ(error.has_value(), count > 0);
   }
 }
@@ -255,7 +257,9 @@ TEST_F(BusValueTest, WhatIsWrittenIsReadAsItWas) {
                      Dictionary{{"key", Dictionary{{"", "value"}}}},
                      Error("domain", 3, {{"key", Array{1}}})};
   open('a', "v");
-  for (const Value& value : values) ASSERT_GE(appendVariant(message.get(), value), 0);
+  MessageWriter writer(message.get());
+  for (const Value& value : values) appendVariant(writer, value);
+  ASSERT_GE(writer.result(), 0);
   close();
   Array again;
   EXPECT_GE(read(again), 0);
@@ -290,8 +294,9 @@ class BusTextTest : public testing::Test {
 
  private:
   static int readMessage(sd_bus_message* message, void* result, sd_bus_error* /*error*/) {
-    Array array;
-    *static_cast<int*>(result) = readArray(message, array);
+    MessageReader reader(message);
+    readArray(reader);
+    *static_cast<int*>(result) = reader.result();
     return 1;
   }
 };
