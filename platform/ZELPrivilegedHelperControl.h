@@ -3,10 +3,9 @@
 
 #include <cstdint>
 #include <string>
-#include <variant>
 
 #include "foundation/AuthorizationState.h"
-#include "foundation/Error.h"
+#include "foundation/Result.h"
 #include "foundation/Value.h"
 
 namespace corvane {
@@ -23,8 +22,8 @@ class ZELPrivilegedHelperControl {
   /// What a request for the operation `code` would meet. Nobody is asked anything. The error says
   /// why that cannot be told: an operation that does not exist or an authorization that does not
   /// hold.
-  virtual std::variant<AuthorizationState, Error> queryAuthorization(
-      std::uint64_t code, const Data& authorizationData) = 0;
+  virtual Result<AuthorizationState> queryAuthorization(std::uint64_t code,
+                                                        const Data& authorizationData) = 0;
 };
 
 }  // namespace corvane

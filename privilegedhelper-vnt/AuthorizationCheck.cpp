@@ -12,9 +12,9 @@ namespace {
 constexpr const char* promptKey = "ZELAuthorizationPrompt";
 constexpr const char* iconKey = "ZELAuthorizationIcon";
 
-void readString(const Dictionary& metadata, const char* key, std::optional<std::string>* out) {
-  const Value* value = metadata.find(key);
-  if (out != nullptr && value != nullptr && value->string() != nullptr) *out = *value->string();
+void readText(const Dictionary& metadata, const char* key, std::optional<std::string>* out) {
+  auto text = metadata.text(key);
+  if (out != nullptr && text) *out = std::move(text);
 }
 
 std::optional<Error> errorForStatus(OSStatus status) {
@@ -60,8 +60,8 @@ OSStatus copyRight(AuthorizationRef authorization, const std::string& rightName,
 void ZELPrivilegedHelper::processMetadataDictionary(const Dictionary& metadata,
                                                     std::optional<std::string>* prompt,
                                                     std::optional<std::string>* iconPath) const {
-  readString(metadata, promptKey, prompt);
-  readString(metadata, iconKey, iconPath);
+  readText(metadata, promptKey, prompt);
+  readText(metadata, iconKey, iconPath);
 }
 
 std::optional<std::string> ZELPrivilegedHelper::rightNameForCode(std::uint64_t code) const {
@@ -94,8 +94,8 @@ std::optional<Error> ZELPrivilegedHelper::checkAuthorization(
   return errorForStatus(status);
 }
 
-std::variant<AuthorizationState, Error> ZELPrivilegedHelper::queryAuthorization(
-    std::uint64_t code, const Data& authorizationData) {
+Result<AuthorizationState> ZELPrivilegedHelper::queryAuthorization(std::uint64_t code,
+                                                                   const Data& authorizationData) {
   const auto rightName = rightNameForCode(code);
   if (authorizationData.size() != kAuthorizationExternalFormLength || !rightName) {
     return posixError(POSIXErrorCode::Invalid);
@@ -104,7 +104,7 @@ std::variant<AuthorizationState, Error> ZELPrivilegedHelper::queryAuthorization(
   const OSStatus formStatus = authorizationFromData(authorizationData, &authorization);
   if (formStatus != errAuthorizationSuccess) return Error(NSOSStatusErrorDomain, formStatus);
   const OSStatus status = copyRight(authorization, *rightName, {}, {}, false, {});
-  std::variant<AuthorizationState, Error> answer = Error(NSOSStatusErrorDomain, status);
+  Result<AuthorizationState> answer = Error(NSOSStatusErrorDomain, status);
   if (status == errAuthorizationSuccess) {
     answer = AuthorizationState::Granted;
   } else if (status == errAuthorizationDenied) {

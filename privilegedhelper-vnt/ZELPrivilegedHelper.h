@@ -67,8 +67,8 @@ class ZELPrivilegedHelper : public XPCListenerDelegate,
   void enableDebugMode(bool flag) override;
 
   bool cancelOperation(const std::string& token) override;
-  std::variant<AuthorizationState, Error> queryAuthorization(
-      std::uint64_t code, const Data& authorizationData) override;
+  Result<AuthorizationState> queryAuthorization(std::uint64_t code,
+                                                const Data& authorizationData) override;
 
   /// Reads the prompt and the icon path out of a request's metadata. An out pointer is written
   /// only if it is given and the dictionary holds a string under its key.

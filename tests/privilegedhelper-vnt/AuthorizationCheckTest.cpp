@@ -55,16 +55,15 @@ TEST_F(AuthorizationCheckTest, AsksForNoInteractionWhereNoneIsWanted) {
 
 TEST_F(AuthorizationCheckTest, AQuestionAboutARightTellsWhatARequestWouldMeet) {
   const auto query = [this] { return helper->queryAuthorization(codeDeleteFileobjects, Data(32)); };
-  using Answer = std::variant<AuthorizationState, Error>;
-  EXPECT_EQ(query(), Answer(AuthorizationState::Granted));
+  EXPECT_EQ(*query(), AuthorizationState::Granted);
   services.rightsStatus = errAuthorizationDenied;
-  EXPECT_EQ(query(), Answer(AuthorizationState::Denied));
+  EXPECT_EQ(*query(), AuthorizationState::Denied);
   services.rightsStatus = errAuthorizationInteractionNotAllowed;
-  EXPECT_EQ(query(), Answer(AuthorizationState::Unavailable));
+  EXPECT_EQ(*query(), AuthorizationState::Unavailable);
   services.canShowDialog = true;
-  EXPECT_EQ(query(), Answer(AuthorizationState::Challenge));
+  EXPECT_EQ(*query(), AuthorizationState::Challenge);
   services.rightsStatus = errAuthorizationInternal;
-  EXPECT_EQ(query(), Answer(Error(NSOSStatusErrorDomain, errAuthorizationInternal)));
+  EXPECT_EQ(query().error(), Error(NSOSStatusErrorDomain, errAuthorizationInternal));
   EXPECT_EQ(services.requestFlags, AuthorizationFlags{kAuthorizationFlagExtendRights});
   EXPECT_EQ(services.freed.size(), 5U);
 }

@@ -2,8 +2,6 @@
 
 #include <algorithm>
 
-#include "foundation/POSIXError.h"
-
 namespace corvane {
 
 namespace {
@@ -18,11 +16,6 @@ bool isRightName(std::string_view text) {
   return !text.empty() && text.size() <= 200 && isLetterOrDigit(text.front()) &&
          std::all_of(text.begin(), text.end(),
                      [](char c) { return isLetterOrDigit(c) || c == '.' || c == '-'; });
-}
-
-OSStatus statusOfDefinition(const Error& error) {
-  return isPOSIXError(error, POSIXErrorCode::NoEntry) ? errAuthorizationDenied
-                                                      : errAuthorizationInternal;
 }
 
 }  // namespace corvane

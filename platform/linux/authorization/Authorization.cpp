@@ -9,6 +9,7 @@
 
 #include "foundation/LocalizedStrings.h"
 #include "foundation/NoDestructor.h"
+#include "foundation/POSIXError.h"
 #include "platform/linux/authorization/AuthorizationDirectory.h"
 #include "platform/linux/authorization/AuthorizationKey.h"
 #include "platform/linux/authorization/EmbeddedAuthority.h"
@@ -79,6 +80,29 @@ std::optional<std::string> ruleOf(const Value& definition) {
   return rule.empty() ? std::nullopt : std::optional(rule);
 }
 
+OSStatus statusOf(const Result<Decision>& decision) {
+  if (!decision) return errAuthorizationInternal;
+  switch (*decision) {
+    case Decision::Granted:
+      return errAuthorizationSuccess;
+    case Decision::Denied:
+      return errAuthorizationDenied;
+    case Decision::Dismissed:
+      return errAuthorizationCanceled;
+    case Decision::DialogNeeded:
+      return errAuthorizationInteractionNotAllowed;
+    case Decision::Outdated:
+      break;
+  }
+  return errAuthorizationInvalidRef;
+}
+
+/// Why a right cannot be looked up or removed. One that is not there is told as a refusal.
+OSStatus statusOfDefinition(const Error& error) {
+  return isPOSIXError(error, POSIXErrorCode::NoEntry) ? errAuthorizationDenied
+                                                      : errAuthorizationInternal;
+}
+
 /// Success if what `authorization` stands for may change rights, which only root may.
 OSStatus checkChangeOf(AuthorizationRef authorization, const char* rightName) {
   if (authorization == nullptr) return errAuthorizationInvalidRef;
@@ -136,10 +160,11 @@ OSStatus AuthorizationCopyRights(AuthorizationRef authorization, const Authoriza
   if (items.empty() || !areAllNames) return errAuthorizationInvalidSet;
 
   for (const AuthorizationItem& item : items) {
-    const OSStatus status = authority().decide(
+    const auto decision = authority().decide(
         authorization->subject, {item.name, textOf(environment, AuthorizationEnvironmentPrompt),
                                  textOf(environment, AuthorizationEnvironmentIcon),
                                  (flags & kAuthorizationFlagInteractionAllowed) != 0, stop});
+    const OSStatus status = statusOf(decision);
     if (status != errAuthorizationSuccess) return status;
   }
   // A person may have taken a while: nobody is left who could have what was granted.
@@ -159,12 +184,12 @@ OSStatus AuthorizationFree(AuthorizationRef authorization, AuthorizationFlags fl
 
 OSStatus AuthorizationRightGet(const char* rightName, std::optional<Value>* definition) {
   if (rightName == nullptr || !isRightName(rightName)) return errAuthorizationDenied;
-  RightDefinition found;
-  const OSStatus status = authority().rightGet(rightName, &found);
-  if (status == errAuthorizationSuccess && definition != nullptr) {
-    *definition = Dictionary{{"rule", found.rule}, {"description", found.description}};
+  const Result<RightDefinition> found = authority().rightGet(rightName);
+  if (!found) return statusOfDefinition(found.error());
+  if (definition != nullptr) {
+    *definition = Dictionary{{"rule", found->rule}, {"description", found->description}};
   }
-  return status;
+  return errAuthorizationSuccess;
 }
 
 OSStatus AuthorizationRightSet(AuthorizationRef authorization, const char* rightName,
@@ -176,8 +201,10 @@ OSStatus AuthorizationRightSet(AuthorizationRef authorization, const char* right
   }
   std::optional<std::string> rule = ruleOf(definition);
   if (!rule) return errAuthorizationInvalidSet;
-  return authority().rightSet(rightName, {*std::move(rule), descriptionKey,
-                                          localeTableName == nullptr ? "" : localeTableName});
+  const RightDefinition defined{*std::move(rule), descriptionKey,
+                                localeTableName == nullptr ? "" : localeTableName};
+  return authority().rightSet(rightName, defined) ? errAuthorizationSuccess
+                                                  : errAuthorizationInternal;
 }
 
 OSStatus AuthorizationRightRemove(AuthorizationRef authorization, const char* rightName) {
@@ -185,7 +212,8 @@ OSStatus AuthorizationRightRemove(AuthorizationRef authorization, const char* ri
       status != errAuthorizationSuccess) {
     return status;
   }
-  return authority().rightRemove(rightName);
+  const Result<void> removed = authority().rightRemove(rightName);
+  return removed ? errAuthorizationSuccess : statusOfDefinition(removed.error());
 }
 
 std::vector<RightFault> faultsOfRight(const std::string& rightName, const Value& definition,

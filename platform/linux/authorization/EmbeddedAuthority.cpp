@@ -1,5 +1,6 @@
 #include "platform/linux/authorization/EmbeddedAuthority.h"
 
+#include <cerrno>
 #include <optional>
 
 #include "foundation/PropertyList.h"
@@ -27,15 +28,13 @@ std::optional<RightDefinition> definitionFromBytes(const Data& bytes) {
   return definition;
 }
 
-std::optional<Data> bytesFromDefinition(const RightDefinition& definition) {
+Result<Data> bytesFromDefinition(const RightDefinition& definition) {
   const Dictionary entries = {{std::string(ruleKey), definition.rule},
                               {std::string(descriptionKey), definition.description},
                               {std::string(stringsTableKey), definition.stringsTable}};
+  Result<Data> bytes = writePropertyList(entries, PropertyListFormat::XML);
   // There are texts that only the binary form can hold.
-  for (const auto format : {PropertyListFormat::XML, PropertyListFormat::Binary}) {
-    if (auto written = writePropertyList(entries, format)) return *std::move(written);
-  }
-  return std::nullopt;
+  return bytes ? bytes : writePropertyList(entries, PropertyListFormat::Binary);
 }
 
 }  // namespace
@@ -43,10 +42,10 @@ std::optional<Data> bytesFromDefinition(const RightDefinition& definition) {
 EmbeddedAuthority::EmbeddedAuthority(std::string rightsDirectory)
     : _directory(std::move(rightsDirectory)) {}
 
-OSStatus EmbeddedAuthority::decide(const ProcessIdentity& subject, const RightRequest& request) {
-  return subject.uid == 0 || isAllowedToAll(request.rightName)
-             ? errAuthorizationSuccess
-             : errAuthorizationInteractionNotAllowed;
+Result<Decision> EmbeddedAuthority::decide(const ProcessIdentity& subject,
+                                           const RightRequest& request) {
+  return subject.uid == 0 || isAllowedToAll(request.rightName) ? Decision::Granted
+                                                               : Decision::DialogNeeded;
 }
 
 bool EmbeddedAuthority::isAllowedToAll(const std::string& rightName) {
@@ -58,49 +57,45 @@ bool EmbeddedAuthority::isAllowedToAll(const std::string& rightName) {
   if (known != _knownRights.end() && known->second.stamp == *stamp) {
     return known->second.isAllowedToAll;
   }
-  RightDefinition definition;
-  const bool isAllowed =
-      rightGet(rightName, &definition) == errAuthorizationSuccess && definition.rule == "allow";
+  const Result<RightDefinition> definition = rightGet(rightName);
+  const bool isAllowed = definition && definition->rule == "allow";
   if (stamp->isSettled()) {
     _knownRights.insert_or_assign(rightName, KnownRight{*stamp, isAllowed});
   }
   return isAllowed;
 }
 
-OSStatus EmbeddedAuthority::rightGet(const std::string& rightName, RightDefinition* definition) {
+Result<RightDefinition> EmbeddedAuthority::rightGet(const std::string& rightName) {
   const Result<RootFolder> folder = RootFolder::open(_directory);
-  if (!folder) return statusOfDefinition(folder.error());
+  if (!folder) return folder.error();
   const Result<Data> bytes = folder->read(fileNameFor(rightName), everyoneElseReads);
-  if (!bytes) return statusOfDefinition(bytes.error());
-
+  if (!bytes) return bytes.error();
   std::optional<RightDefinition> found = definitionFromBytes(*bytes);
-  if (!found) return errAuthorizationInternal;
-  if (definition != nullptr) *definition = *std::move(found);
-  return errAuthorizationSuccess;
+  if (!found) return folder->errorOf(fileNameFor(rightName), EBADMSG);
+  return *std::move(found);
 }
 
-OSStatus EmbeddedAuthority::rightSet(const std::string& rightName,
-                                     const RightDefinition& definition) {
-  const std::optional<Data> bytes = bytesFromDefinition(definition);
-  if (!bytes) return errAuthorizationInternal;
+Result<void> EmbeddedAuthority::rightSet(const std::string& rightName,
+                                         const RightDefinition& definition) {
+  const Result<Data> bytes = bytesFromDefinition(definition);
+  if (!bytes) return bytes.error();
   const Result<RootFolder> folder = RootFolder::openOrMake(_directory);
-  return folder && folder->replace(fileNameFor(rightName), *bytes, everyoneElseReads)
-             ? errAuthorizationSuccess
-             : errAuthorizationInternal;
+  if (!folder) return folder.error();
+  return folder->replace(fileNameFor(rightName), *bytes, everyoneElseReads);
 }
 
-OSStatus EmbeddedAuthority::rightRemove(const std::string& rightName) {
+Result<void> EmbeddedAuthority::rightRemove(const std::string& rightName) {
   const Result<RootFolder> folder = RootFolder::open(_directory);
-  if (!folder) return statusOfDefinition(folder.error());
-  const Result<void> removed = folder->remove(fileNameFor(rightName));
-  return removed ? errAuthorizationSuccess : statusOfDefinition(removed.error());
+  if (!folder) return folder.error();
+  return folder->remove(fileNameFor(rightName));
 }
 
 std::vector<RightFault> EmbeddedAuthority::faultsOf(const std::string& rightName,
                                                     const RightDefinition& definition) {
-  const auto fault = faultOf({_directory, fileNameFor(rightName), rightName},
-                             bytesFromDefinition(definition).value_or(Data()), definition,
-                             definitionFromBytes, [](const std::string& rule) { return rule; });
+  const Result<Data> expected = bytesFromDefinition(definition);
+  const auto fault =
+      faultOf({_directory, fileNameFor(rightName), rightName}, expected ? *expected : Data(),
+              definition, definitionFromBytes, [](const std::string& rule) { return rule; });
   return fault ? std::vector<RightFault>{*fault} : std::vector<RightFault>();
 }
 

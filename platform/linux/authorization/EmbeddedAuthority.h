@@ -18,13 +18,13 @@ class EmbeddedAuthority : public Authority {
  public:
   explicit EmbeddedAuthority(std::string rightsDirectory);
 
-  OSStatus decide(const ProcessIdentity& subject, const RightRequest& request) override;
+  Result<Decision> decide(const ProcessIdentity& subject, const RightRequest& request) override;
   bool canShowDialog(const ProcessIdentity& /*subject*/) override { return false; }
   void revoke(const ProcessIdentity& /*subject*/) override {}
 
-  OSStatus rightGet(const std::string& rightName, RightDefinition* definition) override;
-  OSStatus rightSet(const std::string& rightName, const RightDefinition& definition) override;
-  OSStatus rightRemove(const std::string& rightName) override;
+  Result<RightDefinition> rightGet(const std::string& rightName) override;
+  Result<void> rightSet(const std::string& rightName, const RightDefinition& definition) override;
+  Result<void> rightRemove(const std::string& rightName) override;
   std::vector<RightFault> faultsOf(const std::string& rightName,
                                    const RightDefinition& definition) override;
 

@@ -59,16 +59,12 @@ bool saysThatThereIsNoManager(const sd_bus_error& error) {
          std::strncmp(error.name, "org.freedesktop.DBus.Error.Spawn.", 33) == 0;
 }
 
-int noArguments(sd_bus_message* /*message*/) {
-  return 0;
-}
+void noArguments(MessageWriter& /*call*/) {}
 
-int appendStrings(sd_bus_message* message, const std::vector<std::string>& strings) {
-  int result = sd_bus_message_open_container(message, 'a', "s");
-  for (const std::string& string : strings) {
-    if (result >= 0) result = sd_bus_message_append(message, "s", string.c_str());
-  }
-  return result < 0 ? result : sd_bus_message_close_container(message);
+void appendStrings(MessageWriter& call, const std::vector<std::string>& strings) {
+  call.appendContainer('a', "s", [&] {
+    for (const std::string& string : strings) call.append("s", string.c_str());
+  });
 }
 
 std::string readString(sd_bus_message* message, char type) {
@@ -83,14 +79,12 @@ ServiceManager::ServiceManager() : _bus(busOfManager()) {}
 
 BusMessage ServiceManager::call(const std::string& path, const char* interface, const char* method,
                                 const Arguments& arguments) {
-  sd_bus_message* request = nullptr;
-  check(sd_bus_message_new_method_call(_bus.get(), &request, busName, path.c_str(), interface,
-                                       method));
-  const BusMessage owner(request);
-  check(arguments(request));
+  auto request = MessageWriter::ofCall(_bus.get(), busName, path.c_str(), interface, method);
+  arguments(request);
+  check(request.result());
   BusError error;
   sd_bus_message* reply = nullptr;
-  const int result = sd_bus_call(_bus.get(), request, 0, &error.value, &reply);
+  const int result = sd_bus_call(_bus.get(), request.message(), 0, &error.value, &reply);
   if (result < 0) {
     if (sd_bus_error_is_set(&error.value) == 0) raiseUnavailable(result);
     if (saysThatThereIsNoManager(error.value)) {
@@ -110,9 +104,8 @@ BusMessage ServiceManager::callManager(const char* method, const Arguments& argu
 
 BusMessage ServiceManager::property(const std::string& path, const char* interface,
                                     const char* name) {
-  BusMessage reply = call(path, propertiesInterface, "Get", [&](sd_bus_message* message) {
-    return sd_bus_message_append(message, "ss", interface, name);
-  });
+  BusMessage reply = call(path, propertiesInterface, "Get",
+                          [&](MessageWriter& call) { call.append("ss", interface, name); });
   const char* contents = nullptr;
   check(sd_bus_message_peek_type(reply.get(), nullptr, &contents));
   check(sd_bus_message_enter_container(reply.get(), 'v', contents));
@@ -120,9 +113,8 @@ BusMessage ServiceManager::property(const std::string& path, const char* interfa
 }
 
 std::string ServiceManager::pathOfUnit(const std::string& unit) {
-  const BusMessage reply = callManager("LoadUnit", [&](sd_bus_message* message) {
-    return sd_bus_message_append(message, "s", unit.c_str());
-  });
+  const BusMessage reply =
+      callManager("LoadUnit", [&](MessageWriter& call) { call.append("s", unit.c_str()); });
   return readString(reply.get(), 'o');
 }
 
@@ -131,9 +123,9 @@ std::string ServiceManager::version() {
 }
 
 std::vector<std::string> ServiceManager::loadedUnits(const std::vector<std::string>& patterns) {
-  const BusMessage reply = callManager("ListUnitsByPatterns", [&](sd_bus_message* message) {
-    const int result = appendStrings(message, {});
-    return result < 0 ? result : appendStrings(message, patterns);
+  const BusMessage reply = callManager("ListUnitsByPatterns", [&](MessageWriter& call) {
+    appendStrings(call, {});
+    appendStrings(call, patterns);
   });
   std::vector<std::string> units;
   check(sd_bus_message_enter_container(reply.get(), 'a', "(ssssssouso)"));
@@ -192,9 +184,8 @@ std::vector<std::string> ServiceManager::commandOfService(const std::string& uni
 }
 
 std::string ServiceManager::jobOfChange(const char* method, const std::string& unit) {
-  const BusMessage reply = callManager(method, [&](sd_bus_message* message) {
-    return sd_bus_message_append(message, "ss", unit.c_str(), "replace");
-  });
+  const BusMessage reply =
+      callManager(method, [&](MessageWriter& call) { call.append("ss", unit.c_str(), "replace"); });
   return readString(reply.get(), 'o');
 }
 
@@ -233,9 +224,9 @@ void ServiceManager::queueChangeOfUnit(const char* method, const std::string& un
 }
 
 bool ServiceManager::enableUnit(const std::string& unit) {
-  const BusMessage reply = callManager("EnableUnitFiles", [&](sd_bus_message* message) {
-    const int result = appendStrings(message, {unit});
-    return result < 0 ? result : sd_bus_message_append(message, "bb", 0, 0);
+  const BusMessage reply = callManager("EnableUnitFiles", [&](MessageWriter& call) {
+    appendStrings(call, {unit});
+    call.append("bb", 0, 0);
   });
   int saysWhatFor = 0;
   check(sd_bus_message_read_basic(reply.get(), 'b', &saysWhatFor));
@@ -245,9 +236,9 @@ bool ServiceManager::enableUnit(const std::string& unit) {
 
 void ServiceManager::disableUnit(const std::string& unit) {
   try {
-    callManager("DisableUnitFiles", [&](sd_bus_message* message) {
-      const int result = appendStrings(message, {unit});
-      return result < 0 ? result : sd_bus_message_append(message, "b", 0);
+    callManager("DisableUnitFiles", [&](MessageWriter& call) {
+      appendStrings(call, {unit});
+      call.append("b", 0);
     });
   } catch (const ServiceManagerFailure& failure) {
     if (failure.kind() != Kind::NoSuchUnit) throw;

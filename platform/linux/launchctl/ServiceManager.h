@@ -9,7 +9,7 @@
 #include <utility>
 #include <vector>
 
-#include "platform/linux/bus/Bus.h"
+#include "platform/linux/bus/MessageWriter.h"
 
 namespace corvane {
 
@@ -68,7 +68,7 @@ class ServiceManager {
   void disableUnit(const std::string& unit);
 
  private:
-  using Arguments = std::function<int(sd_bus_message*)>;
+  using Arguments = std::function<void(MessageWriter&)>;
 
   BusMessage call(const std::string& path, const char* interface, const char* method,
                   const Arguments& arguments);

@@ -239,12 +239,13 @@ struct ServedConnection::Handlers {
     if (reader.result() == -E2BIG) return refuseForSize(message);
     if (reader.result() < 0) return reader.result();
     const auto answer = connection._control->queryAuthorization(code, authorization);
-    if (const auto* error = std::get_if<Error>(&answer)) {
-      return refuse(message, errorNameFor(*error), error->localizedDescription().c_str());
+    if (!answer) {
+      return refuse(message, errorNameFor(answer.error()),
+                    answer.error().localizedDescription().c_str());
     }
-    const auto* name = std::find_if(authorizationStates.begin(), authorizationStates.end(),
-                                    [state = std::get<AuthorizationState>(answer)](
-                                        const auto& entry) { return entry.first == state; });
+    const auto* name =
+        std::find_if(authorizationStates.begin(), authorizationStates.end(),
+                     [state = *answer](const auto& entry) { return entry.first == state; });
     return sd_bus_reply_method_return(message, "s", name->second);
   }
 

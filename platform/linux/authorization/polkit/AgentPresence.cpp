@@ -37,29 +37,28 @@ std::optional<std::string> sessionOf(pid_t process) {
   return session;
 }
 
-int appendSubject(sd_bus_message* message, const Subject& subject) {
+void appendSubject(MessageWriter& call, const Subject& subject) {
   if (const auto* session = std::get_if<std::string>(&subject)) {
-    return sd_bus_message_append(message, "(sa{sv})", "unix-session", 1, "session-id", "s",
-                                 session->c_str());
+    return call.append("(sa{sv})", "unix-session", 1, "session-id", "s", session->c_str());
   }
   const auto& process = std::get<ProcessIdentity>(subject);
-  return sd_bus_message_append(message, "(sa{sv})", "unix-process", 2, "pid", "u",
-                               static_cast<std::uint32_t>(process.pid), "start-time", "t",
-                               process.startTime);
+  call.append("(sa{sv})", "unix-process", 2, "pid", "u", static_cast<std::uint32_t>(process.pid),
+              "start-time", "t", process.startTime);
 }
 
-BusMessage newCall(sd_bus* bus, const char* member, const Subject& subject) {
-  BusMessage message = newPolkitCall(bus, member);
-  return message != nullptr && appendSubject(message.get(), subject) >= 0 ? std::move(message)
-                                                                          : nullptr;
+MessageWriter newCall(sd_bus* bus, const char* member, const Subject& subject) {
+  MessageWriter call = newPolkitCall(bus, member);
+  appendSubject(call, subject);
+  return call;
 }
 
 enum class Answer { Yes, No, None };
 
-Answer call(sd_bus* bus, const BusMessage& message) {
+Answer call(sd_bus* bus, const MessageWriter& message) {
+  if (message.result() < 0) return Answer::None;
   sd_bus_message* raw = nullptr;
   sd_bus_error error = SD_BUS_ERROR_NULL;
-  const int result = sd_bus_call(bus, message.get(), timeoutInMicroseconds, &error, &raw);
+  const int result = sd_bus_call(bus, message.message(), timeoutInMicroseconds, &error, &raw);
   const BusMessage reply(raw);
   const bool isRefused = sd_bus_error_has_name(&error, polkitFailure) != 0;
   sd_bus_error_free(&error);
@@ -68,25 +67,22 @@ Answer call(sd_bus* bus, const BusMessage& message) {
 }
 
 bool isPolkitThere(sd_bus* bus) {
-  const BusMessage question = newPolkitSignOfLife(bus);
-  return question != nullptr && call(bus, question) == Answer::Yes;
+  return call(bus, newPolkitSignOfLife(bus)) == Answer::Yes;
 }
 
 // A connection to the bus on which polkit is, or null.
 Bus connectToPolkit() {
-  std::variant<Bus, int> connected = BusConnections(systemBusAddress()).take();
-  Bus* bus = std::get_if<Bus>(&connected);
-  return bus != nullptr && isPolkitThere(bus->get()) ? std::move(*bus) : nullptr;
+  Result<Bus> bus = BusConnections(systemBusAddress()).take();
+  return bus && isPolkitThere(bus->get()) ? *std::move(bus) : nullptr;
 }
 
 AgentPresence findAgent(const Bus& bus, const Subject& subject) {
-  const BusMessage registration = newCall(bus.get(), "RegisterAuthenticationAgent", subject);
-  const BusMessage end = newCall(bus.get(), "UnregisterAuthenticationAgent", subject);
-  if (registration == nullptr || end == nullptr ||
-      sd_bus_message_append(registration.get(), "ss", "C", agentPath) < 0 ||
-      sd_bus_message_append(end.get(), "s", agentPath) < 0) {
-    return AgentPresence::NoPolkit;
-  }
+  MessageWriter registration = newCall(bus.get(), "RegisterAuthenticationAgent", subject);
+  registration.append("ss", "C", agentPath);
+  MessageWriter end = newCall(bus.get(), "UnregisterAuthenticationAgent", subject);
+  end.append("s", agentPath);
+  // Nothing is registered that could not be taken back.
+  if (end.result() < 0) return AgentPresence::NoPolkit;
   switch (call(bus.get(), registration)) {
     case Answer::Yes:
       call(bus.get(), end);

@@ -2,6 +2,8 @@
 
 #include <utility>
 
+#include "foundation/POSIXError.h"
+
 namespace corvane {
 
 namespace {
@@ -17,14 +19,14 @@ bool isUsable(sd_bus* bus) {
   return progress == 0 && sd_bus_is_ready(bus) > 0;
 }
 
-std::variant<Bus, int> connect(const std::string& address) {
+Result<Bus> connect(const std::string& address) {
   sd_bus* raw = nullptr;
   int result = sd_bus_new(&raw);
   Bus bus(raw);
   if (result >= 0) result = sd_bus_set_address(raw, address.c_str());
   if (result >= 0) result = sd_bus_set_bus_client(raw, 1);
   if (result >= 0) result = sd_bus_start(raw);
-  if (result < 0) return -result;
+  if (result < 0) return posixErrorFromHost(-result);
   return bus;
 }
 
@@ -32,7 +34,7 @@ std::variant<Bus, int> connect(const std::string& address) {
 
 BusConnections::BusConnections(std::string address) : _address(std::move(address)) {}
 
-std::variant<Bus, int> BusConnections::take() {
+Result<Bus> BusConnections::take() {
   for (;;) {
     Bus bus;
     {

@@ -3,9 +3,9 @@
 
 #include <mutex>
 #include <string>
-#include <variant>
 #include <vector>
 
+#include "foundation/Result.h"
 #include "platform/linux/bus/Bus.h"
 
 namespace corvane {
@@ -17,9 +17,9 @@ class BusConnections {
   /// `address` as D-Bus writes addresses.
   explicit BusConnections(std::string address);
 
-  /// A connection that may still be in its handshake, or the errno value of what kept it from being
-  /// made: EAGAIN if the bus takes no more connections just now.
-  std::variant<Bus, int> take();
+  /// A connection that may still be in its handshake. EAGAIN if the bus takes no more connections
+  /// just now.
+  Result<Bus> take();
   /// Takes a connection back on which nothing is pending.
   void giveBack(Bus bus);
 

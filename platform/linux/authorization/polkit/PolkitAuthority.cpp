@@ -1,8 +1,11 @@
 #include "platform/linux/authorization/polkit/PolkitAuthority.h"
 
+#include <cerrno>
+
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "foundation/POSIXError.h"
 #include "platform/StandardLog.h"
 #include "platform/linux/authorization/RightFile.h"
 #include "platform/linux/authorization/RootFolder.h"
@@ -24,10 +27,10 @@ int askersConnection() {
   return peer == nullptr ? -1 : peer->connection;
 }
 
-// Waits until the user's place is taken, or gives the reason why it is not.
-std::optional<PolkitFailure> waitFor(UserPlaces::Place& place, const std::stop_token& stop,
-                                     std::chrono::milliseconds patience) {
-  if (place.isTaken()) return std::nullopt;
+// Waits until the user's place is taken.
+Result<void, PolkitFailure> waitFor(UserPlaces::Place& place, const std::stop_token& stop,
+                                    std::chrono::milliseconds patience) {
+  if (place.isTaken()) return {};
   constexpr std::chrono::milliseconds pause{20};
   const Asker asker(askersConnection(), stop);
   const auto deadline = std::chrono::steady_clock::now() + patience;
@@ -35,14 +38,18 @@ std::optional<PolkitFailure> waitFor(UserPlaces::Place& place, const std::stop_t
     if (std::chrono::steady_clock::now() >= deadline) return PolkitFailure::Failed;
     if (asker.hasGoneWhileWaiting(-1, 0, pause)) return PolkitFailure::Abandoned;
   }
-  return std::nullopt;
+  return {};
 }
 
-OSStatus statusOf(const PolkitAnswer& answer) {
-  if (answer.isDismissed) return errAuthorizationCanceled;
+Decision decisionOf(const PolkitAnswer& answer) {
+  if (answer.isDismissed) return Decision::Dismissed;
   // Whoever would have to be asked is not there or must not be asked.
-  if (answer.isChallenge) return errAuthorizationInteractionNotAllowed;
-  return answer.isAuthorized ? errAuthorizationSuccess : errAuthorizationDenied;
+  if (answer.isChallenge) return Decision::DialogNeeded;
+  return answer.isAuthorized ? Decision::Granted : Decision::Denied;
+}
+
+bool isUndefined(const Result<void>& removed) {
+  return !removed && isPOSIXError(removed.error(), POSIXErrorCode::NoEntry);
 }
 
 }  // namespace
@@ -56,42 +63,43 @@ PolkitAuthority::PolkitAuthority(const Places& places, Translate translate,
       _withoutPolkit(withoutPolkit),
       _discarded(places.discardedDirectory) {}
 
-OSStatus PolkitAuthority::decide(const ProcessIdentity& subject, const RightRequest& request) {
+Result<Decision> PolkitAuthority::decide(const ProcessIdentity& subject,
+                                         const RightRequest& request) {
   const std::optional<RunningProgram> asking = RunningProgram::of(subject.pid);
   const auto grantedSince = _discarded.grantedSince(subject);
   const Answer answer =
       grantedSince ? askAfterDiscard(subject, request, *grantedSince) : ask(subject, request);
-  if (const auto* given = std::get_if<PolkitAnswer>(&answer)) {
-    const OSStatus status = statusOf(*given);
+  if (answer) {
+    const Decision decision = decisionOf(*answer);
     // If the process runs another program by now, the person has agreed to something else than what
     // would profit from it.
     const bool isAnother =
-        status == errAuthorizationSuccess && asking && asking != RunningProgram::of(subject.pid);
-    return isAnother ? errAuthorizationInvalidRef : status;
+        decision == Decision::Granted && asking && asking != RunningProgram::of(subject.pid);
+    return isAnother ? Decision::Outdated : decision;
   }
-  switch (std::get<PolkitFailure>(answer)) {
+  switch (answer.error()) {
     case PolkitFailure::Absent:
       return _withoutPolkit.decide(subject, request);
     case PolkitFailure::Abandoned:
-      return errAuthorizationCanceled;
+      return Decision::Dismissed;
     case PolkitFailure::Failed:
       break;
   }
-  return errAuthorizationInternal;
+  return posixError(POSIXErrorCode::InputOutput);
 }
 
 PolkitAuthority::Answer PolkitAuthority::ask(const ProcessIdentity& subject,
                                              const RightRequest& request) {
   const Answer answer = askQuietly(subject, request);
-  const auto* given = std::get_if<PolkitAnswer>(&answer);
-  const bool isDialogNeeded = given != nullptr && !given->isAuthorized && given->isChallenge;
+  const bool isDialogNeeded = answer && !answer->isAuthorized && answer->isChallenge;
   return isDialogNeeded && request.isInteractionAllowed ? askPerson(subject, request) : answer;
 }
 
 PolkitAuthority::Answer PolkitAuthority::askQuietly(const ProcessIdentity& subject,
                                                     const RightRequest& request) {
   UserPlaces::Place place(_questions, subject.uid);
-  if (const auto failure = waitFor(place, request.stop, _patience)) return *failure;
+  const auto waited = waitFor(place, request.stop, _patience);
+  if (!waited) return waited.error();
   return _polkit.checkAuthorization({subject, request.rightName, {}, {}, false}, askersConnection(),
                                     request.stop);
 }
@@ -111,19 +119,17 @@ PolkitAuthority::Answer PolkitAuthority::askAfterDiscard(
     const ProcessIdentity& subject, const RightRequest& request,
     const std::set<std::string>& grantedSince) {
   Answer answer = askQuietly(subject, request);
-  const auto* given = std::get_if<PolkitAnswer>(&answer);
-  if (given == nullptr) return answer;
-  if (!given->isAuthorized) {
-    if (!given->isChallenge || !request.isInteractionAllowed) return answer;
+  if (!answer) return answer;
+  if (!answer->isAuthorized) {
+    if (!answer->isChallenge || !request.isInteractionAllowed) return answer;
     answer = askPerson(subject, request);
-    given = std::get_if<PolkitAnswer>(&answer);
-    if (given != nullptr && !given->temporaryAuthorization.empty()) {
-      _discarded.grant(subject, given->temporaryAuthorization);
+    if (answer && !answer->temporaryAuthorization.empty()) {
+      _discarded.grant(subject, answer->temporaryAuthorization);
     }
     return answer;
   }
-  if (given->temporaryAuthorization.empty() ||
-      grantedSince.contains(given->temporaryAuthorization)) {
+  if (answer->temporaryAuthorization.empty() ||
+      grantedSince.contains(answer->temporaryAuthorization)) {
     return answer;
   }
   // polkit said yes by an authorization that it keeps, from before the discard. As long as it keeps
@@ -157,48 +163,49 @@ bool PolkitAuthority::hasActions() const {
   return ::stat(_actionsDirectory.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
 }
 
-OSStatus PolkitAuthority::rightGet(const std::string& rightName, RightDefinition* definition) {
-  if (!hasActions()) return _withoutPolkit.rightGet(rightName, definition);
+Result<RightDefinition> PolkitAuthority::rightGet(const std::string& rightName) {
+  if (!hasActions()) return _withoutPolkit.rightGet(rightName);
   const Result<RootFolder> folder = RootFolder::open(_actionsDirectory);
-  if (!folder) return statusOfDefinition(folder.error());
+  if (!folder) return folder.error();
   const Result<Data> bytes = folder->read(fileNameFor(rightName), everyoneElseReads);
-  if (!bytes) return statusOfDefinition(bytes.error());
+  if (!bytes) return bytes.error();
 
   std::optional<RightDefinition> found = readActionFile(stringFromData(*bytes), rightName);
-  if (!found) return errAuthorizationInternal;
+  if (!found) return folder->errorOf(fileNameFor(rightName), EBADMSG);
   // A right counts only where both authorities have it, so that registering it adds what is
   // missing. The other authority's folder may be closed to all but root, and then is not looked at.
-  const OSStatus other =
-      ::geteuid() == 0 ? _withoutPolkit.rightGet(rightName, nullptr) : errAuthorizationSuccess;
-  if (other == errAuthorizationSuccess && definition != nullptr) *definition = *std::move(found);
-  return other;
+  if (::geteuid() == 0) {
+    const Result<RightDefinition> other = _withoutPolkit.rightGet(rightName);
+    if (!other) return other.error();
+  }
+  return *std::move(found);
 }
 
-OSStatus PolkitAuthority::rightSet(const std::string& rightName,
-                                   const RightDefinition& definition) {
+Result<void> PolkitAuthority::rightSet(const std::string& rightName,
+                                       const RightDefinition& definition) {
   if (hasActions()) {
     const std::optional<std::string> text = actionFile(
         rightName, definition, _translate(definition.description, definition.stringsTable));
     const Result<RootFolder> folder = RootFolder::open(_actionsDirectory);
-    if (!text || !folder ||
-        !folder->replace(fileNameFor(rightName), dataFromString(*text), everyoneElseReads)) {
-      return errAuthorizationInternal;
-    }
+    if (!folder) return folder.error();
+    if (!text) return folder->errorOf(fileNameFor(rightName), EINVAL);
+    auto replaced =
+        folder->replace(fileNameFor(rightName), dataFromString(*text), everyoneElseReads);
+    if (!replaced) return replaced;
   }
   return _withoutPolkit.rightSet(rightName, definition);
 }
 
-OSStatus PolkitAuthority::rightRemove(const std::string& rightName) {
-  OSStatus removed = errAuthorizationDenied;
+Result<void> PolkitAuthority::rightRemove(const std::string& rightName) {
+  Result<void> removed = posixError(POSIXErrorCode::NoEntry);
   if (hasActions()) {
     const Result<RootFolder> folder = RootFolder::open(_actionsDirectory);
-    if (!folder) return errAuthorizationInternal;
-    const Result<void> done = folder->remove(fileNameFor(rightName));
-    removed = done ? errAuthorizationSuccess : statusOfDefinition(done.error());
-    if (removed == errAuthorizationInternal) return removed;
+    if (!folder) return folder.error();
+    removed = folder->remove(fileNameFor(rightName));
+    if (!removed && !isUndefined(removed)) return removed;
   }
-  const OSStatus alsoRemoved = _withoutPolkit.rightRemove(rightName);
-  return alsoRemoved == errAuthorizationDenied ? removed : alsoRemoved;
+  auto alsoRemoved = _withoutPolkit.rightRemove(rightName);
+  return isUndefined(alsoRemoved) ? removed : alsoRemoved;
 }
 
 std::vector<RightFault> PolkitAuthority::faultsOf(const std::string& rightName,

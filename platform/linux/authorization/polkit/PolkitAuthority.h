@@ -38,18 +38,18 @@ class PolkitAuthority : public Authority {
   PolkitAuthority(const Places& places, Translate translate, Authority& withoutPolkit,
                   std::chrono::milliseconds patience = PolkitClient::defaultPatience);
 
-  OSStatus decide(const ProcessIdentity& subject, const RightRequest& request) override;
+  Result<Decision> decide(const ProcessIdentity& subject, const RightRequest& request) override;
   bool canShowDialog(const ProcessIdentity& subject) override;
   void revoke(const ProcessIdentity& subject) override;
 
-  OSStatus rightGet(const std::string& rightName, RightDefinition* definition) override;
-  OSStatus rightSet(const std::string& rightName, const RightDefinition& definition) override;
-  OSStatus rightRemove(const std::string& rightName) override;
+  Result<RightDefinition> rightGet(const std::string& rightName) override;
+  Result<void> rightSet(const std::string& rightName, const RightDefinition& definition) override;
+  Result<void> rightRemove(const std::string& rightName) override;
   std::vector<RightFault> faultsOf(const std::string& rightName,
                                    const RightDefinition& definition) override;
 
  private:
-  using Answer = std::variant<PolkitAnswer, PolkitFailure>;
+  using Answer = Result<PolkitAnswer, PolkitFailure>;
 
   /// First without a dialog, and with one only if polkit says that it needs one: only requests that
   /// do show a dialog are counted among the user's open dialogs.

@@ -1,12 +1,13 @@
 #include "platform/linux/authorization/polkit/PolkitClient.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <cstdlib>
 #include <optional>
 #include <string_view>
 
+#include "foundation/POSIXError.h"
 #include "platform/linux/authorization/polkit/PolkitBus.h"
+#include "platform/linux/bus/MessageReader.h"
 
 namespace corvane {
 
@@ -38,8 +39,9 @@ bool isAbsence(const sd_bus_error& error) {
 
 // Whether nobody listens at the bus's address. After every other failure there is a bus, which just
 // does not take this connection now.
-bool isAbsence(int connectErrno) {
-  return connectErrno == ENOENT || connectErrno == ECONNREFUSED;
+bool isAbsence(const Error& error) {
+  return isPOSIXError(error, POSIXErrorCode::NoEntry) ||
+         isPOSIXError(error, POSIXErrorCode::ConnectionRefused);
 }
 
 struct BusSlotCloser {
@@ -53,10 +55,11 @@ class PendingCall {
   PendingCall(const PendingCall&) = delete;
   PendingCall& operator=(const PendingCall&) = delete;
 
-  bool send(sd_bus* bus, sd_bus_message* message) {
+  bool send(sd_bus* bus, const MessageWriter& call) {
+    if (call.result() < 0) return false;
     sd_bus_slot* slot = nullptr;
     const int result =
-        sd_bus_call_async(bus, &slot, message, &PendingCall::received, this, UINT64_MAX);
+        sd_bus_call_async(bus, &slot, call.message(), &PendingCall::received, this, UINT64_MAX);
     _slot.reset(slot);
     return result >= 0;
   }
@@ -83,59 +86,49 @@ std::string newCancellationId() {
   return "request-" + std::to_string(++count);
 }
 
-int appendDetail(sd_bus_message* message, const char* key, const std::string& value) {
-  return value.empty() ? 0 : sd_bus_message_append(message, "{ss}", key, value.c_str());
-}
-
-BusMessage newCheck(sd_bus* bus, const PolkitQuestion& question,
-                    const std::string& cancellationId) {
-  BusMessage message = newPolkitCall(bus, "CheckAuthorization");
-  if (message == nullptr) return nullptr;
-  sd_bus_message* raw = message.get();
-  int result = sd_bus_message_append(raw, "(sa{sv})s", "unix-process", 3, "pid", "u",
-                                     static_cast<std::uint32_t>(question.subject.pid), "start-time",
-                                     "t", question.subject.startTime, "uid", "i",
-                                     static_cast<std::int32_t>(question.subject.uid),
-                                     question.actionId.c_str());
-  if (result >= 0) result = sd_bus_message_open_container(raw, SD_BUS_TYPE_ARRAY, "{ss}");
-  if (result >= 0) result = appendDetail(raw, "polkit.message", question.message);
-  if (result >= 0) result = appendDetail(raw, "polkit.icon_name", question.iconName);
-  if (result >= 0) result = sd_bus_message_close_container(raw);
-  if (result >= 0) {
-    result =
-        sd_bus_message_append(raw, "us", question.isInteractionAllowed ? allowUserInteraction : 0U,
-                              cancellationId.c_str());
-  }
-  return result >= 0 ? std::move(message) : nullptr;
+MessageWriter newCheck(sd_bus* bus, const PolkitQuestion& question,
+                       const std::string& cancellationId) {
+  MessageWriter call = newPolkitCall(bus, "CheckAuthorization");
+  call.append("(sa{sv})s", "unix-process", 3, "pid", "u",
+              static_cast<std::uint32_t>(question.subject.pid), "start-time", "t",
+              question.subject.startTime, "uid", "i",
+              static_cast<std::int32_t>(question.subject.uid), question.actionId.c_str());
+  call.appendContainer(SD_BUS_TYPE_ARRAY, "{ss}", [&] {
+    const auto appendDetail = [&call](const char* key, const std::string& value) {
+      if (!value.empty()) call.append("{ss}", key, value.c_str());
+    };
+    appendDetail("polkit.message", question.message);
+    appendDetail("polkit.icon_name", question.iconName);
+  });
+  call.append("us", question.isInteractionAllowed ? allowUserInteraction : 0U,
+              cancellationId.c_str());
+  return call;
 }
 
 /// Closes the dialog, if one is open. Neither the answer nor a bus that is slow is waited for.
 void cancelCheck(sd_bus* bus, const std::string& cancellationId) {
   if (sd_bus_is_ready(bus) <= 0) return;
-  const BusMessage message = newPolkitCall(bus, "CancelCheckAuthorization");
-  if (message != nullptr &&
-      sd_bus_message_append(message.get(), "s", cancellationId.c_str()) >= 0) {
-    sd_bus_send(bus, message.get(), nullptr);
-  }
+  MessageWriter call = newPolkitCall(bus, "CancelCheckAuthorization");
+  call.append("s", cancellationId.c_str());
+  call.send();
 }
 
 /// Asks for something that polkit answers whatever else it is doing. An error is an answer too.
 bool askForSignOfLife(sd_bus* bus, PendingCall& sign) {
-  const BusMessage message = newPolkitSignOfLife(bus);
-  return message != nullptr && sign.send(bus, message.get());
+  return sign.send(bus, newPolkitSignOfLife(bus));
 }
 
 /// A connection to the bus. One that takes no more for now is asked again.
-std::variant<Bus, PolkitFailure> connectTo(BusConnections& connections, const Asker& asker,
-                                           std::chrono::milliseconds patience) {
+Result<Bus, PolkitFailure> connectTo(BusConnections& connections, const Asker& asker,
+                                     std::chrono::milliseconds patience) {
   constexpr std::chrono::milliseconds pause{20};
   const Clock::time_point deadline = Clock::now() + patience;
   for (;;) {
-    std::variant<Bus, int> bus = connections.take();
-    if (Bus* connected = std::get_if<Bus>(&bus)) return std::move(*connected);
-    const int failure = std::get<int>(bus);
-    if (isAbsence(failure)) return PolkitFailure::Absent;
-    if (failure != EAGAIN || Clock::now() >= deadline) return PolkitFailure::Failed;
+    Result<Bus> bus = connections.take();
+    if (bus) return *std::move(bus);
+    if (isAbsence(bus.error())) return PolkitFailure::Absent;
+    const bool isBusy = isPOSIXError(bus.error(), POSIXErrorCode::Again);
+    if (!isBusy || Clock::now() >= deadline) return PolkitFailure::Failed;
     if (asker.hasGoneWhileWaiting(-1, 0, pause)) return PolkitFailure::Abandoned;
   }
 }
@@ -178,26 +171,26 @@ std::optional<PolkitFailure> waitForReply(sd_bus* bus, const PendingCall& call, 
   }
 }
 
-std::variant<PolkitAnswer, PolkitFailure> readAnswer(sd_bus_message* reply) {
+Result<PolkitAnswer, PolkitFailure> readAnswer(sd_bus_message* reply) {
   if (const sd_bus_error* error = sd_bus_message_get_error(reply)) {
     return isAbsence(*error) ? PolkitFailure::Absent : PolkitFailure::Failed;
   }
   if (sd_bus_message_has_signature(reply, "(bba{ss})") <= 0) return PolkitFailure::Failed;
-  int isAuthorized = 0;
-  int isChallenge = 0;
-  int result = sd_bus_message_enter_container(reply, SD_BUS_TYPE_STRUCT, "bba{ss}");
-  if (result >= 0) result = sd_bus_message_read(reply, "bb", &isAuthorized, &isChallenge);
-  if (result >= 0) result = sd_bus_message_enter_container(reply, SD_BUS_TYPE_ARRAY, "{ss}");
-  PolkitAnswer answer{isAuthorized != 0, isChallenge != 0, false, {}};
-  const char* key = nullptr;
-  const char* value = nullptr;
-  while (result >= 0 && (result = sd_bus_message_read(reply, "{ss}", &key, &value)) > 0) {
-    if (key == std::string_view("polkit.dismissed")) answer.isDismissed = true;
-    if (key == std::string_view("polkit.temporary_authorization_id")) {
-      answer.temporaryAuthorization = value;
-    }
-  }
-  if (result < 0) return PolkitFailure::Failed;
+  PolkitAnswer answer;
+  MessageReader reader(reply);
+  reader.container(SD_BUS_TYPE_STRUCT, "bba{ss}", [&] {
+    answer.isAuthorized = reader.boolean();
+    answer.isChallenge = reader.boolean();
+    reader.array("{ss}", [&] {
+      reader.container(SD_BUS_TYPE_DICT_ENTRY, "ss", [&] {
+        const std::string_view key = reader.text();
+        const std::string_view value = reader.text();
+        if (key == "polkit.dismissed") answer.isDismissed = true;
+        if (key == "polkit.temporary_authorization_id") answer.temporaryAuthorization = value;
+      });
+    });
+  });
+  if (reader.result() < 0) return PolkitFailure::Failed;
   return answer;
 }
 
@@ -206,28 +199,26 @@ std::variant<PolkitAnswer, PolkitFailure> readAnswer(sd_bus_message* reply) {
 PolkitClient::PolkitClient(std::string busAddress, std::chrono::milliseconds patience)
     : _connections(std::move(busAddress)), _patience(patience) {}
 
-std::variant<PolkitAnswer, PolkitFailure> PolkitClient::checkAuthorization(
-    const PolkitQuestion& question, int asker, const std::stop_token& stop) {
+Result<PolkitAnswer, PolkitFailure> PolkitClient::checkAuthorization(const PolkitQuestion& question,
+                                                                     int asker,
+                                                                     const std::stop_token& stop) {
   if (Clock::now() < _absentUntil.load()) return PolkitFailure::Absent;
-  std::variant<PolkitAnswer, PolkitFailure> answer = ask(question, Asker(asker, stop));
-  const auto* failure = std::get_if<PolkitFailure>(&answer);
-  if (failure != nullptr && *failure == PolkitFailure::Absent) {
-    _absentUntil = Clock::now() + absence;
-  }
+  Result<PolkitAnswer, PolkitFailure> answer = ask(question, Asker(asker, stop));
+  if (!answer && answer.error() == PolkitFailure::Absent) _absentUntil = Clock::now() + absence;
   return answer;
 }
 
-std::variant<PolkitAnswer, PolkitFailure> PolkitClient::ask(const PolkitQuestion& question,
-                                                            const Asker& asker) {
-  std::variant<Bus, PolkitFailure> connected = connectTo(_connections, asker, _patience);
-  if (const auto* failure = std::get_if<PolkitFailure>(&connected)) return *failure;
-  Bus& bus = std::get<Bus>(connected);
+Result<PolkitAnswer, PolkitFailure> PolkitClient::ask(const PolkitQuestion& question,
+                                                      const Asker& asker) {
+  Result<Bus, PolkitFailure> connected = connectTo(_connections, asker, _patience);
+  if (!connected) return connected.error();
+  Bus& bus = *connected;
   const std::string cancellationId = newCancellationId();
-  const BusMessage check = newCheck(bus.get(), question, cancellationId);
-  std::variant<PolkitAnswer, PolkitFailure> answer = PolkitFailure::Failed;
+  const MessageWriter check = newCheck(bus.get(), question, cancellationId);
+  Result<PolkitAnswer, PolkitFailure> answer = PolkitFailure::Failed;
   {
     PendingCall call;
-    if (check == nullptr || !call.send(bus.get(), check.get())) return PolkitFailure::Failed;
+    if (!call.send(bus.get(), check)) return PolkitFailure::Failed;
     if (const auto failure = waitForReply(bus.get(), call, asker, _patience)) {
       // The connection is closed, not given back: what polkit still has to say is for nobody.
       cancelCheck(bus.get(), cancellationId);

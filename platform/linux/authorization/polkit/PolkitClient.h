@@ -5,7 +5,6 @@
 #include <chrono>
 #include <stop_token>
 #include <string>
-#include <variant>
 
 #include "platform/linux/authorization/polkit/Asker.h"
 #include "platform/linux/authorization/polkit/BusConnections.h"
@@ -62,12 +61,11 @@ class PolkitClient {
 
   /// Waits for the answer, for as long as a person takes to give it. `asker` is a socket that hangs
   /// up when whoever asks goes away, which cancels the question, or -1; so does `stop`.
-  std::variant<PolkitAnswer, PolkitFailure> checkAuthorization(const PolkitQuestion& question,
-                                                               int asker,
-                                                               const std::stop_token& stop = {});
+  Result<PolkitAnswer, PolkitFailure> checkAuthorization(const PolkitQuestion& question, int asker,
+                                                         const std::stop_token& stop = {});
 
  private:
-  std::variant<PolkitAnswer, PolkitFailure> ask(const PolkitQuestion& question, const Asker& asker);
+  Result<PolkitAnswer, PolkitFailure> ask(const PolkitQuestion& question, const Asker& asker);
 
   using Clock = std::chrono::steady_clock;
 
