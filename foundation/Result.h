@@ -30,8 +30,8 @@ namespace corvane {
 ///   services, the numbers of `asl_log`, a `bool` with a pointer to an error, and
 ///   `std::optional<Error>` where a method gives an error or none, as operations and replies do.
 ///   They are made of a `Result`, or become one, in the function that has that interface.
-/// - An exception is what nobody planned (no memory, no thread), and what the classes that run
-///   programs raise. It ends where a request or a connection does.
+/// - An exception is what nobody planned (no memory, no thread), what the classes that run programs
+///   raise, and what ends a subcommand of launchctl. It ends where a request or a connection does.
 template <typename T, typename Failure = Error>
 class [[nodiscard]] Result {
   static_assert(!std::is_reference_v<T> && !std::same_as<T, Failure>);

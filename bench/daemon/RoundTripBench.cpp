@@ -38,7 +38,7 @@ int echo(sd_bus_message* message, void* /*userdata*/, sd_bus_error* /*error*/) {
 // A connection of the library alone, which reads from the socket by itself.
 Bus bareBus(FileDescriptor socket, BusRole role) {
   FileDescriptor input(::fcntl(socket.get(), F_DUPFD_CLOEXEC, 0));
-  return makePeerBus(std::move(socket), role, std::move(input));
+  return *makePeerBus(std::move(socket), role, std::move(input));
 }
 
 // A process of its own that answers each message with its text.

@@ -17,9 +17,8 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-Error issuerError(const std::string& socketPath, int hostErrno) {
-  return Error(NSPOSIXErrorDomain, posixCodeFromHost(hostErrno),
-               {{NSFilePathErrorKey, socketPath}});
+Error issuerError(const std::string& socketPath, const Error& reason) {
+  return Error(reason.domain(), reason.code(), {{NSFilePathErrorKey, socketPath}});
 }
 
 std::chrono::milliseconds timeLeft(Clock::time_point deadline) {
@@ -32,21 +31,24 @@ std::chrono::milliseconds timeLeft(Clock::time_point deadline) {
 Result<AuthorizationExternalForm> requestAuthorizationExternalForm(
     const std::string& socketPath, std::chrono::milliseconds patience) {
   const Clock::time_point deadline = Clock::now() + patience;
-  const FileDescriptor socket = connectedTo(socketPath, deadline);
-  if (!socket) return issuerError(socketPath, errno);
+  const Result<FileDescriptor> socket = connectedTo(socketPath, deadline);
+  if (!socket) return issuerError(socketPath, socket.error());
+  const auto failure = [&socketPath](int hostErrno) {
+    return issuerError(socketPath, posixErrorFromHost(hostErrno));
+  };
 
   AuthorizationExternalForm form = {};
   std::size_t received = 0;
   while (received < sizeof form.bytes) {
-    pollfd waiting = {socket.get(), POLLIN, 0};
+    pollfd waiting = {socket->get(), POLLIN, 0};
     const int ready = ::poll(&waiting, 1, static_cast<int>(timeLeft(deadline).count()));
-    if (ready == 0) return issuerError(socketPath, ETIMEDOUT);
+    if (ready == 0) return failure(ETIMEDOUT);
     const ssize_t count = ready < 0 ? -1
-                                    : ::recv(socket.get(), form.bytes + received,
+                                    : ::recv(socket->get(), form.bytes + received,
                                              sizeof form.bytes - received, MSG_DONTWAIT);
     if (count < 0 && (errno == EINTR || errno == EAGAIN)) continue;
-    if (count < 0) return issuerError(socketPath, errno);
-    if (count == 0) return issuerError(socketPath, ECONNRESET);
+    if (count < 0) return failure(errno);
+    if (count == 0) return failure(ECONNRESET);
     received += static_cast<std::size_t>(count);
   }
   return form;

@@ -5,6 +5,8 @@
 
 #include <sys/socket.h>
 
+#include "foundation/POSIXError.h"
+
 namespace corvane {
 
 ByteInput::ByteInput(int socket) : _socket(socket) {
@@ -14,7 +16,7 @@ ByteInput::ByteInput(int socket) : _socket(socket) {
   _readingEnd.reset(ends[1]);
 }
 
-int ByteInput::pump() const {
+Result<void> ByteInput::pump() const {
   std::array<std::byte, 16384> buffer;
   iovec portion{buffer.data(), buffer.size()};
   msghdr message{};
@@ -22,12 +24,14 @@ int ByteInput::pump() const {
   message.msg_iovlen = 1;
   // Without room for descriptors: the kernel drops them, and says so.
   const ssize_t received = ::recvmsg(_socket, &message, MSG_DONTWAIT);
-  if (received < 0) return errno == EAGAIN || errno == EINTR ? 0 : -errno;
-  if ((message.msg_flags & MSG_CTRUNC) != 0) return -EPROTO;
-  if (received == 0) return -ECONNRESET;
+  if (received < 0 && (errno == EAGAIN || errno == EINTR)) return {};
+  if (received < 0) return posixErrorFromHost(errno);
+  if ((message.msg_flags & MSG_CTRUNC) != 0) return posixErrorFromHost(EPROTO);
+  if (received == 0) return posixErrorFromHost(ECONNRESET);
   const ssize_t sent = ::send(_forward.get(), buffer.data(), static_cast<std::size_t>(received),
                               MSG_DONTWAIT | MSG_NOSIGNAL);
-  return sent == received ? 0 : -ECONNRESET;
+  if (sent != received) return posixErrorFromHost(ECONNRESET);
+  return {};
 }
 
 }  // namespace corvane

@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "foundation/FileDescriptor.h"
+#include "foundation/Result.h"
 
 namespace corvane {
 
@@ -19,9 +20,9 @@ class ByteInput {
   /// Where the library reads; once. None when the process has no descriptors left.
   FileDescriptor takeReadingEnd() { return std::move(_readingEnd); }
 
-  /// Passes on what is there, without waiting: 0, or a negative errno if the peer has closed its
-  /// side (-ECONNRESET) or sent descriptors (-EPROTO). The library must have read what came before.
-  int pump() const;
+  /// Passes on what is there, without waiting. Fails if the peer has closed its side (ECONNRESET)
+  /// or sent descriptors (EPROTO). The library must have read what came before.
+  Result<void> pump() const;
 
  private:
   int _socket;

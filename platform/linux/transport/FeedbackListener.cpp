@@ -51,17 +51,19 @@ void serveFeedback(FileDescriptor socket, ZELPrivilegedOperationFeedbackProtocol
   // The helper connects when the request has been authorized: a dialog may be in between.
   if (!waitFor(descriptor, POLLIN, Clock::time_point::max())) return;
   ByteInput input(descriptor);
-  const Bus bus = makePeerBus(std::move(socket), BusRole::Server, input.takeReadingEnd());
-  if (bus == nullptr || sd_bus_add_object_vtable(bus.get(), nullptr, feedbackObjectPath,
-                                                 feedbackInterface, members, &receiver) < 0) {
+  const Result<Bus> bus = makePeerBus(std::move(socket), BusRole::Server, input.takeReadingEnd());
+  if (!bus ||
+      sd_bus_add_object_vtable(bus->get(), nullptr, feedbackObjectPath, feedbackInterface, members,
+                               &receiver) < 0 ||
+      !completeHandshake(bus->get(), input, Clock::now() + handshakeTimeout)) {
     return;
   }
-  int result = completeHandshake(bus.get(), input, Clock::now() + handshakeTimeout);
-  while (result >= 0) {
-    result = sd_bus_process(bus.get(), nullptr);
-    if (result != 0) continue;
-    if (!waitFor(descriptor, POLLIN, Clock::time_point::max())) return;
-    result = input.pump();
+  for (;;) {
+    const int progress = sd_bus_process(bus->get(), nullptr);
+    if (progress > 0) continue;
+    if (progress < 0 || !waitFor(descriptor, POLLIN, Clock::time_point::max()) || !input.pump()) {
+      return;
+    }
   }
 }
 

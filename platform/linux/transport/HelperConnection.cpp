@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <iterator>
 #include <string_view>
 #include <utility>
 
@@ -22,16 +23,19 @@ namespace {
 using Clock = std::chrono::steady_clock;
 using Kind = CommunicationFailure::Kind;
 
-CommunicationFailure failure(int hostErrno, Kind otherwise, const std::string& what) {
-  const Kind kind = hostErrno == ETIMEDOUT ? Kind::TimedOut : otherwise;
-  return {kind, what + ": " + posixDescription(posixCodeFromHost(hostErrno))};
+CommunicationFailure failure(const Error& error, Kind otherwise, const std::string& what) {
+  const Kind kind = isPOSIXError(error, POSIXErrorCode::TimedOut) ? Kind::TimedOut : otherwise;
+  return {kind, what + ": " + error.localizedDescription()};
 }
 
 // Whether an attempt to connect failed because nothing listens there, or because it is not allowed.
 // Everything else says nothing about a helper.
-bool isRefusal(int hostErrno) {
-  return hostErrno == ENOENT || hostErrno == ENOTDIR || hostErrno == ENAMETOOLONG ||
-         hostErrno == ECONNREFUSED || hostErrno == EACCES;
+bool isRefusal(const Error& error) {
+  constexpr POSIXErrorCode refusals[] = {POSIXErrorCode::NoEntry, POSIXErrorCode::NotDirectory,
+                                         POSIXErrorCode::NameTooLong,
+                                         POSIXErrorCode::ConnectionRefused, POSIXErrorCode::Access};
+  return std::any_of(std::begin(refusals), std::end(refusals),
+                     [&error](POSIXErrorCode code) { return isPOSIXError(error, code); });
 }
 
 class LinuxHelperConnection : public HelperConnection {
@@ -127,7 +131,8 @@ class LinuxHelperConnection : public HelperConnection {
   }
 
   static CommunicationFailure badReply(int result) {
-    return failure(-result, Kind::BadMessage, "The helper's answer could not be read");
+    return failure(posixErrorFromHost(-result), Kind::BadMessage,
+                   "The helper's answer could not be read");
   }
 
   // Sends a call that `append` fills with arguments, and waits for its answer.
@@ -137,20 +142,17 @@ class LinuxHelperConnection : public HelperConnection {
     auto writer = MessageWriter::ofCall(_bus.get(), nullptr, helperObjectPath, interface, member);
     append(writer);
     if (writer.result() < 0) {
-      return failure(-writer.result(), Kind::BadMessage,
+      return failure(posixErrorFromHost(-writer.result()), Kind::BadMessage,
                      "The request could not be put into a message");
     }
     std::uint64_t cookie = 0;
     writer.send(_bus.get(), &cookie);
-    int result = writer.result();
-    BusMessage reply;
-    if (result >= 0) {
-      result =
-          receiveReply(cookie, timeout ? Clock::now() + *timeout : Clock::time_point::max(), reply);
-    }
-    if (result < 0) return failure(-result, Kind::Lost, "The helper did not answer");
-    const sd_bus_error* error = sd_bus_message_get_error(reply.get());
-    if (error == nullptr) return reply;
+    const auto deadline = timeout ? Clock::now() + *timeout : Clock::time_point::max();
+    Result<BusMessage> reply =
+        writer.result() < 0 ? posixErrorFromHost(-writer.result()) : receiveReply(cookie, deadline);
+    if (!reply) return failure(reply.error(), Kind::Lost, "The helper did not answer");
+    const sd_bus_error* error = sd_bus_message_get_error(reply->get());
+    if (error == nullptr) return *std::move(reply);
     const Kind refusal = sd_bus_error_has_name(error, SD_BUS_ERROR_LIMITS_EXCEEDED) != 0
                              ? Kind::TooLarge
                              : Kind::BadMessage;
@@ -160,24 +162,20 @@ class LinuxHelperConnection : public HelperConnection {
   }
 
   // Waits for the answer to the message called `cookie`. The helper sends nothing else.
-  int receiveReply(std::uint64_t cookie, Clock::time_point deadline, BusMessage& reply) {
+  Result<BusMessage> receiveReply(std::uint64_t cookie, Clock::time_point deadline) {
     for (;;) {
       sd_bus_message* raw = nullptr;
       const int progress = sd_bus_process(_bus.get(), &raw);
       BusMessage message(raw);
-      if (progress < 0) return progress;
+      if (progress < 0) return posixErrorFromHost(-progress);
       std::uint64_t answered = 0;
       if (message != nullptr && sd_bus_message_get_reply_cookie(raw, &answered) >= 0 &&
           answered == cookie) {
-        reply = std::move(message);
-        return 0;
+        return message;
       }
       if (progress > 0) continue;
-      const int events = sd_bus_get_events(_bus.get());
-      if (events < 0) return events;
-      if (!waitFor(_input.socket(), static_cast<short>(events), deadline)) return -ETIMEDOUT;
-      const int pumped = _input.pump();
-      if (pumped < 0) return pumped;
+      const Result<void> waited = waitAndPump(_bus.get(), _input, deadline);
+      if (!waited) return waited.error();
     }
   }
 
@@ -203,18 +201,19 @@ std::string defaultHelperAddress() {
 HelperConnection::Answer<std::unique_ptr<HelperConnection>> HelperConnection::connect(
     const std::string& path, std::chrono::milliseconds timeout) {
   const Clock::time_point deadline = Clock::now() + timeout;
-  FileDescriptor socket = connectedTo(path, deadline);
+  Result<FileDescriptor> socket = connectedTo(path, deadline);
   if (!socket) {
-    const Kind kind = isRefusal(errno) ? Kind::Refused : Kind::Lost;
-    return failure(errno, kind, "No helper could be reached at " + path);
+    const Kind kind = isRefusal(socket.error()) ? Kind::Refused : Kind::Lost;
+    return failure(socket.error(), kind, "No helper could be reached at " + path);
   }
-  ByteInput input(socket.get());
-  Bus bus = makePeerBus(std::move(socket), BusRole::Client, input.takeReadingEnd());
-  const int result = bus == nullptr ? -errno : completeHandshake(bus.get(), input, deadline);
-  if (result < 0) {
-    return failure(-result, Kind::Lost, "The helper at " + path + " did not take the connection");
+  ByteInput input(socket->get());
+  Result<Bus> bus = makePeerBus(*std::move(socket), BusRole::Client, input.takeReadingEnd());
+  const Result<void> taken = bus ? completeHandshake(bus->get(), input, deadline) : bus.error();
+  if (!taken) {
+    return failure(taken.error(), Kind::Lost,
+                   "The helper at " + path + " did not take the connection");
   }
-  return std::make_unique<LinuxHelperConnection>(std::move(bus), std::move(input));
+  return std::make_unique<LinuxHelperConnection>(*std::move(bus), std::move(input));
 }
 
 }  // namespace corvane

@@ -25,16 +25,14 @@ std::pair<FileDescriptor, FileDescriptor> connectedSockets() {
   return {FileDescriptor(ends[0]), FileDescriptor(ends[1])};
 }
 
-FileDescriptor connectedTo(const std::string& path, Clock::time_point deadline) {
+Result<FileDescriptor> connectedTo(const std::string& path, Clock::time_point deadline) {
   sockaddr_un address{};
   address.sun_family = AF_UNIX;
-  if (path.empty() || path.size() >= sizeof(address.sun_path)) {
-    errno = path.empty() ? ENOENT : ENAMETOOLONG;
-    return {};
-  }
+  if (path.empty()) return posixError(POSIXErrorCode::NoEntry);
+  if (path.size() >= sizeof(address.sun_path)) return posixError(POSIXErrorCode::NameTooLong);
   path.copy(address.sun_path, path.size());
   FileDescriptor socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-  if (!socket) return {};
+  if (!socket) return posixErrorFromHost(errno);
   do {
     // To the kernel a limit of zero means none.
     const auto left =
@@ -48,8 +46,7 @@ FileDescriptor connectedTo(const std::string& path, Clock::time_point deadline) 
       return socket;
     }
   } while (errno == EINTR);
-  if (errno == EAGAIN) errno = ETIMEDOUT;
-  return {};
+  return posixErrorFromHost(errno == EAGAIN ? ETIMEDOUT : errno);
 }
 
 bool waitFor(int descriptor, short events, Clock::time_point deadline) {

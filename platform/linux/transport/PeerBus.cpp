@@ -4,6 +4,7 @@
 
 #include <sys/socket.h>
 
+#include "foundation/POSIXError.h"
 #include "platform/linux/transport/LocalSocket.h"
 
 namespace corvane {
@@ -22,11 +23,8 @@ constexpr int sendBufferSize(BusRole role) {
 
 }  // namespace
 
-Bus makePeerBus(FileDescriptor socket, BusRole role, FileDescriptor input) {
-  if (!input) {
-    errno = EMFILE;
-    return nullptr;
-  }
+Result<Bus> makePeerBus(FileDescriptor socket, BusRole role, FileDescriptor input) {
+  if (!input) return posixError(POSIXErrorCode::TooManyOpenFiles);
   sd_bus* raw = nullptr;
   int result = sd_bus_new(&raw);
   Bus bus(raw);
@@ -54,25 +52,28 @@ Bus makePeerBus(FileDescriptor socket, BusRole role, FileDescriptor input) {
     result = ::setsockopt(output, SOL_SOCKET, SO_SNDBUF, &size, sizeof(size));
     if (result < 0) result = -errno;
   }
-  if (result < 0) {
-    errno = -result;
-    return nullptr;
-  }
+  if (result < 0) return posixErrorFromHost(-result);
   return bus;
 }
 
-int completeHandshake(sd_bus* bus, const ByteInput& input, Clock::time_point deadline) {
+Result<void> waitAndPump(sd_bus* bus, const ByteInput& input, Clock::time_point deadline) {
+  const int events = sd_bus_get_events(bus);
+  if (events < 0) return posixErrorFromHost(-events);
+  if (!waitFor(input.socket(), static_cast<short>(events), deadline)) {
+    return posixError(POSIXErrorCode::TimedOut);
+  }
+  return input.pump();
+}
+
+Result<void> completeHandshake(sd_bus* bus, const ByteInput& input, Clock::time_point deadline) {
   for (;;) {
     const int ready = sd_bus_is_ready(bus);
-    if (ready != 0) return ready < 0 ? ready : 0;
+    if (ready < 0) return posixErrorFromHost(-ready);
+    if (ready > 0) return {};
     const int progress = sd_bus_process(bus, nullptr);
-    if (progress < 0) return progress;
+    if (progress < 0) return posixErrorFromHost(-progress);
     if (progress > 0) continue;
-    const int events = sd_bus_get_events(bus);
-    if (events < 0) return events;
-    if (!waitFor(input.socket(), static_cast<short>(events), deadline)) return -ETIMEDOUT;
-    const int pumped = input.pump();
-    if (pumped < 0) return pumped;
+    if (auto waited = waitAndPump(bus, input, deadline); !waited) return waited;
   }
 }
 

@@ -307,9 +307,11 @@ void ServedConnection::serve() {
   _peer.process = _process ? &*_process : nullptr;
   auto [guarded, forward] = connectedSockets();
   MessageGuard guard(socket, std::move(forward), _share);
-  const Bus bus = makePeerBus(std::move(_socket), BusRole::Server, std::move(guarded));
-  if (bus == nullptr || sd_bus_add_object_vtable(bus.get(), nullptr, helperObjectPath,
-                                                 _interface.c_str(), members, this) < 0) {
+  const Result<Bus> made = makePeerBus(std::move(_socket), BusRole::Server, std::move(guarded));
+  if (!made) return;
+  const Bus& bus = *made;
+  if (sd_bus_add_object_vtable(bus.get(), nullptr, helperObjectPath, _interface.c_str(), members,
+                               this) < 0) {
     return;
   }
   if (_control != nullptr && sd_bus_add_object_vtable(bus.get(), nullptr, helperObjectPath,

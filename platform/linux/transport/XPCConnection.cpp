@@ -62,16 +62,16 @@ class FeedbackSender : public XPCConnection, public ZELPrivilegedOperationFeedba
   void resume() override {
     const std::lock_guard lock(_mutex);
     if (_transport == nullptr || !isConnectedStreamSocket(_transport->socket.get())) {
-      fail(_transport == nullptr ? EINVAL : errno);
-      return;
+      return fail(posixErrorFromHost(_transport == nullptr ? EINVAL : errno));
     }
     // After the handshake nothing is read: feedback is not answered.
     _input.emplace(_transport->socket.get());
-    _bus = makePeerBus(std::move(_transport->socket), BusRole::Client, _input->takeReadingEnd());
-    const int result =
-        _bus == nullptr ? -errno
-                        : completeHandshake(_bus.get(), *_input, Clock::now() + handshakeTimeout);
-    if (result < 0) fail(-result);
+    Result<Bus> bus =
+        makePeerBus(std::move(_transport->socket), BusRole::Client, _input->takeReadingEnd());
+    if (!bus) return fail(bus.error());
+    _bus = *std::move(bus);
+    const auto done = completeHandshake(_bus.get(), *_input, Clock::now() + handshakeTimeout);
+    if (!done) fail(done.error());
   }
 
   std::unique_ptr<ZELPrivilegedOperationFeedbackProtocol> remoteObjectProxyWithErrorHandler(
@@ -89,7 +89,7 @@ class FeedbackSender : public XPCConnection, public ZELPrivilegedOperationFeedba
   void invalidate() override {
     const std::lock_guard lock(_mutex);
     if (!_failure) flush(0);
-    if (!_failure) fail(ENOTCONN);
+    if (!_failure) fail(posixErrorFromHost(ENOTCONN));
   }
 
  private:
@@ -115,7 +115,7 @@ class FeedbackSender : public XPCConnection, public ZELPrivilegedOperationFeedba
     appendDictionary(writer, feedback);
     writer.send(_bus.get());
     if (writer.result() < 0) {
-      fail(-writer.result());
+      fail(posixErrorFromHost(-writer.result()));
     } else {
       flush(1);
     }
@@ -127,7 +127,7 @@ class FeedbackSender : public XPCConnection, public ZELPrivilegedOperationFeedba
     for (;;) {
       std::uint64_t queued = 0;
       int result = sd_bus_get_n_queued_write(_bus.get(), &queued);
-      if (result < 0) return fail(-result);
+      if (result < 0) return fail(posixErrorFromHost(-result));
       if (queued <= remaining) return;
       // The wait ends when most of what the kernel keeps has been taken. A receiver that has not
       // got as far, but has taken something, is slow and not stuck.
@@ -135,15 +135,15 @@ class FeedbackSender : public XPCConnection, public ZELPrivilegedOperationFeedba
       const int untaken = untakenBytes(socket);
       if (!waitFor(socket, POLLOUT, Clock::now() + stallTimeout)) {
         if (untakenBytes(socket) < untaken) continue;
-        return fail(ETIMEDOUT);
+        return fail(posixError(POSIXErrorCode::TimedOut));
       }
       result = sd_bus_process(_bus.get(), nullptr);
-      if (result < 0) return fail(-result);
+      if (result < 0) return fail(posixErrorFromHost(-result));
     }
   }
 
-  void fail(int hostErrno) {
-    _failure = posixErrorFromHost(hostErrno);
+  void fail(Error error) {
+    _failure = std::move(error);
     if (_bus == nullptr) return;
     // The request that brought the socket still holds it, but the receiver is to see the end now.
     ::shutdown(_input->socket(), SHUT_RDWR);

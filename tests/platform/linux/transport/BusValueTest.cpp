@@ -273,7 +273,7 @@ class BusTextTest : public testing::Test {
   static int readText(const std::string& text) {
     auto [ours, theirs] = connectedSockets();
     auto [input, forward] = connectedSockets();
-    const Bus bus = makePeerBus(std::move(ours), BusRole::Server, std::move(input));
+    const Bus bus = *makePeerBus(std::move(ours), BusRole::Server, std::move(input));
     int result = -ENOMSG;
     sd_bus_add_filter(bus.get(), nullptr, &readMessage, &result);
     const std::string content = std::string("\1s\0", 3) + std::string(1, '\0') +

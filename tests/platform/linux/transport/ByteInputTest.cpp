@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 #include <sys/socket.h>
 
+#include "foundation/POSIXError.h"
 #include "platform/linux/transport/ByteInput.h"
 #include "tests/platform/linux/transport/SocketPair.h"
 
@@ -15,9 +16,9 @@ TEST(ByteInputTest, BytesAreHandedOnAsTheyCome) {
   SocketPair peer;
   ByteInput input(peer.ours.get());
   const FileDescriptor reading = input.takeReadingEnd();
-  EXPECT_EQ(input.pump(), 0);
+  EXPECT_TRUE(input.pump());
   peer.send("some");
-  EXPECT_EQ(input.pump(), 0);
+  EXPECT_TRUE(input.pump());
   EXPECT_EQ(received(reading.get()), "some");
 }
 
@@ -25,7 +26,7 @@ TEST(ByteInputTest, TheEndOfThePeerIsSeen) {
   SocketPair peer;
   const ByteInput input(peer.ours.get());
   peer.theirs.reset();
-  EXPECT_EQ(input.pump(), -ECONNRESET);
+  EXPECT_EQ(input.pump().error(), posixErrorFromHost(ECONNRESET));
 }
 
 TEST(ByteInputTest, DescriptorsAreNotTakenAndEndIt) {
@@ -34,7 +35,7 @@ TEST(ByteInputTest, DescriptorsAreNotTakenAndEndIt) {
   const FileDescriptor reading = input.takeReadingEnd();
   const int before = openDescriptors();
   peer.send("some", 3);
-  EXPECT_EQ(input.pump(), -EPROTO);
+  EXPECT_EQ(input.pump().error(), posixErrorFromHost(EPROTO));
   EXPECT_EQ(openDescriptors(), before);
   EXPECT_EQ(received(reading.get()), "");
 }

@@ -32,9 +32,9 @@ class SilentHelper {
           ::accept4(_listening.get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
       const int socket = accepted.get();
       ByteInput input(socket);
-      const Bus bus = makePeerBus(std::move(accepted), BusRole::Server, input.takeReadingEnd());
+      const auto bus = makePeerBus(std::move(accepted), BusRole::Server, input.takeReadingEnd());
       const auto deadline = std::chrono::steady_clock::now() + handshakeTimeout;
-      if (completeHandshake(bus.get(), input, deadline) == 0) {
+      if (bus && completeHandshake(bus->get(), input, deadline)) {
         waitFor(socket, POLLRDHUP, std::chrono::steady_clock::time_point::max());
       }
     });
