@@ -1,3 +1,6 @@
+#include <algorithm>
+#include <array>
+
 #include "operations/OperationCodes.h"
 #include "operationset-vnt/ZELPrivilegedOperationSetVNT.h"
 
@@ -23,5 +26,54 @@ const _ZELPrivilegedOperationDescription ZELPrivilegedOperationSetVNT::staticCat
      "Vantor likes to run a utility program of the operating system."},
     {ZELEndOfDescriptions, nullptr, 0, 0, 0, 0, nullptr, nullptr},
 };
+
+namespace {
+
+// The method that does what a row says, under its full name. Each entry fills in one of the two
+// forms. The other operations are done by the helper itself.
+struct Method {
+  using Plain = std::optional<Error> (ZELPrivilegedOperationSetVNT::*)(const Array& arguments);
+  using WithFeedback = std::optional<Error> (ZELPrivilegedOperationSetVNT::*)(
+      const Array& arguments, const FeedbackConnection& feedbackConnection,
+      const std::stop_token& stop);
+
+  std::string_view selector;
+  Plain plain;
+  WithFeedback withFeedback;
+};
+
+constexpr auto methods = std::to_array<Method>({
+    {"performOperationDeleteFileobjectsWithArguments:feedbackConnection:", nullptr,
+     &ZELPrivilegedOperationSetVNT::performOperationDeleteFileobjectsWithArguments},
+    {"performOperationExecuteUtilityWithArguments:feedbackConnection:", nullptr,
+     &ZELPrivilegedOperationSetVNT::performOperationExecuteUtilityWithArguments},
+    {"performOperationModifyPreferencesWithArguments:",
+     &ZELPrivilegedOperationSetVNT::performOperationModifyPreferencesWithArguments, nullptr},
+});
+
+const Method* methodNamed(std::string_view selector) {
+  const auto* method = std::find_if(methods.begin(), methods.end(),
+                                    [selector](const Method& m) { return m.selector == selector; });
+  return method == methods.end() ? nullptr : method;
+}
+
+}  // namespace
+
+bool ZELPrivilegedOperationSetVNT::respondsToSelector(std::string_view selector) const {
+  return methodNamed(selector) != nullptr;
+}
+
+std::optional<Error> ZELPrivilegedOperationSetVNT::performSelector(
+    std::string_view selector, const Array& arguments, const FeedbackConnection& feedbackConnection,
+    const std::stop_token& stop) {
+  const Method* method = methodNamed(selector);
+  if (method == nullptr) {
+    return ZELPrivilegedOperationSet::performSelector(selector, arguments, feedbackConnection,
+                                                      stop);
+  }
+  return method->plain != nullptr
+             ? (this->*method->plain)(arguments)
+             : (this->*method->withFeedback)(arguments, feedbackConnection, stop);
+}
 
 }  // namespace corvane

@@ -1,8 +1,5 @@
 #include "operationset-vnt/ZELPrivilegedOperationSetVNT.h"
 
-#include <algorithm>
-#include <array>
-
 #include "operations/PrincipalClass.h"
 
 namespace corvane {
@@ -11,33 +8,6 @@ namespace {
 
 const PrincipalClass principalClass("ZELPrivilegedOperationSetVNT",
                                     &ZELPrivilegedOperationSetVNT::privilegedOperationSet);
-
-// An implementing method under its full name. Each entry fills in one of the two forms.
-struct Method {
-  using Plain = std::optional<Error> (ZELPrivilegedOperationSetVNT::*)(const Array& arguments);
-  using WithFeedback = std::optional<Error> (ZELPrivilegedOperationSetVNT::*)(
-      const Array& arguments, const FeedbackConnection& feedbackConnection,
-      const std::stop_token& stop);
-
-  std::string_view selector;
-  Plain plain;
-  WithFeedback withFeedback;
-};
-
-constexpr auto methods = std::to_array<Method>({
-    {"performOperationDeleteFileobjectsWithArguments:feedbackConnection:", nullptr,
-     &ZELPrivilegedOperationSetVNT::performOperationDeleteFileobjectsWithArguments},
-    {"performOperationExecuteUtilityWithArguments:feedbackConnection:", nullptr,
-     &ZELPrivilegedOperationSetVNT::performOperationExecuteUtilityWithArguments},
-    {"performOperationModifyPreferencesWithArguments:",
-     &ZELPrivilegedOperationSetVNT::performOperationModifyPreferencesWithArguments, nullptr},
-});
-
-const Method* methodNamed(std::string_view selector) {
-  const auto* method = std::find_if(methods.begin(), methods.end(),
-                                    [selector](const Method& m) { return m.selector == selector; });
-  return method == methods.end() ? nullptr : method;
-}
 
 }  // namespace
 
@@ -61,23 +31,6 @@ ZELPrivilegedOperationSetVNT::ZELPrivilegedOperationSetVNT(
     }
     ++record;
   } while (record->code != ZELEndOfDescriptions);
-}
-
-bool ZELPrivilegedOperationSetVNT::respondsToSelector(std::string_view selector) const {
-  return methodNamed(selector) != nullptr;
-}
-
-std::optional<Error> ZELPrivilegedOperationSetVNT::performSelector(
-    std::string_view selector, const Array& arguments, const FeedbackConnection& feedbackConnection,
-    const std::stop_token& stop) {
-  const Method* method = methodNamed(selector);
-  if (method == nullptr) {
-    return ZELPrivilegedOperationSet::performSelector(selector, arguments, feedbackConnection,
-                                                      stop);
-  }
-  return method->plain != nullptr
-             ? (this->*method->plain)(arguments)
-             : (this->*method->withFeedback)(arguments, feedbackConnection, stop);
 }
 
 }  // namespace corvane
