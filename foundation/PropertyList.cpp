@@ -6,6 +6,11 @@
 #include "foundation/PropertyListFormats.h"
 #include "foundation/Unicode.h"
 
+// Property lists come from clients, and from users' files, to a process of root's. The library that
+// there is for them, libplist 2.2.0, takes damaged values for others without a word, needs time
+// quadratic in the entities of a list, and crashes on 300,000 arrays inside each other. So the
+// readers and writers are our own, over Expat for XML.
+
 namespace corvane {
 
 namespace {

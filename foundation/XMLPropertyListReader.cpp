@@ -94,7 +94,8 @@ std::optional<Value> dateFrom(std::string_view text) {
   return Value(Date{static_cast<double>(time.count())});
 }
 
-/// Base64 with white space anywhere.
+/// Base64 with white space anywhere. Our own, here and in the writer: for these few lines
+/// everything that is built on this library would have to be linked with libsodium.
 std::optional<Value> dataFrom(std::string_view text) {
   constexpr std::string_view alphabet =
       "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
