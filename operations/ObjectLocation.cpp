@@ -4,10 +4,11 @@
 
 namespace corvane {
 
-std::optional<Error> locateObject(std::string_view path, ObjectLocation& location) {
+Result<ObjectLocation> locateObject(std::string_view path) {
   if (path.empty() || path.find('\0') != std::string_view::npos) {
     return posixError(POSIXErrorCode::Invalid);
   }
+  ObjectLocation location;
   const std::size_t end = path.find_last_not_of('/');
   if (end == std::string_view::npos) {
     // The root is in no folder, but "/" leads to it from whichever folder is open.
@@ -22,16 +23,18 @@ std::optional<Error> locateObject(std::string_view path, ObjectLocation& locatio
     path = path.substr(0, name);
   }
   const std::string folder(path.empty() ? "." : path);
-  return holdFolder(folder.c_str(), location.folder);
+  if (auto error = holdFolder(folder.c_str(), location.folder)) return *error;
+  return location;
 }
 
-std::optional<Error> statusOf(const ObjectLocation& location, FileStatus& status) {
+Result<FileStatus> statusOf(const ObjectLocation& location) {
   const char* name = location.name.c_str();
-  if (auto error = statusOf(location.folder.get(), name, FinalLink::Keep, status)) return error;
+  FileStatus status;
+  if (auto error = statusOf(location.folder.get(), name, FinalLink::Keep, status)) return *error;
   if (location.namesDirectory && status.type != FileType::Directory) {
     return posixError(POSIXErrorCode::NotDirectory);
   }
-  return std::nullopt;
+  return status;
 }
 
 }  // namespace corvane

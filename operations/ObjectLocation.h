@@ -1,12 +1,11 @@
 #ifndef CORVANE_OPERATIONS_OBJECTLOCATION_H
 #define CORVANE_OPERATIONS_OBJECTLOCATION_H
 
-#include <optional>
 #include <string>
 #include <string_view>
 
-#include "foundation/Error.h"
 #include "foundation/FileDescriptor.h"
+#include "foundation/Result.h"
 #include "platform/FileSystem.h"
 
 namespace corvane {
@@ -22,10 +21,10 @@ struct ObjectLocation {
 
 /// Resolves all of `path` but its last component. EINVAL for an empty path and for one that holds
 /// a zero byte.
-std::optional<Error> locateObject(std::string_view path, ObjectLocation& location);
+Result<ObjectLocation> locateObject(std::string_view path);
 
 /// The status of the object itself, also if it is a symbolic link.
-std::optional<Error> statusOf(const ObjectLocation& location, FileStatus& status);
+Result<FileStatus> statusOf(const ObjectLocation& location);
 
 }  // namespace corvane
 

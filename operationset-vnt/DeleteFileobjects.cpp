@@ -17,14 +17,14 @@ Error removalError(const OperationErrorText& text, const std::string& path,
 }
 
 bool isRestricted(const ObjectLocation& location) {
-  FileStatus status;
-  return !statusOf(location, status) && (status.flags & FileFlag::Restricted) != 0;
+  const Result<FileStatus> status = statusOf(location);
+  return status && (status->flags & FileFlag::Restricted) != 0;
 }
 
 std::optional<Error> removeSingle(const std::string& path) {
-  ObjectLocation location;
-  if (auto error = locateObject(path, location)) return error;
-  const auto failure = removeSingleObject(location);
+  const Result<ObjectLocation> location = locateObject(path);
+  if (!location) return location.error();
+  const auto failure = removeSingleObject(*location);
   if (!failure) return std::nullopt;
   switch (failure->reason) {
     case SingleRemovalFailure::Reason::Whiteout:
@@ -36,32 +36,32 @@ std::optional<Error> removeSingle(const std::string& path) {
     case SingleRemovalFailure::Reason::System:
       break;
   }
-  if (isPOSIXError(*failure->error, POSIXErrorCode::NotPermitted) && isRestricted(location)) {
+  if (isPOSIXError(*failure->error, POSIXErrorCode::NotPermitted) && isRestricted(*location)) {
     return removalError(integrityProtectionError, path, failure->error);
   }
   return failure->error;
 }
 
 std::optional<Error> removeRecursively(const std::string& path, const std::stop_token& stop) {
-  ObjectLocation location;
-  if (auto error = locateObject(path, location)) {
-    return meansNoObject(*error) ? std::nullopt : error;
+  const Result<ObjectLocation> location = locateObject(path);
+  if (!location) {
+    return meansNoObject(location.error()) ? std::nullopt : std::optional(location.error());
   }
-  auto error = removeObjectRecursively(location, stop);
+  auto error = removeObjectRecursively(*location, stop);
   if (error && isPOSIXError(*error, POSIXErrorCode::Canceled)) return error;
-  if (error && isRestricted(location)) return removalError(integrityProtectionError, path, error);
+  if (error && isRestricted(*location)) return removalError(integrityProtectionError, path, error);
   return error;
 }
 
 std::optional<Error> setImmutableFlagAtPath(bool set, const std::string& path,
                                             bool checkingExistenceOfLinkTarget) {
-  ObjectLocation location;
-  if (auto error = locateObject(path, location)) return error;
-  FileStatus status;
-  if (auto error = statusOf(location, status)) return error;
-  const int folder = location.folder.get();
-  const char* name = location.name.c_str();
-  if (statusOf(folder, name, FinalLink::Follow, status)) {
+  const Result<ObjectLocation> location = locateObject(path);
+  if (!location) return location.error();
+  if (const auto found = statusOf(*location); !found) return found.error();
+  const int folder = location->folder.get();
+  const char* name = location->name.c_str();
+  FileStatus target;
+  if (statusOf(folder, name, FinalLink::Follow, target)) {
     if (checkingExistenceOfLinkTarget) return posixError(POSIXErrorCode::NoEntry);
     return std::nullopt;
   }
@@ -70,7 +70,7 @@ std::optional<Error> setImmutableFlagAtPath(bool set, const std::string& path,
 
 // Writes a failure to `error`, which may be null. Returns whether there was none; then `error`
 // keeps what it has.
-bool report(std::optional<Error> failure, std::optional<Error>* error) {
+bool passOn(std::optional<Error> failure, std::optional<Error>* error) {
   if (!failure) return true;
   if (error != nullptr) *error = std::move(failure);
   return false;
@@ -130,25 +130,25 @@ bool ZELPrivilegedOperationSetVNT::enforceRemovalOfFileSystemObjectAtPath(
 
 bool ZELPrivilegedOperationSetVNT::enforceSingleRemovalOfFileSystemObjectAtPath(
     const std::string& path, std::optional<Error>* error) {
-  return report(removeSingle(path), error);
+  return passOn(removeSingle(path), error);
 }
 
 bool ZELPrivilegedOperationSetVNT::enforceRecursiveRemovalOfFileSystemObjectAtPath(
     const std::string& path, std::optional<Error>* error, const std::stop_token& stop) {
-  return report(removeRecursively(path, stop), error);
+  return passOn(removeRecursively(path, stop), error);
 }
 
 bool ZELPrivilegedOperationSetVNT::setImmutableFlag(bool set, const std::string& path,
                                                     bool checkingExistenceOfLinkTarget,
                                                     std::optional<Error>* error) {
-  return report(setImmutableFlagAtPath(set, path, checkingExistenceOfLinkTarget), error);
+  return passOn(setImmutableFlagAtPath(set, path, checkingExistenceOfLinkTarget), error);
 }
 
 bool ZELPrivilegedOperationSetVNT::isSIPRestrictedObjectAtPath(const std::string& path,
                                                                std::optional<Error>* error) {
   // Every system that this runs on is recent enough to know the flag.
-  ObjectLocation location;
-  if (locateObject(path, location) || !isRestricted(location)) return false;
+  const Result<ObjectLocation> location = locateObject(path);
+  if (!location || !isRestricted(*location)) return false;
   if (error != nullptr) *error = removalError(integrityProtectionError, path, *error);
   return true;
 }

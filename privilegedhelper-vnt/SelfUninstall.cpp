@@ -19,9 +19,9 @@ namespace {
 constexpr const char* launchControl = "/bin/launchctl";
 
 std::optional<Error> removeObject(const std::string& path) {
-  ObjectLocation location;
-  if (auto error = locateObject(path, location)) return error;
-  const auto failure = removeSingleObject(location);
+  const Result<ObjectLocation> location = locateObject(path);
+  if (!location) return location.error();
+  const auto failure = removeSingleObject(*location);
   if (!failure) return std::nullopt;
   // Whiteouts, system flags and flags that cannot be cleared are all one error here.
   return failure->reason == SingleRemovalFailure::Reason::System

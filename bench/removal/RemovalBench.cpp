@@ -44,9 +44,9 @@ struct Contender {
 constexpr std::string_view removeMode = "--remove";
 
 std::optional<Error> remove(const std::string& path) {
-  ObjectLocation location;
-  if (auto error = locateObject(path, location)) return error;
-  return removeObjectRecursively(location);
+  const Result<ObjectLocation> location = locateObject(path);
+  if (!location) return location.error();
+  return removeObjectRecursively(*location);
 }
 
 // Where all trees are made. Gone with what is left of them, be it that a contender failed.

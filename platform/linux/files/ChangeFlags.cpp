@@ -72,8 +72,9 @@ std::optional<Error> checkChange(FileFlags current, FileFlags wanted) {
 std::optional<Error> changeFlagsOfFile(int file, FileFlags clear, FileFlags set) {
   int kernelFlags = 0;
   if (::ioctl(file, FS_IOC_GETFLAGS, &kernelFlags) != 0) return errorOfFlagsRequest(errno);
-  std::optional<FileFlags> attribute;
-  if (auto error = readFileFlagsAttributeOfFile(file, attribute)) return error;
+  const auto read = readFileFlagsAttributeOfFile(file);
+  if (!read) return read.error();
+  const std::optional<FileFlags> attribute = *read;
 
   const int unprotected = kernelFlags & ~kernelProtection;
   // A process that may not see the attribute is told that there is none, and would then clear a

@@ -30,16 +30,14 @@ std::optional<FileFlags> parse(std::string_view text) {
 }
 
 // `length` is what one of the kernel's calls has answered that fill in the buffer.
-std::optional<Error> interpret(const Buffer& buffer, ssize_t length,
-                               std::optional<FileFlags>& flags) {
-  flags.reset();
+Result<std::optional<FileFlags>> interpret(const Buffer& buffer, ssize_t length) {
   if (length < 0) {
     if (errno == ENODATA || errno == ENOTSUP) return std::nullopt;
     return posixErrorFromHost(errno == ERANGE ? EIO : errno);
   }
-  flags = parse({buffer.data(), static_cast<std::size_t>(length)});
+  const auto flags = parse({buffer.data(), static_cast<std::size_t>(length)});
   if (!flags) return posixError(POSIXErrorCode::InputOutput);
-  return std::nullopt;
+  return flags;
 }
 
 }  // namespace
@@ -55,26 +53,24 @@ bool maySeeFileFlagsAttributes() {
          (capabilities[CAP_TO_INDEX(CAP_SYS_ADMIN)].effective & CAP_TO_MASK(CAP_SYS_ADMIN)) != 0;
 }
 
-std::optional<Error> readFileFlagsAttributeOfFile(int file, std::optional<FileFlags>& flags) {
+Result<std::optional<FileFlags>> readFileFlagsAttributeOfFile(int file) {
   Buffer buffer;
-  return interpret(buffer, ::fgetxattr(file, fileFlagsAttribute, buffer.data(), buffer.size()),
-                   flags);
+  return interpret(buffer, ::fgetxattr(file, fileFlagsAttribute, buffer.data(), buffer.size()));
 }
 
-std::optional<Error> readFileFlagsAttributeOfObject(int object, std::optional<FileFlags>& flags) {
+Result<std::optional<FileFlags>> readFileFlagsAttributeOfObject(int object) {
   Buffer buffer;
   const std::string path = pathOfDescriptor(object);
-  return interpret(
-      buffer, ::getxattr(path.c_str(), fileFlagsAttribute, buffer.data(), buffer.size()), flags);
+  return interpret(buffer,
+                   ::getxattr(path.c_str(), fileFlagsAttribute, buffer.data(), buffer.size()));
 }
 
-std::optional<Error> readFileFlagsAttributeAt(int folder, const char* name,
-                                              std::optional<FileFlags>& flags) {
+Result<std::optional<FileFlags>> readFileFlagsAttributeAt(int folder, const char* name) {
   Buffer buffer;
   std::string path = name;
   if (folder != AT_FDCWD && !path.starts_with('/')) path = pathOfDescriptor(folder) + "/" + path;
-  return interpret(
-      buffer, ::lgetxattr(path.c_str(), fileFlagsAttribute, buffer.data(), buffer.size()), flags);
+  return interpret(buffer,
+                   ::lgetxattr(path.c_str(), fileFlagsAttribute, buffer.data(), buffer.size()));
 }
 
 }  // namespace corvane

@@ -4,7 +4,7 @@
 #include <optional>
 #include <string>
 
-#include "foundation/Error.h"
+#include "foundation/Result.h"
 #include "platform/FileSystem.h"
 
 namespace corvane {
@@ -28,12 +28,11 @@ bool maySeeFileFlagsAttributes();
 // Each reads the attribute, or nothing if the object has none. EIO if it makes no sense.
 
 /// Of an open file or folder.
-std::optional<Error> readFileFlagsAttributeOfFile(int file, std::optional<FileFlags>& flags);
+Result<std::optional<FileFlags>> readFileFlagsAttributeOfFile(int file);
 /// Of what `openObject` has got hold of.
-std::optional<Error> readFileFlagsAttributeOfObject(int object, std::optional<FileFlags>& flags);
+Result<std::optional<FileFlags>> readFileFlagsAttributeOfObject(int object);
 /// Of what stands in a folder, without following a link.
-std::optional<Error> readFileFlagsAttributeAt(int folder, const char* name,
-                                              std::optional<FileFlags>& flags);
+Result<std::optional<FileFlags>> readFileFlagsAttributeAt(int folder, const char* name);
 
 }  // namespace corvane
 

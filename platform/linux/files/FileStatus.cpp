@@ -51,9 +51,9 @@ std::optional<Error> statusOfObject(int object, FileStatus& status) {
   if (auto error = query(object, "", AT_EMPTY_PATH, attributes)) return error;
   status = statusFrom(attributes);
   if (status.flags == 0) return std::nullopt;
-  std::optional<FileFlags> flags;
-  if (auto error = readFileFlagsAttributeOfObject(object, flags)) return error;
-  status.flags = flags.value_or(status.flags);
+  const auto flags = readFileFlagsAttributeOfObject(object);
+  if (!flags) return flags.error();
+  status.flags = flags->value_or(status.flags);
   return std::nullopt;
 }
 
@@ -67,9 +67,9 @@ std::optional<Error> statusOf(int folder, const char* name, FinalLink link, File
   if (auto error = query(folder, name, AT_SYMLINK_NOFOLLOW, attributes)) return error;
   status = statusFrom(attributes);
   if (status.flags == 0) return std::nullopt;
-  std::optional<FileFlags> flags;
-  if (auto error = readFileFlagsAttributeAt(folder, name, flags)) return error;
-  status.flags = flags.value_or(status.flags);
+  const auto flags = readFileFlagsAttributeAt(folder, name);
+  if (!flags) return flags.error();
+  status.flags = flags->value_or(status.flags);
   return std::nullopt;
 }
 

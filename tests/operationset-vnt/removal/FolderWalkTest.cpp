@@ -70,7 +70,11 @@ class FolderWalkTest : public testing::Test {
     }
   }
 
-  void SetUp() override { ASSERT_EQ(locateObject(folder.path(), top), std::nullopt); }
+  void SetUp() override {
+    auto location = locateObject(folder.path());
+    ASSERT_TRUE(location);
+    top = *std::move(location);
+  }
 
   TemporaryFolder folder{parentForManyFiles()};
   ObjectLocation top;

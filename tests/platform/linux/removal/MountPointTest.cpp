@@ -204,10 +204,10 @@ TEST_F(MountPointTest, AFileSystemMountedOnAFolderOnceItWasSeenIsNotEntered) {
   const TemporaryFolder outside{parentForManyFiles()};
   outside.makeFile("outside");
   const std::string inner = walked.makeFolder("inner");
-  ObjectLocation top;
-  ASSERT_EQ(locateObject(walked.path(), top), std::nullopt);
+  const auto top = locateObject(walked.path());
+  ASSERT_TRUE(top);
   MountingVisitor visitor(walked, outside.path());
-  EXPECT_EQ(walkFolder(top.folder.get(), top.name.c_str(), visitor, 1),
+  EXPECT_EQ(walkFolder(top->folder.get(), top->name.c_str(), visitor, 1),
             posixError(POSIXErrorCode::Busy));
   EXPECT_EQ(visitor.visited, std::vector<std::string>{"inner"});
   EXPECT_EQ(::umount2(inner.c_str(), MNT_DETACH), 0);
