@@ -22,12 +22,19 @@ constexpr int maximumDepth = 512;
 
 constexpr mode_t writableByGroupOrOthers = S_IWGRP | S_IWOTH;
 
-// Whether only root and this user can replace what is in a folder. In a shared one (such as /tmp)
-// everybody can, but only what is their own.
-bool isOurs(const struct stat& folder, bool orShared) {
-  return S_ISDIR(folder.st_mode) && (folder.st_uid == 0 || folder.st_uid == ::getuid()) &&
-         ((folder.st_mode & writableByGroupOrOthers) == 0 ||
-          (orShared && (folder.st_mode & S_ISVTX) != 0));
+bool isOfRootOrUser(const struct stat& folder) {
+  return S_ISDIR(folder.st_mode) && (folder.st_uid == 0 || folder.st_uid == ::getuid());
+}
+
+// Whether only root and this user can replace what is in a folder.
+bool isClosedToOthers(const struct stat& folder) {
+  return isOfRootOrUser(folder) && (folder.st_mode & writableByGroupOrOthers) == 0;
+}
+
+// Whether nobody else can replace what is root's or this user's in a folder: in a shared one (such
+// as /tmp) everybody can replace only what is their own.
+bool keepsOwnersApart(const struct stat& folder) {
+  return isClosedToOthers(folder) || (isOfRootOrUser(folder) && (folder.st_mode & S_ISVTX) != 0);
 }
 
 // The folder's path without links; nothing if somebody else could put another folder in the place
@@ -38,7 +45,8 @@ std::optional<fs::path> lastingPath(const fs::path& folder) {
   if (error) return std::nullopt;
   for (fs::path above = path;; above = above.parent_path()) {
     struct stat attributes {};
-    if (::lstat(above.c_str(), &attributes) != 0 || !isOurs(attributes, true)) return std::nullopt;
+    if (::lstat(above.c_str(), &attributes) != 0 || !keepsOwnersApart(attributes))
+      return std::nullopt;
     if (above == above.root_path()) return path;
   }
 }
@@ -61,7 +69,7 @@ class Search {
     FileDescriptor opened;
     struct stat attributes {};
     if (openFolder(folder, name, opened) || ::fstat(opened.get(), &attributes) != 0) return;
-    const bool isEveryEntryReachable = isReachable && isOurs(attributes, false);
+    const bool isEveryEntryReachable = isReachable && isClosedToOthers(attributes);
     FolderReader reader(std::move(opened));
     std::optional<Error> error;
     while (const FolderEntry* entry = reader.next(error)) {

@@ -70,8 +70,8 @@ class WalkPool {
   std::mutex _mutex;
   std::condition_variable _changed;
   std::deque<Subtree> _queue;
-  unsigned _busy = 1;
-  unsigned _idle = 0;
+  unsigned _busyThreads = 1;
+  unsigned _idleThreads = 0;
   std::optional<Error> _error;
   std::exception_ptr _exception;
   std::vector<std::jthread> _helpers;
@@ -111,14 +111,15 @@ class Walker {
   std::optional<Error> open(int folder, const char* name, FileDescriptor& subfolder);
   std::optional<Error> closeTopmost();
   std::optional<Error> checkPlace(bool isTurningPoint);
-  std::size_t openCount() const { return _levels.size() - _closed; }
+  std::size_t openCount() const { return _levels.size() - _closedLevels; }
   std::size_t depth() const { return _depthOfTop + _levels.size() - 1; }
   Place place() const { return {_levels.back().reader, depth()}; }
 
   WalkPool& _pool;
   std::deque<Level> _levels;
   std::size_t _depthOfTop = 0;
-  std::size_t _closed = 0;  // how many levels, from the top, are not open
+  /// From the top.
+  std::size_t _closedLevels = 0;
   std::size_t _entries = 0;
   std::size_t _unchecked = 0;
 };
@@ -180,7 +181,7 @@ std::optional<Error> Walker::ascend() {
     if (auto error = ancestorOf(folder.get(), 0, identity)) return error;
     if (identity != level.identity) return posixError(POSIXErrorCode::Stale);
     level.reader = std::make_shared<FolderReader>(std::move(folder), std::move(level.place));
-    --_closed;
+    --_closedLevels;
   }
   if (auto error = checkPlace(true)) return error;
   return _pool.visitor().leave(level.reader->folder(), child.name.c_str());
@@ -197,11 +198,11 @@ std::optional<Error> Walker::open(int folder, const char* name, FileDescriptor& 
 }
 
 std::optional<Error> Walker::closeTopmost() {
-  Level& level = _levels[_closed];
+  Level& level = _levels[_closedLevels];
   if (auto error = ancestorOf(level.reader->folder(), 0, level.identity)) return error;
   level.place = level.reader->takePlace();
   level.reader.reset();
-  ++_closed;
+  ++_closedLevels;
   return std::nullopt;
 }
 
@@ -230,7 +231,7 @@ bool WalkPool::offer(const Place& parent, const std::string& name) {
   if (_queue.size() >= queueLimit) return false;
   _queue.push_back({parent, name});
   _hasRoom.store(_queue.size() < queueLimit, std::memory_order_relaxed);
-  if (_idle > 0) {
+  if (_idleThreads > 0) {
     _changed.notify_one();
   } else if (_helpers.size() + 1 < _threads) {
     try {
@@ -257,14 +258,14 @@ std::optional<Error> WalkPool::run(std::shared_ptr<FolderReader> top) {
 void WalkPool::work() {
   std::unique_lock lock(_mutex);
   for (;;) {
-    ++_idle;
-    _changed.wait(lock, [this] { return !_queue.empty() || _busy == 0; });
-    --_idle;
+    ++_idleThreads;
+    _changed.wait(lock, [this] { return !_queue.empty() || _busyThreads == 0; });
+    --_idleThreads;
     if (_queue.empty()) return;
     const Subtree subtree = std::move(_queue.front());
     _queue.pop_front();
     _hasRoom.store(true, std::memory_order_relaxed);
-    ++_busy;
+    ++_busyThreads;
     lock.unlock();
     attempt([&] { return perform(subtree); });
     lock.lock();
@@ -298,13 +299,13 @@ void WalkPool::attempt(const Part& part) noexcept {
 
 void WalkPool::finish(std::optional<Error> error, std::exception_ptr exception) {
   const std::lock_guard lock(_mutex);
-  --_busy;
+  --_busyThreads;
   if ((error || exception) && !isStopped()) {
     _error = std::move(error);
     _exception = std::move(exception);
     _stopped.store(true, std::memory_order_relaxed);
   }
-  if (_busy == 0) _changed.notify_all();
+  if (_busyThreads == 0) _changed.notify_all();
 }
 
 }  // namespace

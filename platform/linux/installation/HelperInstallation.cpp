@@ -64,7 +64,7 @@ bool exists(const std::string& path) {
 }
 
 // False for another's program of the one name that is not ours alone.
-bool isOurs(const std::string& place) {
+bool isFileOfInstallation(const std::string& place) {
   if (lastPathComponent(place) != launchControl) return true;
   const auto contents = contentsOf(place);
   return contents && contents->find(launchControlMark) != std::string::npos;
@@ -287,7 +287,7 @@ Result<void> LinuxInstallation::checkSources() const {
                         "This client came without the helper. Install the package "
                         "corvane-privilegedhelper, or build the helper from its sources.");
     }
-    if (exists(file.place) && !isOurs(file.place)) {
+    if (exists(file.place) && !isFileOfInstallation(file.place)) {
       return errorAbout(POSIXErrorCode::Exists, file.place, "is another program than ours",
                         "Move it away, and try again.");
     }
@@ -419,7 +419,7 @@ void LinuxInstallation::remove() {
   // and put files back.
   ::unlink(_journal.c_str());
   for (const InstalledFile& file : _files) {
-    if (isOurs(file.place)) ::unlink(file.place.c_str());
+    if (isFileOfInstallation(file.place)) ::unlink(file.place.c_str());
     for (const std::string& remains : FileReplacement::remainsOf(file.place)) {
       ::unlink(remains.c_str());
     }
@@ -436,7 +436,7 @@ void LinuxInstallation::remove() {
 std::vector<std::string> LinuxInstallation::leftovers() const {
   std::vector<std::string> all = {_journal, issuerTemplatePath()};
   for (const InstalledFile& file : _files) {
-    if (isOurs(file.place)) all.push_back(file.place);
+    if (isFileOfInstallation(file.place)) all.push_back(file.place);
     const auto remains = FileReplacement::remainsOf(file.place);
     all.insert(all.end(), remains.begin(), remains.end());
   }

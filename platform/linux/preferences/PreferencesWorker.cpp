@@ -78,22 +78,23 @@ class Worker {
     return static_cast<bool>(_folder);
   }
 
-  bool isOurs(const struct stat& status) const {
-    const bool isOurs = S_ISREG(status.st_mode) && status.st_uid == _place.owner;
-    if (!isOurs) errno = EPERM;
-    return isOurs;
+  bool isFileOfOwner(const struct stat& status) const {
+    const bool isOfOwner = S_ISREG(status.st_mode) && status.st_uid == _place.owner;
+    if (!isOfOwner) errno = EPERM;
+    return isOfOwner;
   }
 
   /// Opens a file only if it is a plain one of the owner. Looked at first, because opening alone
   /// can set a device going, and again, because it may have been another one.
   FileDescriptor openFile(const char* name, int flags, struct stat& status) const {
     if (::fstatat(_folder.get(), name, &status, AT_SYMLINK_NOFOLLOW) == 0) {
-      if (!isOurs(status)) return FileDescriptor();
+      if (!isFileOfOwner(status)) return FileDescriptor();
     } else if (errno != ENOENT) {
       return FileDescriptor();
     }
     FileDescriptor file(::openat(_folder.get(), name, flags | safely, S_IRUSR | S_IWUSR));
-    if (file && (::fstat(file.get(), &status) != 0 || !isOurs(status))) return FileDescriptor();
+    if (file && (::fstat(file.get(), &status) != 0 || !isFileOfOwner(status)))
+      return FileDescriptor();
     return file;
   }
 
