@@ -48,7 +48,7 @@ ProcessRegistrations& registrations() {
 
 // An operation in progress, which another thread may cancel.
 struct RunningOperation {
-  std::string helperSocketPath;
+  std::string helperAddress;
   std::string token;
   bool isCancelled = false;
 };
@@ -82,12 +82,11 @@ std::string newToken() {
 // another is a part of that, and ends with it.
 class OperationInProgress {
  public:
-  OperationInProgress(const void* session, const std::string& helperSocketPath)
-      : _session(session) {
+  OperationInProgress(const void* session, const std::string& helperAddress) : _session(session) {
     RunningOperations& all = runningOperations();
     const std::lock_guard lock(all.mutex);
     const auto [place, isOuter] = all.bySession.try_emplace(session);
-    if (isOuter) place->second = {helperSocketPath, newToken(), all.isProcessEnding};
+    if (isOuter) place->second = {helperAddress, newToken(), all.isProcessEnding};
     _isOuter = isOuter;
     _token = place->second.token;
   }
@@ -143,7 +142,7 @@ std::optional<CommunicationFailure> cancelOperation(const void* session,
                                                     const RunningOperation& operation,
                                                     std::chrono::milliseconds patience) {
   const Clock::time_point deadline = Clock::now() + patience;
-  const auto connection = HelperConnection::connect(operation.helperSocketPath, patience);
+  const auto connection = HelperConnection::connect(operation.helperAddress, patience);
   if (auto failure = failureOf(connection)) return failure;
   for (;;) {
     const auto answer = std::get<std::unique_ptr<HelperConnection>>(connection)
@@ -250,13 +249,13 @@ class FeedbackReceiver : public ZELPrivilegedOperationFeedbackProtocol {
 class PrivilegedHelperClient::Session {
  public:
   explicit Session(Options options) : _options(std::move(options)) {
-    if (_options.helperSocketPath.empty()) _options.helperSocketPath = defaultHelperAddress();
+    if (_options.helperAddress.empty()) _options.helperAddress = defaultHelperAddress();
   }
 
   ~Session() {
     if (!_isRegistered) return;
     const std::lock_guard lock(registrations().mutex);
-    if (--registrations().sessions[_options.helperSocketPath] == 0 && !connect()) {
+    if (--registrations().sessions[_options.helperAddress] == 0 && !connect()) {
       _connection->unregisterClientWithPID(::getpid(), _options.patience);
     }
   }
@@ -274,7 +273,7 @@ class PrivilegedHelperClient::Session {
     }
   }
 
-  const std::string& helperSocketPath() const { return _options.helperSocketPath; }
+  const std::string& helperAddress() const { return _options.helperAddress; }
 
   // A helper may end between the connection and the first message, when its last client leaves:
   // its successor serves the next connection.
@@ -347,7 +346,7 @@ class PrivilegedHelperClient::Session {
 
   Outcome perform(std::uint64_t code, const std::vector<Value>& arguments,
                   const std::optional<Feedback>& feedback) {
-    const OperationInProgress operation(this, _options.helperSocketPath);
+    const OperationInProgress operation(this, _options.helperAddress);
     Outcome outcome = performOnce(code, arguments, feedback, operation);
     findOutAboutRefusal(code, outcome);
     const bool couldNobodyBeAsked =
@@ -419,7 +418,7 @@ class PrivilegedHelperClient::Session {
 
   std::optional<CommunicationFailure> connect() {
     if (_connection != nullptr) return std::nullopt;
-    auto connection = HelperConnection::connect(_options.helperSocketPath, _options.patience);
+    auto connection = HelperConnection::connect(_options.helperAddress, _options.patience);
     if (auto failure = failureOf(connection)) return failure;
     _connection = std::get<std::unique_ptr<HelperConnection>>(std::move(connection));
     return std::nullopt;
@@ -444,7 +443,7 @@ class PrivilegedHelperClient::Session {
     if (failure) {
       _connection.reset();
     } else if (!std::exchange(_isRegistered, true)) {
-      ++registrations().sessions[_options.helperSocketPath];
+      ++registrations().sessions[_options.helperAddress];
     }
     return failure;
   }
@@ -462,7 +461,7 @@ class PrivilegedHelperClient::Session {
 
   std::optional<CommunicationFailure> obtainAuthorization() {
     if (_authorization != nullptr) return std::nullopt;
-    auto issued = IssuedAuthorization::request(_options.authorizationSocketPath, _options.patience);
+    auto issued = IssuedAuthorization::request(_options.issuerAddress, _options.patience);
     if (!issued) return failureOfIssuer(issued.error());
     _authorization = *std::move(issued);
     return std::nullopt;
@@ -508,8 +507,8 @@ bool PrivilegedHelperClient::isCancellingOperations() {
   return all.isProcessEnding;
 }
 
-const std::string& PrivilegedHelperClient::helperSocketPath() const {
-  return _session->helperSocketPath();
+const std::string& PrivilegedHelperClient::helperAddress() const {
+  return _session->helperAddress();
 }
 
 std::optional<CommunicationFailure> PrivilegedHelperClient::connect() {
@@ -550,7 +549,7 @@ PrivilegedHelperClient::Outcome PrivilegedHelperClient::discardAuthorization() {
 PrivilegedHelperClient::DeletionOutcome PrivilegedHelperClient::deleteFileObjects(
     const std::vector<std::string>& paths, bool recursive, bool stopOnFirstError,
     const std::optional<Feedback>& feedback) {
-  const OperationInProgress all(_session.get(), helperSocketPath());
+  const OperationInProgress all(_session.get(), helperAddress());
   return FileObjectDeletion(*this, paths, recursive, stopOnFirstError, feedback).run();
 }
 

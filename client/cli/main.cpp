@@ -59,9 +59,9 @@ int runCommandLine(int argc, char** argv) {
 
   Context context;
   context.client.asksOnTerminal = true;
-  app.add_option("--socket", context.client.helperSocketPath, "Where the helper listens")
+  app.add_option("--socket", context.client.helperAddress, "Where the helper listens")
       ->type_name("PATH");
-  app.add_option("--authorization-socket", context.client.authorizationSocketPath,
+  app.add_option("--authorization-socket", context.client.issuerAddress,
                  "Where authorizations are issued")
       ->type_name("PATH");
   app.add_option("--prompt", context.client.prompt, "What the authorization dialog shows")

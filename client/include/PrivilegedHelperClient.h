@@ -26,10 +26,11 @@ namespace corvane {
 class PrivilegedHelperClient {
  public:
   struct Options {
-    /// Where the helper listens; empty for the system's own place.
-    std::string helperSocketPath;
-    /// Where authorizations are issued; empty for the system's own place.
-    std::string authorizationSocketPath;
+    /// Where the helper listens, in the words of the system: on Linux the path of a socket. Empty
+    /// for the system's own place.
+    std::string helperAddress;
+    /// The same for where authorizations are issued.
+    std::string issuerAddress;
     /// For each step but an operation itself: connecting, and short questions.
     std::chrono::milliseconds patience{10000};
     /// For an operation, dialogs included. Nothing: as long as it takes.
@@ -131,7 +132,7 @@ class PrivilegedHelperClient {
   static bool isCancellingOperations();
 
   /// Where the helper listens.
-  const std::string& helperSocketPath() const;
+  const std::string& helperAddress() const;
 
   /// Connects and registers; nothing if that succeeded or was done before.
   std::optional<CommunicationFailure> connect();

@@ -47,8 +47,8 @@ void print(const PrivilegedHelperClient::Outcome& outcome) {
 int main(int argc, char* argv[]) {
   if (argc != 5) return 2;
   PrivilegedHelperClient::Options options;
-  options.helperSocketPath = argv[1];
-  options.authorizationSocketPath = argv[2];
+  options.helperAddress = argv[1];
+  options.issuerAddress = argv[2];
   PrivilegedHelperClient client(options);
   const bool isIdleCancelWell = !client.cancel();
 

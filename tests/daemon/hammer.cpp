@@ -44,8 +44,8 @@ void comeAndGo(const PrivilegedHelperClient::Options& options, int rounds) {
 int main(int argc, char* argv[]) {
   if (argc != 5) return 2;
   PrivilegedHelperClient::Options options;
-  options.helperSocketPath = argv[1];
-  options.authorizationSocketPath = argv[2];
+  options.helperAddress = argv[1];
+  options.issuerAddress = argv[2];
   options.patience = std::chrono::minutes(2);
   const int rounds = std::atoi(argv[4]);
 

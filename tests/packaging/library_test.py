@@ -16,7 +16,7 @@ CLIENT = r"""
 
 int main() {
   corvane::PrivilegedHelperClient::Options options;
-  options.helperSocketPath = "/nonexistent";
+  options.helperAddress = "/nonexistent";
   const auto failure = corvane::PrivilegedHelperClient(options).connect();
   std::puts(failure ? failure->description.c_str() : "connected");
 }

@@ -52,10 +52,10 @@ std::string otherClients(const std::string& socketPath) {
 // What the helper's refusals mean here: their numbers alone do not say it.
 Error explained(const Error& error, const PrivilegedHelperClient& client) {
   if (isPOSIXError(error, POSIXErrorCode::Busy)) {
-    return explained(error,
-                     "another client is still working with the helper: " +
-                         otherClients(client.helperSocketPath()),
-                     "Wait until it is done, or end it, and try again. Nothing was removed.");
+    return explained(
+        error,
+        "another client is still working with the helper: " + otherClients(client.helperAddress()),
+        "Wait until it is done, or end it, and try again. Nothing was removed.");
   }
   const std::optional<std::string> path = error.userInfo().text(NSFilePathErrorKey);
   if (isPOSIXError(error, POSIXErrorCode::Access) && path) {
