@@ -4,15 +4,21 @@ import datetime
 import os
 import plistlib
 import pwd
+import shutil
 import subprocess
 
 from preferences_test import APPLICATION, PreferencesTest
-from support import PATIENCE, SOMEBODY, as_caller, main
+from support import PATIENCE, SOMEBODY, as_caller, main, preferences_root
 
 OWNER = pwd.getpwuid(as_caller().get("user", os.getuid()))
 
 
 class PreferencesCommandTest(PreferencesTest):
+
+    def prepare(self):
+        super().prepare()
+        self.of_caller = f"{preferences_root(self.folder)}{OWNER.pw_dir}/.config/preferences"
+        self.addCleanup(shutil.rmtree, self.of_caller, ignore_errors=True)
 
     def setUp(self):
         super().setUp()
@@ -30,8 +36,7 @@ class PreferencesCommandTest(PreferencesTest):
         return result.stderr.decode()
 
     def saved(self, key, folder=None):
-        folder = folder or (self.of_root if OWNER.pw_uid == 0 else self.own)
-        return self.read(f"{folder}/{APPLICATION}.plist").get(key)
+        return self.read(f"{folder or self.of_caller}/{APPLICATION}.plist").get(key)
 
     def test_text_is_text(self):
         for text in ("hello world", "grün", "", "4", "(de, en)", "[a,b]", '"quoted" \\', "yes"):
