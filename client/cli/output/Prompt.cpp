@@ -69,6 +69,7 @@ std::u32string nameOf(const std::string& text) {
 // How long each name may be so that all of them fit in: the short ones leave room to the long ones.
 std::size_t shareOf(const std::vector<std::u32string>& names, std::size_t room) {
   std::vector<std::size_t> sizes;
+  sizes.reserve(names.size());
   for (const std::u32string& name : names) sizes.push_back(name.size());
   std::sort(sizes.begin(), sizes.end());
   std::size_t left = sizes.size();
@@ -90,6 +91,7 @@ std::string shortened(std::u32string_view name, std::size_t room) {
 
 std::string sentence(Text text, const std::vector<std::string>& given) {
   std::vector<std::u32string> names;
+  names.reserve(given.size());
   for (const std::string& name : given) names.push_back(nameOf(name));
   const Array none(names.size(), Value(""));
   const std::size_t taken = charactersOf(translated(texts[text], none)).size();
