@@ -45,8 +45,8 @@ class PolkitService {
 
   TemporaryFolder _folder;
   int _rules = 0;
-  Pipe _commands;
-  Pipe _answers;
+  PipeEnds _commands;
+  PipeEnds _answers;
   std::optional<ChildProcess> _process;
   FileDescriptor _output;
 };
@@ -63,7 +63,7 @@ class PolkitAgent {
   void answer() const { ::kill(_process.pid(), SIGUSR1); }
 
  private:
-  Pipe _events;
+  PipeEnds _events;
   ChildProcess _process;
 };
 

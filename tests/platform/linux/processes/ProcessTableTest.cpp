@@ -25,8 +25,8 @@ using testing::Optional;
 
 TEST(LinuxProcessTableTest, CompletesTheNameOfAScript) {
   const TemporaryFolder folder;
-  const Pipe input = makePipe();
-  const Pipe output = makePipe();
+  const PipeEnds input = makePipe();
+  const PipeEnds output = makePipe();
   const ChildProcess script =
       ChildProcess::program({folder.makeScript("sbcdefghijklmnopqrs", "echo ready; read line")},
                             {input.output.get(), output.input.get()});

@@ -126,7 +126,7 @@ FileDescriptor connectionTo(const FileDescriptor& listener) {
   return connection;
 }
 
-Pipe makePipe() {
+PipeEnds makePipe() {
   std::array<int, 2> ends{};
   if (::pipe2(ends.data(), O_CLOEXEC) != 0) std::abort();
   return {FileDescriptor(ends[0]), FileDescriptor(ends[1])};

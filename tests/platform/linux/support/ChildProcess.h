@@ -52,12 +52,12 @@ class ChildProcess {
 FileDescriptor listeningSocket();
 FileDescriptor connectionTo(const FileDescriptor& listener);
 
-/// The reading and the writing end.
-struct Pipe {
+/// The reading and the writing end; not the system's `Pipe`, which tests use beside it.
+struct PipeEnds {
   FileDescriptor output;
   FileDescriptor input;
 };
-Pipe makePipe();
+PipeEnds makePipe();
 
 /// The next line that comes from `descriptor`, without its end; what there is when the other end is
 /// closed.
