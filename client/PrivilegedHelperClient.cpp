@@ -36,7 +36,7 @@ constexpr std::chrono::milliseconds pauseBeforeRetry{10};
 // A helper knows processes, not sessions: it is told when the first session of this process with
 // it begins, and when the last one ends. Counted by the helper's socket.
 struct ProcessRegistrations {
-  std::mutex mutex;
+  std::timed_mutex mutex;
   std::map<std::string, int> sessions;
 };
 
@@ -142,7 +142,12 @@ std::optional<CommunicationFailure> cancelOperation(const void* session,
                                                     const RunningOperation& operation,
                                                     std::chrono::milliseconds patience) {
   const Clock::time_point deadline = Clock::now() + patience;
-  const auto connection = HelperConnection::connect(operation.helperAddress, patience);
+  const auto connection = [&] {
+    // A process that is leaving its helpers connects no more: that would start one anew which has
+    // ended with it.
+    const std::lock_guard lock(registrations().mutex);
+    return HelperConnection::connect(operation.helperAddress, patience);
+  }();
   if (auto failure = failureOf(connection)) return failure;
   for (;;) {
     const auto answer = std::get<std::unique_ptr<HelperConnection>>(connection)
@@ -262,8 +267,9 @@ class PrivilegedHelperClient::Session {
 
   static void leaveHelpersBeforeEnd(std::chrono::milliseconds patience) {
     // Never unlocked: the process is about to end, and a thread that waits for this lock is not to
-    // begin anything more with a helper.
-    registrations().mutex.lock();
+    // begin anything more with a helper. One that does not come back from a helper is not waited
+    // for any longer than a helper would be.
+    if (!registrations().mutex.try_lock_for(patience)) return;
     for (const auto& [path, count] : registrations().sessions) {
       if (count == 0) continue;
       const auto connection = HelperConnection::connect(path, patience);

@@ -64,7 +64,7 @@ TEST_F(PromptTest, ALongNameIsCutInItsMiddle) {
 TEST_F(PromptTest, IsNeverTooLongInAnyLanguage) {
   for (const char* language : {"C", "de", "fr", "es", "ja"}) {
     tests::useLocale({{"LANG", language}});
-    for (const std::size_t length : {1, 60, 100, 150, 200, 300, 100'000}) {
+    for (const std::size_t length : {1U, 60U, 100U, 150U, 200U, 300U, 100'000U}) {
       std::string name;
       for (std::size_t i = 0; i < length; ++i) name += i % 2 == 0 ? "😀" : "'";
       for (const std::string& other : {std::string("short"), name}) {

@@ -29,6 +29,6 @@ class Observed:
         _, hard = resource.prlimit(self.process.pid, resource.RLIMIT_NOFILE)
         resource.prlimit(self.process.pid, resource.RLIMIT_NOFILE, (3, hard))
 
-    def is_sanitized(self):
+    def is_sanitized(self, sanitizers="[at]san"):
         with open(f"/proc/{self.process.pid}/maps", encoding="utf-8") as maps:
-            return re.search("lib[at]san", maps.read()) is not None
+            return re.search(f"lib{sanitizers}", maps.read()) is not None
