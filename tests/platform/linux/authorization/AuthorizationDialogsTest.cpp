@@ -35,7 +35,7 @@ class Asker {
   }
 
  private:
-  Pipe _go;
+  PipeEnds _go;
   pid_t _process = -1;
 };
 

@@ -16,7 +16,7 @@ std::string script(const std::string& name) {
 }
 
 ChildProcess startAgent(const PolkitService& service, const ProcessIdentity& subject,
-                        const std::string& manner, Pipe& events) {
+                        const std::string& manner, PipeEnds& events) {
   ChildProcess process = ChildProcess::program(
       {"/usr/bin/python3", script("agent.py"), service.busAddress(), std::to_string(subject.pid),
        std::to_string(subject.startTime), manner},
