@@ -36,7 +36,7 @@ constexpr std::chrono::milliseconds pauseBeforeRetry{10};
 // A helper knows processes, not sessions: it is told when the first session of this process with
 // it begins, and when the last one ends. Counted by the helper's socket.
 struct ProcessRegistrations {
-  std::timed_mutex mutex;
+  std::mutex mutex;
   std::map<std::string, int> sessions;
 };
 
@@ -269,7 +269,11 @@ class PrivilegedHelperClient::Session {
     // Never unlocked: the process is about to end, and a thread that waits for this lock is not to
     // begin anything more with a helper. One that does not come back from a helper is not waited
     // for any longer than a helper would be.
-    if (!registrations().mutex.try_lock_for(patience)) return;
+    const Clock::time_point deadline = Clock::now() + patience;
+    while (!registrations().mutex.try_lock()) {
+      if (Clock::now() >= deadline) return;
+      std::this_thread::sleep_for(pauseBeforeRetry);
+    }
     for (const auto& [path, count] : registrations().sessions) {
       if (count == 0) continue;
       const auto connection = HelperConnection::connect(path, patience);
