@@ -38,13 +38,21 @@ bool isLink(const std::string& path) {
   return fs::symlink_status(path, error).type() == fs::file_type::symlink;
 }
 
-bool isRefused(const PrivilegedHelperClient::Outcome& outcome) {
-  return outcome.error && outcome.wasAuthorized == false;
+using Outcome = PrivilegedHelperClient::Outcome;
+
+// Whether nothing more is asked for: nobody answers, it is refused, or it is cancelled.
+bool isEnd(const Answer<Outcome>& answer) {
+  if (!answer) return true;
+  if (!answer->error) return false;
+  return answer->wasAuthorized == false || isPOSIXError(*answer->error, POSIXErrorCode::Canceled);
 }
 
-bool isEnd(const PrivilegedHelperClient::Outcome& outcome) {
-  const bool isCancelled = outcome.error && isPOSIXError(*outcome.error, POSIXErrorCode::Canceled);
-  return outcome.failure || isRefused(outcome) || isCancelled;
+// How all ended, of which `last` is the last part.
+Answer<Outcome> joined(const Answer<Outcome>& before, Answer<Outcome> last) {
+  if (!before || !last) return last;
+  if (!last->error) last->error = before->error;
+  last->hasLostFeedback |= before->hasLostFeedback;
+  return last;
 }
 
 // Counts what goes into one message.
@@ -101,19 +109,16 @@ PrivilegedHelperClient::DeletionOutcome FileObjectDeletion::run() {
                [](const std::string& path) { return !isThere(path); });
   bool hasStopped = false;
   for (const Step& step : steps()) {
-    const Outcome outcome = perform(step);
+    Answer<Outcome> answer = perform(step);
     _done += step.paths.size();
-    _outcome.failure = outcome.failure;
-    if (outcome.error) _outcome.error = outcome.error;
-    _outcome.wasAuthorized = outcome.wasAuthorized;
-    _outcome.wasAnswerRefused = outcome.wasAnswerRefused;
-    _outcome.hasLostFeedback |= outcome.hasLostFeedback;
-    hasStopped = isEnd(outcome) || (outcome.error && _stopsOnFirstError);
+    hasStopped = isEnd(answer) || (answer->error && _stopsOnFirstError);
+    _outcome.answer = joined(_outcome.answer, std::move(answer));
     if (hasStopped) break;
   }
-  if (_outcome.error && !_outcome.wasAuthorized && isEvidentlyAuthorized(there, _isRecursive)) {
-    _outcome.wasAuthorized = true;
-    _outcome.wasAnswerRefused = false;
+  Answer<Outcome>& all = _outcome.answer;
+  if (all && all->error && !all->wasAuthorized && isEvidentlyAuthorized(there, _isRecursive)) {
+    all->wasAuthorized = true;
+    all->wasAnswerRefused = false;
   }
   if (!hasStopped && _feedback && _feedback->progress) _feedback->progress(1.0);
 
@@ -162,9 +167,8 @@ std::vector<FileObjectDeletion::Step> FileObjectDeletion::steps() const {
   return steps;
 }
 
-FileObjectDeletion::Outcome FileObjectDeletion::request(const std::vector<std::string>& paths,
-                                                        bool recursive,
-                                                        const std::optional<Feedback>& feedback) {
+Answer<Outcome> FileObjectDeletion::request(const std::vector<std::string>& paths, bool recursive,
+                                            const std::optional<Feedback>& feedback) {
   std::vector<Value> arguments = {recursive ? "1" : "0", _stopsOnFirstError ? "1" : "0"};
   arguments.insert(arguments.end(), paths.begin(), paths.end());
   return _client.perform(codeDeleteFileobjects, arguments, feedback);
@@ -172,17 +176,17 @@ FileObjectDeletion::Outcome FileObjectDeletion::request(const std::vector<std::s
 
 // A deletion that stops has done so at the first object that is left: nothing behind that is
 // touched before the helper gets there.
-FileObjectDeletion::Outcome FileObjectDeletion::perform(const Step& step) {
-  Outcome outcome = request(step.paths, step.isRecursive, feedbackAbout(step.paths));
+Answer<Outcome> FileObjectDeletion::perform(const Step& step) {
+  Answer<Outcome> answer = request(step.paths, step.isRecursive, feedbackAbout(step.paths));
   Step rest = step;
   std::string obstacle;
-  while (outcome.error && !isEnd(outcome)) {
+  while (!isEnd(answer) && answer->error) {
     rest.paths = whereSomethingIs(rest.paths);
     if (rest.paths.empty() || rest.paths.front() == obstacle) break;
     const bool isLifted =
         step.isRecursive &&
-        lift(_stopsOnFirstError ? std::vector{rest.paths.front()} : rest.paths, outcome);
-    if (isEnd(outcome)) return outcome;
+        lift(_stopsOnFirstError ? std::vector{rest.paths.front()} : rest.paths, answer);
+    if (isEnd(answer)) return answer;
     const bool isUnasked = authorizationDialogsOfThisProcess() == AuthorizationDialogs::NotNeeded;
     if (!_stopsOnFirstError && isUnasked && rest.paths.size() > 1 &&
         rest.paths.size() <= maximumSeparateRequests) {
@@ -191,34 +195,36 @@ FileObjectDeletion::Outcome FileObjectDeletion::perform(const Step& step) {
     if (!isLifted) break;
     obstacle = rest.paths.front();
     rest.paths = whereSomethingIs(rest.paths);
-    if (rest.paths.empty()) return {std::nullopt, std::nullopt, outcome.hasLostFeedback, true};
+    if (rest.paths.empty()) {
+      return Outcome{.hasLostFeedback = answer->hasLostFeedback, .wasAuthorized = true};
+    }
     // The pause that ends feedback is worth it only where there is more than one thing to tell.
-    outcome = request(rest.paths, step.isRecursive,
-                      rest.paths.size() > 1 ? feedbackAbout(rest.paths) : std::nullopt);
+    answer = request(rest.paths, step.isRecursive,
+                     rest.paths.size() > 1 ? feedbackAbout(rest.paths) : std::nullopt);
     if (!_stopsOnFirstError) break;
   }
-  if (outcome.error && !isEnd(outcome)) noteErrors(step, *outcome.error);
-  return outcome;
+  if (!isEnd(answer) && answer->error) noteErrors(step, *answer->error);
+  return answer;
 }
 
-FileObjectDeletion::Outcome FileObjectDeletion::performSeparately(const Step& step) {
-  Outcome last;
+Answer<Outcome> FileObjectDeletion::performSeparately(const Step& step) {
+  Answer<Outcome> last = Outcome();
   std::optional<Error> error;
   for (const std::string& path : step.paths) {
     last = request({path}, step.isRecursive, std::nullopt);
     if (isEnd(last)) return last;
-    if (!last.error) continue;
-    error = last.error;
-    _errors.insert_or_assign(path, *last.error);
+    if (!last->error) continue;
+    error = last->error;
+    _errors.insert_or_assign(path, *last->error);
   }
-  last.error = error;
+  last->error = error;
   return last;
 }
 
 // Takes from the trees what makes them append-only. This process does so itself if it may, which is
 // safe whosever the folders are; else the helper's single deletion does it. True if something was
-// done; `outcome` is replaced by one that ends the deletion.
-bool FileObjectDeletion::lift(const std::vector<std::string>& trees, Outcome& outcome) {
+// done; `answer` is replaced by one that ends the deletion.
+bool FileObjectDeletion::lift(const std::vector<std::string>& trees, Answer<Outcome>& answer) {
   bool isLifted = false;
   std::set<std::string> taken;
   std::vector<std::vector<std::string>> requests;
@@ -243,17 +249,17 @@ bool FileObjectDeletion::lift(const std::vector<std::string>& trees, Outcome& ou
   }
   for (const std::vector<std::string>& objects : requests) {
     // Feedback is wanted only to learn whether a person refused: that one is not asked again.
-    const bool isUnknown = !outcome.wasAuthorized;
+    const bool isUnknown = !answer->wasAuthorized;
     std::vector<Value> arguments = {"0", "0"};
     arguments.insert(arguments.end(), objects.begin(), objects.end());
-    const Outcome lifted =
+    Answer<Outcome> lifted =
         _client.perform(codeDeleteFileobjects, arguments,
                         isUnknown ? std::optional<Feedback>(Feedback()) : std::nullopt);
     if (isEnd(lifted)) {
-      outcome = lifted;
+      answer = std::move(lifted);
       return isLifted;
     }
-    if (isUnknown) outcome.wasAuthorized = lifted.wasAuthorized;
+    if (isUnknown) answer->wasAuthorized = lifted->wasAuthorized;
     isLifted = true;
   }
   return isLifted;

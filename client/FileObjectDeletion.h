@@ -31,11 +31,11 @@ class FileObjectDeletion {
   };
   std::vector<Step> steps() const;
 
-  Outcome request(const std::vector<std::string>& paths, bool recursive,
-                  const std::optional<Feedback>& feedback);
-  Outcome perform(const Step& step);
-  Outcome performSeparately(const Step& step);
-  bool lift(const std::vector<std::string>& trees, Outcome& outcome);
+  Answer<Outcome> request(const std::vector<std::string>& paths, bool recursive,
+                          const std::optional<Feedback>& feedback);
+  Answer<Outcome> perform(const Step& step);
+  Answer<Outcome> performSeparately(const Step& step);
+  bool lift(const std::vector<std::string>& trees, Answer<Outcome>& answer);
   void conclude(const std::string& path, bool hasStopped);
   void noteErrors(const Step& step, const Error& error);
 

@@ -13,6 +13,7 @@
 #include <unistd.h>
 
 #include "client/FileObjectDeletion.h"
+#include "foundation/NoDestructor.h"
 #include "foundation/POSIXError.h"
 #include "foundation/Unicode.h"
 #include "operations/OperationCodes.h"
@@ -40,9 +41,9 @@ struct ProcessRegistrations {
   std::map<std::string, int> sessions;
 };
 
-// Never destroyed: sessions may end with the process.
+// Sessions may end with the process.
 ProcessRegistrations& registrations() {
-  static auto* const shared = new ProcessRegistrations;
+  static NoDestructor<ProcessRegistrations> shared;
   return *shared;
 }
 
@@ -60,9 +61,8 @@ struct RunningOperations {
   bool isProcessEnding = false;
 };
 
-// Never destroyed, as above.
 RunningOperations& runningOperations() {
-  static auto* const shared = new RunningOperations;
+  static NoDestructor<RunningOperations> shared;
   return *shared;
 }
 
@@ -120,12 +120,6 @@ bool isInProgress(const void* session, const std::string& token) {
   return found != all.bySession.end() && found->second.token == token;
 }
 
-template <typename T>
-std::optional<CommunicationFailure> failureOf(const std::variant<T, CommunicationFailure>& answer) {
-  const auto* failure = std::get_if<CommunicationFailure>(&answer);
-  return failure != nullptr ? std::optional(*failure) : std::nullopt;
-}
-
 CommunicationFailure failureOfIssuer(const Error& error) {
   if (isPOSIXError(error, POSIXErrorCode::TimedOut)) {
     return {Kind::TimedOut, error.localizedDescription()};
@@ -138,9 +132,8 @@ CommunicationFailure failureOfIssuer(const Error& error) {
 
 // Tells the helper to end the operation, over a connection of its own. One that the helper does not
 // know of has not arrived there yet, or has ended.
-std::optional<CommunicationFailure> cancelOperation(const void* session,
-                                                    const RunningOperation& operation,
-                                                    std::chrono::milliseconds patience) {
+Answer<void> cancelOperation(const void* session, const RunningOperation& operation,
+                             std::chrono::milliseconds patience) {
   const Clock::time_point deadline = Clock::now() + patience;
   const auto connection = [&] {
     // A process that is leaving its helpers connects no more: that would start one anew which has
@@ -148,15 +141,11 @@ std::optional<CommunicationFailure> cancelOperation(const void* session,
     const std::lock_guard lock(registrations().mutex);
     return HelperConnection::connect(operation.helperAddress, patience);
   }();
-  if (auto failure = failureOf(connection)) return failure;
+  if (!connection) return connection.error();
   for (;;) {
-    const auto answer = std::get<std::unique_ptr<HelperConnection>>(connection)
-                            ->cancelOperation(operation.token, patience);
-    if (auto failure = failureOf(answer)) return failure;
-    const bool isKnown = std::get<bool>(answer);
-    if (isKnown || !isInProgress(session, operation.token) || Clock::now() >= deadline) {
-      return std::nullopt;
-    }
+    const auto isKnown = (*connection)->cancelOperation(operation.token, patience);
+    if (!isKnown) return isKnown.error();
+    if (*isKnown || !isInProgress(session, operation.token) || Clock::now() >= deadline) return {};
     std::this_thread::sleep_for(pauseBeforeRetry);
   }
 }
@@ -260,8 +249,8 @@ class PrivilegedHelperClient::Session {
   ~Session() {
     if (!_isRegistered) return;
     const std::lock_guard lock(registrations().mutex);
-    if (--registrations().sessions[_options.helperAddress] == 0 && !connect()) {
-      _connection->unregisterClientWithPID(::getpid(), _options.patience);
+    if (--registrations().sessions[_options.helperAddress] == 0 && connect()) {
+      (void)_connection->unregisterClientWithPID(::getpid(), _options.patience);
     }
   }
 
@@ -277,9 +266,7 @@ class PrivilegedHelperClient::Session {
     for (const auto& [path, count] : registrations().sessions) {
       if (count == 0) continue;
       const auto connection = HelperConnection::connect(path, patience);
-      if (failureOf(connection)) continue;
-      std::get<std::unique_ptr<HelperConnection>>(connection)
-          ->unregisterClientWithPID(::getpid(), patience);
+      if (connection) (void)(*connection)->unregisterClientWithPID(::getpid(), patience);
     }
   }
 
@@ -287,37 +274,37 @@ class PrivilegedHelperClient::Session {
 
   // A helper may end between the connection and the first message, when its last client leaves:
   // its successor serves the next connection.
-  std::optional<CommunicationFailure> connectAndRegister() {
+  Answer<void> connectAndRegister() {
     return retryWhileLost([this] { return connectAndRegisterOnce(); });
   }
 
   Answer<std::string> helperVersion() {
-    if (const auto failure = connectAndRegister()) return *failure;
+    if (const auto ready = connectAndRegister(); !ready) return ready.error();
     auto version = _connection->getVersionString(_options.patience);
-    if (failureOf(version)) dropConnection();
+    if (!version) dropConnection();
     return version;
   }
 
-  std::optional<CommunicationFailure> enableDebugMode(bool flag) {
-    if (auto failure = connect()) return failure;
-    auto failure = failureOf(_connection->enableDebugMode(flag, _options.patience));
-    if (failure) dropConnection();
-    return failure;
+  Answer<void> enableDebugMode(bool flag) {
+    if (auto connected = connect(); !connected) return connected;
+    auto done = _connection->enableDebugMode(flag, _options.patience);
+    if (!done) dropConnection();
+    return done;
   }
 
   // What comes before every operation; what fails here has not reached the helper.
-  std::optional<CommunicationFailure> prepare() {
-    if (auto failure = connectAndRegister()) return failure;
+  Answer<void> prepare() {
+    if (auto ready = connectAndRegister(); !ready) return ready;
     return retryWhileLost([this] { return obtainAuthorization(); });
   }
 
-  std::optional<CommunicationFailure> cancel() {
+  Answer<void> cancel() {
     RunningOperation operation;
     {
       RunningOperations& all = runningOperations();
       const std::lock_guard lock(all.mutex);
       const auto found = all.bySession.find(this);
-      if (found == all.bySession.end()) return std::nullopt;
+      if (found == all.bySession.end()) return {};
       found->second.isCancelled = true;
       operation = found->second;
     }
@@ -336,7 +323,7 @@ class PrivilegedHelperClient::Session {
     if (operations.empty()) return false;
     const auto tellHelpers = [operations = std::move(operations), patience] {
       for (const auto& [session, operation] : operations) {
-        cancelOperation(session, operation, patience);
+        (void)cancelOperation(session, operation, patience);
       }
     };
     try {
@@ -348,56 +335,61 @@ class PrivilegedHelperClient::Session {
   }
 
   Answer<AuthorizationState> queryAuthorization(std::uint64_t code) {
-    if (const auto failure = prepare()) return *failure;
+    if (const auto ready = prepare(); !ready) return ready.error();
     auto state = _connection->queryAuthorization(code, authorizationData(), _options.patience);
-    if (failureOf(state)) dropConnection();
+    if (!state) dropConnection();
     return state;
   }
 
-  Outcome perform(std::uint64_t code, const std::vector<Value>& arguments,
-                  const std::optional<Feedback>& feedback) {
+  Answer<Outcome> perform(std::uint64_t code, const std::vector<Value>& arguments,
+                          const std::optional<Feedback>& feedback) {
     const OperationInProgress operation(this, _options.helperAddress);
-    Outcome outcome = performOnce(code, arguments, feedback, operation);
-    findOutAboutRefusal(code, outcome);
+    auto outcome = performAndJudge(code, arguments, feedback, operation);
     const bool couldNobodyBeAsked =
-        outcome.error &&
-        outcome.error->is(NSOSStatusErrorDomain, errAuthorizationInteractionNotAllowed);
+        outcome && outcome->error &&
+        outcome->error->is(NSOSStatusErrorDomain, errAuthorizationInteractionNotAllowed);
     const bool isToAsk = _options.asksOnTerminal && _options.isInteractionAllowed;
     if (!couldNobodyBeAsked || !isToAsk) return outcome;
     if (_options.beforeAskingOnTerminal) _options.beforeAskingOnTerminal();
     const auto agent = AuthenticationAgent::startOnTerminal();
     if (agent == nullptr) return outcome;
-    outcome = performOnce(code, arguments, feedback, operation);
-    findOutAboutRefusal(code, outcome);
+    outcome = performAndJudge(code, arguments, feedback, operation);
     // What cancels the operation from the terminal ends the agent there, too, and its end may reach
     // the helper first.
-    if (isRefusal(outcome) && operation.isCancelled()) {
-      outcome = {std::nullopt, posixError(POSIXErrorCode::Canceled), false, false};
+    if (outcome && isRefusal(*outcome) && operation.isCancelled()) {
+      return Outcome{.error = posixError(POSIXErrorCode::Canceled), .wasAuthorized = false};
     }
     return outcome;
   }
 
  private:
+  Answer<Outcome> performAndJudge(std::uint64_t code, const std::vector<Value>& arguments,
+                                  const std::optional<Feedback>& feedback,
+                                  const OperationInProgress& operation) {
+    auto outcome = performOnce(code, arguments, feedback, operation);
+    if (outcome) findOutAboutRefusal(code, *outcome);
+    return outcome;
+  }
+
   // EPERM has three meanings: nobody was asked, as nothing would change the authority's mind; what
   // somebody answered was not accepted; or the operation itself was not permitted.
   void findOutAboutRefusal(std::uint64_t code, Outcome& outcome) {
     if (!isRefusal(outcome) || !isPOSIXError(*outcome.error, POSIXErrorCode::NotPermitted)) return;
-    const auto answer =
+    const auto state =
         _connection->queryAuthorization(code, authorizationData(), _options.patience);
-    const auto* state = std::get_if<AuthorizationState>(&answer);
-    if (state == nullptr) return;
+    if (!state) return;
     outcome.wasAnswerRefused = *state == AuthorizationState::Challenge;
     if (outcome.wasAuthorized) return;
     if (*state == AuthorizationState::Granted) outcome.wasAuthorized = true;
     if (*state == AuthorizationState::Denied) outcome.wasAuthorized = false;
   }
 
-  Outcome performOnce(std::uint64_t code, const std::vector<Value>& arguments,
-                      const std::optional<Feedback>& feedback,
-                      const OperationInProgress& operation) {
+  Answer<Outcome> performOnce(std::uint64_t code, const std::vector<Value>& arguments,
+                              const std::optional<Feedback>& feedback,
+                              const OperationInProgress& operation) {
     const Array all = withMetadata(arguments, operation.token());
-    if (!isSendable(all)) return {std::nullopt, posixError(POSIXErrorCode::IllegalByteSequence)};
-    if (const auto failure = prepare()) return {failure, std::nullopt};
+    if (!isSendable(all)) return Outcome{.error = posixError(POSIXErrorCode::IllegalByteSequence)};
+    if (const auto ready = prepare(); !ready) return ready.error();
     std::optional<FeedbackReceiver> receiver;
     std::unique_ptr<FeedbackListener> listener;
     std::optional<XPCListenerEndpoint> endpoint;
@@ -405,33 +397,33 @@ class PrivilegedHelperClient::Session {
       try {
         listener = FeedbackListener::serve(receiver.emplace(*feedback));
       } catch (const std::exception&) {
-        return {std::nullopt, posixError(POSIXErrorCode::TooManyOpenFiles)};
+        return Outcome{.error = posixError(POSIXErrorCode::TooManyOpenFiles)};
       }
       endpoint = listener->takeEndpoint();
     }
-    if (operation.isCancelled()) return {std::nullopt, posixError(POSIXErrorCode::Canceled)};
+    if (operation.isCancelled()) return Outcome{.error = posixError(POSIXErrorCode::Canceled)};
     const auto answer = _connection->performPrivilegedOperation(
         code, authorizationData(), std::move(endpoint), all, _options.operationTimeout);
-    if (const auto failure = failureOf(answer)) {
+    if (!answer) {
       dropConnection();
-      return {failure, std::nullopt};
+      return answer.error();
     }
     // The helper closes its end before it answers, so what it sent has arrived or is about to.
     if (listener != nullptr) listener->waitUntilClosed();
-    const auto& error = std::get<std::optional<Error>>(answer);
     const bool hasBegun = receiver && receiver->hasBegun();
-    return {std::nullopt, error, receiver && receiver->hasLost(),
-            hasBegun
-                ? true
-                : wasAuthorized(error, receiver && hasFeedback(code), operation.isCancelled())};
+    return Outcome{.error = *answer,
+                   .hasLostFeedback = receiver && receiver->hasLost(),
+                   .wasAuthorized = hasBegun ? true
+                                             : wasAuthorized(*answer, receiver && hasFeedback(code),
+                                                             operation.isCancelled())};
   }
 
-  std::optional<CommunicationFailure> connect() {
-    if (_connection != nullptr) return std::nullopt;
+  Answer<void> connect() {
+    if (_connection != nullptr) return {};
     auto connection = HelperConnection::connect(_options.helperAddress, _options.patience);
-    if (auto failure = failureOf(connection)) return failure;
-    _connection = std::get<std::unique_ptr<HelperConnection>>(std::move(connection));
-    return std::nullopt;
+    if (!connection) return connection.error();
+    _connection = *std::move(connection);
+    return {};
   }
 
   // If another thread is in leaveHelpersBeforeEnd, which makes helpers end and connections break,
@@ -441,40 +433,40 @@ class PrivilegedHelperClient::Session {
     const std::lock_guard lock(registrations().mutex);
   }
 
-  std::optional<CommunicationFailure> connectAndRegisterOnce() {
-    if (_isRegistered && _connection != nullptr) return std::nullopt;
+  Answer<void> connectAndRegisterOnce() {
+    if (_isRegistered && _connection != nullptr) return {};
     // leaveHelpersBeforeEnd takes the same lock, so it comes before this connection is made, or
     // after this registration, which it then takes back.
     const std::lock_guard lock(registrations().mutex);
-    if (auto failure = connect()) return failure;
+    if (auto connected = connect(); !connected) return connected;
     // On a new connection always: a helper that has ended meanwhile has forgotten this process, and
     // to one that has not a second registration makes no difference.
-    auto failure = failureOf(_connection->registerClientWithPID(::getpid(), _options.patience));
-    if (failure) {
+    auto registered = _connection->registerClientWithPID(::getpid(), _options.patience);
+    if (!registered) {
       _connection.reset();
     } else if (!std::exchange(_isRegistered, true)) {
       ++registrations().sessions[_options.helperAddress];
     }
-    return failure;
+    return registered;
   }
 
   template <typename Attempt>
-  std::optional<CommunicationFailure> retryWhileLost(const Attempt& attempt) const {
+  Answer<void> retryWhileLost(const Attempt& attempt) const {
     const Clock::time_point deadline = Clock::now() + _options.patience;
-    std::optional<CommunicationFailure> failure = attempt();
-    while (failure && failure->kind == Kind::Lost && Clock::now() < deadline) {
+    Answer<void> done = attempt();
+    while (!done && done.error().kind == Kind::Lost && Clock::now() < deadline) {
       std::this_thread::sleep_for(pauseBeforeRetry);
-      failure = attempt();
+      done = attempt();
     }
-    return failure;
+    return done;
   }
 
-  std::optional<CommunicationFailure> obtainAuthorization() {
-    if (_authorization != nullptr) return std::nullopt;
+  Answer<void> obtainAuthorization() {
+    if (_authorization != nullptr) return {};
     auto issued = IssuedAuthorization::request(_options.issuerAddress, _options.patience);
     if (!issued) return failureOfIssuer(issued.error());
     _authorization = *std::move(issued);
-    return std::nullopt;
+    return {};
   }
 
   Data authorizationData() const {
@@ -521,38 +513,37 @@ const std::string& PrivilegedHelperClient::helperAddress() const {
   return _session->helperAddress();
 }
 
-std::optional<CommunicationFailure> PrivilegedHelperClient::connect() {
+Answer<void> PrivilegedHelperClient::connect() {
   return _session->connectAndRegister();
 }
 
-PrivilegedHelperClient::Answer<std::string> PrivilegedHelperClient::helperVersion() {
+Answer<std::string> PrivilegedHelperClient::helperVersion() {
   return _session->helperVersion();
 }
 
-std::optional<CommunicationFailure> PrivilegedHelperClient::enableDebugMode(bool flag) {
+Answer<void> PrivilegedHelperClient::enableDebugMode(bool flag) {
   return _session->enableDebugMode(flag);
 }
 
-PrivilegedHelperClient::Outcome PrivilegedHelperClient::perform(
+Answer<PrivilegedHelperClient::Outcome> PrivilegedHelperClient::perform(
     std::uint64_t code, const std::vector<Value>& arguments,
     const std::optional<Feedback>& feedback) {
   return _session->perform(code, arguments, feedback);
 }
 
-std::optional<CommunicationFailure> PrivilegedHelperClient::cancel() {
+Answer<void> PrivilegedHelperClient::cancel() {
   return _session->cancel();
 }
 
-PrivilegedHelperClient::Answer<AuthorizationState> PrivilegedHelperClient::queryAuthorization(
-    std::uint64_t code) {
+Answer<AuthorizationState> PrivilegedHelperClient::queryAuthorization(std::uint64_t code) {
   return _session->queryAuthorization(code);
 }
 
-PrivilegedHelperClient::Outcome PrivilegedHelperClient::nop() {
+Answer<PrivilegedHelperClient::Outcome> PrivilegedHelperClient::nop() {
   return perform(codeNop, {});
 }
 
-PrivilegedHelperClient::Outcome PrivilegedHelperClient::discardAuthorization() {
+Answer<PrivilegedHelperClient::Outcome> PrivilegedHelperClient::discardAuthorization() {
   return perform(codeDiscardAuth, {});
 }
 
@@ -563,24 +554,24 @@ PrivilegedHelperClient::DeletionOutcome PrivilegedHelperClient::deleteFileObject
   return FileObjectDeletion(*this, paths, recursive, stopOnFirstError, feedback).run();
 }
 
-PrivilegedHelperClient::Outcome PrivilegedHelperClient::deleteFiles(
+Answer<PrivilegedHelperClient::Outcome> PrivilegedHelperClient::deleteFiles(
     const std::vector<std::string>& paths) {
   const std::vector<std::string> there = whereSomethingIs(paths);
-  Outcome outcome = perform(codeDeleteFiles, {paths.begin(), paths.end()});
-  if (outcome.error && !outcome.wasAuthorized && isEvidentlyAuthorized(there, false)) {
-    outcome.wasAuthorized = true;
-    outcome.wasAnswerRefused = false;
+  auto outcome = perform(codeDeleteFiles, {paths.begin(), paths.end()});
+  if (outcome && outcome->error && !outcome->wasAuthorized && isEvidentlyAuthorized(there, false)) {
+    outcome->wasAuthorized = true;
+    outcome->wasAnswerRefused = false;
   }
   return outcome;
 }
 
-PrivilegedHelperClient::Outcome PrivilegedHelperClient::modifyPreferences(
+Answer<PrivilegedHelperClient::Outcome> PrivilegedHelperClient::modifyPreferences(
     const std::string& key, const std::string& application, const std::string& user,
     const std::string& host, const std::string& value) {
   return perform(codeModifyPreferences, {key, application, user, host, value});
 }
 
-PrivilegedHelperClient::Outcome PrivilegedHelperClient::executeUtility(
+Answer<PrivilegedHelperClient::Outcome> PrivilegedHelperClient::executeUtility(
     const std::string& applicationPath, const std::string& utility,
     const std::vector<std::string>& arguments, const std::optional<Feedback>& feedback) {
   std::vector<Value> all = {applicationPath, utility};
@@ -588,14 +579,14 @@ PrivilegedHelperClient::Outcome PrivilegedHelperClient::executeUtility(
   return perform(codeExecuteUtility, all, feedback);
 }
 
-PrivilegedHelperClient::Outcome PrivilegedHelperClient::performUninstall(
+Answer<PrivilegedHelperClient::Outcome> PrivilegedHelperClient::performUninstall(
     const std::string& programPath, const std::string& jobPath) {
-  if (const auto failure = _session->prepare()) return {failure, std::nullopt};
-  const Outcome outcome = perform(codePerformUninstall, {::getpid(), programPath, jobPath});
+  if (const auto ready = _session->prepare(); !ready) return ready.error();
+  auto outcome = perform(codePerformUninstall, {::getpid(), programPath, jobPath});
   // A helper that has removed itself has ended and cannot answer, so success is a lost connection,
   // and every answer is an error.
-  const bool isLost = outcome.failure && outcome.failure->kind == Kind::Lost;
-  return isLost ? Outcome() : outcome;
+  if (!outcome && outcome.error().kind == Kind::Lost) return Outcome();
+  return outcome;
 }
 
 }  // namespace corvane

@@ -3,6 +3,8 @@
 
 #include <string>
 
+#include "foundation/Result.h"
+
 namespace corvane {
 
 /// Why a call to another process brought no answer.
@@ -19,6 +21,10 @@ struct CommunicationFailure {
   /// In English, naming what could not be reached.
   std::string description;
 };
+
+/// What such a call gives: what was answered, be it an error, or why nothing was.
+template <typename T>
+using Answer = Result<T, CommunicationFailure>;
 
 }  // namespace corvane
 

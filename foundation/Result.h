@@ -39,8 +39,8 @@ class [[nodiscard]] Result {
  public:
   /// Success; of a type that becomes a T by itself as well.
   template <typename Given = T>
-  requires(std::convertible_to<Given, T> && !std::same_as<std::remove_cvref_t<Given>, Failure> &&
-           !std::same_as<std::remove_cvref_t<Given>, Result>) Result(Given&& value)  // NOLINT
+  requires(std::convertible_to<Given, T> && !std::same_as<std::remove_cvref_t<Given>, Result>)
+      Result(Given&& value)  // NOLINT
       : _state(std::in_place_index<0>, std::forward<Given>(value)) {}
   Result(Failure failure) : _state(std::in_place_index<1>, std::move(failure)) {}  // NOLINT
 

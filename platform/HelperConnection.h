@@ -6,7 +6,6 @@
 #include <memory>
 #include <optional>
 #include <string>
-#include <variant>
 
 #include "foundation/AuthorizationState.h"
 #include "foundation/CommunicationFailure.h"
@@ -23,8 +22,6 @@ std::string defaultHelperAddress();
 /// A client's connection to the helper. Calls wait for their answer. One thread at a time.
 class HelperConnection {
  public:
-  template <typename T>
-  using Answer = std::variant<T, CommunicationFailure>;
   using Timeout = std::optional<std::chrono::milliseconds>;
 
   /// Connects to the helper at `address`. Waits at most `timeout`, the start of a helper that is
@@ -35,10 +32,10 @@ class HelperConnection {
   virtual ~HelperConnection() = default;
 
   virtual Answer<std::string> getVersionString(Timeout timeout) = 0;
-  virtual Answer<std::monostate> registerClientWithPID(std::int32_t pid, Timeout timeout) = 0;
+  virtual Answer<void> registerClientWithPID(std::int32_t pid, Timeout timeout) = 0;
   /// A helper that ends because this was its last client has answered too.
-  virtual Answer<std::monostate> unregisterClientWithPID(std::int32_t pid, Timeout timeout) = 0;
-  virtual Answer<std::monostate> enableDebugMode(bool flag, Timeout timeout) = 0;
+  virtual Answer<void> unregisterClientWithPID(std::int32_t pid, Timeout timeout) = 0;
+  virtual Answer<void> enableDebugMode(bool flag, Timeout timeout) = 0;
   /// The outcome of the operation: nothing is success. Without a timeout it may take as long as a
   /// person needs to answer a dialog.
   virtual Answer<std::optional<Error>> performPrivilegedOperation(

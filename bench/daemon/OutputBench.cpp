@@ -68,8 +68,7 @@ double runThroughDaemon(HelperConnection& connection, const Application& applica
       codeExecuteUtility, bench::formOf(ProcessIdentity::ofThisProcess()), listener->takeEndpoint(),
       Array{application.path(), "lipo"}, std::nullopt);
   listener->waitUntilClosed();
-  const auto* error = std::get_if<std::optional<Error>>(&answer);
-  if (error == nullptr || *error || counter.count != gibibyte) {
+  if (!answer || *answer || counter.count != gibibyte) {
     throw std::runtime_error("the output did not arrive");
   }
   return std::chrono::duration<double>(counter.end - begin).count();

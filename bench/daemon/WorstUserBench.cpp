@@ -213,19 +213,19 @@ std::vector<Attack> attacks() {
 void nop(HelperConnection& connection, const Data& form) {
   const auto answer =
       connection.performPrivilegedOperation(codeNop, form, std::nullopt, Array(), patience);
-  if (const auto* failure = std::get_if<CommunicationFailure>(&answer)) {
-    throw std::runtime_error(failure->description);
-  }
-  if (std::get<std::optional<Error>>(answer)) throw std::runtime_error("nop failed");
+  if (!answer) throw std::runtime_error(answer.error().description);
+  if (*answer) throw std::runtime_error("nop failed");
 }
 
 bench::Bystander::Call overNewConnections(const Place& place) {
   return [&place] {
     const Data form = formOfThisProcess(place);
     const auto connection = bench::connectToHelper(place.helper);
-    connection->registerClientWithPID(::getpid(), patience);
+    const auto registered = connection->registerClientWithPID(::getpid(), patience);
+    if (!registered) throw std::runtime_error(registered.error().description);
     nop(*connection, form);
-    connection->unregisterClientWithPID(::getpid(), patience);
+    const auto unregistered = connection->unregisterClientWithPID(::getpid(), patience);
+    if (!unregistered) throw std::runtime_error(unregistered.error().description);
   };
 }
 
@@ -300,7 +300,9 @@ void measure(const Attack& attack, std::chrono::seconds duration) {
 
   // So that nobody who unregisters ends it.
   const auto kept = bench::connectToHelper(place.helper);
-  kept->registerClientWithPID(::getpid(), patience);
+  if (!kept->registerClientWithPID(::getpid(), patience)) {
+    throw std::runtime_error("not registered");
+  }
   waitForRights(*kept, formOfThisProcess(place));
 
   std::deque<bench::UserProcess> attackers;

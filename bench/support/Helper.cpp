@@ -13,22 +13,18 @@ namespace corvane::bench {
 
 std::unique_ptr<HelperConnection> connectToHelper(const std::string& socketPath) {
   auto connection = HelperConnection::connect(socketPath, std::chrono::seconds(10));
-  if (const auto* failure = std::get_if<CommunicationFailure>(&connection)) {
-    throw std::runtime_error(failure->description);
-  }
-  return std::get<std::unique_ptr<HelperConnection>>(std::move(connection));
+  if (!connection) throw std::runtime_error(connection.error().description);
+  return *std::move(connection);
 }
 
 void askForVersion(HelperConnection& connection) {
-  const auto version = connection.getVersionString(std::nullopt);
-  if (!std::holds_alternative<std::string>(version)) throw std::runtime_error("no version");
+  if (!connection.getVersionString(std::nullopt)) throw std::runtime_error("no version");
 }
 
 void performNop(HelperConnection& connection, const Data& form) {
   const auto answer =
       connection.performPrivilegedOperation(codeNop, form, std::nullopt, Array(), std::nullopt);
-  const auto* error = std::get_if<std::optional<Error>>(&answer);
-  if (error == nullptr || error->has_value()) throw std::runtime_error("nop failed");
+  if (!answer || *answer) throw std::runtime_error("nop failed");
 }
 
 Data formOf(const ProcessIdentity& process) {

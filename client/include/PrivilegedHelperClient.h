@@ -7,7 +7,6 @@
 #include <memory>
 #include <optional>
 #include <string>
-#include <variant>
 #include <vector>
 
 #include "foundation/AuthorizationState.h"
@@ -62,17 +61,19 @@ class PrivilegedHelperClient {
     std::function<void(const Data& chunk)> errorOutput;
   };
 
-  /// How an operation ended: well if both are absent.
+  /// How an operation ended, in an `Answer`: without one, nobody answered, and whether the
+  /// operation was carried out is not known if the connection was lost or no answer came in time.
+  ///
+  ///     const auto outcome = client.nop();
+  ///     if (!outcome) return complain(outcome.error().description);
+  ///     if (outcome->error) return complain(outcome->error->localizedDescription());
   struct Outcome {
-    /// Why nobody answered. Whether the operation was carried out is not known if the connection
-    /// was lost or no answer came in time.
-    std::optional<CommunicationFailure> failure;
-    /// What the helper answered: in NSPOSIXErrorDomain EPERM (1) for a refused authorization and
-    /// ECANCELED (89) for a dialog that was dismissed or an operation that was cancelled, or the
-    /// operation's own error. EILSEQ (92) if nothing was asked because an argument cannot be sent:
-    /// texts are UTF-8, without zero bytes. EMFILE (24) if nothing was asked because this process
-    /// has no descriptor or thread left to receive feedback with.
-    std::optional<Error> error;
+    /// Why it failed; nothing if it succeeded. In NSPOSIXErrorDomain EPERM (1) for a refused
+    /// authorization and ECANCELED (89) for a dialog that was dismissed or an operation that was
+    /// cancelled, or the operation's own error. EILSEQ (92) if nothing was asked because an
+    /// argument cannot be sent: texts are UTF-8, without zero bytes. EMFILE (24) if nothing was
+    /// asked because this process has no descriptor or thread left to receive feedback with.
+    std::optional<Error> error = std::nullopt;
     /// Feedback that had begun did not come to its end: the last of it is missing. The helper
     /// gives up a receiver that takes nothing for ten seconds.
     bool hasLostFeedback = false;
@@ -84,7 +85,7 @@ class PrivilegedHelperClient {
     /// Somebody was asked, and the answer was not accepted: a mistyped password.
     bool wasAnswerRefused = false;
 
-    bool isSuccess() const { return !failure && !error; }
+    bool isSuccess() const { return !error; }
   };
 
   /// An object that a deletion has not deleted.
@@ -93,7 +94,9 @@ class PrivilegedHelperClient {
     /// Why; nothing if that is not known, or if the deletion stopped before it.
     std::optional<Error> error;
   };
-  struct DeletionOutcome : Outcome {
+  struct DeletionOutcome {
+    /// That of all objects; its error is that of the last that has one.
+    Answer<Outcome> answer = Outcome();
     /// Both in the order of the paths: what is left, and what could not be deleted. The latter is
     /// without what a deletion that stops did not come to, and has paths where nothing was, unless
     /// the deletion was recursive.
@@ -105,9 +108,6 @@ class PrivilegedHelperClient {
     /// path lead elsewhere meanwhile, or its name cannot be sent.
     bool isAppendOnlyLeft = false;
   };
-
-  template <typename T>
-  using Answer = std::variant<T, CommunicationFailure>;
 
   explicit PrivilegedHelperClient(Options options);
   PrivilegedHelperClient(const PrivilegedHelperClient&) = delete;
@@ -134,33 +134,33 @@ class PrivilegedHelperClient {
   /// Where the helper listens.
   const std::string& helperAddress() const;
 
-  /// Connects and registers; nothing if that succeeded or was done before.
-  std::optional<CommunicationFailure> connect();
+  /// Connects and registers, unless that was done before.
+  Answer<void> connect();
 
   /// The version of the helper's operation set, such as "1.3".
   Answer<std::string> helperVersion();
 
   /// Switches the helper's debug messages on or off. A helper that ends forgets it, so this does
   /// not register: a helper that was started for it keeps running.
-  std::optional<CommunicationFailure> enableDebugMode(bool flag);
+  Answer<void> enableDebugMode(bool flag);
 
   /// Performs the operation `code` with its arguments. With feedback, the operation reports to it
   /// if it can.
-  Outcome perform(std::uint64_t code, const std::vector<Value>& arguments,
-                  const std::optional<Feedback>& feedback = std::nullopt);
+  Answer<Outcome> perform(std::uint64_t code, const std::vector<Value>& arguments,
+                          const std::optional<Feedback>& feedback = std::nullopt);
 
   /// Has the operation that another thread performs with this object end at its next safe point:
   /// it is waited for, and ends with ECANCELED (89), or as it would have if it was past the last
   /// one. What was done stays done. Nothing happens if none is performed. Any thread.
-  std::optional<CommunicationFailure> cancel();
+  Answer<void> cancel();
   /// What the operation `code` would meet, without asking anybody. The answer may be another by the
   /// time of the operation. BadMessage if there is no such operation.
   Answer<AuthorizationState> queryAuthorization(std::uint64_t code);
 
   /// Does nothing, with authorization.
-  Outcome nop();
+  Answer<Outcome> nop();
   /// Makes the system ask again before it authorizes anything more for this process.
-  Outcome discardAuthorization();
+  Answer<Outcome> discardAuthorization();
   /// Deletes the objects at absolute paths, whatever protects them; folders with their contents if
   /// `recursive`. A link is deleted itself, be its target there or not. Goes on after an object
   /// that cannot be deleted unless `stopOnFirstError`, which deletes in the order of the paths and
@@ -175,23 +175,23 @@ class PrivilegedHelperClient {
                                     const std::optional<Feedback>& feedback = std::nullopt);
   /// Deletes single objects; never folders with contents. Meant for the helper's own files, which
   /// it does not check: it deletes whatever is named.
-  Outcome deleteFiles(const std::vector<std::string>& paths);
+  Answer<Outcome> deleteFiles(const std::vector<std::string>& paths);
   /// Sets a preference of any user: `value` is the text of a property list, and empty to remove the
   /// key. `application` may be the text of NSGlobalDomain, `user` and `host` those of the
   /// platform's constants; the current user is the helper's own, root.
-  Outcome modifyPreferences(const std::string& key, const std::string& application,
-                            const std::string& user, const std::string& host,
-                            const std::string& value);
+  Answer<Outcome> modifyPreferences(const std::string& key, const std::string& application,
+                                    const std::string& user, const std::string& host,
+                                    const std::string& value);
   /// Runs a utility that the helper knows as root. `applicationPath` is the bundle of the calling
   /// application, from which the helper takes utilities that come with it; not empty. A utility
   /// goes on to its end even if this process does not wait for it.
-  Outcome executeUtility(const std::string& applicationPath, const std::string& utility,
-                         const std::vector<std::string>& arguments,
-                         const std::optional<Feedback>& feedback = std::nullopt);
+  Answer<Outcome> executeUtility(const std::string& applicationPath, const std::string& utility,
+                                 const std::vector<std::string>& arguments,
+                                 const std::optional<Feedback>& feedback = std::nullopt);
   /// Has the helper remove itself from the system: it deletes its two files, its rights and its
   /// job, and ends, which is what success looks like from here. EBUSY (16) says that another
   /// process is registered with it and still running.
-  Outcome performUninstall(const std::string& programPath, const std::string& jobPath);
+  Answer<Outcome> performUninstall(const std::string& programPath, const std::string& jobPath);
 
  private:
   class Session;

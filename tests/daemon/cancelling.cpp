@@ -25,21 +25,22 @@ std::vector<std::string> manyPaths() {
 }
 
 // Cancelled from another thread while a callback of the first message holds up the next one.
-PrivilegedHelperClient::Outcome cancelBetweenMessages(PrivilegedHelperClient& client) {
+Answer<PrivilegedHelperClient::Outcome> cancelBetweenMessages(PrivilegedHelperClient& client) {
   PrivilegedHelperClient::Feedback feedback;
   bool isFirst = true;
   feedback.progress = [&](double fraction) {
     // One message holds 10000 paths as short as these.
     const bool isFirstDone = fraction > 9999.5 / 15000;
     if (!isFirstDone || !std::exchange(isFirst, false)) return;
-    std::thread([&client] { client.cancel(); }).join();
+    std::thread([&client] { (void)client.cancel(); }).join();
   };
-  return client.deleteFileObjects(manyPaths(), true, false, feedback);
+  return client.deleteFileObjects(manyPaths(), true, false, feedback).answer;
 }
 
-void print(const PrivilegedHelperClient::Outcome& outcome) {
-  std::printf("%s %lld\n", outcome.error ? outcome.error->domain().c_str() : "none",
-              outcome.error ? static_cast<long long>(outcome.error->code()) : 0LL);
+void print(const Answer<PrivilegedHelperClient::Outcome>& outcome) {
+  const bool isError = outcome && outcome->error;
+  std::printf("%s %lld\n", isError ? outcome->error->domain().c_str() : "none",
+              isError ? static_cast<long long>(outcome->error->code()) : 0LL);
 }
 
 }  // namespace
@@ -50,7 +51,7 @@ int main(int argc, char* argv[]) {
   options.helperAddress = argv[1];
   options.issuerAddress = argv[2];
   PrivilegedHelperClient client(options);
-  const bool isIdleCancelWell = !client.cancel();
+  const bool isIdleCancelWell = bool(client.cancel());
 
   const std::filesystem::path file = argv[4];
   bool isCancelWell = false;
@@ -58,13 +59,15 @@ int main(int argc, char* argv[]) {
     while (!std::filesystem::exists(file)) {
       std::this_thread::sleep_for(std::chrono::milliseconds(5));
     }
-    isCancelWell = !client.cancel();
+    isCancelWell = bool(client.cancel());
   });
   const auto cancelled = client.executeUtility(argv[3], "lipo", {"exit 3", file});
   other.join();
   // The next operation is another one.
   const auto next = client.nop();
-  if (!isIdleCancelWell || !isCancelWell || !next.isSuccess() || !cancelled.error) return 1;
+  const bool isNextWell = next && next->isSuccess();
+  if (!isIdleCancelWell || !isCancelWell || !isNextWell || !cancelled || !cancelled->error)
+    return 1;
   print(cancelled);
   print(cancelBetweenMessages(client));
 }

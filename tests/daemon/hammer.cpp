@@ -19,10 +19,10 @@ namespace {
 void comeAndGo(const PrivilegedHelperClient::Options& options, int rounds) {
   for (int round = 0; round < rounds; ++round) {
     const auto outcome = PrivilegedHelperClient(options).nop();
-    if (outcome.isSuccess()) continue;
+    if (outcome && outcome->isSuccess()) continue;
     std::fprintf(stderr, "%s\n",
-                 outcome.failure ? outcome.failure->description.c_str()
-                                 : outcome.error->localizedDescription().c_str());
+                 outcome ? outcome->error->localizedDescription().c_str()
+                         : outcome.error().description.c_str());
     std::_Exit(1);
   }
 }

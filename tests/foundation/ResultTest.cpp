@@ -1,6 +1,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 #include <variant>
 
 #include <gtest/gtest.h>
@@ -38,6 +39,9 @@ TEST(ResultTest, WhatIsNotThereIsNeverHandedOut) {
 
 TEST(ResultTest, AnErrorIsAFailureEvenWhereItCouldBeAValue) {
   EXPECT_FALSE(Result<Value>(gone));
+  Error changeable = gone;
+  EXPECT_FALSE(Result<Value>(changeable));
+  EXPECT_FALSE(Result<Value>(std::move(changeable)));
   const Result<Value> value = Value(gone);
   ASSERT_TRUE(value);
   EXPECT_EQ(*value->error(), gone);

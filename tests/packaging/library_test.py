@@ -18,8 +18,8 @@ CLIENT = r"""
 int main() {
   corvane::PrivilegedHelperClient::Options options;
   options.helperAddress = "/nonexistent";
-  const auto failure = corvane::PrivilegedHelperClient(options).connect();
-  std::puts(failure ? failure->description.c_str() : "connected");
+  const auto connected = corvane::PrivilegedHelperClient(options).connect();
+  std::puts(connected ? "connected" : connected.error().description.c_str());
 }
 """
 

@@ -62,7 +62,7 @@ int deleteObjects(const Context& context, const Deletion& deletion) {
   if (deletion.list) {
     if (const int error = appendPathsOf(deletion, givenPaths)) {
       return report(context, Action::ReadList, *deletion.list,
-                    {std::nullopt, posixErrorFromHost(error), false, true});
+                    Outcome{.error = posixErrorFromHost(error), .wasAuthorized = true});
     }
   }
   std::vector<std::string> paths;
@@ -79,7 +79,7 @@ int deleteObjects(const Context& context, const Deletion& deletion) {
     if (!deletion.ignoresMissing || !isMissing(path)) paths.push_back(path);
   }
   const Action action = deletion.isRecursive ? Action::DeleteTree : Action::Delete;
-  if (paths.empty()) return report(context, action, "", PrivilegedHelperClient::Outcome());
+  if (paths.empty()) return report(context, action, "", Outcome());
 
   PrivilegedHelperClient::DeletionOutcome outcome;
   {
@@ -95,7 +95,7 @@ int deleteObjects(const Context& context, const Deletion& deletion) {
                   .deleteFileObjects(paths, deletion.isRecursive, deletion.stopsOnFirstError,
                                      bar.isShown() ? std::optional(reporting) : std::nullopt);
   }
-  const bool wasCarriedOut = !outcome.failure && outcome.wasAuthorized.value_or(false);
+  const bool wasCarriedOut = outcome.answer && outcome.answer->wasAuthorized.value_or(false);
   if (deletion.isRecursive && wasCarriedOut) {
     for (const std::string& path : outcome.missing) {
       std::fprintf(stderr, "%s\n", printable(translated(nothingThereText, path)).c_str());

@@ -30,37 +30,36 @@ using State = Finding::State;
 // Of a check that may find several things.
 using Findings = std::vector<Finding>;
 
-using Version = PrivilegedHelperClient::Answer<std::string>;
+using Version = Answer<std::string>;
 
 Finding examineHelper(const Version& answer) {
-  if (const auto* failure = std::get_if<CommunicationFailure>(&answer)) {
-    return {"helper", State::Bad, failure->description, systemAdvice().helperUnreachable,
+  if (!answer) {
+    return {"helper", State::Bad, answer.error().description, systemAdvice().helperUnreachable,
             ExitOutOfReach};
   }
   return {"helper", State::Good, "answers", {}};
 }
 
-Finding examineVersion(const Version& answer) {
-  const auto* version = std::get_if<std::string>(&answer);
+Finding examineVersion(const Version& version) {
   const std::string own =
       ZELPrivilegedOperationSetVNT::privilegedOperationSet().implementationVersion().value_or("");
-  if (version == nullptr) return {"version", State::Unknown, "the helper does not answer", {}};
+  if (!version) return {"version", State::Unknown, "the helper does not answer", {}};
   if (*version == own) return {"version", State::Good, own, {}};
   return {"version", State::Bad, "the helper is " + *version + ", this client " + own,
           "Install the helper that came with this client."};
 }
 
 Finding examineAuthorization(PrivilegedHelperClient& client, const Version& answer) {
-  if (!std::holds_alternative<std::string>(answer)) {
+  if (!answer) {
     return {"authorization", State::Unknown, "the helper does not answer", {}};
   }
-  const PrivilegedHelperClient::Outcome outcome = client.nop();
-  if (outcome.failure) {
-    return {"authorization", State::Bad, outcome.failure->description,
+  const auto outcome = client.nop();
+  if (!outcome) {
+    return {"authorization", State::Bad, outcome.error().description,
             systemAdvice().issuerUnreachable, ExitOutOfReach};
   }
-  if (outcome.error) {
-    return {"authorization", State::Bad, outcome.error->localizedDescription(),
+  if (outcome->error) {
+    return {"authorization", State::Bad, outcome->error->localizedDescription(),
             "Even the empty operation is refused: are the rights registered?"};
   }
   return {"authorization", State::Good, "an empty operation is allowed", {}};
@@ -71,7 +70,7 @@ Finding examineAuthorization(PrivilegedHelperClient& client, const Version& answ
 Finding examineDeletion(PrivilegedHelperClient& client, const Version& answer) {
   constexpr const char* subject = "deletion";
   if (::geteuid() != 0) return {subject, State::Unknown, "not tried: only root may have it", {}};
-  if (!std::holds_alternative<std::string>(answer)) {
+  if (!answer) {
     return {subject, State::Unknown, "the helper does not answer", {}};
   }
   const ProtectedTree tree;
@@ -81,16 +80,16 @@ Finding examineDeletion(PrivilegedHelperClient& client, const Version& answer) {
             "no protected tree could be made to try it on: " + tree.error()->localizedDescription(),
             {}};
   }
-  const auto outcome = client.deleteFileObjects({tree.path()}, true, true);
-  if (outcome.failure) {
-    return {subject, State::Bad, outcome.failure->description, suggestionFor(*outcome.failure),
+  const auto outcome = client.deleteFileObjects({tree.path()}, true, true).answer;
+  if (!outcome) {
+    return {subject, State::Bad, outcome.error().description, suggestionFor(outcome.error()),
             ExitOutOfReach};
   }
   const char* const advice = systemAdvice().serviceChanged;
-  if (outcome.error) {
+  if (outcome->error) {
     return {
         subject, State::Bad,
-        "a protected tree in a folder of root's is not deleted: " + descriptionOf(*outcome.error),
+        "a protected tree in a folder of root's is not deleted: " + descriptionOf(*outcome->error),
         advice};
   }
   if (tree.isThere()) {

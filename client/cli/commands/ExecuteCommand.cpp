@@ -20,9 +20,9 @@ namespace {
 constexpr int greatestStatus = 255;
 
 // Why part of the output is missing, if it is.
-std::optional<Error> lossOf(const PrivilegedHelperClient::Outcome& outcome, int writeFailure) {
+std::optional<Error> lossOf(const Answer<Outcome>& outcome, int writeFailure) {
   if (writeFailure != 0) return posixErrorFromHost(writeFailure);
-  if (outcome.hasLostFeedback) return Error(clientErrorDomain, outputIncomplete);
+  if (outcome && outcome->hasLostFeedback) return Error(clientErrorDomain, outputIncomplete);
   return std::nullopt;
 }
 
@@ -99,14 +99,16 @@ int executeUtility(const Context& context, const std::string& application,
                           context.isWithoutFeedback ? std::nullopt : std::optional(feedback));
   const std::optional<Error> loss = lossOf(outcome, writer.finish());
   // With --json only one object may be printed: a failure of the utility comes before lost output.
-  if (loss && (outcome.isSuccess() || !context.isJSON)) {
-    const int status =
-        report(context, Action::PassOnOutput, utility, {std::nullopt, loss, false, true});
-    if (outcome.isSuccess()) return status;
+  const bool isSuccess = outcome && outcome->isSuccess();
+  if (loss && (isSuccess || !context.isJSON)) {
+    const int status = report(context, Action::PassOnOutput, utility,
+                              Outcome{.error = loss, .wasAuthorized = true});
+    if (isSuccess) return status;
   }
-  if (outcome.error) outcome.error = reasonOf(*outcome.error, utility);
+  const bool isError = outcome && outcome->error;
+  if (isError) outcome->error = reasonOf(*outcome->error, utility);
   const int status = report(context, Action::Run, utility, outcome);
-  return outcome.error ? statusFor(*outcome.error, status) : status;
+  return isError ? statusFor(*outcome->error, status) : status;
 }
 
 }  // namespace corvane::cli

@@ -27,22 +27,20 @@ int discardAuthorization(const Context& context) {
 }
 
 int showVersion(const Context& context) {
-  const auto answer = PrivilegedHelperClient(context.client).helperVersion();
-  if (const auto* failure = std::get_if<CommunicationFailure>(&answer)) {
-    return report(context, Action::AskForVersion, "", *failure);
-  }
-  const auto& version = std::get<std::string>(answer);
+  const auto version = PrivilegedHelperClient(context.client).helperVersion();
+  if (!version) return report(context, Action::AskForVersion, "", version.error());
   if (context.isJSON) {
-    printResult({{"version", version}});
+    printResult({{"version", *version}});
   } else {
-    std::printf("%s\n", printable(version).c_str());
+    std::printf("%s\n", printable(*version).c_str());
   }
   return ExitDone;
 }
 
 int setDebugMode(const Context& context, bool flag) {
-  const auto failure = PrivilegedHelperClient(context.client).enableDebugMode(flag);
-  return report(context, Action::SwitchDebugMessages, "", {failure, std::nullopt});
+  const auto done = PrivilegedHelperClient(context.client).enableDebugMode(flag);
+  if (!done) return report(context, Action::SwitchDebugMessages, "", done.error());
+  return report(context, Action::SwitchDebugMessages, "", Outcome());
 }
 
 }  // namespace corvane::cli

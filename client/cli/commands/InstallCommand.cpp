@@ -71,7 +71,7 @@ int install(const Context& context) {
   if (const auto status = requireRoot(context, Action::Install, "install")) return *status;
   const auto installation = ownInstallation();
   const auto tell = [&context](const Error& error) {
-    return report(context, Action::Install, "", {std::nullopt, error});
+    return report(context, Action::Install, "", Outcome{.error = error});
   };
   const auto locked = lockInstallation(*installation);
   if (!locked) return tell(locked.error());

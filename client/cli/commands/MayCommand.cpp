@@ -44,10 +44,8 @@ int tellWhetherAllowed(const Context& context, const std::string& operation) {
                        "'" + operation + "' is not an operation. 'operations' lists them.");
   }
   const auto answer = PrivilegedHelperClient(context.client).queryAuthorization(*code);
-  if (const auto* failure = std::get_if<CommunicationFailure>(&answer)) {
-    return report(context, Action::AskWhetherAllowed, operation, *failure);
-  }
-  auto state = std::get<AuthorizationState>(answer);
+  if (!answer) return report(context, Action::AskWhetherAllowed, operation, answer.error());
+  AuthorizationState state = *answer;
   if (state == AuthorizationState::Unavailable && asksItself(context)) {
     state = AuthorizationState::Challenge;
   }

@@ -73,7 +73,7 @@ int change(const Context& context, Action action, const PreferenceDomain& domain
            const std::string& key, const std::string& list) {
   const auto user = nameOf(domain.user);
   if (!user) {
-    return report(context, action, key, {std::nullopt, Error(clientErrorDomain, noSuchUser)});
+    return report(context, action, key, Outcome{.error = Error(clientErrorDomain, noSuchUser)});
   }
   const std::string prompt = list.empty() ? promptToRemovePreference(key, domain.application, *user)
                                           : promptToSetPreference(key, domain.application, *user);
@@ -94,7 +94,7 @@ int setPreference(const Context& context, const PreferenceDomain& domain, const 
 int setPreferenceFromFile(const Context& context, const PreferenceDomain& domain,
                           const std::string& key, const std::string& path) {
   const Result<std::string> list = propertyListIn(path);
-  if (!list) return report(context, Action::SetPreference, key, {std::nullopt, list.error()});
+  if (!list) return report(context, Action::SetPreference, key, Outcome{.error = list.error()});
   return change(context, Action::SetPreference, domain, key, *list);
 }
 
@@ -110,7 +110,7 @@ int getPreference(const Context& context, const PreferenceDomain& domain, const 
       domain.host);
   if (!value) {
     return report(context, Action::ReadPreference, key,
-                  {std::nullopt, Error(clientErrorDomain, noSuchPreference)});
+                  Outcome{.error = Error(clientErrorDomain, noSuchPreference)});
   }
   if (context.isJSON) {
     printResult({{"value", toJson(*value)}});

@@ -72,20 +72,22 @@ Error explained(const Error& error, const PrivilegedHelperClient& client) {
   return explained(error, descriptionOf(error), suggestionFor(error, Action::Uninstall, true));
 }
 
-using Outcome = PrivilegedHelperClient::Outcome;
-
 // Has the helper remove itself. One that cannot be reached has no clients and is removed from here.
-std::optional<Outcome> haveHelperRemoveItself(const Context& context,
-                                              const HelperInstallation& installation) {
+std::optional<Answer<Outcome>> haveHelperRemoveItself(const Context& context,
+                                                      const HelperInstallation& installation) {
   PrivilegedHelperClient client(context.client);
-  if (auto failure = client.connect()) {
-    if (failure->kind == CommunicationFailure::Kind::Refused) return std::nullopt;
-    failure->description += std::string(". ") + forceAdvice;
-    return Outcome{failure, std::nullopt};
+  const auto connected = client.connect();
+  if (!connected && connected.error().kind == CommunicationFailure::Kind::Refused) {
+    return std::nullopt;
   }
-  auto outcome = client.performUninstall(installation.programPath(), installation.jobPath());
-  if (outcome.failure) outcome.failure->description += std::string(". ") + forceAdvice;
-  if (outcome.error) outcome.error = explained(*outcome.error, client);
+  auto outcome = connected
+                     ? client.performUninstall(installation.programPath(), installation.jobPath())
+                     : connected.error();
+  if (!outcome) {
+    const CommunicationFailure& failure = outcome.error();
+    return CommunicationFailure{failure.kind, failure.description + ". " + forceAdvice};
+  }
+  if (outcome->error) outcome->error = explained(*outcome->error, client);
   return outcome;
 }
 
@@ -114,8 +116,8 @@ int tellWhatIsLeft(const Context& context, const Names& before, const Names& aft
 std::optional<std::string> refusalOf(PrivilegedHelperClient& client,
                                      const HelperInstallation& installation) {
   const auto outcome = client.performUninstall(installation.programPath(), installation.jobPath());
-  if (outcome.failure) return outcome.failure->description;
-  if (outcome.error) return descriptionOf(explained(*outcome.error, client));
+  if (!outcome) return outcome.error().description;
+  if (outcome->error) return descriptionOf(explained(*outcome->error, client));
   // That the connection was lost may have other reasons.
   if (::access(installation.programPath().c_str(), F_OK) == 0) return "it ended halfway";
   return std::nullopt;
@@ -143,7 +145,7 @@ int uninstall(const Context& context, bool isForced) {
   if (const auto status = requireRoot(context, Action::Uninstall, "uninstall")) return *status;
   const auto installation = ownInstallation();
   const auto tell = [&context](const Error& error) {
-    return report(context, Action::Uninstall, "", {std::nullopt, error});
+    return report(context, Action::Uninstall, "", Outcome{.error = error});
   };
   if (const auto package = installation->package()) return tell(leftToPackage(*package));
   const auto locked = lockInstallation(*installation);
@@ -156,7 +158,7 @@ int uninstall(const Context& context, bool isForced) {
   }
 
   const auto outcome = haveHelperRemoveItself(context, *installation);
-  const bool isRemovedByItself = outcome && outcome->isSuccess();
+  const bool isRemovedByItself = outcome && *outcome && (*outcome)->isSuccess();
   if (outcome && !isRemovedByItself && !isForced) {
     return report(context, Action::Uninstall, "", *outcome);
   }

@@ -110,14 +110,31 @@ int reportAnswerRefused(const Context& context, Action action, const std::string
   return ExitNotAuthorized;
 }
 
+int reportUnanswered(const Context& context, Action action, const std::string& subject,
+                     const CommunicationFailure& failure) {
+  if (context.isJSON) {
+    Json object = successObject();
+    object["domain"] = communicationDomain;
+    object["code"] = static_cast<int>(failure.kind) + 1;
+    object["description"] = failure.description;
+    object["recoverySuggestion"] = suggestionFor(failure);
+    printJson(object);
+  } else {
+    printProblem(failureOf(action, subject), failure.description, suggestionFor(failure));
+  }
+  const bool wasReached = failure.kind == Kind::BadMessage || failure.kind == Kind::TooLarge;
+  return wasReached ? ExitFailed : ExitOutOfReach;
+}
+
 // What had failed by then, and how far it came.
 void printStopped(Action action, const std::vector<std::string>& paths,
                   const PrivilegedHelperClient::DeletionOutcome& outcome) {
-  const bool wasAuthorized = outcome.wasAuthorized.value_or(false);
+  const Error& error = *outcome.answer->error;
+  const bool wasAuthorized = outcome.answer->wasAuthorized.value_or(false);
   printFailures(action, outcome.failed,
-                [&](const Error& error) { return suggestionFor(error, action, wasAuthorized); });
-  printProblem(failureOf(paths.size() > 1 ? Action::DeleteSeveral : action, paths.front()),
-               *outcome.error, suggestionFor(*outcome.error, action, wasAuthorized));
+                [&](const Error& each) { return suggestionFor(each, action, wasAuthorized); });
+  printProblem(failureOf(paths.size() > 1 ? Action::DeleteSeveral : action, paths.front()), error,
+               suggestionFor(error, action, wasAuthorized));
   if (paths.size() == 1 || outcome.left.size() == paths.size()) return;
   std::fprintf(
       stderr, "%s\n",
@@ -169,15 +186,15 @@ std::string printable(std::string_view text, std::string_view kept) {
 }
 
 int report(const Context& context, Action action, const std::string& subject,
-           const PrivilegedHelperClient::Outcome& outcome) {
-  if (outcome.failure) return report(context, action, subject, *outcome.failure);
-  if (!outcome.error) {
+           const Answer<Outcome>& outcome) {
+  if (!outcome) return reportUnanswered(context, action, subject, outcome.error());
+  if (!outcome->error) {
     if (context.isJSON) printJson(successObject());
     return ExitDone;
   }
-  const Error& error = *outcome.error;
-  const bool wasAuthorized = outcome.wasAuthorized.value_or(false);
-  if (outcome.wasAnswerRefused) return reportAnswerRefused(context, action, subject, error);
+  const Error& error = *outcome->error;
+  const bool wasAuthorized = outcome->wasAuthorized.value_or(false);
+  if (outcome->wasAnswerRefused) return reportAnswerRefused(context, action, subject, error);
   const std::string suggestion = suggestionFor(error, action, wasAuthorized);
   if (context.isJSON) {
     printJson(objectFor(error, suggestion));
@@ -189,16 +206,15 @@ int report(const Context& context, Action action, const std::string& subject,
 
 int report(const Context& context, Action action, const std::vector<std::string>& paths,
            const PrivilegedHelperClient::DeletionOutcome& outcome) {
-  const bool wasAuthorized = outcome.wasAuthorized.value_or(false);
-  const bool wasCanceled = outcome.error && isPOSIXError(*outcome.error, POSIXErrorCode::Canceled);
-  if (wasCanceled && !context.isJSON) {
+  const Answer<Outcome>& answer = outcome.answer;
+  const bool wasAuthorized = answer && answer->wasAuthorized.value_or(false);
+  if (!answer || !answer->error || isRefusal(*answer->error, wasAuthorized)) {
+    const Action about = paths.size() > 1 ? Action::DeleteSeveral : action;
+    return report(context, about, paths.front(), answer);
+  }
+  if (isPOSIXError(*answer->error, POSIXErrorCode::Canceled) && !context.isJSON) {
     printStopped(action, paths, outcome);
     return ExitCanceled;
-  }
-  if (!outcome.error || outcome.failure || isRefusal(*outcome.error, wasAuthorized)) {
-    const Action about = paths.size() > 1 ? Action::DeleteSeveral : action;
-    return report(context, about, paths.front(),
-                  static_cast<const PrivilegedHelperClient::Outcome&>(outcome));
   }
   const auto suggestionAbout = [&](const Error& error) {
     const bool isAppendOnly =
@@ -207,7 +223,7 @@ int report(const Context& context, Action action, const std::vector<std::string>
                         : suggestionFor(error, action, wasAuthorized);
   };
   if (context.isJSON) {
-    Json object = objectFor(*outcome.error, suggestionAbout(*outcome.error));
+    Json object = objectFor(*answer->error, suggestionAbout(*answer->error));
     for (const auto& [path, error] : outcome.left) {
       object["result"]["left"].push_back(
           {{"path", path}, {"error", error ? objectFor(*error) : Json()}});
@@ -215,26 +231,10 @@ int report(const Context& context, Action action, const std::vector<std::string>
     printJson(object);
   } else {
     // What failed may be gone meanwhile.
-    const std::vector<PrivilegedHelperClient::ObjectLeft> gone = {{paths.back(), outcome.error}};
+    const std::vector<PrivilegedHelperClient::ObjectLeft> gone = {{paths.back(), answer->error}};
     printFailures(action, outcome.failed.empty() ? gone : outcome.failed, suggestionAbout);
   }
-  return statusFor(*outcome.error, wasAuthorized);
-}
-
-int report(const Context& context, Action action, const std::string& subject,
-           const CommunicationFailure& failure) {
-  if (context.isJSON) {
-    Json object = successObject();
-    object["domain"] = communicationDomain;
-    object["code"] = static_cast<int>(failure.kind) + 1;
-    object["description"] = failure.description;
-    object["recoverySuggestion"] = suggestionFor(failure);
-    printJson(object);
-  } else {
-    printProblem(failureOf(action, subject), failure.description, suggestionFor(failure));
-  }
-  const bool wasReached = failure.kind == Kind::BadMessage || failure.kind == Kind::TooLarge;
-  return wasReached ? ExitFailed : ExitOutOfReach;
+  return statusFor(*answer->error, wasAuthorized);
 }
 
 int reportUsage(const Context& context, const std::string& description) {

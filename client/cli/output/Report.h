@@ -13,6 +13,8 @@
 
 namespace corvane::cli {
 
+using Outcome = PrivilegedHelperClient::Outcome;
+
 enum ExitStatus : int {
   ExitDone = 0,
   ExitFailed = 1,
@@ -37,15 +39,11 @@ struct Context {
 /// was to be done. With --json one object goes to standard output; otherwise a failure goes to
 /// standard error and success says nothing.
 int report(const Context& context, Action action, const std::string& subject,
-           const PrivilegedHelperClient::Outcome& outcome);
+           const Answer<Outcome>& outcome);
 
 /// The same for a deletion of `paths` that was carried out or begun, object by object.
 int report(const Context& context, Action action, const std::vector<std::string>& paths,
            const PrivilegedHelperClient::DeletionOutcome& outcome);
-
-/// The same for a call that brought no answer.
-int report(const Context& context, Action action, const std::string& subject,
-           const CommunicationFailure& failure);
 
 /// A command that was called wrongly.
 int reportUsage(const Context& context, const std::string& description);

@@ -56,7 +56,7 @@ std::optional<int> requireRoot(const Context& context, Action action, const char
   const Error error = posixError(POSIXErrorCode::NotPermitted,
                                  {{NSLocalizedDescriptionKey, translated(needsRootText)},
                                   {NSLocalizedRecoverySuggestionErrorKey, advice}});
-  return report(context, action, "", {std::nullopt, error});
+  return report(context, action, "", Outcome{.error = error});
 }
 
 }  // namespace corvane::cli

@@ -45,22 +45,22 @@ class LinuxHelperConnection : public HelperConnection {
 
   Answer<std::string> getVersionString(Timeout timeout) override {
     auto reply = call(versionMember, timeout, [](MessageWriter&) {});
-    if (auto* failed = std::get_if<CommunicationFailure>(&reply)) return std::move(*failed);
-    MessageReader reader(std::get<BusMessage>(reply).get());
+    if (!reply) return reply.error();
+    MessageReader reader(reply->get());
     std::string version(reader.text());
     if (reader.result() < 0) return badReply(reader.result());
     return version;
   }
 
-  Answer<std::monostate> registerClientWithPID(std::int32_t pid, Timeout timeout) override {
+  Answer<void> registerClientWithPID(std::int32_t pid, Timeout timeout) override {
     return callWithoutResult(registerMember, timeout, "i", pid);
   }
 
-  Answer<std::monostate> unregisterClientWithPID(std::int32_t pid, Timeout timeout) override {
+  Answer<void> unregisterClientWithPID(std::int32_t pid, Timeout timeout) override {
     return callWithoutResult(unregisterMember, timeout, "i", pid);
   }
 
-  Answer<std::monostate> enableDebugMode(bool flag, Timeout timeout) override {
+  Answer<void> enableDebugMode(bool flag, Timeout timeout) override {
     return callWithoutResult(debugMember, timeout, "b", int{flag});
   }
 
@@ -83,8 +83,8 @@ class LinuxHelperConnection : public HelperConnection {
       // The message holds a copy: the helper alone shall hold the endpoint from now on.
       transport.reset();
     });
-    if (auto* failed = std::get_if<CommunicationFailure>(&reply)) return std::move(*failed);
-    MessageReader reader(std::get<BusMessage>(reply).get());
+    if (!reply) return reply.error();
+    MessageReader reader(reply->get());
     std::optional<Error> error = readOptionalError(reader);
     if (reader.result() < 0) return badReply(reader.result());
     return error;
@@ -94,8 +94,8 @@ class LinuxHelperConnection : public HelperConnection {
     auto reply = call(
         cancelMember, timeout, [&](MessageWriter& writer) { writer.append("s", token.c_str()); },
         controlInterface);
-    if (auto* failed = std::get_if<CommunicationFailure>(&reply)) return std::move(*failed);
-    MessageReader reader(std::get<BusMessage>(reply).get());
+    if (!reply) return reply.error();
+    MessageReader reader(reply->get());
     const bool isInProgress = reader.boolean();
     if (reader.result() < 0) return badReply(reader.result());
     return isInProgress;
@@ -110,8 +110,8 @@ class LinuxHelperConnection : public HelperConnection {
           writer.appendBytes(authorizationData);
         },
         controlInterface);
-    if (auto* failed = std::get_if<CommunicationFailure>(&reply)) return std::move(*failed);
-    MessageReader reader(std::get<BusMessage>(reply).get());
+    if (!reply) return reply.error();
+    MessageReader reader(reply->get());
     const std::string_view name = reader.text();
     if (reader.result() < 0) return badReply(reader.result());
     const auto* state = std::find_if(authorizationStates.begin(), authorizationStates.end(),
@@ -180,12 +180,12 @@ class LinuxHelperConnection : public HelperConnection {
   }
 
   template <typename T>
-  Answer<std::monostate> callWithoutResult(const char* member, Timeout timeout, const char* type,
-                                           T argument) {
+  Answer<void> callWithoutResult(const char* member, Timeout timeout, const char* type,
+                                 T argument) {
     auto reply =
         call(member, timeout, [&](MessageWriter& writer) { writer.append(type, argument); });
-    if (auto* failed = std::get_if<CommunicationFailure>(&reply)) return std::move(*failed);
-    return std::monostate();
+    if (!reply) return reply.error();
+    return {};
   }
 
   ByteInput _input;
@@ -198,7 +198,7 @@ std::string defaultHelperAddress() {
   return "/run/com.corvane.system.privilegedhelper-vnt/socket";
 }
 
-HelperConnection::Answer<std::unique_ptr<HelperConnection>> HelperConnection::connect(
+Answer<std::unique_ptr<HelperConnection>> HelperConnection::connect(
     const std::string& path, std::chrono::milliseconds timeout) {
   const Clock::time_point deadline = Clock::now() + timeout;
   Result<FileDescriptor> socket = connectedTo(path, deadline);

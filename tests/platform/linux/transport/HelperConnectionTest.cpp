@@ -90,17 +90,17 @@ class HelperWithDescriptors {
   std::thread _thread;
 };
 
-CommunicationFailure::Kind kindOf(const HelperConnection::Answer<std::string>& answer) {
-  const auto* failure = std::get_if<CommunicationFailure>(&answer);
-  EXPECT_NE(failure, nullptr);
-  return failure != nullptr ? failure->kind : CommunicationFailure::Kind::Refused;
+template <typename T>
+CommunicationFailure::Kind kindOf(const Answer<T>& answer) {
+  EXPECT_FALSE(answer);
+  return answer ? CommunicationFailure::Kind::Refused : answer.error().kind;
 }
 
 TEST(HelperConnectionTest, AHelperThatDoesNotAnswerInTimeIsTimedOut) {
   const SilentHelper helper;
   auto answer = HelperConnection::connect(helper.path(), std::chrono::seconds(10));
-  ASSERT_TRUE(std::holds_alternative<std::unique_ptr<HelperConnection>>(answer));
-  const auto connection = std::get<std::unique_ptr<HelperConnection>>(std::move(answer));
+  ASSERT_TRUE(answer);
+  const auto connection = *std::move(answer);
   for (const int patience : {20, 0}) {
     EXPECT_EQ(kindOf(connection->getVersionString(std::chrono::milliseconds(patience))),
               CommunicationFailure::Kind::TimedOut);
@@ -111,10 +111,8 @@ TEST(HelperConnectionTest, DescriptorsInTheHandshakeAreNotTakenAndEndIt) {
   const int before = openDescriptors();
   {
     const HelperWithDescriptors helper(true);
-    const auto answer = HelperConnection::connect(helper.path(), std::chrono::seconds(10));
-    const auto* failure = std::get_if<CommunicationFailure>(&answer);
-    ASSERT_NE(failure, nullptr);
-    EXPECT_EQ(failure->kind, CommunicationFailure::Kind::Lost);
+    EXPECT_EQ(kindOf(HelperConnection::connect(helper.path(), std::chrono::seconds(10))),
+              CommunicationFailure::Kind::Lost);
   }
   EXPECT_EQ(openDescriptors(), before);
 }
@@ -124,8 +122,8 @@ TEST(HelperConnectionTest, DescriptorsInAnAnswerAreNotTakenAndEndTheConnection) 
   {
     const HelperWithDescriptors helper(false);
     auto answer = HelperConnection::connect(helper.path(), std::chrono::seconds(10));
-    ASSERT_TRUE(std::holds_alternative<std::unique_ptr<HelperConnection>>(answer));
-    const auto connection = std::get<std::unique_ptr<HelperConnection>>(std::move(answer));
+    ASSERT_TRUE(answer);
+    const auto connection = *std::move(answer);
     EXPECT_EQ(kindOf(connection->getVersionString(std::chrono::seconds(10))),
               CommunicationFailure::Kind::Lost);
   }
