@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <fstream>
 #include <set>
+#include <span>
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -14,7 +15,6 @@
 #include "foundation/FileDescriptor.h"
 #include "foundation/POSIXError.h"
 #include "foundation/Path.h"
-#include "foundation/Value.h"
 
 namespace corvane {
 
@@ -38,18 +38,22 @@ bool exists(const std::string& path) {
   return ::lstat(path.c_str(), &status) == 0;
 }
 
+bool writeAll(int to, std::span<const std::byte> bytes) {
+  while (!bytes.empty()) {
+    const ssize_t written = ::write(to, bytes.data(), bytes.size());
+    if (written < 0 && errno != EINTR) return false;
+    if (written > 0) bytes = bytes.subspan(static_cast<std::size_t>(written));
+  }
+  return true;
+}
+
 bool copyContents(int from, int to) {
   std::array<std::byte, 65536> buffer{};
   for (;;) {
     const ssize_t count = ::read(from, buffer.data(), buffer.size());
     if (count < 0 && errno == EINTR) continue;
     if (count <= 0) return count == 0;
-    for (ssize_t done = 0; done < count;) {
-      const ssize_t written =
-          ::write(to, buffer.data() + done, static_cast<std::size_t>(count - done));
-      if (written < 0 && errno != EINTR) return false;
-      if (written > 0) done += written;
-    }
+    if (!writeAll(to, std::span(buffer).first(static_cast<std::size_t>(count)))) return false;
   }
 }
 
@@ -81,16 +85,26 @@ Result<void> FileReplacement::makeFolder(const std::string& path) {
 
 Result<void> FileReplacement::stage(const std::string& source, const std::string& place,
                                     mode_t permissions) {
-  if (auto done = makeFolder(deletingLastPathComponent(place)); !done) return done;
   const FileDescriptor from(::open(source.c_str(), O_RDONLY | O_CLOEXEC));
   if (!from) return posixErrorAbout(source, errno);
+  return stageWritten([&from](int to) { return copyContents(from.get(), to); }, place, permissions);
+}
 
+Result<void> FileReplacement::stage(const Data& content, const std::string& place,
+                                    mode_t permissions) {
+  return stageWritten([&content](int to) { return writeAll(to, content); }, place, permissions);
+}
+
+template <typename Write>
+Result<void> FileReplacement::stageWritten(Write write, const std::string& place,
+                                           mode_t permissions) {
+  if (auto done = makeFolder(deletingLastPathComponent(place)); !done) return done;
   const std::string name = newNameFor(place);
   ::unlink(name.c_str());
   _files.push_back({place});
   const FileDescriptor to(
       ::open(name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
-  if (!to || !copyContents(from.get(), to.get()) || ::fchown(to.get(), 0, 0) != 0 ||
+  if (!to || !write(to.get()) || ::fchown(to.get(), 0, 0) != 0 ||
       ::fchmod(to.get(), permissions) != 0 || ::fsync(to.get()) != 0) {
     return posixErrorAbout(name, errno);
   }

@@ -9,6 +9,7 @@
 #include <sys/types.h>
 
 #include "foundation/Result.h"
+#include "foundation/Value.h"
 
 namespace corvane {
 
@@ -25,9 +26,10 @@ class FileReplacement {
   /// Undoes everything that was not kept.
   ~FileReplacement();
 
-  /// Writes a copy of `source`, as root's and with `permissions`, next to `place`; missing folders
-  /// are made.
+  /// Writes a copy of the file `source`, or `content`, as root's and with `permissions`, next to
+  /// `place`; missing folders are made.
   Result<void> stage(const std::string& source, const std::string& place, mode_t permissions);
+  Result<void> stage(const Data& content, const std::string& place, mode_t permissions);
   /// Moves all that is staged to its place.
   Result<void> apply();
   /// Makes it permanent.
@@ -51,6 +53,9 @@ class FileReplacement {
   };
 
   Result<void> makeFolder(const std::string& path);
+  /// Stages a file whose content `write` writes to a descriptor; it returns whether it could.
+  template <typename Write>
+  Result<void> stageWritten(Write write, const std::string& place, mode_t permissions);
   Result<void> beginJournal();
   void endJournal();
 

@@ -16,12 +16,12 @@ MAY_INCLUDE = {
     "foundation": set(),
     "platform": {"foundation"},
     "platform/posix": SEAM,
-    f"{LINUX}/log": SEAM | {f"{LINUX}/processes", f"{LINUX}/transport"},
+    f"{LINUX}/log": SEAM | {"platform/posix", f"{LINUX}/processes", f"{LINUX}/transport"},
     f"{LINUX}/files": SEAM,
     f"{LINUX}/processes": SEAM | {"platform/posix"},
     f"{LINUX}/embedded": SEAM,
     f"{LINUX}/bus": SEAM,
-    f"{LINUX}/preferences": SEAM | {f"{LINUX}/log", f"{LINUX}/processes"},
+    f"{LINUX}/preferences": SEAM | {"platform/posix", f"{LINUX}/processes"},
     f"{LINUX}/transport": SEAM | {f"{LINUX}/bus", f"{LINUX}/processes"},
     f"{LINUX}/authorization": SEAM | {f"{LINUX}/authorization/polkit", f"{LINUX}/processes",
                                       f"{LINUX}/transport"},
@@ -30,7 +30,16 @@ MAY_INCLUDE = {
     f"{LINUX}/installation": SEAM | {"platform/posix"},
     f"{LINUX}/launchctl": SEAM | {f"{LINUX}/bus"},
     f"{MACOS}/embedded": SEAM,
-    f"{MACOS}/processes": SEAM | {"platform/posix"},
+    f"{MACOS}/files": SEAM,
+    f"{MACOS}/frameworks": set(),
+    f"{MACOS}/values": SEAM | {f"{MACOS}/frameworks"},
+    f"{MACOS}/processes": SEAM | {"platform/posix", f"{MACOS}/values"},
+    f"{MACOS}/preferences": SEAM | {f"{MACOS}/frameworks", f"{MACOS}/values"},
+    f"{MACOS}/authorization": SEAM | {f"{MACOS}/frameworks", f"{MACOS}/values"},
+    f"{MACOS}/transport": SEAM | {f"{MACOS}/frameworks", f"{MACOS}/values"},
+    f"{MACOS}/log": SEAM | {"platform/posix", f"{MACOS}/frameworks", f"{MACOS}/transport",
+                            f"{MACOS}/values"},
+    f"{MACOS}/installation": SEAM | {"platform/posix"},
     "process": SEAM,
     "operations": SEAM | {"process"},
     "operationset-vnt": SEAM | {"process", "operations"},
@@ -71,7 +80,7 @@ def sources():
                  "privilegedhelper-vnt", "client"):
         for folder, _, names in os.walk(f"{SOURCES}/{root}"):
             for name in names:
-                if name.endswith((".h", ".cpp")):
+                if name.endswith((".h", ".cpp", ".mm")):
                     path = f"{folder}/{name}"
                     with open(path, encoding="utf-8") as file:
                         yield os.path.relpath(folder, SOURCES), os.path.relpath(path, SOURCES), \

@@ -3,7 +3,7 @@
 #include <filesystem>
 #include <sstream>
 
-#include "platform/linux/installation/Program.h"
+#include "platform/posix/Program.h"
 
 namespace corvane {
 

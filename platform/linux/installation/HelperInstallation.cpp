@@ -15,10 +15,10 @@
 #include "foundation/Value.h"
 #include "platform/linux/installation/DebianPackage.h"
 #include "platform/linux/installation/FileFaults.h"
-#include "platform/linux/installation/InstallationLock.h"
 #include "platform/linux/installation/Systemctl.h"
 #include "platform/linux/installation/UnitFaults.h"
 #include "platform/posix/FileReplacement.h"
+#include "platform/posix/InstallationLock.h"
 
 namespace corvane {
 

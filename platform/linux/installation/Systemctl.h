@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "foundation/Result.h"
-#include "platform/linux/installation/Program.h"
+#include "platform/posix/Program.h"
 
 namespace corvane {
 

@@ -1,6 +1,6 @@
 #include "platform/StandardLog.h"
 
-#include "platform/linux/log/LogText.h"
+#include "platform/posix/LogText.h"
 
 namespace corvane {
 

@@ -11,7 +11,7 @@
 #include <unistd.h>
 
 #include "platform/linux/log/LogClient.h"
-#include "platform/linux/log/LogText.h"
+#include "platform/posix/LogText.h"
 
 namespace corvane {
 

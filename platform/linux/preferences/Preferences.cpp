@@ -8,9 +8,9 @@
 #include "foundation/POSIXError.h"
 #include "foundation/PropertyList.h"
 #include "platform/StandardLog.h"
-#include "platform/linux/log/LogText.h"
 #include "platform/linux/preferences/PreferencesFile.h"
 #include "platform/linux/preferences/PreferencesPlace.h"
+#include "platform/posix/LogText.h"
 
 namespace corvane {
 

@@ -50,6 +50,18 @@ TEST_F(FileReplacementTest, FilesGetTheirPlacesAndPermissions) {
   EXPECT_EQ(status.st_mode, mode_t{S_IFDIR | 0755});
 }
 
+TEST_F(FileReplacementTest, AFileCanBeMadeOfContentThatIsInNone) {
+  FileReplacement replacement(folder.path("journal"));
+  const std::string content(100'000, 'x');
+  ASSERT_TRUE(replacement.stage(dataFromString(content), one, 0640));
+  ASSERT_TRUE(replacement.apply());
+  replacement.keep();
+  EXPECT_EQ(contentOf(one), content);
+  struct stat status {};
+  ASSERT_EQ(::stat(one.c_str(), &status), 0);
+  EXPECT_EQ(status.st_mode, mode_t{S_IFREG | 0640});
+}
+
 TEST_F(FileReplacementTest, WhatIsNotKeptIsUndone) {
   const auto before = contentsOf(folder.path());
   {

@@ -7,7 +7,7 @@
 
 #include "foundation/POSIXError.h"
 #include "foundation/Value.h"
-#include "platform/linux/installation/Program.h"
+#include "platform/posix/Program.h"
 #include "tests/platform/linux/installation/InstallationTest.h"
 #include "tests/support/Files.h"
 

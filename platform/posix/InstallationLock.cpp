@@ -1,4 +1,4 @@
-#include "platform/linux/installation/InstallationLock.h"
+#include "platform/posix/InstallationLock.h"
 
 #include <array>
 #include <cerrno>

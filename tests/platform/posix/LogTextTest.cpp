@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include "platform/linux/log/LogText.h"
+#include "platform/posix/LogText.h"
 
 namespace corvane {
 namespace {

@@ -8,7 +8,7 @@
 
 #include "foundation/POSIXError.h"
 #include "foundation/Value.h"
-#include "platform/linux/installation/InstallationLock.h"
+#include "platform/posix/InstallationLock.h"
 #include "tests/support/Files.h"
 #include "tests/support/TemporaryFolder.h"
 

@@ -1,4 +1,4 @@
-#include "platform/linux/installation/Program.h"
+#include "platform/posix/Program.h"
 
 #include <utility>
 

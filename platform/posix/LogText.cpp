@@ -1,4 +1,4 @@
-#include "platform/linux/log/LogText.h"
+#include "platform/posix/LogText.h"
 
 #include <algorithm>
 #include <cerrno>
