@@ -9,6 +9,7 @@
 #include <stop_token>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "foundation/Error.h"
 #include "foundation/Value.h"
@@ -37,6 +38,12 @@ class ZELPrivilegedOperationSet {
   /// The one set of this process. The first call makes it, of the class it is called on; every
   /// later call, on any class of the hierarchy, returns that same object.
   static ZELPrivilegedOperationSet& privilegedOperationSet();
+  /// The same, called on `Set`, for a class that has no function of its own for it.
+  template <typename Set>
+  static ZELPrivilegedOperationSet& privilegedOperationSetOf() {
+    return sharedSet(
+        []() -> std::unique_ptr<ZELPrivilegedOperationSet> { return std::make_unique<Set>(); });
+  }
 
   static std::string errorDomain() { return "com.corvane.error.privileged-operation"; }
   /// The strings table of the sentences that dialogs show.
@@ -81,6 +88,10 @@ class ZELPrivilegedOperationSet {
   virtual const Identifiers* opIdentifiersByCode() const { return nullptr; }
   /// From which helper version on the operations of the self-uninstall exist.
   virtual float minimumHelperVersionImplementingSelfUninstall() const { return 1.0F; }
+
+  /// What in the set contradicts itself, a text for each, naming the operation: a helper whose set
+  /// has faults does not start.
+  virtual std::vector<std::string> faults() const { return {}; }
 
   /// The name of the helper's service, which is also its bundle identifier and file name.
   std::string serviceIdentifierForHelper() const;

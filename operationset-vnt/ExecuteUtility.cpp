@@ -9,6 +9,7 @@
 #include "foundation/Bundle.h"
 #include "foundation/POSIXError.h"
 #include "foundation/Path.h"
+#include "operations/OutputForwarder.h"
 #include "operationset-vnt/OperationErrors.h"
 #include "operationset-vnt/ZELPrivilegedOperationSetVNT.h"
 #include "platform/ChildEnvironment.h"
@@ -24,36 +25,11 @@ constexpr auto trustedUtilities = std::to_array<std::string_view>({"/bin/launchc
 // The one that is found beside the executable of the client application.
 constexpr const char* applicationUtility = "lipo";
 
-constexpr const char* safePath = "/usr/bin:/bin:/usr/sbin:/sbin";
-
 bool isFile(const std::string& path) {
   std::error_code ignored;
   const auto status = std::filesystem::status(path, ignored);
   return std::filesystem::exists(status) && !std::filesystem::is_directory(status);
 }
-
-// Sends one chunk as a message of its own, moved into it and not copied.
-void forwardTaskOutput(const FeedbackConnection& connection, std::optional<Data> chunk,
-                       const std::optional<Number>& isError) {
-  if (!chunk || !isError || !connection) return;
-  Dictionary feedback;
-  feedback.append(isError->boolValue() ? ErrorDataKey : OutputDataKey, *std::move(chunk));
-  connection->remoteObjectProxy().processPrivilegedOperationFeedback(feedback);
-}
-
-// The delegate of one run. It holds the connection of its own request, so that output finds its
-// client whichever run has begun since.
-class OutputForwarder : public ZELTaskExecutorDelegate {
- public:
-  explicit OutputForwarder(FeedbackConnection connection) : _connection(std::move(connection)) {}
-
-  void receiveTaskOutput(std::optional<Data> chunk, std::optional<Number> isError) override {
-    forwardTaskOutput(_connection, std::move(chunk), isError);
-  }
-
- private:
-  FeedbackConnection _connection;
-};
 
 }  // namespace
 
@@ -141,7 +117,7 @@ std::optional<Error> ZELPrivilegedOperationSetVNT::executeTrusted(
 
 void ZELPrivilegedOperationSetVNT::receiveTaskOutput(std::optional<Data> chunk,
                                                      std::optional<Number> isError) {
-  forwardTaskOutput(outputConnection(), std::move(chunk), isError);
+  OutputForwarder(outputConnection()).receiveTaskOutput(std::move(chunk), isError);
 }
 
 }  // namespace corvane

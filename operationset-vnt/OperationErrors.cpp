@@ -1,10 +1,5 @@
 #include "operationset-vnt/OperationErrors.h"
 
-#include <utility>
-
-#include "operations/ErrorTemplateKeys.h"
-#include "operationset-vnt/ZELPrivilegedOperationSetVNT.h"
-
 namespace corvane {
 
 constexpr OperationErrorText missingUtilityError = {
@@ -51,18 +46,6 @@ std::span<const OperationErrorText* const> operationErrorTexts() {
                                                         &preferencesWriteError,
                                                         &integrityProtectionError};
   return texts;
-}
-
-Error operationError(const OperationErrorText& text, Array parameters,
-                     const std::optional<std::string>& path,
-                     const std::optional<Error>& underlying) {
-  Dictionary userInfo;
-  userInfo.set(NSLocalizedDescriptionKey, text.description);
-  userInfo.set(ZELLocalizedRecoverySuggestionTemplateKey, text.recovery);
-  userInfo.set(ZELLocalizedRecoverySuggestionParametersKey, std::move(parameters));
-  if (path) userInfo.set(NSFilePathErrorKey, *path);
-  if (underlying) userInfo.set(NSUnderlyingErrorKey, *underlying);
-  return Error(ZELPrivilegedOperationSetVNT::errorDomain(), text.code, std::move(userInfo));
 }
 
 }  // namespace corvane

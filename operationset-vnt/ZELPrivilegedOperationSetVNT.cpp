@@ -12,9 +12,7 @@ const PrincipalClass principalClass("ZELPrivilegedOperationSetVNT",
 }  // namespace
 
 ZELPrivilegedOperationSet& ZELPrivilegedOperationSetVNT::privilegedOperationSet() {
-  return sharedSet([]() -> std::unique_ptr<ZELPrivilegedOperationSet> {
-    return std::make_unique<ZELPrivilegedOperationSetVNT>();
-  });
+  return privilegedOperationSetOf<ZELPrivilegedOperationSetVNT>();
 }
 
 ZELPrivilegedOperationSetVNT::ZELPrivilegedOperationSetVNT(

@@ -275,6 +275,8 @@ std::optional<Error> ZELPrivilegedHelper::executeImplementingMethod(
   } catch (const std::exception& exception) {
     name = "std::exception";
     reason = exception.what();
+  } catch (...) {
+    // What is raised without being an exception has neither name nor reason.
   }
   logAt(LogPriorityError,
         "The exception '%s' occurred while trying to execute the privileged operation: %s",

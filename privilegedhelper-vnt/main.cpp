@@ -70,6 +70,12 @@ int main(int argc, char* argv[]) {
     return 1;
   }
   ZELPrivilegedOperationSet& operationSet = principalClass->privilegedOperationSet();
+  if (const auto faults = operationSet.faults(); !faults.empty()) {
+    for (const std::string& fault : faults) {
+      std::fprintf(stderr, "Internal implementation error: %s.\n", fault.c_str());
+    }
+    return 1;
+  }
   const std::string version = text(info, "CFBundleShortVersionString");
   if (argc == 2) {
     if (argv[1][0] != 'v') return 1;

@@ -20,6 +20,9 @@ struct ProgramEnd {
 /// What a program that is asked to end gets before it is killed.
 inline constexpr std::chrono::seconds timeToEnd{10};
 
+/// A PATH that leads to the system's own programs alone.
+inline constexpr const char* safePath = "/usr/bin:/bin:/usr/sbin:/sbin";
+
 /// Runs a program to its end. Once `stop` is requested the program is asked to end, and killed if
 /// it still runs `timeToEnd` later. Raises what the executor raises.
 ProgramEnd runProgram(ZELTaskExecutor& executor, const std::string& path,

@@ -15,13 +15,11 @@ namespace {
 class TestOperationSet : public ZELPrivilegedOperationSet {
  public:
   static ZELPrivilegedOperationSet& privilegedOperationSet() {
-    return sharedSet([]() -> std::unique_ptr<ZELPrivilegedOperationSet> {
-      return std::make_unique<TestOperationSet>();
-    });
+    return privilegedOperationSetOf<TestOperationSet>();
   }
 
   TestOperationSet() {
-    static constexpr std::array<_ZELPrivilegedOperationDescription, 7> catalogue = {{
+    static constexpr std::array<_ZELPrivilegedOperationDescription, 8> catalogue = {{
         {1, "unknown-letter", 1, 0, 0, 2, "SX", "Text."},
         {2, "no-method", 1, 0, 0, 0, nullptr, "Text."},
         {3, "raise", 1, 0, 0, 2, "SS", "Text."},
@@ -29,6 +27,7 @@ class TestOperationSet : public ZELPrivilegedOperationSet {
         {5, "give-back", 1, 0, 0, 3, "SND", "Text."},
         {6, "live-output", 1, 0, 1, ZELVariableArgumentCount, nullptr, "Text."},
         {7, "live-progress", 1, 1, 0, ZELVariableArgumentCount, nullptr, "Text."},
+        {8, "raise-number", 1, 0, 0, 0, nullptr, "Text."},
     }};
     for (const auto& record : catalogue) {
       auto operation = ZELPrivilegedOperation::initWithStaticDescription(record);
@@ -54,6 +53,9 @@ class TestOperationSet : public ZELPrivilegedOperationSet {
     }
     if (selector == "performOperationRaiseOtherWithArguments:") {
       throw std::length_error("too long");
+    }
+    if (selector == "performOperationRaiseNumberWithArguments:") {
+      throw 42;  // NOLINT(hicpp-exception-baseclass): what no caller reckons with
     }
     if (selector == "performOperationGiveBackWithArguments:") {
       const Error inner("inner", -1, {{"key", "value"}});

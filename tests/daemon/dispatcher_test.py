@@ -225,6 +225,7 @@ class OtherOperationSetTest(DaemonTest):
     PROGRAM = f"{TEST_PROGRAMS}/daemon-of-test-operationset"
 
     UNKNOWN_LETTER, NO_METHOD, RAISE, RAISE_OTHER, GIVE_BACK = 1, 2, 3, 4, 5
+    RAISE_NUMBER = 8
 
     def setUp(self):
         super().setUp()
@@ -273,6 +274,15 @@ class OtherOperationSetTest(DaemonTest):
             (ERROR, "The exception 'std::exception' occurred while trying to execute the "
              "privileged operation: too long"),
             completed("raise-other", 4))
+
+    def test_what_is_raised_without_being_an_exception_is_caught_too(self):
+        mark = self.log.mark()
+        self.assertEqual(self.client.perform(self.RAISE_NUMBER, self.form()), (POSIX, 4, {}))
+        self.assertLogged(
+            mark, about("raise-number", 0), executed("raise-number", "disabled"),
+            (ERROR, "The exception '<nil>' occurred while trying to execute the privileged "
+             "operation: <nil>"),
+            completed("raise-number", 4))
 
     def test_arguments_and_errors_keep_their_types_on_the_way(self):
         numbers = {"y": 255, "n": -32768, "q": 65535, "i": -2**31, "u": 2**32 - 1, "x": -2**63,

@@ -14,9 +14,13 @@ from support import (DAEMON, ERROR, IDENTIFIER, INFORMATIONAL, SOURCES, TEST_PRO
 
 OTHER_VERSION = f"{TEST_PROGRAMS}/daemon-of-other-version"
 WITHOUT_SET = f"{TEST_PROGRAMS}/daemon-without-operationset"
+OF_FAULTY_SET = f"{TEST_PROGRAMS}/daemon-of-faulty-operationset"
 
 NO_PRINCIPAL_CLASS = (b"Internal implementation error: The principal class is either not set or "
                       b"not implemented.\n")
+FAULTS = (b"Internal implementation error: the operation 'two': its code 1 is that of 'one'.\n"
+          b"Internal implementation error: the operation 'Three': its identifier is not made of "
+          b"lower-case words joined by '-', of at most 64 characters.\n")
 MISMATCH = (ERROR, "Internal implementation error: executable version (1.4) does not match "
             "implementation version of privileged command set (1.3).")
 NOT_ROOT = (ERROR, "This program needs root privileges.")
@@ -52,6 +56,10 @@ class StartUpTest(FolderTest):
     def test_any_other_argument_fails_in_silence(self):
         for argument in ("-v", "--version", "V", "", " v", "help", "1.3"):
             self.assertRun(DAEMON, [argument], 1)
+
+    def test_a_table_of_operations_that_contradicts_itself_is_not_served(self):
+        for arguments in ([], ["v"]):
+            self.assertRun(OF_FAULTY_SET, arguments, 1, error=FAULTS)
 
     def test_two_or_more_arguments_fail_in_silence_before_anything_else(self):
         for arguments in (["v", "v"], ["v", ""], ["a", "b", "c"]):
