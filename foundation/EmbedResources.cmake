@@ -1,4 +1,5 @@
-# Writes OUTPUT, C++ that holds the files of the list RESOURCES by their paths below FOLDER.
+# Writes OUTPUT, C++ that holds the files of the list RESOURCES by their paths below FOLDER: those of
+# every program, or with OF_PRODUCT those of one. HEADERS is what goes before the names of headers.
 set(definitions "")
 set(entries "")
 set(index 0)
@@ -11,18 +12,30 @@ foreach(resource IN LISTS RESOURCES)
   string(APPEND entries "    {\"${path}\", std::as_bytes(std::span(resource${index}))},\n")
   math(EXPR index "${index} + 1")
 endforeach()
-file(WRITE ${OUTPUT} "#include \"foundation/EmbeddedResources.h\"
+set(table "const EmbeddedResource resources[] = {
+${entries}};")
+if(OF_PRODUCT)
+  set(body "namespace {
 
-namespace corvane {
+${definitions}
+${table}
+const ProductResources product(resources);
 
-namespace {
+}  // namespace")
+else()
+  set(body "namespace {
 ${definitions}}  // namespace
 
 std::span<const EmbeddedResource> embeddedResources() {
-  static const EmbeddedResource resources[] = {
-${entries}  };
+  static ${table}
   return resources;
-}
+}")
+endif()
+file(WRITE ${OUTPUT} "#include \"${HEADERS}foundation/EmbeddedResources.h\"
+
+namespace corvane {
+
+${body}
 
 }  // namespace corvane
 ")

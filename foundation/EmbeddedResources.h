@@ -14,8 +14,20 @@ struct EmbeddedResource {
   std::span<const std::byte> bytes;
 };
 
-/// All strings tables.
+/// The strings tables that every program has.
 std::span<const EmbeddedResource> embeddedResources();
+
+/// Those of one product, which is what its program is linked with; their texts go before. Meant for
+/// one static object, of files that are there for good.
+class ProductResources {
+ public:
+  explicit ProductResources(std::span<const EmbeddedResource> files);
+  ProductResources(const ProductResources&) = delete;
+  ProductResources& operator=(const ProductResources&) = delete;
+
+  /// Empty if the program has none.
+  static std::span<const EmbeddedResource> files();
+};
 
 }  // namespace corvane
 

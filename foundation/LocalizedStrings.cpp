@@ -14,6 +14,7 @@ namespace {
 
 constexpr std::string_view folderSuffix = ".lproj/";
 constexpr std::string_view fileSuffix = ".strings";
+constexpr std::string_view politeSuffix = "-Polite";
 constexpr std::string_view english = "en";
 
 using Table = std::map<std::string, std::string, std::less<>>;
@@ -30,16 +31,36 @@ Table tableFrom(std::span<const std::byte> bytes) {
   return table;
 }
 
+// The texts of the files, each table by table. A text that is there already stays.
+void addTables(Tables& all, std::span<const EmbeddedResource> resources) {
+  for (const EmbeddedResource& resource : resources) {
+    const std::size_t folder = resource.path.find(folderSuffix);
+    if (folder == std::string_view::npos || !resource.path.ends_with(fileSuffix)) continue;
+    std::string_view name = resource.path.substr(folder + folderSuffix.size());
+    name.remove_suffix(fileSuffix.size());
+    all[std::string(resource.path.substr(0, folder))][std::string(name)].merge(
+        tableFrom(resource.bytes));
+  }
+}
+
+// A product without a polite table has its plain texts in the one that every program has, which is
+// all that is looked into where texts are polite.
+void addPoliteTexts(Tables& all, const Tables& product) {
+  for (const auto& [language, tables] : product) {
+    for (const auto& [name, table] : tables) {
+      const auto polite = all[language].find(name + std::string(politeSuffix));
+      if (polite != all[language].end()) polite->second.insert(table.begin(), table.end());
+    }
+  }
+}
+
 const Tables& tables() {
   static NoDestructor<const Tables> tables([] {
-    Tables all;
-    for (const EmbeddedResource& resource : embeddedResources()) {
-      const std::size_t folder = resource.path.find(folderSuffix);
-      if (folder == std::string_view::npos || !resource.path.ends_with(fileSuffix)) continue;
-      std::string_view name = resource.path.substr(folder + folderSuffix.size());
-      name.remove_suffix(fileSuffix.size());
-      all[std::string(resource.path.substr(0, folder))].emplace(name, tableFrom(resource.bytes));
-    }
+    Tables product;
+    addTables(product, ProductResources::files());
+    Tables all = product;
+    addTables(all, embeddedResources());
+    addPoliteTexts(all, product);
     return all;
   }());
   return *tables;

@@ -1,5 +1,8 @@
 #include "operations/PrincipalClass.h"
 
+#include "foundation/PropertyList.h"
+#include "platform/EmbeddedPropertyLists.h"
+
 namespace corvane {
 
 namespace {
@@ -18,6 +21,11 @@ const PrincipalClass* PrincipalClass::named(std::string_view name) {
   const PrincipalClass* candidate = firstClass;
   while (candidate != nullptr && candidate->_name != name) candidate = candidate->_next;
   return candidate;
+}
+
+const PrincipalClass* PrincipalClass::ofThisProgram() {
+  const Result<Dictionary> info = readDictionary(embeddedInfoPropertyList());
+  return info ? named(info->text("NSPrincipalClass").value_or("")) : nullptr;
 }
 
 }  // namespace corvane

@@ -20,6 +20,9 @@ class PrincipalClass {
 
   /// The class called `name`, or null if no such class is linked into the program.
   static const PrincipalClass* named(std::string_view name);
+  /// The class that the property list of this program gives; null if it gives none that is linked
+  /// in.
+  static const PrincipalClass* ofThisProgram();
 
   ZELPrivilegedOperationSet& privilegedOperationSet() const { return _privilegedOperationSet(); }
 

@@ -61,7 +61,7 @@ int serve(ZELPrivilegedOperationSet& operationSet, const std::string& version, a
 int main(int argc, char* argv[]) {
   if (argc > 2) return 1;
   const Dictionary info = infoDictionary();
-  const PrincipalClass* principalClass = PrincipalClass::named(text(info, "NSPrincipalClass"));
+  const PrincipalClass* principalClass = PrincipalClass::ofThisProgram();
   if (principalClass == nullptr) {
     std::fputs(
         "Internal implementation error: The principal class is either not set or not "

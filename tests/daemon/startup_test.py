@@ -9,7 +9,7 @@ import tempfile
 import unittest
 
 from bus import Client
-from support import (DAEMON, ERROR, IDENTIFIER, INFORMATIONAL, SOURCES, TEST_PROGRAMS, FolderTest,
+from support import (DAEMON, ERROR, IDENTIFIER, INFORMATIONAL, PROGRAMS, TEST_PROGRAMS, FolderTest,
                      bench_only, environment_for, listening_socket, logged, main, wait_until)
 
 OTHER_VERSION = f"{TEST_PROGRAMS}/daemon-of-other-version"
@@ -185,7 +185,7 @@ class PropertyListsTest(unittest.TestCase):
             return dumped.read()
 
     def source(self, name):
-        with open(f"{SOURCES}/resources/{name}", "rb") as file:
+        with open(f"{os.path.dirname(PROGRAMS)}/corvane-helper/vnt/{name}", "rb") as file:
             return file.read()
 
     def test_both_are_linked_in_byte_for_byte(self):

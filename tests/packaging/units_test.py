@@ -15,11 +15,10 @@ sys.path.insert(0, f"{os.path.dirname(os.path.abspath(__file__))}/../support")
 from confinement import MOST_EXPOSURE, analysis  # noqa: E402
 
 PROGRAMS = os.environ["CORVANE_PROGRAMS"]
-SOURCES = os.environ["CORVANE_SOURCES"]
 
 
 def property_list(name):
-    with open(f"{SOURCES}/resources/{name}", "rb") as file:
+    with open(f"{os.path.dirname(PROGRAMS)}/corvane-helper/vnt/{name}", "rb") as file:
         return plistlib.load(file)
 
 

@@ -1,7 +1,7 @@
 #include <cstdio>
 
 #include "client/cli/commands/Commands.h"
-#include "client/cli/setup/Rights.h"
+#include "operations/Rights.h"
 #include "operationset-vnt/ZELPrivilegedOperationSetVNT.h"
 
 namespace corvane::cli {

@@ -7,7 +7,7 @@
 #include "client/cli/output/Advice.h"
 #include "client/cli/setup/Installation.h"
 #include "client/cli/setup/ProtectedTree.h"
-#include "client/cli/setup/Rights.h"
+#include "operations/Rights.h"
 #include "operationset-vnt/ZELPrivilegedOperationSetVNT.h"
 #include "platform/AuthenticationAgent.h"
 #include "platform/SystemAdvice.h"
@@ -133,7 +133,7 @@ const char* cureOf(RightFault::Kind kind) {
 
 Findings examineRegistration() {
   constexpr const char* subject = "rights";
-  const Rights rights = examineRights();
+  const Rights rights = examineRights(catalogue());
   const std::size_t all = rights.registered.size() + rights.missing.size() + rights.unknown.size();
   if (rights.missing.size() == all) {
     return {{subject, State::Bad, "none of " + std::to_string(all) + " is registered",
@@ -141,7 +141,7 @@ Findings examineRegistration() {
   }
   Findings findings;
   bool isAllSeen = true;
-  for (const RightFault& fault : faultsOfRights()) {
+  for (const RightFault& fault : faultsOfRights(catalogue())) {
     if (fault.kind == RightFault::Kind::Unknown) {
       isAllSeen = false;
       continue;

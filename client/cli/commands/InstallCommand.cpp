@@ -3,9 +3,9 @@
 #include "client/cli/commands/Commands.h"
 #include "client/cli/setup/EndingSignals.h"
 #include "client/cli/setup/Installation.h"
-#include "client/cli/setup/Rights.h"
 #include "foundation/POSIXError.h"
 #include "foundation/Value.h"
+#include "operations/Rights.h"
 
 namespace corvane::cli {
 
@@ -27,7 +27,7 @@ std::vector<Change> changesThatInstallMakes(const std::vector<HelperInstallation
   }
   for (const std::string& right : rights.missing) changes.push_back({right, "added"});
   std::string last;
-  for (const RightFault& fault : faultsOfRights()) {
+  for (const RightFault& fault : faultsOfRights(catalogue())) {
     // One that several objects define is defined once.
     if (contains(rights.missing, fault.right) || fault.right == last) continue;
     changes.push_back({fault.right, "replaced"});
@@ -44,8 +44,8 @@ Error errorFrom(const std::string& description, const std::string& cure) {
 // Registers the rights that are missing, and anew those that are not as they are to be. If that
 // fails for one of them, all that were missing are removed again.
 Result<void> registerAllRights(const Rights& before) {
-  Result<void> registered = mendRights();
-  const auto faults = faultsOfRights();
+  Result<void> registered = mendRights(catalogue());
+  const auto faults = faultsOfRights(catalogue());
   if (registered && !faults.empty()) {
     registered =
         errorFrom("the authorization database did not accept the right " + faults.front().right +
@@ -76,7 +76,7 @@ int install(const Context& context) {
   const auto locked = lockInstallation(*installation);
   if (!locked) return tell(locked.error());
   const SignalsHeldBack heldBack;
-  const Rights rights = examineRights();
+  const Rights rights = examineRights(catalogue());
   const auto changes = changesThatInstallMakes(installation->parts(), rights);
   if (changes.empty() && !whatIsBroken(*installation)) {
     installation->keep();

@@ -7,9 +7,9 @@
 #include "client/cli/output/Advice.h"
 #include "client/cli/setup/EndingSignals.h"
 #include "client/cli/setup/Installation.h"
-#include "client/cli/setup/Rights.h"
 #include "foundation/POSIXError.h"
 #include "foundation/Value.h"
+#include "operations/Rights.h"
 #include "platform/ConnectedProcesses.h"
 
 namespace corvane::cli {
@@ -20,7 +20,7 @@ using Names = std::vector<std::string>;
 
 Names whatIsThere(const HelperInstallation& installation) {
   Names names = installation.leftovers();
-  const Rights rights = examineRights();
+  const Rights rights = examineRights(catalogue());
   for (const Names& there : {rights.registered, rights.unknown}) {
     names.insert(names.end(), there.begin(), there.end());
   }
@@ -169,7 +169,7 @@ int uninstall(const Context& context, bool isForced) {
   }
   installation->remove();
   // What stays of them is told below.
-  (void)removeRights();
+  (void)removeRights(catalogue());
   return tellWhatIsLeft(context, before, whatIsThere(*installation));
 }
 

@@ -12,10 +12,13 @@
 
 namespace corvane::cli {
 
+const ZELPrivilegedOperationSet& catalogue() {
+  return ZELPrivilegedOperationSetVNT::privilegedOperationSet();
+}
+
 std::unique_ptr<HelperInstallation> ownInstallation() {
-  return HelperInstallation::ofHelper(
-      ZELPrivilegedOperationSetVNT::privilegedOperationSet().serviceIdentifierForHelper(),
-      HelperInstallation::ownPayload());
+  return HelperInstallation::ofHelper(catalogue().serviceIdentifierForHelper(),
+                                      HelperInstallation::ownPayload());
 }
 
 Result<void> lockInstallation(HelperInstallation& installation) {

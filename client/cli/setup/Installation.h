@@ -8,11 +8,15 @@
 #include <vector>
 
 #include "client/cli/output/Report.h"
+#include "operations/ZELPrivilegedOperationSet.h"
 #include "platform/HelperInstallation.h"
 
 namespace corvane::cli {
 
-/// The installation of the helper that came with this program.
+/// The operations of the helper that came with this program.
+const ZELPrivilegedOperationSet& catalogue();
+
+/// Its installation.
 std::unique_ptr<HelperInstallation> ownInstallation();
 
 /// Keeps others from changing the installation while it is there; tells whom it waits for.

@@ -1,15 +1,10 @@
-#include "client/cli/setup/Rights.h"
+#include "operations/Rights.h"
 
-#include "operationset-vnt/ZELPrivilegedOperationSetVNT.h"
 #include "platform/Authorization.h"
 
-namespace corvane::cli {
+namespace corvane {
 
 namespace {
-
-const ZELPrivilegedOperationSet& operationSet() {
-  return ZELPrivilegedOperationSetVNT::privilegedOperationSet();
-}
 
 std::string localizationTable() {
   return ZELPrivilegedOperationSet::nameOfAuthorizationRightLocalizationTable();
@@ -39,9 +34,9 @@ Registration registrationOf(const std::string& right) {
   }
 }
 
-Rights examineRights() {
+Rights examineRights(const ZELPrivilegedOperationSet& set) {
   Rights rights;
-  operationSet().enumerateRightDefinitionsUsingBlock(
+  set.enumerateRightDefinitionsUsingBlock(
       [&](const std::optional<std::string>& name, const Value&, const std::string&) {
         const std::string right = name.value_or("");
         switch (registrationOf(right)) {
@@ -56,23 +51,21 @@ Rights examineRights() {
   return rights;
 }
 
-std::vector<RightFault> faultsOfRights() {
+std::vector<RightFault> faultsOfRights(const ZELPrivilegedOperationSet& set) {
   std::vector<RightFault> faults;
-  operationSet().enumerateRightDefinitionsUsingBlock([&](const std::optional<std::string>& name,
-                                                         const Value& rule,
-                                                         const std::string& description) {
+  set.enumerateRightDefinitionsUsingBlock([&](const std::optional<std::string>& name,
+                                              const Value& rule, const std::string& description) {
     const auto found = faultsOfRight(name.value_or(""), rule, description, localizationTable());
     faults.insert(faults.end(), found.begin(), found.end());
   });
   return faults;
 }
 
-Result<void> mendRights() {
-  if (auto registered = registerRights(); !registered) return registered;
-  return changeRights([](AuthorizationRef authorization) {
-    operationSet().enumerateRightDefinitionsUsingBlock([&](const std::optional<std::string>& name,
-                                                           const Value& rule,
-                                                           const std::string& description) {
+Result<void> mendRights(const ZELPrivilegedOperationSet& set) {
+  if (auto registered = registerRights(set); !registered) return registered;
+  return changeRights([&set](AuthorizationRef authorization) {
+    set.enumerateRightDefinitionsUsingBlock([&](const std::optional<std::string>& name,
+                                                const Value& rule, const std::string& description) {
       const std::string right = name.value_or("");
       if (faultsOfRight(right, rule, description, localizationTable()).empty()) return;
       AuthorizationRightSet(authorization, right.c_str(), rule, description,
@@ -81,19 +74,18 @@ Result<void> mendRights() {
   });
 }
 
-Result<void> registerRights() {
-  return changeRights([](AuthorizationRef authorization) {
-    operationSet().setAuthorizationRightsForImplementedOperationsUsingAuthorization(authorization);
+Result<void> registerRights(const ZELPrivilegedOperationSet& set) {
+  return changeRights([&set](AuthorizationRef authorization) {
+    set.setAuthorizationRightsForImplementedOperationsUsingAuthorization(authorization);
   });
 }
 
-Result<void> removeRights() {
-  return changeRights([](AuthorizationRef authorization) {
-    operationSet().removeAuthorizationRightsForImplementedOperationsUsingAuthorization(
-        authorization);
+Result<void> removeRights(const ZELPrivilegedOperationSet& set) {
+  return changeRights([&set](AuthorizationRef authorization) {
+    set.removeAuthorizationRightsForImplementedOperationsUsingAuthorization(authorization);
     // The call above looks a right up first, and passes over one that is damaged or that only one
     // of two authorities has. So each is removed once more without being looked up.
-    operationSet().enumerateRightDefinitionsUsingBlock(
+    set.enumerateRightDefinitionsUsingBlock(
         [&](const std::optional<std::string>& name, const Value&, const std::string&) {
           AuthorizationRightRemove(authorization, name.value_or("").c_str());
         });
@@ -106,4 +98,4 @@ Result<void> removeRights(const std::vector<std::string>& names) {
   });
 }
 
-}  // namespace corvane::cli
+}  // namespace corvane
