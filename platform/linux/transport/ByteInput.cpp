@@ -9,16 +9,23 @@
 
 namespace corvane {
 
-ByteInput::ByteInput(int socket) : _socket(socket) {
+// A message with a portion of a program's output goes through at once: this decides how fast output
+// reaches the client.
+constexpr std::size_t portionSize = 128 << 10;
+
+ByteInput::ByteInput(int socket)
+    : _socket(socket), _portion(std::make_unique_for_overwrite<std::byte[]>(portionSize)) {
   std::array<int, 2> ends{-1, -1};
   ::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0, ends.data());
   _forward.reset(ends[0]);
+  // The kernel doubles it, for what it adds to each portion.
+  const int size = portionSize;
+  ::setsockopt(ends[0], SOL_SOCKET, SO_SNDBUF, &size, sizeof(size));
   _readingEnd.reset(ends[1]);
 }
 
 Result<void> ByteInput::pump() const {
-  std::array<std::byte, 16384> buffer;
-  iovec portion{buffer.data(), buffer.size()};
+  iovec portion{_portion.get(), portionSize};
   msghdr message{};
   message.msg_iov = &portion;
   message.msg_iovlen = 1;
@@ -28,7 +35,7 @@ Result<void> ByteInput::pump() const {
   if (received < 0) return posixErrorFromHost(errno);
   if ((message.msg_flags & MSG_CTRUNC) != 0) return posixErrorFromHost(EPROTO);
   if (received == 0) return posixErrorFromHost(ECONNRESET);
-  const ssize_t sent = ::send(_forward.get(), buffer.data(), static_cast<std::size_t>(received),
+  const ssize_t sent = ::send(_forward.get(), _portion.get(), static_cast<std::size_t>(received),
                               MSG_DONTWAIT | MSG_NOSIGNAL);
   if (sent != received) return posixErrorFromHost(ECONNRESET);
   return {};

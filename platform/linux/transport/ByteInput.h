@@ -1,6 +1,8 @@
 #ifndef CORVANE_PLATFORM_LINUX_TRANSPORT_BYTEINPUT_H
 #define CORVANE_PLATFORM_LINUX_TRANSPORT_BYTEINPUT_H
 
+#include <cstddef>
+#include <memory>
 #include <utility>
 
 #include "foundation/FileDescriptor.h"
@@ -26,6 +28,8 @@ class ByteInput {
 
  private:
   int _socket;
+  /// What is on its way; not on the stack, which is the caller's.
+  std::unique_ptr<std::byte[]> _portion;
   FileDescriptor _forward;
   FileDescriptor _readingEnd;
 };
