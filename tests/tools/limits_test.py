@@ -25,6 +25,7 @@ OF_ONE, OF_ALL = (LIMITS, "maximumConnectionsPerUser"), (LIMITS, "maximumConnect
 RESERVED = [(LIMITS, "reservedConnections"), (LIMITS, "fewConnections")]
 BYTES_OF_ONE, BYTES_OF_ALL = (LIMITS, "maximumMessageBytesPerUser"), (LIMITS, "maximumMessageBytes")
 RESERVED_BYTES = [(LIMITS, "reservedMessageBytes"), (LIMITS, "fewMessageBytes")]
+TURNS, TURN = ((f"{TRANSPORT}/Turns.h", name) for name in ("atOnce", "longest"))
 REGISTERED = [(f"{TRANSPORT}/Registrations.h", "maximumOfAccount")]
 ROWS = {
     "SECURITY.md": {
@@ -34,6 +35,7 @@ ROWS = {
         "levels of an argument": DEPTH,
         "values with less than": SMALL,
         "connections": [OF_ONE, OF_ALL, *RESERVED],
+        "messages that are read": [TURNS],
         "registered process identifiers": REGISTERED,
         "messages and what they are turned into": [BYTES_OF_ONE, BYTES_OF_ALL, *RESERVED_BYTES],
     },
@@ -46,6 +48,7 @@ ROWS = {
         "values of one argument list": SMALL,
         "connections of one account": [OF_ONE],
         "connections of all users": [OF_ALL, *RESERVED],
+        "messages of one account": [TURNS, TURN],
         "messages, all connections of one account": [BYTES_OF_ONE],
         "messages, all connections of all users": [BYTES_OF_ALL, *RESERVED_BYTES],
         "registered clients": REGISTERED,

@@ -11,6 +11,7 @@
 #include <sys/types.h>
 
 #include "platform/linux/transport/Accounts.h"
+#include "platform/linux/transport/Turns.h"
 
 namespace corvane {
 
@@ -63,6 +64,8 @@ class PeerLimits {
     bool takeMessage(std::size_t size);
     /// Takes `size` bytes more for what the message is turned into; false, with no more taken.
     bool takeMore(std::size_t size);
+    /// Waits until it is this account's connections' turn to use the processor, and takes it.
+    Turns::Turn takeTurn() { return {_limits->_turns, _account}; }
 
    private:
     bool take(std::size_t size);
@@ -83,6 +86,7 @@ class PeerLimits {
   bool mayHoldMore(uid_t account, const Usage& usage, std::size_t size) const;
 
   Accounts _accounts;
+  Turns _turns;
   std::mutex _mutex;
   std::map<uid_t, Usage> _usage;
   /// Of all users but root.

@@ -98,6 +98,12 @@ std::optional<Array> readArguments(MessageReader& reader, const TakeMemory& take
   return arguments;
 }
 
+// False once nothing more comes, or nothing more may.
+bool hasPassedOn(MessageGuard& guard) {
+  const MessageGuard::Result result = guard.pump();
+  return result != MessageGuard::Result::Closed && result != MessageGuard::Result::Refused;
+}
+
 }  // namespace
 
 void acknowledgeCurrentOneWayMessage() {
@@ -276,6 +282,14 @@ void ServedConnection::setExportedInterface(XPCInterface interface) {
   _interface = "com.corvane." + interface.protocolName;
 }
 
+bool ServedConnection::processAll(sd_bus* bus) const {
+  int progress = 0;
+  do {
+    progress = sd_bus_process(bus, nullptr);
+  } while (progress > 0 && !_hasFailed);
+  return progress == 0 && !_hasFailed;
+}
+
 void ServedConnection::serve() {
   static const sd_bus_vtable members[] = {
       SD_BUS_VTABLE_START(0),
@@ -320,12 +334,12 @@ void ServedConnection::serve() {
   }
 
   const CurrentPeerScope scope(_peer);
-  for (;;) {
-    int progress = 0;
-    do {
-      progress = sd_bus_process(bus.get(), nullptr);
-    } while (progress > 0 && !_hasFailed);
-    if (progress < 0 || _hasFailed) return;
+  for (bool hasInput = false;;) {
+    {
+      const Turns::Turn turn = _share.takeTurn();
+      if (hasInput && !hasPassedOn(guard)) return;
+      if (!processAll(bus.get())) return;
+    }
     // No message is on its way, and the last has been handled: its memory is given back.
     if (!guard.deadline()) _share.takeMessage(0);
 
@@ -339,9 +353,7 @@ void ServedConnection::serve() {
 
     const auto deadline = guard.deadline().value_or(MessageGuard::Clock::time_point::max());
     if (!waitFor(socket, hasOutput ? POLLOUT : POLLIN, deadline)) return;
-    if (hasOutput) continue;
-    const MessageGuard::Result result = guard.pump();
-    if (result == MessageGuard::Result::Closed || result == MessageGuard::Result::Refused) return;
+    hasInput = !hasOutput;
   }
 }
 

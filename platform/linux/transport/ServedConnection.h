@@ -44,6 +44,9 @@ class ServedConnection : public XPCIncomingConnection {
  private:
   struct Handlers;
 
+  /// Handles what has been read; false if the connection is to end.
+  bool processAll(sd_bus* bus) const;
+
   FileDescriptor _socket;
   bool _connectedItself;
   std::optional<WatchedProcess> _process;
