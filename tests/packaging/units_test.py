@@ -65,7 +65,7 @@ class UnitsTest(unittest.TestCase):
             # has the second.
             self.assertIn(service["LogLevelMax"], ("notice", "info"))
             self.assertEqual(service["SyslogLevel"], "notice")
-            for limit in ("MemoryMax", "TasksMax", "LimitNOFILE"):
+            for limit in ("CPUWeight", "MemoryMax", "TasksMax", "LimitNOFILE"):
                 self.assertIn(limit, service)
 
 
