@@ -3,10 +3,11 @@
 //   worst-user-bench [SECONDS [ROW]]   so many for each row; those alone whose name has ROW in it
 // The account has subordinate users and is several of them. Beside it another user and root make a
 // nop over a new connection each, as the client does, from the form of the issuer on, and the other
-// user one over a connection that is kept. Where there is only so much of a processor, others wait
-// for that already: the first rows have no attack, and processes that do nothing but compute. In
-// the rows about dialogs a polkit decides, which knows of agents that leave all of them open;
-// elsewhere the daemon decides by itself. Needs root.
+// user one over a connection that is kept. Accounts and services have a share of the processor
+// each, as under systemd. Where there is only so much of one, others wait for that already: the
+// first rows have no attack, and processes that do nothing but compute. In the rows about dialogs a
+// polkit decides, which knows of agents that leave all of them open; elsewhere the daemon decides
+// by itself. Needs root.
 
 #include <algorithm>
 #include <atomic>
@@ -37,6 +38,7 @@
 #include "bench/support/Helper.h"
 #include "bench/support/Issuer.h"
 #include "bench/support/Polkit.h"
+#include "bench/support/ProcessorShare.h"
 #include "bench/support/Program.h"
 #include "bench/support/SocketActivation.h"
 #include "bench/support/TemporaryFolder.h"
@@ -283,20 +285,35 @@ void waitForRights(HelperConnection& connection, const Data& form) {
   }
 }
 
+// What `begin` makes, the processes of which have `share` from their begin.
+template <typename Begin>
+auto with(const bench::ProcessorShare& share, const Begin& begin) {
+  const bench::ProcessorShare::Taken taken(share);
+  return begin();
+}
+
 void measure(const Attack& attack, std::chrono::seconds duration) {
+  const bench::ProcessorShare ofHelper("helper");
+  const bench::ProcessorShare ofIssuer("issuer");
+  const bench::ProcessorShare ofPolkit("polkit");
+  const bench::ProcessorShare ofOther("other");
+  const bench::ProcessorShare ofRoot("root");
+  std::deque<bench::ProcessorShare> ofAttackers;
+
   bench::SocketActivation daemon(bench::helperProgram, backlog);
-  const bench::Issuer issuer(daemon.folder());
+  const auto issuer =
+      with(ofIssuer, [&] { return std::make_unique<bench::Issuer>(daemon.folder()); });
   std::optional<bench::Polkit> polkit;
   if (attack.hasDialogs) {
-    polkit.emplace();
+    with(ofPolkit, [&] { polkit.emplace(); });
     ::setenv("DBUS_SYSTEM_BUS_ADDRESS", polkit->busAddress().c_str(), 1);
     ::setenv("CORVANE_POLKIT_ACTIONS_DIRECTORY", polkit->actionsFolder().c_str(), 1);
   }
   daemon.serveEverybody();
-  daemon.start();
+  with(ofHelper, [&] { daemon.start(); });
   const rlimit limit = {maximumDescriptors, maximumDescriptors};
   ::prlimit(daemon.process(), RLIMIT_NOFILE, &limit, nullptr);
-  const Place place = {daemon.socketPath(), issuer.socketPath()};
+  const Place place = {daemon.socketPath(), issuer->socketPath()};
 
   // So that nobody who unregisters ends it.
   const auto kept = bench::connectToHelper(place.helper);
@@ -309,12 +326,21 @@ void measure(const Attack& attack, std::chrono::seconds duration) {
   std::deque<bench::SilentAgent> agents;
   uid_t user = attack.isOfManyAccounts ? firstOfManyAccounts : firstSubordinateUser;
   for (const Attacker& attacker : attack.attackers) {
+    if (ofAttackers.empty() || attack.isOfManyAccounts) {
+      ofAttackers.emplace_back("attacker-" + std::to_string(user));
+    }
+    const bench::ProcessorShare::Taken taken(ofAttackers.back());
     attackers.emplace_back(user++, [&] { return attacker(place); });
     if (polkit) agents.emplace_back(*polkit, attackers.back().number());
   }
-  const bench::Bystander other(otherUser, [&] { return overNewConnections(place); });
-  const bench::Bystander keeping(otherUser, [&] { return overOneConnection(place); });
-  const bench::Bystander root(0, [&] { return overNewConnections(place); });
+  const auto bystander = [&](const bench::ProcessorShare& share, uid_t ofUser, auto&& prepare) {
+    return with(share, [&] {
+      return std::make_unique<bench::Bystander>(ofUser, [&] { return prepare(place); });
+    });
+  };
+  const auto other = bystander(ofOther, otherUser, &overNewConnections);
+  const auto keeping = bystander(ofOther, otherUser, &overOneConnection);
+  const auto root = bystander(ofRoot, 0, &overNewConnections);
 
   long threads = 0;
   long descriptors = 0;
@@ -325,7 +351,7 @@ void measure(const Attack& attack, std::chrono::seconds duration) {
     descriptors = std::max(descriptors, countOf(daemon.process(), "fd"));
   }
 
-  const bench::Latencies all[] = {other.latencies(), keeping.latencies(), root.latencies()};
+  const bench::Latencies all[] = {other->latencies(), keeping->latencies(), root->latencies()};
   const long mebibytes = daemon.memory("VmHWM") / 1024;
   std::printf("%-36s", attack.name);
   std::for_each(std::begin(all), std::end(all), &print);
