@@ -9,7 +9,7 @@ SOURCES = os.environ.get("CORVANE_SOURCES", f"{os.path.dirname(os.path.abspath(_
 
 TRANSPORT = "platform/linux/transport"
 UNITS = {"KiB": 1 << 10, "MiB": 1 << 20}
-SERVICE = "packaging/systemd/helper.service.in"
+SERVICE = "packaging/helper/helper.service.in"
 # What a connection may cost the service.
 DESCRIPTORS_OF_CONNECTION = 8
 
