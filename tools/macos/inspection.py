@@ -15,7 +15,8 @@ import sys
 import macho
 
 FOLDER = os.path.dirname(os.path.abspath(__file__))
-RESOURCES = f"{FOLDER}/../../resources"
+# Where the build makes the property lists.
+MADE = f"{FOLDER}/../../build/macos/corvane-helper/vnt"
 HELPER = "com.corvane.system.privilegedhelper-vnt"
 MINIMUM, SDK = "10.13", "11.0"
 SYSTEM_LIBRARY = "/usr/lib/libSystem.B.dylib"
@@ -116,7 +117,7 @@ def faults_of_property_lists(image, name):
             if content is not None:
                 yield f"it has a section {section}"
             continue
-        with open(f"{RESOURCES}/{file_name}", "rb") as file:
+        with open(f"{MADE}/{file_name}", "rb") as file:
             if content != file.read():
                 yield f"its section {section} is not {file_name}"
 
