@@ -201,6 +201,7 @@ class Issuer:
 
     def form(self, user=None):
         with (user.connect if user else users.connect)(self.socket_path) as asking:
+            asking.settimeout(PATIENCE)
             form = b""
             while part := asking.recv(64):
                 form += part

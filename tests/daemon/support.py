@@ -186,6 +186,7 @@ class BenchIssuer:
     def form(self, user=None):
         """The external form of `user`, or of the caller."""
         with (user.connect if user else users.connect)(self.socket_path) as asking:
+            asking.settimeout(PATIENCE)
             return asking.recv(64)
 
     def close(self):

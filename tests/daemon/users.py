@@ -21,11 +21,14 @@ class User:
     process and this user as their peer, whoever uses them."""
 
     SCRIPT = """
-import socket
+import socket, struct, sys
 with socket.socket(fileno=0) as requests:
     while path := requests.recv(4096):
         with socket.socket(socket.AF_UNIX) as connected:
+            patience = struct.pack("ll", int(sys.argv[1]), 0)
+            connected.setsockopt(socket.SOL_SOCKET, socket.SO_SNDTIMEO, patience)
             connected.connect(path.decode())
+            connected.setsockopt(socket.SOL_SOCKET, socket.SO_SNDTIMEO, bytes(len(patience)))
             socket.send_fds(requests, [b"x"], [connected.fileno()])
 """
 
@@ -33,13 +36,14 @@ with socket.socket(fileno=0) as requests:
         self.uid = uid
         self._requests, theirs = socket.socketpair(socket.AF_UNIX, socket.SOCK_SEQPACKET)
         with theirs:
-            self.process = subprocess.Popen(["/usr/bin/python3", "-I", "-c", self.SCRIPT],
+            self.process = subprocess.Popen(["/usr/bin/python3", "-I", "-c", self.SCRIPT,
+                                             str(PATIENCE)],
                                             stdin=theirs, user=uid, group=uid, extra_groups=[])
 
     def connect(self, path):
         self._requests.send(path.encode())
         data, descriptors, _, _ = socket.recv_fds(self._requests, 1, 1)
-        assert data, "the other user's process has ended"
+        assert data, "the other user's process has ended, or nobody took its connection"
         return socket.socket(fileno=descriptors[0])
 
     def end(self):
