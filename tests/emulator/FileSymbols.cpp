@@ -1,0 +1,152 @@
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "tests/emulator/Image.h"
+#include "tests/emulator/Symbols.h"
+
+namespace emulator {
+
+namespace {
+
+struct Flag {
+  int darwin;
+  int host;
+};
+constexpr Flag openFlags[] = {{0x1, O_WRONLY},         {0x2, O_RDWR},         {0x4, O_NONBLOCK},
+                              {0x8, O_APPEND},         {0x100, O_NOFOLLOW},   {0x200, O_CREAT},
+                              {0x400, O_TRUNC},        {0x800, O_EXCL},       {0x20000, O_NOCTTY},
+                              {0x100000, O_DIRECTORY}, {0x1000000, O_CLOEXEC}};
+constexpr Flag atFlags[] = {
+    {0x20, AT_SYMLINK_NOFOLLOW}, {0x40, AT_SYMLINK_FOLLOW}, {0x80, AT_REMOVEDIR}};
+
+// The flags of this system for those of macOS. One that is not known is a mistake to be seen.
+template <std::size_t count>
+int hostFlags(const Flag (&table)[count], int flags, const char* of) {
+  int found = 0;
+  for (const Flag& flag : table) {
+    if ((flags & flag.darwin) == 0) continue;
+    found |= flag.host;
+    flags &= ~flag.darwin;
+  }
+  if (flags != 0)
+    fail("flags of " + std::string(of) + " that are not known: " + std::to_string(flags));
+  return found;
+}
+
+int hostFolder(int folder) {
+  constexpr int darwinCurrentFolder = -2;
+  return folder == darwinCurrentFolder ? AT_FDCWD : folder;
+}
+
+constexpr int hasMode = 0x200;
+
+int open(const char* path, int flags, ...) {
+  va_list arguments;
+  va_start(arguments, flags);
+  const mode_t mode = (flags & hasMode) != 0 ? static_cast<mode_t>(va_arg(arguments, int)) : 0;
+  va_end(arguments);
+  return ::open(path, hostFlags(openFlags, flags, "open"), mode);
+}
+int openAt(int folder, const char* path, int flags, ...) {
+  va_list arguments;
+  va_start(arguments, flags);
+  const mode_t mode = (flags & hasMode) != 0 ? static_cast<mode_t>(va_arg(arguments, int)) : 0;
+  va_end(arguments);
+  return ::openat(hostFolder(folder), path, hostFlags(openFlags, flags, "openat"), mode);
+}
+int unlinkAt(int folder, const char* path, int flags) {
+  return ::unlinkat(hostFolder(folder), path, hostFlags(atFlags, flags, "unlinkat"));
+}
+
+struct DarwinStatus {
+  std::int32_t device;
+  std::uint16_t mode;
+  std::uint16_t links;
+  std::uint64_t inode;
+  std::uint32_t user;
+  std::uint32_t group;
+  std::int32_t represents;
+  timespec access;
+  timespec change;
+  timespec statusChange;
+  timespec birth;
+  std::int64_t size;
+  std::int64_t blocks;
+  std::int32_t blockSize;
+  std::uint32_t flags;
+  std::uint32_t generation;
+  std::int32_t spare;
+  std::int64_t spares[2];
+};
+static_assert(sizeof(DarwinStatus) == 144 && offsetof(DarwinStatus, size) == 96);
+
+int give(const struct stat& status, DarwinStatus* result) {
+  *result = {static_cast<std::int32_t>(status.st_dev),
+             static_cast<std::uint16_t>(status.st_mode),
+             static_cast<std::uint16_t>(status.st_nlink),
+             status.st_ino,
+             status.st_uid,
+             status.st_gid,
+             static_cast<std::int32_t>(status.st_rdev),
+             status.st_atim,
+             status.st_mtim,
+             status.st_ctim,
+             status.st_ctim,
+             status.st_size,
+             status.st_blocks,
+             static_cast<std::int32_t>(status.st_blksize),
+             0,
+             0,
+             0,
+             {0, 0}};
+  return 0;
+}
+int statusOf(const char* path, DarwinStatus* result) {
+  struct stat status {};
+  return ::stat(path, &status) == 0 ? give(status, result) : -1;
+}
+int statusOfLink(const char* path, DarwinStatus* result) {
+  struct stat status {};
+  return ::lstat(path, &status) == 0 ? give(status, result) : -1;
+}
+int statusOfOpen(int descriptor, DarwinStatus* result) {
+  struct stat status {};
+  return ::fstat(descriptor, &status) == 0 ? give(status, result) : -1;
+}
+int statusAt(int folder, const char* path, DarwinStatus* result, int flags) {
+  struct stat status {};
+  const int found =
+      ::fstatat(hostFolder(folder), path, &status, hostFlags(atFlags, flags, "fstatat"));
+  return found == 0 ? give(status, result) : -1;
+}
+
+char* realPath(const char* path, char* result) {
+  return ::realpath(path, result);
+}
+
+}  // namespace
+
+std::span<const Symbol> fileSymbols() {
+  static const Symbol symbols[] = {
+      {"___stdinp", static_cast<void*>(&stdin)},
+      {"___stdoutp", static_cast<void*>(&stdout)},
+      {"___stderrp", static_cast<void*>(&stderr)},
+      function("_open", &open),
+      function("_openat", &openAt),
+      function("_unlinkat", &unlinkAt),
+      function("_stat$INODE64", &statusOf),
+      function("_lstat$INODE64", &statusOfLink),
+      function("_fstat$INODE64", &statusOfOpen),
+      function("_fstatat$INODE64", &statusAt),
+      function("_realpath$DARWIN_EXTSN", &realPath),
+  };
+  return symbols;
+}
+
+}  // namespace emulator

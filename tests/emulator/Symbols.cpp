@@ -1,0 +1,101 @@
+#include "tests/emulator/Symbols.h"
+
+#include <array>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <unordered_map>
+
+#include <dlfcn.h>
+#include <sys/mman.h>
+
+#include "tests/emulator/Image.h"
+
+namespace emulator {
+
+namespace {
+
+// Functions with the same types and the same meaning on both systems.
+constexpr const char* same[] = {
+    "abort",          "access",       "calloc",      "chmod",          "close",
+    "closedir",       "dlsym",        "fchmod",      "fchown",         "fclose",
+    "ferror",         "fflush",       "fgets",       "fileno",         "flock",
+    "floor",          "fopen",        "fprintf",     "fputc",          "fputs",
+    "fread",          "free",         "fseek",       "fseeko",         "fsync",
+    "ftello",         "ftruncate",    "fwrite",      "getc",           "getcwd",
+    "getdelim",       "getegid",      "getenv",      "geteuid",        "getgid",
+    "getpid",         "getppid",      "getuid",      "isatty",         "ldexp",
+    "link",           "llround",      "lround",      "malloc",         "memchr",
+    "memcmp",         "memcpy",       "memmove",     "memset",         "mkdir",
+    "mkdtemp",        "mkstemp",      "nanosleep",   "perror",         "poll",
+    "posix_memalign", "pread",        "printf",      "pthread_detach", "pthread_getspecific",
+    "pthread_join",   "pthread_self", "putc",        "putchar",        "puts",
+    "pwrite",         "read",         "readlink",    "realloc",        "rename",
+    "rewind",         "rmdir",        "sched_yield", "setbuf",         "setenv",
+    "snprintf",       "sscanf",       "strcasecmp",  "strchr",         "strcmp",
+    "strdup",         "strlen",       "strncmp",     "strnlen",        "strrchr",
+    "strstr",         "strtod",       "strtof",      "strtol",         "strtold",
+    "strtoll",        "strtoul",      "strtoull",    "symlink",        "time",
+    "umask",          "ungetc",       "unlink",      "unsetenv",       "usleep",
+    "vasprintf",      "vfprintf",     "vprintf",     "vsnprintf",      "wcslen",
+    "wmemchr",        "write"};
+
+using Symbols = std::unordered_map<std::string, void*>;
+
+const Symbols& known() {
+  static const auto* const symbols = [] {
+    auto* const all = new Symbols;
+    for (const char* name : same) {
+      void* const address = ::dlsym(RTLD_DEFAULT, name);
+      if (address == nullptr) fail(std::string("this system has no ") + name);
+      all->emplace(std::string("_") + name, address);
+    }
+    for (const auto& subject : {textSymbols(), fileSymbols(), threadSymbols(), processSymbols()}) {
+      for (const Symbol& symbol : subject) all->emplace(symbol.name, symbol.address);
+    }
+    return all;
+  }();
+  return *symbols;
+}
+
+[[noreturn]] void missing(const char* name) {
+  fail(std::string("there is no ") + name + " here");
+}
+
+// A function of its own for each missing symbol: it passes the name on.
+//   mov rdi, name; mov rax, missing; jmp rax
+void* trapFor(const std::string& name) {
+  constexpr std::size_t pages = std::size_t{64} * 4096;
+  static std::byte* place = nullptr;
+  static std::byte* end = nullptr;
+  std::array<std::uint8_t, 24> code = {0x48, 0xbf, 0, 0, 0, 0, 0, 0, 0, 0,    0x48,
+                                       0xb8, 0,    0, 0, 0, 0, 0, 0, 0, 0xff, 0xe0};
+  if (place == nullptr || static_cast<std::size_t>(end - place) < code.size()) {
+    void* const memory = ::mmap(nullptr, pages, PROT_READ | PROT_WRITE | PROT_EXEC,
+                                MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    if (memory == MAP_FAILED) fail("there is no memory");
+    place = static_cast<std::byte*>(memory);
+    end = place + pages;
+  }
+  const char* const text = ::strdup(name.c_str());
+  auto* const handler = &missing;
+  std::memcpy(code.data() + 2, &text, sizeof text);
+  std::memcpy(code.data() + 12, &handler, sizeof handler);
+  std::memcpy(place, code.data(), code.size());
+  void* const trap = place;
+  place += code.size();
+  return trap;
+}
+
+}  // namespace
+
+void* symbolNamed(const std::string& name) {
+  const auto found = known().find(name);
+  if (found != known().end()) return found->second;
+  static auto* const traps = new Symbols;
+  void*& trap = (*traps)[name];
+  if (trap == nullptr) trap = trapFor(name);
+  return trap;
+}
+
+}  // namespace emulator
