@@ -19,7 +19,8 @@ struct OperationErrorText {
 };
 
 /// The error with its recovery text as a template and `parameters`, strings, for the placeholders.
-/// The side that shows it fills them in, in the language of who reads it.
+/// The side that shows it fills them in, in the language of who reads it; without any parameter it
+/// leaves the recovery text out.
 Error operationError(const OperationErrorText& text, Array parameters,
                      const std::optional<std::string>& path = std::nullopt,
                      const std::optional<Error>& underlying = std::nullopt);

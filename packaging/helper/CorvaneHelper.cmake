@@ -10,6 +10,9 @@ if(NOT corvane_helper_folders)
   set_property(GLOBAL PROPERTY CORVANE_HELPER_HEADERS corvane/)
 endif()
 
+set(CORVANE_UNIT_FOLDER /usr/lib/systemd/system CACHE PATH
+  "Where the units of helpers are installed")
+
 function(corvane_helper_file name variable)
   get_property(folders GLOBAL PROPERTY CORVANE_HELPER_FOLDERS)
   foreach(folder IN LISTS folders)
@@ -49,6 +52,62 @@ function(corvane_check_helper_names code version build vendor)
     message(FATAL_ERROR "There are two helpers with the code '${code}'.")
   endif()
   set_property(GLOBAL APPEND PROPERTY CORVANE_HELPER_CODES ${code})
+endfunction()
+
+# Makes a helper out of a set of operations, and installs it:
+#   corvane_add_helper(NAME code VERSION 1.0 [BUILD number] VENDOR name [COPYRIGHT line]
+#                      [TEAM identifier] OPERATIONS source... [RESOURCES folder])
+# What corvane_add_helper_programs makes, and besides
+# - privilegerequestor-<code>, which has a command for each operation;
+# - the action files that define the rights for polkit, and a page of the manual;
+# - scripts for a Debian package of it, whose paths are in CORVANE_HELPER_PACKAGE_SCRIPTS.
+# A table of operations that contradicts itself ends the build with the reason. All of it is installed
+# to the places of the system, whatever the prefix: those are where the system looks. The issuer of
+# authorizations and launchctl are not part of it: all helpers share those of one package.
+function(corvane_add_helper)
+  corvane_add_helper_programs(${ARGV})
+  cmake_parse_arguments(PARSE_ARGV 0 ARG "" "NAME;VERSION;BUILD;VENDOR;COPYRIGHT;TEAM;RESOURCES"
+    "OPERATIONS")
+  set(CORVANE_CODE ${ARG_NAME})
+  set(CORVANE_VERSION ${ARG_VERSION})
+  set(CORVANE_VENDOR "${ARG_VENDOR}")
+  set(CORVANE_LABEL com.corvane.system.privilegedhelper-${ARG_NAME})
+  set(unit ${CORVANE_UNIT_FOLDER}/${CORVANE_LABEL}.service)
+  if(EXISTS ${unit})
+    file(STRINGS ${unit} other REGEX "^X-Vendor=")
+    if(NOT other STREQUAL "X-Vendor=${ARG_VENDOR}")
+      message(FATAL_ERROR
+        "The code '${ARG_NAME}' is that of another vendor's helper, whose unit is ${unit}.")
+    endif()
+  endif()
+  set(made ${CMAKE_BINARY_DIR}/corvane-helper/${ARG_NAME})
+  set(programs ${CMAKE_BINARY_DIR}/bin)
+  set(operations corvane-operationset-${ARG_NAME})
+  set(CMAKE_RUNTIME_OUTPUT_DIRECTORY ${programs})
+  set(rights com.corvane.rights-${ARG_NAME})
+  set(requestor privilegerequestor-${ARG_NAME})
+  corvane_add_helper_program(${requestor} corvane::requestor)
+  add_custom_command(TARGET ${rights} POST_BUILD
+    COMMAND ${CMAKE_COMMAND} -E rm -rf ${made}/actions
+    COMMAND ${CMAKE_COMMAND} -E make_directory ${made}/actions
+    COMMAND ${rights} write ${made}/actions
+    VERBATIM)
+  foreach(name helper.8 postinst prerm postrm)
+    corvane_helper_file(${name}.in template)
+    configure_file(${template} ${made}/${name} @ONLY)
+    list(APPEND scripts ${made}/${name})
+  endforeach()
+  list(POP_FRONT scripts)
+  file(CHMOD ${scripts} PERMISSIONS
+    OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
+  set(CORVANE_HELPER_PACKAGE_SCRIPTS ${scripts} PARENT_SCOPE)
+
+  install(TARGETS ${CORVANE_LABEL} ${rights} RUNTIME DESTINATION /usr/libexec)
+  install(TARGETS ${requestor} RUNTIME DESTINATION /usr/bin)
+  install(FILES ${programs}/${CORVANE_LABEL}.socket ${programs}/${CORVANE_LABEL}.service
+    DESTINATION ${CORVANE_UNIT_FOLDER})
+  install(DIRECTORY ${made}/actions/ DESTINATION /usr/share/polkit-1/actions)
+  install(FILES ${made}/helper.8 DESTINATION /usr/share/man/man8 RENAME ${CORVANE_LABEL}.8)
 endfunction()
 
 # Makes of a set of operations what a helper is, into the folder bin of the build folder:

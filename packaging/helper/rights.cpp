@@ -5,12 +5,15 @@
 #include "operations/Rights.h"
 
 #include <cstdio>
+#include <fstream>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "foundation/LocalizedStrings.h"
 #include "operations/PrincipalClass.h"
 #include "platform/Authorization.h"
+#include "platform/linux/authorization/polkit/ActionFile.h"
 
 using namespace corvane;
 
@@ -62,10 +65,28 @@ ExitStatus list(const ZELPrivilegedOperationSet& set) {
   return status;
 }
 
+// Writes the files that define the rights for polkit into `folder`, which takes no rights.
+ExitStatus write(const ZELPrivilegedOperationSet& set, const std::string& folder) {
+  ExitStatus status = Done;
+  const std::string table = ZELPrivilegedOperationSet::nameOfAuthorizationRightLocalizationTable();
+  set.enumerateRightDefinitionsUsingBlock([&](const std::optional<std::string>& rightName,
+                                              const Value& rule, const std::string& description) {
+    const std::string name =
+        rule.string() ? *rule.string() : rule.dictionary()->text("rule").value_or("");
+    const auto text =
+        actionFile(*rightName, {name, description, table}, translations(description, table));
+    const std::string path = folder + "/" + *rightName + ".policy";
+    if (text && (std::ofstream(path) << *text).flush()) return;
+    tell(set, "'" + path + "' cannot be written");
+    status = Failed;
+  });
+  return status;
+}
+
 }  // namespace
 
 int main(int argc, char* argv[]) {
-  const std::string_view command = argc == 2 ? argv[1] : "";
+  const std::string_view command = argc >= 2 ? argv[1] : "";
   const PrincipalClass* principalClass = PrincipalClass::ofThisProgram();
   if (principalClass == nullptr) {
     std::fputs("The set of operations that the property list names is not linked in.\n", stderr);
@@ -75,8 +96,10 @@ int main(int argc, char* argv[]) {
   const std::vector<std::string> faults = set.faults();
   for (const std::string& fault : faults) tell(set, fault);
   if (!faults.empty()) return Failed;
-  if (command == "register" || command == "remove") return change(set, command == "register");
-  if (command == "list") return list(set);
-  std::fprintf(stderr, "usage: %s register|remove|list\n", programName(set).c_str());
+  const bool isChange = command == "register" || command == "remove";
+  if (argc == 2 && isChange) return change(set, command == "register");
+  if (argc == 2 && command == "list") return list(set);
+  if (argc == 3 && command == "write") return write(set, argv[2]);
+  std::fprintf(stderr, "usage: %s register|remove|list|write FOLDER\n", programName(set).c_str());
   return Usage;
 }

@@ -8,6 +8,7 @@
 
 #include "foundation/FileDescriptor.h"
 #include "foundation/POSIXError.h"
+#include "platform/HelperAddress.h"
 #include "platform/linux/bus/Bus.h"
 #include "platform/linux/transport/BusValue.h"
 #include "platform/linux/transport/Endpoint.h"
@@ -195,7 +196,7 @@ class LinuxHelperConnection : public HelperConnection {
 }  // namespace
 
 std::string defaultHelperAddress() {
-  return "/run/com.corvane.system.privilegedhelper-vnt/socket";
+  return helperAddressOf("com.corvane.system.privilegedhelper-vnt");
 }
 
 Answer<std::unique_ptr<HelperConnection>> HelperConnection::connect(

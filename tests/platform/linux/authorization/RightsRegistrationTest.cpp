@@ -12,6 +12,7 @@
 #include "tests/platform/linux/authorization/AuthorizationFolder.h"
 #include "tests/platform/linux/support/ChildProcess.h"
 #include "tests/support/Files.h"
+#include "tests/support/TemporaryFolder.h"
 
 namespace corvane {
 namespace {
@@ -158,6 +159,28 @@ TEST_F(RightsRegistrationTest, TheProgramRegistersListsAndRemoves) {
   EXPECT_EQ(run("remove"), 0);
   EXPECT_EQ(definitionOf("com.corvane.vnt.nop"), std::nullopt);
   EXPECT_EQ(run("other"), 2);
+}
+
+TEST_F(RightsRegistrationTest, TheProgramWritesTheFilesThatRegisteringMakes) {
+  const std::string actions = authorizationFolder().path("actions");
+  ASSERT_EQ(::mkdir(actions.c_str(), 0755), 0);
+  set.setAuthorizationRightsForImplementedOperationsUsingAuthorization(root);
+  const TemporaryFolder written;
+  const FileDescriptor nothing(::open("/dev/null", O_RDWR | O_CLOEXEC));
+  const auto writeTo = [&](const std::string& folder) {
+    return ChildProcess::program({RIGHTS_PROGRAM, "write", folder}, {.errors = nothing.get()})
+        .reap();
+  };
+  EXPECT_EQ(writeTo(written.path("")), 0);
+  int count = 0;
+  for (const auto& file : std::filesystem::directory_iterator(actions)) {
+    EXPECT_EQ(contentOf(written.path(file.path().filename().string())),
+              contentOf(file.path().string()));
+    ++count;
+  }
+  std::filesystem::remove_all(actions);
+  EXPECT_EQ(count, 8);
+  EXPECT_EQ(writeTo("/nonexistent"), 1);
 }
 
 TEST_F(RightsRegistrationTest, TheProgramTellsOfADamagedRightAndRemovesIt) {

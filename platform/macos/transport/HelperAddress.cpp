@@ -1,0 +1,9 @@
+#include "platform/HelperAddress.h"
+
+namespace corvane {
+
+std::string helperAddressOf(const std::string& serviceIdentifier) {
+  return serviceIdentifier;
+}
+
+}  // namespace corvane
