@@ -6,6 +6,8 @@
 #include <cerrno>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
+#include <mutex>
 #include <string>
 #include <vector>
 
@@ -70,8 +72,12 @@ bool isEntry(const std::string& entry) {
                      [](unsigned char c) { return std::isalnum(c) || c == '.' || c == '-'; });
 }
 
+// Requests of several clients run at the same time: no two of them change the file.
+std::mutex hostsMutex;
+
 // add-hosts ENTRY...
 std::optional<Error> addHosts(const ProgressRun& run, const std::vector<std::string>& entries) {
+  const std::lock_guard lock(hostsMutex);
   std::ifstream file("/etc/hosts");
   std::string text{std::istreambuf_iterator<char>(file), {}};
   if (!text.empty() && text.back() != '\n') text += '\n';

@@ -32,7 +32,9 @@ void tell(const ZELPrivilegedOperationSet& set, const std::string& what) {
 
 void tell(const ZELPrivilegedOperationSet& set, const std::vector<std::string>& rights,
           const std::string& what) {
-  for (const std::string& right : rights) tell(set, "'" + right + "' " + what);
+  for (const std::string& right : rights) {
+    tell(set, std::string("'").append(right).append("' ").append(what));
+  }
 }
 
 // The set's own functions report failures to the standard log alone, so the result is looked at.

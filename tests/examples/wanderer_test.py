@@ -24,6 +24,16 @@ def files_below(folder):
             for at, _, names in os.walk(folder) for name in names}
 
 
+class GuideTest(unittest.TestCase):
+    def test_every_sample_of_the_guide_is_the_examples(self):
+        files = [contents(f"{EXAMPLE}/{name}") for name in files_below(EXAMPLE)]
+        samples = re.findall(r"^```\w*\n(.*?)^```$", contents(f"{SOURCES}/docs/HELPER.md"),
+                             re.MULTILINE | re.DOTALL)
+        self.assertGreater(len(samples), 10)
+        for sample in samples:
+            self.assertTrue(any(sample in text for text in files), sample)
+
+
 class WandererTest(unittest.TestCase):
     def setUp(self):
         temporary = tempfile.TemporaryDirectory()
@@ -80,7 +90,8 @@ class WandererTest(unittest.TestCase):
                   for operation in ("add-hosts", "delete-files", "discard-auth", "look-up-hosts",
                                     "nop", "perform-uninstall", "set-time-zone")]
         self.assertEqual(files_below(second), {
-            "usr/bin/privilegerequestor-wanderer", "usr/libexec/com.corvane.rights-wanderer",
+            "usr/bin/privilegerequestor-wanderer", "usr/bin/wanderer",
+            "usr/libexec/com.corvane.rights-wanderer",
             f"usr/libexec/{LABEL}", f"usr/lib/systemd/system/{LABEL}.service",
             f"usr/lib/systemd/system/{LABEL}.socket", f"usr/share/man/man8/{LABEL}.8", *rights})
         unit = contents(f"{second}/usr/lib/systemd/system/{LABEL}.socket")

@@ -50,6 +50,11 @@ class WandererTest(unittest.TestCase):
         self.assertEqual(run.returncode, status, run.stdout + run.stderr)
         return run
 
+    def application(self, zone):
+        return subprocess.run([f"{PROGRAMS}/wanderer", zone, f"{self.folder}/helper.socket",
+                               f"{self.folder}/authorization.socket"], capture_output=True,
+                              text=True, check=False)
+
     def hosts(self):
         with open(f"{self.folder}/etc/hosts", encoding="utf-8") as file:
             return file.read()
@@ -58,6 +63,13 @@ class WandererTest(unittest.TestCase):
         self.ask("set-time-zone", "Europe/Berlin")
         self.assertEqual(os.readlink(f"{self.folder}/etc/localtime"),
                          "/usr/share/zoneinfo/Europe/Berlin")
+
+    def test_the_application_sets_it_too(self):
+        self.assertEqual(self.application("Asia/Tokyo").returncode, 0)
+        self.assertEqual(os.readlink(f"{self.folder}/etc/localtime"),
+                         "/usr/share/zoneinfo/Asia/Tokyo")
+        refused = self.application("Nowhere")
+        self.assertEqual((refused.returncode, refused.stderr), (1, "There is no such time zone.\n"))
 
     def test_a_zone_cannot_lead_elsewhere(self):
         before = os.readlink(f"{self.folder}/etc/localtime")
