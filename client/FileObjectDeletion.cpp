@@ -1,12 +1,14 @@
 #include "client/FileObjectDeletion.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cmath>
 #include <filesystem>
 #include <set>
 #include <utility>
 
 #include <fcntl.h>
+#include <sys/stat.h>
 
 #include "client/AppendOnlyObjects.h"
 #include "foundation/POSIXError.h"
@@ -29,13 +31,30 @@ constexpr std::size_t shortPathSize = 8;
 constexpr std::size_t maximumSeparateRequests = 256;
 
 bool isThere(const std::string& path) {
-  std::error_code error;
-  return fs::symlink_status(path, error).type() != fs::file_type::not_found;
+  struct stat status {};
+  return ::lstat(path.c_str(), &status) == 0 || (errno != ENOENT && errno != ENOTDIR);
 }
 
 bool isLink(const std::string& path) {
-  std::error_code error;
-  return fs::symlink_status(path, error).type() == fs::file_type::symlink;
+  struct stat status {};
+  return ::lstat(path.c_str(), &status) == 0 && S_ISLNK(status.st_mode);
+}
+
+// Each path once, in the order of the list.
+PathPointers eachOnce(const std::vector<std::string>& paths) {
+  PathPointers each;
+  each.reserve(paths.size());
+  for (const std::string& path : paths) each.push_back(&path);
+  std::ranges::sort(each, [](const std::string* one, const std::string* other) {
+    const int order = one->compare(*other);
+    return order != 0 ? order < 0 : one < other;
+  });
+  const auto isSame = [](const std::string* one, const std::string* other) {
+    return *one == *other;
+  };
+  each.erase(std::unique(each.begin(), each.end(), isSame), each.end());
+  std::ranges::sort(each);
+  return each;
 }
 
 using Outcome = PrivilegedHelperClient::Outcome;
@@ -72,23 +91,25 @@ class Portion {
 
 }  // namespace
 
-std::vector<std::string> whereSomethingIs(const std::vector<std::string>& paths) {
-  std::vector<std::string> left;
-  std::copy_if(paths.begin(), paths.end(), std::back_inserter(left), &isThere);
+PathPointers whereSomethingIs(const PathPointers& paths) {
+  PathPointers left;
+  left.reserve(paths.size());
+  std::ranges::copy_if(paths, std::back_inserter(left),
+                       [](const std::string* path) { return isThere(*path); });
   return left;
 }
 
-bool isEvidentlyAuthorized(const std::vector<std::string>& there, bool recursive) {
+bool isEvidentlyAuthorized(const PathPointers& there, bool recursive) {
   const FileFlags kept = recursive ? FileFlag::UserAppend | FileFlag::SystemImmutable |
                                          FileFlag::SystemAppend | FileFlag::Restricted
                                    : FileFlag::Restricted;
-  return std::any_of(there.begin(), there.end(), [kept](const std::string& path) {
+  return std::ranges::any_of(there, [kept](const std::string* path) {
     FileStatus status;
     FileStatus folder;
-    return !isThere(path) ||
-           (!statusOf(AT_FDCWD, path.c_str(), FinalLink::Keep, status) &&
+    return !isThere(*path) ||
+           (!statusOf(AT_FDCWD, path->c_str(), FinalLink::Keep, status) &&
             (status.flags & kept) != 0) ||
-           (!statusOf(AT_FDCWD, fs::path(path).parent_path().c_str(), FinalLink::Keep, folder) &&
+           (!statusOf(AT_FDCWD, fs::path(*path).parent_path().c_str(), FinalLink::Keep, folder) &&
             folder.flags != 0);
   });
 }
@@ -104,9 +125,15 @@ FileObjectDeletion::FileObjectDeletion(PrivilegedHelperClient& client,
       _feedback(feedback) {}
 
 PrivilegedHelperClient::DeletionOutcome FileObjectDeletion::run() {
-  const std::vector<std::string> there = whereSomethingIs(_paths);
-  std::copy_if(_paths.begin(), _paths.end(), std::back_inserter(_outcome.missing),
-               [](const std::string& path) { return !isThere(path); });
+  PathPointers there;
+  there.reserve(_paths.size());
+  for (const std::string& path : _paths) {
+    if (isThere(path)) {
+      there.push_back(&path);
+    } else {
+      _outcome.missing.push_back(path);
+    }
+  }
   bool hasStopped = false;
   for (const Step& step : steps()) {
     Answer<Outcome> answer = perform(step);
@@ -122,10 +149,7 @@ PrivilegedHelperClient::DeletionOutcome FileObjectDeletion::run() {
   }
   if (!hasStopped && _feedback && _feedback->progress) _feedback->progress(1.0);
 
-  std::set<std::string> told;
-  for (const std::string& path : _paths) {
-    if (told.insert(path).second) conclude(path, hasStopped);
-  }
+  for (const std::string* path : eachOnce(_paths)) conclude(*path, hasStopped);
   return std::move(_outcome);
 }
 
@@ -146,32 +170,31 @@ void FileObjectDeletion::conclude(const std::string& path, bool hasStopped) {
 
 // The recursive deletion leaves a link whose target is missing; the single one does not.
 std::vector<FileObjectDeletion::Step> FileObjectDeletion::steps() const {
-  std::vector<std::pair<std::string, bool>> ordered;
+  std::vector<std::pair<const std::string*, bool>> ordered;
   ordered.reserve(_paths.size());
-  for (const std::string& path : _paths) ordered.emplace_back(path, _isRecursive && !isLink(path));
+  for (const std::string& path : _paths) ordered.emplace_back(&path, _isRecursive && !isLink(path));
   if (!_stopsOnFirstError) {
     std::stable_partition(ordered.begin(), ordered.end(),
                           [](const auto& each) { return each.second; });
   }
   std::vector<Step> steps;
   Portion portion;
-  for (auto& [path, isRecursive] : ordered) {
-    const bool fits = portion.takes(path);
+  for (const auto& [path, isRecursive] : ordered) {
+    const bool fits = portion.takes(*path);
     if (steps.empty() || steps.back().isRecursive != isRecursive || !fits) {
       steps.push_back({{}, isRecursive});
       portion = Portion();
-      portion.takes(path);
+      portion.takes(*path);
     }
-    steps.back().paths.push_back(std::move(path));
+    steps.back().paths.push_back(path);
   }
   return steps;
 }
 
-Answer<Outcome> FileObjectDeletion::request(const std::vector<std::string>& paths, bool recursive,
+Answer<Outcome> FileObjectDeletion::request(const PathPointers& paths, bool recursive,
                                             const std::optional<Feedback>& feedback) {
-  std::vector<Value> arguments = {recursive ? "1" : "0", _stopsOnFirstError ? "1" : "0"};
-  arguments.insert(arguments.end(), paths.begin(), paths.end());
-  return _client.perform(codeDeleteFileobjects, arguments, feedback);
+  return _client.perform(codeDeleteFileobjects,
+                         {recursive ? "1" : "0", _stopsOnFirstError ? "1" : "0"}, paths, feedback);
 }
 
 // A deletion that stops has done so at the first object that is left: nothing behind that is
@@ -179,7 +202,7 @@ Answer<Outcome> FileObjectDeletion::request(const std::vector<std::string>& path
 Answer<Outcome> FileObjectDeletion::perform(const Step& step) {
   Answer<Outcome> answer = request(step.paths, step.isRecursive, feedbackAbout(step.paths));
   Step rest = step;
-  std::string obstacle;
+  const std::string* obstacle = nullptr;
   while (!isEnd(answer) && answer->error) {
     rest.paths = whereSomethingIs(rest.paths);
     if (rest.paths.empty() || rest.paths.front() == obstacle) break;
@@ -210,12 +233,12 @@ Answer<Outcome> FileObjectDeletion::perform(const Step& step) {
 Answer<Outcome> FileObjectDeletion::performSeparately(const Step& step) {
   Answer<Outcome> last = Outcome();
   std::optional<Error> error;
-  for (const std::string& path : step.paths) {
+  for (const std::string* path : step.paths) {
     last = request({path}, step.isRecursive, std::nullopt);
     if (isEnd(last)) return last;
     if (!last->error) continue;
     error = last->error;
-    _errors.insert_or_assign(path, *last->error);
+    _errors.insert_or_assign(*path, *last->error);
   }
   last->error = error;
   return last;
@@ -224,36 +247,35 @@ Answer<Outcome> FileObjectDeletion::performSeparately(const Step& step) {
 // Takes from the trees what makes them append-only. This process does so itself if it may, which is
 // safe whosever the folders are; else the helper's single deletion does it. True if something was
 // done; `answer` is replaced by one that ends the deletion.
-bool FileObjectDeletion::lift(const std::vector<std::string>& trees, Answer<Outcome>& answer) {
+bool FileObjectDeletion::lift(const PathPointers& trees, Answer<Outcome>& answer) {
   bool isLifted = false;
   std::set<std::string> taken;
-  std::vector<std::vector<std::string>> requests;
+  std::vector<PathPointers> requests;
   Portion portion;
-  for (const std::string& tree : trees) {
-    const AppendOnlyObjects found = appendOnlyObjects(tree);
+  for (const std::string* tree : trees) {
+    const AppendOnlyObjects found = appendOnlyObjects(*tree);
     if (found.areInVain || (found.reachable.empty() && !found.areOthersThere)) continue;
-    if (clearAppendOnlyFlags(tree)) {
+    if (clearAppendOnlyFlags(*tree)) {
       isLifted = true;
       continue;
     }
     _outcome.isAppendOnlyLeft |= found.areOthersThere;
     for (const std::string& object : found.reachable) {
-      if (!taken.insert(object).second) continue;
+      const auto [place, isNew] = taken.insert(object);
+      if (!isNew) continue;
       if (!portion.takes(object) || requests.empty()) {
         requests.emplace_back();
         portion = Portion();
         portion.takes(object);
       }
-      requests.back().push_back(object);
+      requests.back().push_back(&*place);
     }
   }
-  for (const std::vector<std::string>& objects : requests) {
+  for (const PathPointers& objects : requests) {
     // Feedback is wanted only to learn whether a person refused: that one is not asked again.
     const bool isUnknown = !answer->wasAuthorized;
-    std::vector<Value> arguments = {"0", "0"};
-    arguments.insert(arguments.end(), objects.begin(), objects.end());
     Answer<Outcome> lifted =
-        _client.perform(codeDeleteFileobjects, arguments,
+        _client.perform(codeDeleteFileobjects, {"0", "0"}, objects,
                         isUnknown ? std::optional<Feedback>(Feedback()) : std::nullopt);
     if (isEnd(lifted)) {
       answer = std::move(lifted);
@@ -268,24 +290,23 @@ bool FileObjectDeletion::lift(const std::vector<std::string>& trees, Answer<Outc
 // The one error of a request is that of the last object that it failed for, or of the first if it
 // stopped there.
 void FileObjectDeletion::noteErrors(const Step& step, const Error& error) {
-  std::vector<std::string> failed;
-  for (const std::string& path : step.paths) {
-    const bool wasMissing =
-        std::find(_outcome.missing.begin(), _outcome.missing.end(), path) != _outcome.missing.end();
-    if (isThere(path) || (!step.isRecursive && wasMissing)) failed.push_back(path);
+  PathPointers failed;
+  for (const std::string* path : step.paths) {
+    const bool wasMissing = std::ranges::find(_outcome.missing, *path) != _outcome.missing.end();
+    if (isThere(*path) || (!step.isRecursive && wasMissing)) failed.push_back(path);
   }
   if (failed.empty()) return;
-  _errors.insert_or_assign(_stopsOnFirstError ? failed.front() : failed.back(), error);
+  _errors.insert_or_assign(_stopsOnFirstError ? *failed.front() : *failed.back(), error);
 }
 
 std::optional<FileObjectDeletion::Feedback> FileObjectDeletion::feedbackAbout(
-    const std::vector<std::string>& paths) {
+    const PathPointers& paths) {
   if (!_feedback) return std::nullopt;
   Feedback part;
   part.progress = [this, &paths, before = _done](double fraction) {
     const double done = fraction * static_cast<double>(paths.size());
     const auto index = std::min(static_cast<std::size_t>(std::lround(done)), paths.size() - 1);
-    if (_feedback->object) _feedback->object(paths[index]);
+    if (_feedback->object) _feedback->object(*paths[index]);
     tellProgress((static_cast<double>(before) + done) / static_cast<double>(_paths.size()));
   };
   return part;

@@ -11,6 +11,9 @@
 
 namespace corvane {
 
+/// Paths of somebody else's list: what is told of them needs no copies.
+using PathPointers = std::vector<const std::string*>;
+
 /// One deletion of several objects, with as few requests as it takes.
 class FileObjectDeletion {
  public:
@@ -26,20 +29,20 @@ class FileObjectDeletion {
  private:
   /// What one request can be about.
   struct Step {
-    std::vector<std::string> paths;
+    PathPointers paths;
     bool isRecursive = false;
   };
   std::vector<Step> steps() const;
 
-  Answer<Outcome> request(const std::vector<std::string>& paths, bool recursive,
+  Answer<Outcome> request(const PathPointers& paths, bool recursive,
                           const std::optional<Feedback>& feedback);
   Answer<Outcome> perform(const Step& step);
   Answer<Outcome> performSeparately(const Step& step);
-  bool lift(const std::vector<std::string>& trees, Answer<Outcome>& answer);
+  bool lift(const PathPointers& trees, Answer<Outcome>& answer);
   void conclude(const std::string& path, bool hasStopped);
   void noteErrors(const Step& step, const Error& error);
 
-  std::optional<Feedback> feedbackAbout(const std::vector<std::string>& paths);
+  std::optional<Feedback> feedbackAbout(const PathPointers& paths);
   void tellProgress(double fraction);
 
   PrivilegedHelperClient& _client;
@@ -57,9 +60,9 @@ class FileObjectDeletion {
 /// What a request's answer leaves open is judged by what this process sees of the paths: true if
 /// some of `there`, which were there before, are gone, or if a flag that the deletion does not lift
 /// protects one.
-bool isEvidentlyAuthorized(const std::vector<std::string>& there, bool recursive);
+bool isEvidentlyAuthorized(const PathPointers& there, bool recursive);
 /// Those of the paths where something is, or may be: an ordinary user does not see everything.
-std::vector<std::string> whereSomethingIs(const std::vector<std::string>& paths);
+PathPointers whereSomethingIs(const PathPointers& paths);
 
 }  // namespace corvane
 

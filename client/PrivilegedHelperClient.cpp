@@ -21,6 +21,7 @@
 #include "platform/AuthorizationIssuer.h"
 #include "platform/FeedbackListener.h"
 #include "platform/HelperConnection.h"
+#include "platform/ZELPrivilegedHelperProtocol.h"
 
 namespace corvane {
 
@@ -150,13 +151,15 @@ Answer<void> cancelOperation(const void* session, const RunningOperation& operat
   }
 }
 
-// Whether a message can hold every text of `value`.
+// Whether a message can hold a text, and every one of a value.
+bool isSendable(const std::string& text) {
+  return isUTF8(text) && text.find('\0') == std::string::npos;
+}
+
 bool isSendable(const Value& value) {
-  if (const std::string* text = value.string()) {
-    return isUTF8(*text) && text->find('\0') == std::string::npos;
-  }
+  if (const std::string* text = value.string()) return isSendable(*text);
   if (const Array* array = value.array()) {
-    return std::all_of(array->begin(), array->end(), &isSendable);
+    return std::ranges::all_of(*array, [](const Value& element) { return isSendable(element); });
   }
   if (const Dictionary* dictionary = value.dictionary()) {
     return std::all_of(dictionary->begin(), dictionary->end(), [](const auto& entry) {
@@ -164,6 +167,21 @@ bool isSendable(const Value& value) {
     });
   }
   return true;
+}
+
+bool isSendable(const OperationArguments& arguments) {
+  return std::ranges::all_of(arguments.values,
+                             [](const Value& value) { return isSendable(value); }) &&
+         std::ranges::all_of(arguments.texts,
+                             [](const std::string* text) { return isSendable(*text); });
+}
+
+// What is passed on without being copied.
+std::vector<const std::string*> pointersTo(const std::vector<std::string>& texts) {
+  std::vector<const std::string*> pointers;
+  pointers.reserve(texts.size());
+  for (const std::string& text : texts) pointers.push_back(&text);
+  return pointers;
 }
 
 // Whether the operation begins with a message of feedback to whoever wants some.
@@ -341,9 +359,15 @@ class PrivilegedHelperClient::Session {
     return state;
   }
 
-  Answer<Outcome> perform(std::uint64_t code, const std::vector<Value>& arguments,
+  Answer<Outcome> perform(std::uint64_t code, std::vector<Value> values,
+                          std::span<const std::string* const> texts,
                           const std::optional<Feedback>& feedback) {
     const OperationInProgress operation(this, _options.helperAddress);
+    values.insert(values.begin(), {MetadataMarker, metadata(operation.token())});
+    const OperationArguments arguments{values, texts};
+    if (!isSendable(arguments)) {
+      return Outcome{.error = posixError(POSIXErrorCode::IllegalByteSequence)};
+    }
     auto outcome = performAndJudge(code, arguments, feedback, operation);
     const bool couldNobodyBeAsked =
         outcome && outcome->error &&
@@ -363,7 +387,7 @@ class PrivilegedHelperClient::Session {
   }
 
  private:
-  Answer<Outcome> performAndJudge(std::uint64_t code, const std::vector<Value>& arguments,
+  Answer<Outcome> performAndJudge(std::uint64_t code, const OperationArguments& arguments,
                                   const std::optional<Feedback>& feedback,
                                   const OperationInProgress& operation) {
     auto outcome = performOnce(code, arguments, feedback, operation);
@@ -384,11 +408,9 @@ class PrivilegedHelperClient::Session {
     if (*state == AuthorizationState::Denied) outcome.wasAuthorized = false;
   }
 
-  Answer<Outcome> performOnce(std::uint64_t code, const std::vector<Value>& arguments,
+  Answer<Outcome> performOnce(std::uint64_t code, const OperationArguments& arguments,
                               const std::optional<Feedback>& feedback,
                               const OperationInProgress& operation) {
-    const Array all = withMetadata(arguments, operation.token());
-    if (!isSendable(all)) return Outcome{.error = posixError(POSIXErrorCode::IllegalByteSequence)};
     if (const auto ready = prepare(); !ready) return ready.error();
     std::optional<FeedbackReceiver> receiver;
     std::unique_ptr<FeedbackListener> listener;
@@ -403,7 +425,7 @@ class PrivilegedHelperClient::Session {
     }
     if (operation.isCancelled()) return Outcome{.error = posixError(POSIXErrorCode::Canceled)};
     const auto answer = _connection->performPrivilegedOperation(
-        code, authorizationData(), std::move(endpoint), all, _options.operationTimeout);
+        code, authorizationData(), std::move(endpoint), arguments, _options.operationTimeout);
     if (!answer) {
       dropConnection();
       return answer.error();
@@ -474,14 +496,12 @@ class PrivilegedHelperClient::Session {
     return {std::begin(bytes), std::end(bytes)};
   }
 
-  Array withMetadata(const std::vector<Value>& arguments, const std::string& token) const {
-    Dictionary metadata = {{"ZELOperationToken", token}};
-    if (!_options.isInteractionAllowed) metadata.set("ZELAuthorizationInteraction", false);
-    if (_options.prompt) metadata.set("ZELAuthorizationPrompt", *_options.prompt);
-    if (_options.iconPath) metadata.set("ZELAuthorizationIcon", *_options.iconPath);
-    Array all = {"!ZELMETA!", std::move(metadata)};
-    all.insert(all.end(), arguments.begin(), arguments.end());
-    return all;
+  Dictionary metadata(const std::string& token) const {
+    Dictionary metadata = {{OperationTokenKey, token}};
+    if (!_options.isInteractionAllowed) metadata.set(AuthorizationInteractionKey, false);
+    if (_options.prompt) metadata.set(AuthorizationPromptKey, *_options.prompt);
+    if (_options.iconPath) metadata.set(AuthorizationIconKey, *_options.iconPath);
+    return metadata;
   }
 
   Options _options;
@@ -526,9 +546,14 @@ Answer<void> PrivilegedHelperClient::enableDebugMode(bool flag) {
 }
 
 Answer<PrivilegedHelperClient::Outcome> PrivilegedHelperClient::perform(
-    std::uint64_t code, const std::vector<Value>& arguments,
+    std::uint64_t code, std::vector<Value> arguments, const std::optional<Feedback>& feedback) {
+  return perform(code, std::move(arguments), {}, feedback);
+}
+
+Answer<PrivilegedHelperClient::Outcome> PrivilegedHelperClient::perform(
+    std::uint64_t code, std::vector<Value> arguments, std::span<const std::string* const> texts,
     const std::optional<Feedback>& feedback) {
-  return _session->perform(code, arguments, feedback);
+  return _session->perform(code, std::move(arguments), texts, feedback);
 }
 
 Answer<void> PrivilegedHelperClient::cancel() {
@@ -556,8 +581,9 @@ PrivilegedHelperClient::DeletionOutcome PrivilegedHelperClient::deleteFileObject
 
 Answer<PrivilegedHelperClient::Outcome> PrivilegedHelperClient::deleteFiles(
     const std::vector<std::string>& paths) {
-  const std::vector<std::string> there = whereSomethingIs(paths);
-  auto outcome = perform(codeDeleteFiles, {paths.begin(), paths.end()});
+  const auto all = pointersTo(paths);
+  const auto there = whereSomethingIs(all);
+  auto outcome = perform(codeDeleteFiles, {}, all, std::nullopt);
   if (outcome && outcome->error && !outcome->wasAuthorized && isEvidentlyAuthorized(there, false)) {
     outcome->wasAuthorized = true;
     outcome->wasAnswerRefused = false;
@@ -574,9 +600,7 @@ Answer<PrivilegedHelperClient::Outcome> PrivilegedHelperClient::modifyPreference
 Answer<PrivilegedHelperClient::Outcome> PrivilegedHelperClient::executeUtility(
     const std::string& applicationPath, const std::string& utility,
     const std::vector<std::string>& arguments, const std::optional<Feedback>& feedback) {
-  std::vector<Value> all = {applicationPath, utility};
-  all.insert(all.end(), arguments.begin(), arguments.end());
-  return perform(codeExecuteUtility, all, feedback);
+  return perform(codeExecuteUtility, {applicationPath, utility}, pointersTo(arguments), feedback);
 }
 
 Answer<PrivilegedHelperClient::Outcome> PrivilegedHelperClient::performUninstall(

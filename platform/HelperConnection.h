@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
+#include <span>
 #include <string>
 
 #include "foundation/AuthorizationState.h"
@@ -18,6 +19,13 @@ namespace corvane {
 /// Where the system has the helper listen: on Linux the path of a socket, elsewhere maybe the name
 /// of a service.
 std::string defaultHelperAddress();
+
+/// What an operation is given: values, and behind them texts, which may be many and are not copied
+/// before they are in a message.
+struct OperationArguments {
+  std::span<const Value> values;
+  std::span<const std::string* const> texts = {};
+};
 
 /// A client's connection to the helper. Calls wait for their answer. One thread at a time.
 class HelperConnection {
@@ -40,7 +48,7 @@ class HelperConnection {
   /// person needs to answer a dialog.
   virtual Answer<std::optional<Error>> performPrivilegedOperation(
       std::uint64_t code, const Data& authorizationData,
-      std::optional<XPCListenerEndpoint> feedbackEndpoint, const std::optional<Array>& arguments,
+      std::optional<XPCListenerEndpoint> feedbackEndpoint, const OperationArguments& arguments,
       Timeout timeout) = 0;
 
   /// Whether a request that was named `token`, over another connection, is in progress.

@@ -9,9 +9,6 @@ namespace corvane {
 
 namespace {
 
-constexpr const char* promptKey = "ZELAuthorizationPrompt";
-constexpr const char* iconKey = "ZELAuthorizationIcon";
-
 void readText(const Dictionary& metadata, const char* key, std::optional<std::string>* out) {
   auto text = metadata.text(key);
   if (out != nullptr && text) *out = std::move(text);
@@ -60,8 +57,8 @@ OSStatus copyRight(AuthorizationRef authorization, const std::string& rightName,
 void ZELPrivilegedHelper::processMetadataDictionary(const Dictionary& metadata,
                                                     std::optional<std::string>* prompt,
                                                     std::optional<std::string>* iconPath) const {
-  readText(metadata, promptKey, prompt);
-  readText(metadata, iconKey, iconPath);
+  readText(metadata, AuthorizationPromptKey, prompt);
+  readText(metadata, AuthorizationIconKey, iconPath);
 }
 
 std::optional<std::string> ZELPrivilegedHelper::rightNameForCode(std::uint64_t code) const {

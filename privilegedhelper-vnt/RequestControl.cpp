@@ -4,13 +4,11 @@
 #include <string_view>
 
 #include "foundation/Unicode.h"
+#include "platform/ZELPrivilegedHelperProtocol.h"
 
 namespace corvane {
 
 namespace {
-
-constexpr const char* tokenKey = "ZELOperationToken";
-constexpr const char* interactionKey = "ZELAuthorizationInteraction";
 
 constexpr std::size_t maximumTokenLength = 64;
 
@@ -24,11 +22,11 @@ bool isToken(std::string_view text) {
 
 std::optional<RequestControl> readRequestControl(const Dictionary& metadata) {
   RequestControl control;
-  if (const Value* token = metadata.find(tokenKey)) {
+  if (const Value* token = metadata.find(OperationTokenKey)) {
     if (token->string() == nullptr || !isToken(*token->string())) return std::nullopt;
     control.token = *token->string();
   }
-  if (const Value* interaction = metadata.find(interactionKey)) {
+  if (const Value* interaction = metadata.find(AuthorizationInteractionKey)) {
     const Number* flag = interaction->number();
     if (flag == nullptr || !flag->isBoolean()) return std::nullopt;
     control.isInteractionAllowed = flag->boolValue();

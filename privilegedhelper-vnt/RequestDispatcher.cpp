@@ -17,8 +17,6 @@ namespace {
 
 using Code = unsigned long long;  // as the log formats take it
 
-constexpr std::string_view metadataMarker = "!ZELMETA!";
-
 // How long the last message may take to arrive before its connection is taken down.
 constexpr std::chrono::microseconds finalMessagePause{250000};
 
@@ -27,7 +25,7 @@ std::optional<Dictionary> takeMetadata(Array& arguments) {
   if (arguments.size() < 2) return std::nullopt;
   const std::string* marker = arguments[0].string();
   auto* dictionary = arguments[1].as<Dictionary>();
-  if (marker == nullptr || *marker != metadataMarker || dictionary == nullptr) return std::nullopt;
+  if (marker == nullptr || *marker != MetadataMarker || dictionary == nullptr) return std::nullopt;
   std::optional<Dictionary> metadata = std::move(*dictionary);
   arguments.erase(arguments.begin(), arguments.begin() + 2);
   return metadata;

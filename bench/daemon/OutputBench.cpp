@@ -66,7 +66,7 @@ double runThroughDaemon(HelperConnection& connection, const Application& applica
   const auto listener = FeedbackListener::serve(counter);
   const auto answer = connection.performPrivilegedOperation(
       codeExecuteUtility, bench::formOf(ProcessIdentity::ofThisProcess()), listener->takeEndpoint(),
-      Array{application.path(), "lipo"}, std::nullopt);
+      {Array{application.path(), "lipo"}}, std::nullopt);
   listener->waitUntilClosed();
   if (!answer || *answer || counter.count != gibibyte) {
     throw std::runtime_error("the output did not arrive");

@@ -143,7 +143,7 @@ bench::UserProcess::Action registerSleepingProcesses(const Place& place) {
   std::vector<std::string> messages;
   for (int count = 0; count < 2100; ++count) {
     sleeping->emplace_back(::getuid(), [] { return [] { ::pause(); }; });
-    messages.push_back(bench::callWithNumber(registerMember, sleeping->back().number()));
+    messages.push_back(bench::callWithNumber(registerMember.name, sleeping->back().number()));
   }
   return doing({.connections = 60,
                 .beginning = handshake(),
@@ -169,7 +169,7 @@ FileDescriptor socketThatNobodyServes() {
 
 std::vector<Attack> attacks() {
   const auto nop = [](const Data& form) { return bench::callOfNop(form); };
-  const auto endpoint = [](const Data&) { return bench::callOf(connectMember); };
+  const auto endpoint = [](const Data&) { return bench::callOf(connectMember.name); };
   const auto large = [](const Data& /*form*/) {
     return bench::callOfNop(Data(std::size_t{15} << 20));
   };
@@ -177,7 +177,7 @@ std::vector<Attack> attacks() {
     return bench::callOfNopWithDictionary(form, 150000);
   };
   const auto unregistration = [](const Data&) {
-    return bench::callWithNumber(unregisterMember, -1);
+    return bench::callWithNumber(unregisterMember.name, -1);
   };
   const auto file = [] { return FileDescriptor(::open("/dev/null", O_RDONLY | O_CLOEXEC)); };
   using std::chrono::milliseconds;
@@ -214,7 +214,7 @@ std::vector<Attack> attacks() {
 
 void nop(HelperConnection& connection, const Data& form) {
   const auto answer =
-      connection.performPrivilegedOperation(codeNop, form, std::nullopt, Array(), patience);
+      connection.performPrivilegedOperation(codeNop, form, std::nullopt, {}, patience);
   if (!answer) throw std::runtime_error(answer.error().description);
   if (*answer) throw std::runtime_error("nop failed");
 }

@@ -23,7 +23,7 @@ void askForVersion(HelperConnection& connection) {
 
 void performNop(HelperConnection& connection, const Data& form) {
   const auto answer =
-      connection.performPrivilegedOperation(codeNop, form, std::nullopt, Array(), std::nullopt);
+      connection.performPrivilegedOperation(codeNop, form, std::nullopt, {}, std::nullopt);
   if (!answer || *answer) throw std::runtime_error("nop failed");
 }
 

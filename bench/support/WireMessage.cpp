@@ -90,7 +90,7 @@ std::string callOfOperation(std::uint64_t code, const Data& form, std::uint32_t 
     for (std::uint32_t index = 0; index < descriptors; ++index) body.number(index);
   });
   body.array(4, [&] { body.array(1, [&] { appendArguments(body); }); });
-  return call(performMember, performSignature, body.bytes(), descriptors);
+  return call(performMember.name, performMember.call, body.bytes(), descriptors);
 }
 
 }  // namespace

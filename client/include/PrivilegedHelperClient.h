@@ -6,6 +6,7 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -146,7 +147,7 @@ class PrivilegedHelperClient {
 
   /// Performs the operation `code` with its arguments. With feedback, the operation reports to it
   /// if it can.
-  Answer<Outcome> perform(std::uint64_t code, const std::vector<Value>& arguments,
+  Answer<Outcome> perform(std::uint64_t code, std::vector<Value> arguments,
                           const std::optional<Feedback>& feedback = std::nullopt);
 
   /// Has the operation that another thread performs with this object end at its next safe point:
@@ -194,6 +195,13 @@ class PrivilegedHelperClient {
   Answer<Outcome> performUninstall(const std::string& programPath, const std::string& jobPath);
 
  private:
+  friend class FileObjectDeletion;
+
+  /// With texts behind the arguments.
+  Answer<Outcome> perform(std::uint64_t code, std::vector<Value> arguments,
+                          std::span<const std::string* const> texts,
+                          const std::optional<Feedback>& feedback);
+
   class Session;
   std::unique_ptr<Session> _session;
 };

@@ -21,6 +21,8 @@ constexpr int maximumSmallValues = 16384;
 // needs some bytes for each block.
 constexpr std::size_t spareRoom = 2;
 constexpr std::size_t blockOverhead = 32;
+// An empty text in a list takes four bytes of length and a zero byte. No other value takes less.
+constexpr std::size_t leastSize = 5;
 // Memory is asked for in portions.
 constexpr std::size_t leastPortion = 4096;
 
@@ -226,10 +228,12 @@ std::optional<Error> readOptionalError(MessageReader& reader) {
   return error;
 }
 
+std::size_t leastMessageSize(const std::string& text) {
+  return leastSize + text.size();
+}
+
 std::size_t leastMessageSize(const Value& value) {
-  // An empty text in a list: four bytes of length and a zero byte. No other value takes less.
-  constexpr std::size_t leastSize = 5;
-  if (const std::string* string = value.string()) return leastSize + string->size();
+  if (const std::string* string = value.string()) return leastMessageSize(*string);
   if (const Data* data = value.data()) return leastSize + data->size();
   std::size_t size = leastSize;
   if (const Array* array = value.array()) {

@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <functional>
 #include <optional>
+#include <string>
 
 #include "foundation/Error.h"
 #include "foundation/Value.h"
@@ -34,6 +35,7 @@ std::optional<Error> readOptionalError(MessageReader& reader);
 /// How many bytes a value takes in a message at least; some dozens more are possible for each
 /// value in it.
 std::size_t leastMessageSize(const Value& value);
+std::size_t leastMessageSize(const std::string& text);
 void appendVariant(MessageWriter& writer, const Value& value);
 void appendDictionary(MessageWriter& writer, const Dictionary& dictionary);
 void appendOptionalError(MessageWriter& writer, const std::optional<Error>& error);

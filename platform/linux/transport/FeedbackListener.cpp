@@ -42,7 +42,7 @@ int processFeedback(sd_bus_message* message, void* userdata, sd_bus_error* /*err
 
 const sd_bus_vtable members[] = {
     SD_BUS_VTABLE_START(0),
-    SD_BUS_METHOD(feedbackMember, "a{sv}", "", &processFeedback,
+    SD_BUS_METHOD(feedbackMember.name, feedbackMember.call, feedbackMember.answer, &processFeedback,
                   SD_BUS_VTABLE_UNPRIVILEGED | SD_BUS_VTABLE_METHOD_NO_REPLY),
     SD_BUS_VTABLE_END};
 

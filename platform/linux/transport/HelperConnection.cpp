@@ -54,35 +54,32 @@ class LinuxHelperConnection : public HelperConnection {
   }
 
   Answer<void> registerClientWithPID(std::int32_t pid, Timeout timeout) override {
-    return callWithoutResult(registerMember, timeout, "i", pid);
+    return callWithoutResult(registerMember, timeout, pid);
   }
 
   Answer<void> unregisterClientWithPID(std::int32_t pid, Timeout timeout) override {
-    return callWithoutResult(unregisterMember, timeout, "i", pid);
+    return callWithoutResult(unregisterMember, timeout, pid);
   }
 
   Answer<void> enableDebugMode(bool flag, Timeout timeout) override {
-    return callWithoutResult(debugMember, timeout, "b", int{flag});
+    return callWithoutResult(debugMember, timeout, int{flag});
   }
 
   Answer<std::optional<Error>> performPrivilegedOperation(
       std::uint64_t code, const Data& authorizationData,
-      std::optional<XPCListenerEndpoint> feedbackEndpoint, const std::optional<Array>& arguments,
+      std::optional<XPCListenerEndpoint> feedbackEndpoint, const OperationArguments& arguments,
       Timeout timeout) override {
-    if (arguments && leastMessageSize(*arguments) > maximumMessageSize) {
+    if (leastMessageSize(arguments) > maximumMessageSize) {
       return CommunicationFailure{Kind::TooLarge,
                                   "The request is larger than a message to the helper may be"};
     }
     auto transport = feedbackEndpoint ? feedbackEndpoint->takeTransport() : nullptr;
+    FileDescriptor endpoint;
+    if (transport != nullptr) endpoint = std::move(transport->socket);
     auto reply = call(performMember, timeout, [&](MessageWriter& writer) {
-      writer.append("t", code);
-      writer.appendBytes(authorizationData);
-      writer.appendContainer('a', "h", [&] {
-        if (transport != nullptr) writer.append("h", transport->socket.get());
-      });
-      appendArguments(writer, arguments);
+      appendPerformCall(writer, code, authorizationData, endpoint, arguments);
       // The message holds a copy: the helper alone shall hold the endpoint from now on.
-      transport.reset();
+      endpoint.reset();
     });
     if (!reply) return reply.error();
     MessageReader reader(reply->get());
@@ -93,7 +90,8 @@ class LinuxHelperConnection : public HelperConnection {
 
   Answer<bool> cancelOperation(const std::string& token, Timeout timeout) override {
     auto reply = call(
-        cancelMember, timeout, [&](MessageWriter& writer) { writer.append("s", token.c_str()); },
+        cancelMember, timeout,
+        [&](MessageWriter& writer) { writer.append(cancelMember.call, token.c_str()); },
         controlInterface);
     if (!reply) return reply.error();
     MessageReader reader(reply->get());
@@ -106,31 +104,16 @@ class LinuxHelperConnection : public HelperConnection {
                                                 Timeout timeout) override {
     auto reply = call(
         queryMember, timeout,
-        [&](MessageWriter& writer) {
-          writer.append("t", code);
-          writer.appendBytes(authorizationData);
-        },
+        [&](MessageWriter& writer) { appendQueryCall(writer, code, authorizationData); },
         controlInterface);
     if (!reply) return reply.error();
     MessageReader reader(reply->get());
-    const std::string_view name = reader.text();
+    const AuthorizationState state = readAuthorizationState(reader);
     if (reader.result() < 0) return badReply(reader.result());
-    const auto* state = std::find_if(authorizationStates.begin(), authorizationStates.end(),
-                                     [name](const auto& entry) { return entry.second == name; });
-    if (state == authorizationStates.end()) return badReply(-EBADMSG);
-    return state->first;
+    return state;
   }
 
  private:
-  static void appendArguments(MessageWriter& writer, const std::optional<Array>& arguments) {
-    writer.appendContainer('a', "av", [&] {
-      if (!arguments) return;
-      writer.appendContainer('a', "v", [&] {
-        for (const Value& value : *arguments) appendVariant(writer, value);
-      });
-    });
-  }
-
   static CommunicationFailure badReply(int result) {
     return failure(posixErrorFromHost(-result), Kind::BadMessage,
                    "The helper's answer could not be read");
@@ -138,9 +121,10 @@ class LinuxHelperConnection : public HelperConnection {
 
   // Sends a call that `append` fills with arguments, and waits for its answer.
   template <typename Append>
-  Answer<BusMessage> call(const char* member, Timeout timeout, Append append,
+  Answer<BusMessage> call(const Member& member, Timeout timeout, Append append,
                           const char* interface = helperInterface) {
-    auto writer = MessageWriter::ofCall(_bus.get(), nullptr, helperObjectPath, interface, member);
+    auto writer =
+        MessageWriter::ofCall(_bus.get(), nullptr, helperObjectPath, interface, member.name);
     append(writer);
     if (writer.result() < 0) {
       return failure(posixErrorFromHost(-writer.result()), Kind::BadMessage,
@@ -180,11 +164,11 @@ class LinuxHelperConnection : public HelperConnection {
     }
   }
 
+  // With one argument of a basic type.
   template <typename T>
-  Answer<void> callWithoutResult(const char* member, Timeout timeout, const char* type,
-                                 T argument) {
+  Answer<void> callWithoutResult(const Member& member, Timeout timeout, T argument) {
     auto reply =
-        call(member, timeout, [&](MessageWriter& writer) { writer.append(type, argument); });
+        call(member, timeout, [&](MessageWriter& writer) { writer.append(member.call, argument); });
     if (!reply) return reply.error();
     return {};
   }

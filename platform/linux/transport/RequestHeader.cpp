@@ -20,8 +20,8 @@ struct TextField {
 };
 constexpr std::array<TextField, 4> textFields{{{1, 'o', helperObjectPath},
                                                {2, 's', helperInterface},
-                                               {3, 's', performMember},
-                                               {8, 'g', performSignature}}};
+                                               {3, 's', performMember.name},
+                                               {8, 'g', performMember.call}}};
 constexpr std::uint8_t descriptorsField = 9;
 
 constexpr std::uint8_t methodCall = 1;

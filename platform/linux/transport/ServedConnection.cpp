@@ -1,10 +1,8 @@
 #include "platform/linux/transport/ServedConnection.h"
 
-#include <algorithm>
 #include <cerrno>
 #include <exception>
 
-#include <fcntl.h>
 #include <poll.h>
 #include <sys/socket.h>
 
@@ -78,26 +76,6 @@ const char* errorNameFor(const Error& error) {
                                                                      : SD_BUS_ERROR_FAILED;
 }
 
-// The feedback endpoint, `ah` with none or one.
-std::optional<XPCListenerEndpoint> readEndpoint(MessageReader& reader) {
-  std::optional<XPCListenerEndpoint> endpoint;
-  reader.optional("h", [&] {
-    const int borrowed = reader.basic<int>(SD_BUS_TYPE_UNIX_FD);
-    if (reader.result() < 0) return;
-    FileDescriptor socket(::fcntl(borrowed, F_DUPFD_CLOEXEC, 0));
-    if (!socket) return reader.fail(-errno);
-    endpoint = endpointFromSocket(std::move(socket));
-  });
-  return endpoint;
-}
-
-// The arguments, `aav` with none or one list.
-std::optional<Array> readArguments(MessageReader& reader, const TakeMemory& takeMemory) {
-  std::optional<Array> arguments;
-  reader.optional("av", [&] { arguments = readArray(reader, takeMemory); });
-  return arguments;
-}
-
 // False once nothing more comes, or nothing more may.
 bool hasPassedOn(MessageGuard& guard) {
   const MessageGuard::Result result = guard.pump();
@@ -128,6 +106,12 @@ struct ServedConnection::Handlers {
       connection._hasFailed = true;
       return 1;
     }
+  }
+
+  template <Handler handler>
+  static sd_bus_vtable served(const Member& member) {
+    return SD_BUS_METHOD(member.name, member.call, member.answer, &guarded<handler>,
+                         SD_BUS_VTABLE_UNPRIVILEGED);
   }
 
   static int connectWithEndpoint(ServedConnection& connection, sd_bus_message* message) {
@@ -207,24 +191,16 @@ struct ServedConnection::Handlers {
     const TakeMemory takeMemory = [&](std::size_t size) {
       return connection._share.takeMore(size);
     };
-    const auto code = reader.basic<std::uint64_t>(SD_BUS_TYPE_UINT64);
-    const Data authorization = readData(reader, takeMemory);
+    const char* fault = nullptr;
+    PerformCall call = readPerformCall(reader, takeMemory, fault);
     if (reader.result() == -E2BIG) return refuseForSize(message);
+    if (reader.result() < 0 && fault != nullptr) {
+      return refuse(message, SD_BUS_ERROR_INVALID_ARGS, fault);
+    }
     if (reader.result() < 0) return reader.result();
-    std::optional<XPCListenerEndpoint> endpoint = readEndpoint(reader);
-    if (reader.result() < 0) {
-      return refuse(message, SD_BUS_ERROR_INVALID_ARGS,
-                    "The feedback endpoint is not one socket or none");
-    }
-    std::optional<Array> arguments = readArguments(reader, takeMemory);
-    if (reader.result() == -E2BIG) return refuseForSize(message);
-    if (reader.result() < 0) {
-      return refuse(message, SD_BUS_ERROR_INVALID_ARGS,
-                    "The arguments are not one list, or none, of supported types");
-    }
     int result = 0;
     connection._object->performPrivilegedOperation(
-        code, authorization, std::move(endpoint), std::move(arguments),
+        call.code, call.authorization, std::move(call.feedbackEndpoint), std::move(call.arguments),
         [&](const std::optional<Error>& error) { result = reply(message, error); });
     return result < 0 ? result : 1;
   }
@@ -239,20 +215,19 @@ struct ServedConnection::Handlers {
 
   static int queryAuthorization(ServedConnection& connection, sd_bus_message* message) {
     MessageReader reader(message);
-    const auto code = reader.basic<std::uint64_t>(SD_BUS_TYPE_UINT64);
-    const Data authorization =
-        readData(reader, [&](std::size_t size) { return connection._share.takeMore(size); });
+    const QueryCall call =
+        readQueryCall(reader, [&](std::size_t size) { return connection._share.takeMore(size); });
     if (reader.result() == -E2BIG) return refuseForSize(message);
     if (reader.result() < 0) return reader.result();
-    const auto answer = connection._control->queryAuthorization(code, authorization);
+    const auto answer = connection._control->queryAuthorization(call.code, call.authorization);
     if (!answer) {
       return refuse(message, errorNameFor(answer.error()),
                     answer.error().localizedDescription().c_str());
     }
-    const auto* name =
-        std::find_if(authorizationStates.begin(), authorizationStates.end(),
-                     [state = *answer](const auto& entry) { return entry.first == state; });
-    return sd_bus_reply_method_return(message, "s", name->second);
+    auto writer = MessageWriter::ofReplyTo(message);
+    appendAuthorizationState(writer, *answer);
+    writer.send();
+    return writer.result();
   }
 
   static int reply(sd_bus_message* message, const std::optional<Error>& error) {
@@ -293,28 +268,16 @@ bool ServedConnection::processAll(sd_bus* bus) const {
 void ServedConnection::serve() {
   static const sd_bus_vtable members[] = {
       SD_BUS_VTABLE_START(0),
-      SD_BUS_METHOD(connectMember, "", "h", &Handlers::guarded<&Handlers::connectWithEndpoint>,
-                    SD_BUS_VTABLE_UNPRIVILEGED),
-      SD_BUS_METHOD(versionMember, "", "s", &Handlers::guarded<&Handlers::getVersionString>,
-                    SD_BUS_VTABLE_UNPRIVILEGED),
-      SD_BUS_METHOD(registerMember, "i", "", &Handlers::guarded<&Handlers::registerClientWithPID>,
-                    SD_BUS_VTABLE_UNPRIVILEGED),
-      SD_BUS_METHOD(unregisterMember, "i", "",
-                    &Handlers::guarded<&Handlers::unregisterClientWithPID>,
-                    SD_BUS_VTABLE_UNPRIVILEGED),
-      SD_BUS_METHOD(performMember, performSignature, "a(sxa{sv})",
-                    &Handlers::guarded<&Handlers::performPrivilegedOperation>,
-                    SD_BUS_VTABLE_UNPRIVILEGED),
-      SD_BUS_METHOD(debugMember, "b", "", &Handlers::guarded<&Handlers::enableDebugMode>,
-                    SD_BUS_VTABLE_UNPRIVILEGED),
+      Handlers::served<&Handlers::connectWithEndpoint>(connectMember),
+      Handlers::served<&Handlers::getVersionString>(versionMember),
+      Handlers::served<&Handlers::registerClientWithPID>(registerMember),
+      Handlers::served<&Handlers::unregisterClientWithPID>(unregisterMember),
+      Handlers::served<&Handlers::performPrivilegedOperation>(performMember),
+      Handlers::served<&Handlers::enableDebugMode>(debugMember),
       SD_BUS_VTABLE_END};
   static const sd_bus_vtable controlMembers[] = {
-      SD_BUS_VTABLE_START(0),
-      SD_BUS_METHOD(cancelMember, "s", "b", &Handlers::guarded<&Handlers::cancelOperation>,
-                    SD_BUS_VTABLE_UNPRIVILEGED),
-      SD_BUS_METHOD(queryMember, querySignature, "s",
-                    &Handlers::guarded<&Handlers::queryAuthorization>, SD_BUS_VTABLE_UNPRIVILEGED),
-      SD_BUS_VTABLE_END};
+      SD_BUS_VTABLE_START(0), Handlers::served<&Handlers::cancelOperation>(cancelMember),
+      Handlers::served<&Handlers::queryAuthorization>(queryMember), SD_BUS_VTABLE_END};
 
   const int socket = _socket.get();
   if (_connectedItself) _process = connectedProcess(socket);

@@ -110,7 +110,7 @@ class FeedbackSender : public XPCConnection, public ZELPrivilegedOperationFeedba
     const std::lock_guard lock(_mutex);
     if (_failure) return _failure;
     auto writer = MessageWriter::ofCall(_bus.get(), nullptr, feedbackObjectPath, _interface.c_str(),
-                                        feedbackMember);
+                                        feedbackMember.name);
     writer.expectNoReply();
     appendDictionary(writer, feedback);
     writer.send(_bus.get());

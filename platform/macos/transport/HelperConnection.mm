@@ -74,6 +74,13 @@ Result<AuthorizationState, CommunicationFailure> stateFrom(NSString* name, NSErr
                                                     errorFromObject(error).localizedDescription()};
 }
 
+NSArray* objectFromArguments(const OperationArguments& arguments) {
+  NSMutableArray* const all = [NSMutableArray array];
+  for (const Value& value : arguments.values) [all addObject:objectFromValue(value)];
+  for (const std::string* text : arguments.texts) [all addObject:objectFromText(*text)];
+  return all;
+}
+
 class MachServiceConnection : public HelperConnection {
  public:
   explicit MachServiceConnection(const std::string& name)
@@ -115,13 +122,13 @@ class MachServiceConnection : public HelperConnection {
 
   Answer<std::optional<Error>> performPrivilegedOperation(
       std::uint64_t code, const Data& authorizationData,
-      std::optional<XPCListenerEndpoint> feedbackEndpoint, const std::optional<Array>& arguments,
+      std::optional<XPCListenerEndpoint> feedbackEndpoint, const OperationArguments& arguments,
       Timeout timeout) override {
     return call<std::optional<Error>>(timeout, [&](Helper helper, auto bring) {
       [helper performPrivilegedOperation:code
                    withAuthorizationData:objectFromData(authorizationData)
                         feedbackEndpoint:feedbackEndpoint ? takeObject(*feedbackEndpoint) : nil
-                               arguments:arguments ? objectFromValue(*arguments) : nil
+                               arguments:objectFromArguments(arguments)
                               usingReply:^(NSError* error) {
                                 bring(error != nil ? std::optional(errorFromObject(error))
                                                    : std::nullopt);

@@ -72,7 +72,7 @@ class HelperWithDescriptors {
       bool hasAnswered = beginsWithThem;
       while ((size = ::read(accepted.theirs.get(), buffer.data(), buffer.size())) > 0) {
         all.append(buffer.data(), static_cast<std::size_t>(size));
-        if (hasAnswered || all.find(versionMember) == std::string::npos) continue;
+        if (hasAnswered || all.find(versionMember.name) == std::string::npos) continue;
         accepted.send("l", 2);
         hasAnswered = true;
       }

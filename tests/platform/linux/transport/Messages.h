@@ -47,10 +47,10 @@ inline std::string interface(char order = 'l') {
   return textField(2, 's', helperInterface, order);
 }
 inline std::string member(char order = 'l') {
-  return textField(3, 's', performMember, order);
+  return textField(3, 's', performMember.name, order);
 }
 inline std::string signature() {
-  return textField(8, 'g', performSignature);
+  return textField(8, 'g', performMember.call);
 }
 inline std::string unixFds(std::uint32_t count, char order = 'l') {
   return std::string{9, 1, 'u', 0} + number(count, order);
