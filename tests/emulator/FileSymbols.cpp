@@ -1,8 +1,12 @@
+#include <array>
 #include <cstdarg>
+#include <cstddef>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <string>
 
+#include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -126,6 +130,47 @@ int statusAt(int folder, const char* path, DarwinStatus* result, int flags) {
   return found == 0 ? give(status, result) : -1;
 }
 
+int control(int descriptor, int command, long argument) {
+  constexpr int duplicateClosedOnExecution = 67;
+  switch (command) {
+    case F_DUPFD:
+    case F_GETFD:
+    case F_SETFD:
+      return ::fcntl(descriptor, command, argument);
+    case duplicateClosedOnExecution:
+      return ::fcntl(descriptor, F_DUPFD_CLOEXEC, argument);
+    default:
+      fail("a command of fcntl that is not known: " + std::to_string(command));
+  }
+}
+
+struct DarwinEntry {
+  std::uint64_t inode;
+  std::uint64_t position;
+  std::uint16_t size;
+  std::uint16_t nameLength;
+  std::uint8_t type;
+  std::array<char, 1024> name;
+};
+static_assert(offsetof(DarwinEntry, name) == 21);
+
+DIR* openFolder(const char* path) {
+  return ::opendir(path);
+}
+DIR* openFolderOf(int descriptor) {
+  return ::fdopendir(descriptor);
+}
+// The kinds of entries have the same numbers.
+DarwinEntry* nextEntry(DIR* folder) {
+  thread_local DarwinEntry result;
+  const dirent* const entry = ::readdir(folder);  // NOLINT(concurrency-mt-unsafe)
+  if (entry == nullptr) return nullptr;
+  const std::size_t length = std::strlen(entry->d_name);
+  result = {entry->d_ino, 0, sizeof result, static_cast<std::uint16_t>(length), entry->d_type, {}};
+  std::memcpy(result.name.data(), entry->d_name, length);
+  return &result;
+}
+
 char* realPath(const char* path, char* result) {
   return ::realpath(path, result);
 }
@@ -140,6 +185,10 @@ std::span<const Symbol> fileSymbols() {
       function("_open", &open),
       function("_openat", &openAt),
       function("_unlinkat", &unlinkAt),
+      function("_fcntl", &control),
+      function("_opendir$INODE64", &openFolder),
+      function("_fdopendir$INODE64", &openFolderOf),
+      function("_readdir$INODE64", &nextEntry),
       function("_stat$INODE64", &statusOf),
       function("_lstat$INODE64", &statusOfLink),
       function("_fstat$INODE64", &statusOfOpen),

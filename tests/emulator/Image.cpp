@@ -220,8 +220,14 @@ std::span<std::byte> Image::content(const std::string& segment, const std::strin
   return {};
 }
 
-int Image::run(int argc, char** argv, char** environment) const {
-  for (const Section& section : _sections) {
+Image::Arguments& Image::arguments() {
+  static Arguments arguments;
+  return arguments;
+}
+
+int Image::run(int argc, char** argv, char** environment) {
+  arguments() = {argc, argv};
+  for (const Section& section : theImage()._sections) {
     if (section.type != sectionOfInitializers) continue;
     using Initializer = void (*)(int, char**, char**);
     const auto* const begin = reinterpret_cast<const Initializer*>(pointer(section.address));
@@ -229,7 +235,8 @@ int Image::run(int argc, char** argv, char** environment) const {
       initialize(argc, argv, environment);
     }
   }
-  return reinterpret_cast<int (*)(int, char**, char**)>(pointer(_entry))(argc, argv, environment);
+  return reinterpret_cast<int (*)(int, char**, char**)>(pointer(theImage()._entry))(argc, argv,
+                                                                                    environment);
 }
 
 }  // namespace emulator

@@ -32,7 +32,14 @@ class Image {
   std::span<std::byte> content(const std::string& segment, const std::string& name) const;
 
   /// Runs the program: what comes before `main`, and that. Its status.
-  int run(int argc, char** argv, char** environment) const;
+  static int run(int argc, char** argv, char** environment);
+
+  /// What the program was run with.
+  struct Arguments {
+    int count = 0;
+    char** texts = nullptr;
+  };
+  static Arguments& arguments();
 
  private:
   struct Segment {

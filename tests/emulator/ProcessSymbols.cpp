@@ -69,6 +69,37 @@ const std::byte* sectionData(const void* /*header*/, const char* segment, const 
   return content.empty() ? nullptr : content.data();
 }
 
+int* argumentCount() {
+  return &Image::arguments().count;
+}
+char*** argumentTexts() {
+  return &Image::arguments().texts;
+}
+
+// What the unwinder asks for: the tables of the image that an address is in.
+struct UnwindSections {
+  const void* header;
+  const void* dwarf;
+  std::uint64_t dwarfSize;
+  const void* compact;
+  std::uint64_t compactSize;
+};
+bool findUnwindSections(const void* address, UnwindSections* sections) {
+  const auto text = Image::loaded().content("__TEXT", "__text");
+  const auto* const place = static_cast<const std::byte*>(address);
+  if (place < text.data() || place >= text.data() + text.size()) return false;
+  const auto dwarf = Image::loaded().content("__TEXT", "__eh_frame");
+  const auto compact = Image::loaded().content("__TEXT", "__unwind_info");
+  *sections = {Image::loaded().header(), dwarf.data(), dwarf.size(), compact.data(),
+               compact.size()};
+  return true;
+}
+// No image is ever removed.
+void callWhenRemoved(void (* /*callback*/)(const void*, std::intptr_t)) {}
+int nameOfAddress(const void* /*address*/, void* /*information*/) {
+  return 0;
+}
+
 int clockTime(int clock, timespec* time) {
   constexpr int realTime = 0;
   constexpr int monotonicRaw = 4;
@@ -118,6 +149,14 @@ int darwinError(int hostError) {
   return hostError;
 }
 
+std::optional<int> hostError(int darwinError) {
+  for (const auto& [host, darwin] : errors) {
+    if (darwin == darwinError) return host;
+  }
+  if (darwinError < 0 || darwinError > lastThatIsTheSame) return std::nullopt;
+  return darwinError;
+}
+
 std::span<const Symbol> processSymbols() {
   static std::uint64_t guard = canary();
   static const Symbol symbols[] = {
@@ -128,9 +167,15 @@ std::span<const Symbol> processSymbols() {
       function("___assert_rtn", &assertionFailed),
       function("___cxa_atexit", &destroyAtEnd),
       function("__Exit", &endAtOnce),
+      function("__exit", &endAtOnce),
       function("_exit", &end),
       function("__dyld_get_image_header", &imageHeader),
       function("_getsectiondata", &sectionData),
+      function("__NSGetArgc", &argumentCount),
+      function("__NSGetArgv", &argumentTexts),
+      function("__dyld_find_unwind_sections", &findUnwindSections),
+      function("__dyld_register_func_for_remove_image", &callWhenRemoved),
+      function("_dladdr", &nameOfAddress),
       function("_clock_gettime", &clockTime),
       function("_sysconf", &configuration),
       function("_arc4random", &randomNumber),

@@ -2,6 +2,7 @@
 #define CORVANE_TESTS_EMULATOR_SYMBOLS_H
 
 #include <cstdint>
+#include <optional>
 #include <span>
 #include <string>
 
@@ -29,6 +30,8 @@ std::span<const Symbol> processSymbols();
 
 /// The number that macOS has for an error of this system.
 int darwinError(int hostError);
+/// The other way; nothing for a number that this system has no error for.
+std::optional<int> hostError(int darwinError);
 
 }  // namespace emulator
 

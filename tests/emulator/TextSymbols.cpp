@@ -1,5 +1,6 @@
 #include <array>
 #include <cctype>
+#include <cerrno>
 #include <clocale>
 #include <cstdarg>
 #include <cstdio>
@@ -120,11 +121,34 @@ long long strtollInLocale(const char* text, char** end, int base, void* /*locale
 unsigned long long strtoullInLocale(const char* text, char** end, int base, void* /*locale*/) {
   return std::strtoull(text, end, base);
 }
+std::size_t bytesOfCharacter(void* /*locale*/) {
+  return MB_CUR_MAX;
+}
+unsigned long maskOfRuneInLocale(int rune, unsigned long mask, void* /*locale*/) {
+  return maskOfRune(rune, mask);
+}
+int mbtowcInLocale(wchar_t* character, const char* text, std::size_t size, void* /*locale*/) {
+  return std::mbtowc(character, text, size);
+}
+std::size_t strftimeInLocale(char* text, std::size_t size, const char* format, const tm* time,
+                             void* /*locale*/) {
+  return std::strftime(text, size, format, time);
+}
+void freeLocale(void* /*locale*/) {}
 void zero(void* memory, std::size_t size) {
   std::memset(memory, 0, size);
 }
+std::size_t wcrtombInLocale(char* text, wchar_t character, std::mbstate_t* state,
+                            void* /*locale*/) {
+  return std::wcrtomb(text, character, state);
+}
 int describeError(int number, char* text, std::size_t size) {
-  std::snprintf(text, size, "error %d", number);
+  const std::optional<int> host = hostError(number);
+  if (!host) {
+    std::snprintf(text, size, "Unknown error: %d", number);
+    return darwinError(EINVAL);
+  }
+  std::snprintf(text, size, "%s", std::strerror(*host));  // NOLINT(concurrency-mt-unsafe)
   return 0;
 }
 
@@ -144,6 +168,12 @@ std::span<const Symbol> textSymbols() {
       function("_strtold_l", &strtoldInLocale),
       function("_strtoll_l", &strtollInLocale),
       function("_strtoull_l", &strtoullInLocale),
+      function("____mb_cur_max_l", &bytesOfCharacter),
+      function("___maskrune_l", &maskOfRuneInLocale),
+      function("_mbtowc_l", &mbtowcInLocale),
+      function("_strftime_l", &strftimeInLocale),
+      function("_wcrtomb_l", &wcrtombInLocale),
+      function("_freelocale", &freeLocale),
       function("___bzero", &zero),
       function("_bzero", &zero),
       function("_strerror_r", &describeError),

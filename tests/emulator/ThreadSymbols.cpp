@@ -189,6 +189,23 @@ int destroyCondition(void* memory) {
   return ::pthread_cond_destroy(condition(memory));
 }
 
+// One of 200 bytes, which begins as a mutex does.
+struct ReadWriteLock {
+  std::uint64_t signature;
+  pthread_rwlock_t host;
+};
+static_assert(sizeof(ReadWriteLock) <= 200);
+
+int lockForReading(ReadWriteLock* lock) {
+  return ::pthread_rwlock_rdlock(&lock->host);
+}
+int lockForWriting(ReadWriteLock* lock) {
+  return ::pthread_rwlock_wrlock(&lock->host);
+}
+int unlockReadWrite(ReadWriteLock* lock) {
+  return ::pthread_rwlock_unlock(&lock->host);
+}
+
 int createKey(unsigned long* key, void (*destroy)(void*)) {
   pthread_key_t host = 0;
   const int result = ::pthread_key_create(&host, destroy);
@@ -197,6 +214,10 @@ int createKey(unsigned long* key, void (*destroy)(void*)) {
 }
 int setValueOfKey(unsigned long key, const void* value) {
   return ::pthread_setspecific(static_cast<pthread_key_t>(key), value);
+}
+
+int deleteKey(unsigned long key) {
+  return ::pthread_key_delete(static_cast<pthread_key_t>(key));
 }
 
 int createThread(pthread_t* thread, const void* attributes, void* (*body)(void*), void* argument) {
@@ -230,6 +251,10 @@ std::span<const Symbol> threadSymbols() {
       function("_pthread_cond_destroy", &destroyCondition),
       function("_pthread_key_create", &createKey),
       function("_pthread_setspecific", &setValueOfKey),
+      function("_pthread_key_delete", &deleteKey),
+      function("_pthread_rwlock_rdlock", &lockForReading),
+      function("_pthread_rwlock_wrlock", &lockForWriting),
+      function("_pthread_rwlock_unlock", &unlockReadWrite),
       function("_pthread_create", &createThread),
       function("_pthread_mach_thread_np", &numberOfThread),
   };

@@ -11,5 +11,5 @@
 int main(int argc, char** argv) {
   if (argc < 2) emulator::fail("which program?");
   emulator::Image::load(argv[1]);
-  std::exit(emulator::Image::loaded().run(argc - 1, argv + 1, environ));
+  std::exit(emulator::Image::run(argc - 1, argv + 1, environ));
 }

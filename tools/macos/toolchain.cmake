@@ -39,6 +39,9 @@ set(CMAKE_CXX_COMPILER_LAUNCHER "")
 set(CMAKE_OBJCXX_COMPILER_LAUNCHER "")
 list(PREPEND CMAKE_MODULE_PATH ${CMAKE_CURRENT_LIST_DIR}/modules)
 
+set(CMAKE_CROSSCOMPILING_EMULATOR
+  ${CMAKE_CURRENT_LIST_DIR}/../../build/macos-emulator/macos-emulator)
+
 # What a program is linked with, and in which order, is the script's.
 set(CMAKE_CXX_LINK_EXECUTABLE
   "${CMAKE_CURRENT_LIST_DIR}/link -o <TARGET> <OBJECTS> <LINK_LIBRARIES>")
