@@ -128,6 +128,14 @@ TEST_F(PeerLimitsTest, WhatWasTakenIsGivenBack) {
   EXPECT_EQ(connect(1000, 200), maximumConnectionsPerUser);
 }
 
+TEST_F(PeerLimitsTest, MemoryThatWasTakenIsGivenBack) {
+  // More often than it fits into what the account may hold, and all together.
+  constexpr auto often = 2 * maximumMessageBytes / maximumMessageBytesPerUser;
+  for (std::size_t i = 0; i < often; ++i) {
+    EXPECT_TRUE(Share(limits, 1000).takeMessage(maximumMessageBytesPerUser)) << i;
+  }
+}
+
 TEST_F(PeerLimitsTest, MessagesAndWhatTheyAreTurnedIntoCountForTheAccount) {
   Share one(limits, 1000);
   Share other(limits, 100000);
