@@ -40,11 +40,14 @@ int processFeedback(sd_bus_message* message, void* userdata, sd_bus_error* /*err
   return 1;
 }
 
-const sd_bus_vtable members[] = {
-    SD_BUS_VTABLE_START(0),
-    SD_BUS_METHOD(feedbackMember.name, feedbackMember.call, feedbackMember.answer, &processFeedback,
-                  SD_BUS_VTABLE_UNPRIVILEGED | SD_BUS_VTABLE_METHOD_NO_REPLY),
-    SD_BUS_VTABLE_END};
+sd_bus_vtable served(const Member& member) {
+  sd_bus_vtable entry = SD_BUS_METHOD(member.name, member.call, member.answer, &processFeedback,
+                                      SD_BUS_VTABLE_UNPRIVILEGED | SD_BUS_VTABLE_METHOD_NO_REPLY);
+  entry.x.method.names = member.names;
+  return entry;
+}
+
+const sd_bus_vtable members[] = {SD_BUS_VTABLE_START(0), served(feedbackMember), SD_BUS_VTABLE_END};
 
 void serveFeedback(FileDescriptor socket, ZELPrivilegedOperationFeedbackProtocol& receiver) {
   const int descriptor = socket.get();

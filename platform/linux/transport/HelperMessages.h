@@ -28,16 +28,22 @@ struct Member {
   const char* name;
   const char* call;
   const char* answer;
+  /// What each of these is, for who asks what there is: names that end with a zero byte each. The
+  /// files in packaging/dbus say the same.
+  const char* names;
 };
-inline constexpr Member connectMember{"ConnectWithEndpoint", "", "h"};
-inline constexpr Member versionMember{"GetVersionString", "", "s"};
-inline constexpr Member registerMember{"RegisterClientWithPID", "i", ""};
-inline constexpr Member unregisterMember{"UnregisterClientWithPID", "i", ""};
-inline constexpr Member performMember{"PerformPrivilegedOperation", "tayahaav", "a(sxa{sv})"};
-inline constexpr Member debugMember{"EnableDebugMode", "b", ""};
-inline constexpr Member cancelMember{"CancelOperation", "s", "b"};
-inline constexpr Member queryMember{"QueryAuthorization", "tay", "s"};
-inline constexpr Member feedbackMember{"ProcessPrivilegedOperationFeedback", "a{sv}", ""};
+inline constexpr Member connectMember{"ConnectWithEndpoint", "", "h", "endpoint\0"};
+inline constexpr Member versionMember{"GetVersionString", "", "s", "version\0"};
+inline constexpr Member registerMember{"RegisterClientWithPID", "i", "", "pid\0"};
+inline constexpr Member unregisterMember{"UnregisterClientWithPID", "i", "", "pid\0"};
+inline constexpr Member performMember{"PerformPrivilegedOperation", "tayahaav", "a(sxa{sv})",
+                                      "code\0authorization\0feedback_endpoint\0arguments\0error\0"};
+inline constexpr Member debugMember{"EnableDebugMode", "b", "", "flag\0"};
+inline constexpr Member cancelMember{"CancelOperation", "s", "b", "token\0is_in_progress\0"};
+inline constexpr Member queryMember{"QueryAuthorization", "tay", "s",
+                                    "code\0authorization\0state\0"};
+inline constexpr Member feedbackMember{"ProcessPrivilegedOperationFeedback", "a{sv}", "",
+                                       "feedback\0"};
 
 /// A call of PerformPrivilegedOperation.
 struct PerformCall {

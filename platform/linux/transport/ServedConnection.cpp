@@ -110,8 +110,10 @@ struct ServedConnection::Handlers {
 
   template <Handler handler>
   static sd_bus_vtable served(const Member& member) {
-    return SD_BUS_METHOD(member.name, member.call, member.answer, &guarded<handler>,
-                         SD_BUS_VTABLE_UNPRIVILEGED);
+    sd_bus_vtable entry = SD_BUS_METHOD(member.name, member.call, member.answer, &guarded<handler>,
+                                        SD_BUS_VTABLE_UNPRIVILEGED);
+    entry.x.method.names = member.names;
+    return entry;
   }
 
   static int connectWithEndpoint(ServedConnection& connection, sd_bus_message* message) {
