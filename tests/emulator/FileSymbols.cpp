@@ -22,10 +22,20 @@ struct Flag {
   int darwin;
   int host;
 };
-constexpr Flag openFlags[] = {{0x1, O_WRONLY},         {0x2, O_RDWR},         {0x4, O_NONBLOCK},
-                              {0x8, O_APPEND},         {0x100, O_NOFOLLOW},   {0x200, O_CREAT},
-                              {0x400, O_TRUNC},        {0x800, O_EXCL},       {0x20000, O_NOCTTY},
-                              {0x100000, O_DIRECTORY}, {0x1000000, O_CLOEXEC}};
+constexpr Flag openFlags[] = {{0x1, O_WRONLY},
+                              {0x2, O_RDWR},
+                              {0x4, O_NONBLOCK},
+                              {0x8, O_APPEND},
+                              {0x100, O_NOFOLLOW},
+                              {0x200, O_CREAT},
+                              {0x400, O_TRUNC},
+                              {0x800, O_EXCL},
+                              {0x20000, O_NOCTTY},
+                              {0x100000, O_DIRECTORY},
+                              // To look at, not to use; of a link the link itself.
+                              {0x8000, O_PATH},
+                              {0x200000, O_NOFOLLOW},
+                              {0x1000000, O_CLOEXEC}};
 constexpr Flag atFlags[] = {
     {0x20, AT_SYMLINK_NOFOLLOW}, {0x40, AT_SYMLINK_FOLLOW}, {0x80, AT_REMOVEDIR}};
 
@@ -171,6 +181,38 @@ DarwinEntry* nextEntry(DIR* folder) {
   return &result;
 }
 
+struct AttributeList {
+  std::uint16_t count;
+  std::uint16_t reserved;
+  std::uint32_t common;
+  std::uint32_t volume;
+  std::uint32_t directory;
+  std::uint32_t file;
+  std::uint32_t fork;
+};
+struct MountStatus {
+  std::uint32_t size;
+  std::uint32_t status;
+};
+
+// Whether a file system is mounted on a folder, which is all that is asked here.
+int attributesAt(int folder, const char* path, const AttributeList* wanted, MountStatus* answer,
+                 std::size_t size, unsigned long options) {
+  constexpr std::uint32_t mountStatus = 4;
+  constexpr std::uint32_t isMountPoint = 1;
+  constexpr unsigned long noFollow = 1;
+  const bool isKnown = wanted->count == 5 && wanted->common == 0 && wanted->volume == 0 &&
+                       wanted->directory == mountStatus && wanted->file == 0 && wanted->fork == 0 &&
+                       size == sizeof *answer && (options & ~noFollow) == 0;
+  if (!isKnown) fail("attributes that are not known");
+  struct statx status {};
+  const int flags = (options & noFollow) != 0 ? AT_SYMLINK_NOFOLLOW : 0;
+  if (::statx(hostFolder(folder), path, flags, STATX_BASIC_STATS, &status) != 0) return -1;
+  const bool isRoot = (status.stx_attributes & STATX_ATTR_MOUNT_ROOT) != 0;
+  *answer = {sizeof *answer, isRoot ? isMountPoint : 0};
+  return 0;
+}
+
 char* realPath(const char* path, char* result) {
   return ::realpath(path, result);
 }
@@ -186,6 +228,7 @@ std::span<const Symbol> fileSymbols() {
       function("_openat", &openAt),
       function("_unlinkat", &unlinkAt),
       function("_fcntl", &control),
+      function("_getattrlistat", &attributesAt),
       function("_opendir$INODE64", &openFolder),
       function("_fdopendir$INODE64", &openFolderOf),
       function("_readdir$INODE64", &nextEntry),
