@@ -4,7 +4,7 @@ import os
 import xml.etree.ElementTree
 
 from bus import CONTROL_INTERFACE, HELPER_INTERFACE, Client
-from support import DaemonTest, SOURCES, main
+from support import SOURCES, DaemonTest, bench_only, main
 
 
 def members(node, interface):
@@ -15,6 +15,7 @@ def members(node, interface):
             for method in found.iter("method")}
 
 
+@bench_only("it reads files of the source tree")
 class IntrospectionTest(DaemonTest):
     def test_the_helper_is_as_the_installed_files_say(self):
         told = Client(self.daemon.connect()).call(
