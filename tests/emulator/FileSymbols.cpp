@@ -8,6 +8,7 @@
 
 #include <dirent.h>
 #include <fcntl.h>
+#include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -154,6 +155,12 @@ int control(int descriptor, int command, long argument) {
   }
 }
 
+int deviceControl(int descriptor, unsigned long request, int* argument) {
+  constexpr unsigned long readableBytes = 0x4004667f;
+  if (request != readableBytes) fail("a request that is not known: " + std::to_string(request));
+  return ::ioctl(descriptor, FIONREAD, argument);
+}
+
 struct DarwinEntry {
   std::uint64_t inode;
   std::uint64_t position;
@@ -228,6 +235,7 @@ std::span<const Symbol> fileSymbols() {
       function("_openat", &openAt),
       function("_unlinkat", &unlinkAt),
       function("_fcntl", &control),
+      function("_ioctl", &deviceControl),
       function("_getattrlistat", &attributesAt),
       function("_opendir$INODE64", &openFolder),
       function("_fdopendir$INODE64", &openFolderOf),

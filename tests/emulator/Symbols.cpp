@@ -148,7 +148,8 @@ const Symbols& known() {
       if (address == nullptr) fail(std::string("this system has no ") + name);
       all->emplace(std::string("_") + name, address);
     }
-    for (const auto& subject : {textSymbols(), fileSymbols(), threadSymbols(), processSymbols()}) {
+    for (const auto& subject :
+         {textSymbols(), fileSymbols(), threadSymbols(), processSymbols(), taskSymbols()}) {
       for (const Symbol& symbol : subject) all->emplace(symbol.name, symbol.address);
     }
     return all;

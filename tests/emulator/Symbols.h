@@ -27,6 +27,7 @@ std::span<const Symbol> textSymbols();
 std::span<const Symbol> fileSymbols();
 std::span<const Symbol> threadSymbols();
 std::span<const Symbol> processSymbols();
+std::span<const Symbol> taskSymbols();
 
 /// The number that macOS has for an error of this system.
 int darwinError(int hostError);
