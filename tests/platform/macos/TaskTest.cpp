@@ -49,8 +49,8 @@ TEST_F(TaskTest, OutputAndStatusComeToTheirEnd) {
 }
 
 TEST_F(TaskTest, TheChildHasItsStandardStreamsOnly) {
-  launch("ls /proc/$$/fd | tr '\\n' ' '");
-  EXPECT_EQ(textOf(output), "0 1 2 ");
+  launch("exec ls /proc/self/fd");
+  EXPECT_EQ(textOf(output), "0\n1\n2\n3\n") << "the last one is the folder that is listed";
   EXPECT_EQ(task->terminationStatus(), 0);
 }
 
