@@ -80,7 +80,9 @@ Finding examineDeletion(PrivilegedHelperClient& client, const Version& answer) {
             "no protected tree could be made to try it on: " + tree.error()->localizedDescription(),
             {}};
   }
-  const auto outcome = client.deleteFileObjects({tree.path()}, true, true).answer;
+  const auto outcome =
+      client.deleteFileObjects({tree.path()}, {.isRecursive = true, .stopsOnFirstError = true})
+          .answer;
   if (!outcome) {
     return {subject, State::Bad, outcome.error().description, suggestionFor(outcome.error()),
             ExitOutOfReach};
