@@ -49,6 +49,17 @@ void CFPreferencesSetValue(const std::string& key, std::optional<Value> value,
 bool CFPreferencesSynchronize(const std::string& application, const std::string& user,
                               const std::string& host);
 
+/// What keeps a domain from being one on this machine.
+enum class PreferencesDomainFault {
+  ApplicationIdentifier,  ///< no file can have its name
+  ApplicationTooLong,
+  User,  ///< there is none of this name
+  Host,  ///< it is another machine, whose preferences are not kept here
+};
+std::optional<PreferencesDomainFault> faultOfPreferencesDomain(const std::string& application,
+                                                               const std::string& user,
+                                                               const std::string& host);
+
 /// The value of `key` in the files of exactly this domain, pending changes left aside; nothing if
 /// there is none or the domain cannot be read.
 std::optional<Value> CFPreferencesCopyValue(const std::string& key, const std::string& application,

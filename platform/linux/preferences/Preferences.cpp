@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <tuple>
 #include <utility>
+#include <variant>
 #include <vector>
 
 #include "foundation/POSIXError.h"
@@ -78,19 +79,32 @@ Result<PreferencesContent> changed(const PreferencesContent& old,
   return *std::move(written);
 }
 
+const char* textOf(PreferencesDomainFault fault) {
+  switch (fault) {
+    case PreferencesDomainFault::ApplicationIdentifier:
+      return "No file can be named after this application.";
+    case PreferencesDomainFault::ApplicationTooLong:
+      return "The name of the application is too long.";
+    case PreferencesDomainFault::User:
+      return "There is no such user.";
+    case PreferencesDomainFault::Host:
+      break;
+  }
+  return "Of another host no preferences are kept here.";
+}
+
 /// Makes the changes in the file of the domain.
 Result<void> write(const std::vector<Change>& changes,
-                   const std::optional<PreferencesPlace>& place) {
-  if (!place) {
-    return posixError(POSIXErrorCode::NoEntry,
-                      {{NSLocalizedDescriptionKey, "There is no such domain."}});
+                   const std::variant<PreferencesPlace, PreferencesDomainFault>& domain) {
+  if (const auto* fault = std::get_if<PreferencesDomainFault>(&domain)) {
+    return posixError(POSIXErrorCode::NoEntry, {{NSLocalizedDescriptionKey, textOf(*fault)}});
   }
   if (changes.empty()) return {};
   const auto isSet = [](const Change& change) { return change.value.has_value(); };
   const bool mayCreate = std::any_of(changes.begin(), changes.end(), isSet);
-  return changePreferencesFile(*place, mayCreate, [&changes](const PreferencesContent& old) {
-    return changed(old, changes);
-  });
+  return changePreferencesFile(
+      std::get<PreferencesPlace>(domain), mayCreate,
+      [&changes](const PreferencesContent& old) { return changed(old, changes); });
 }
 
 }  // namespace
@@ -119,10 +133,19 @@ bool CFPreferencesSynchronize(const std::string& application, const std::string&
   return bool(written);
 }
 
+std::optional<PreferencesDomainFault> faultOfPreferencesDomain(const std::string& application,
+                                                               const std::string& user,
+                                                               const std::string& host) {
+  const auto domain = placeOfPreferences(application, user, host);
+  const auto* fault = std::get_if<PreferencesDomainFault>(&domain);
+  return fault != nullptr ? std::optional(*fault) : std::nullopt;
+}
+
 std::optional<Value> CFPreferencesCopyValue(const std::string& key, const std::string& application,
                                             const std::string& user, const std::string& host) {
-  const auto place = placeOfPreferences(application, user, host);
-  if (!place) return std::nullopt;
+  const auto domain = placeOfPreferences(application, user, host);
+  const auto* place = std::get_if<PreferencesPlace>(&domain);
+  if (place == nullptr) return std::nullopt;
   const Result<PreferencesContent> content = readPreferencesFile(*place);
   if (!content) return std::nullopt;
   const Result<PropertyList> preferences = preferencesIn(*content);

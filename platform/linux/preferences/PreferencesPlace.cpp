@@ -11,7 +11,6 @@
 
 #include "foundation/NoDestructor.h"
 #include "foundation/Unicode.h"
-#include "platform/Preferences.h"
 
 namespace corvane {
 
@@ -55,11 +54,10 @@ std::optional<std::string> machineID() {
 
 }  // namespace
 
-std::optional<PreferencesPlace> placeOfPreferences(const std::string& application,
-                                                   const std::string& user,
-                                                   const std::string& host) {
+std::variant<PreferencesPlace, PreferencesDomainFault> placeOfPreferences(
+    const std::string& application, const std::string& user, const std::string& host) {
   std::optional<std::string> name = nameForApplication(application);
-  if (!name) return std::nullopt;
+  if (!name) return PreferencesDomainFault::ApplicationIdentifier;
   PreferencesPlace place{};
   if (user == kCFPreferencesAnyUser) {
     place.anchor = root() + "/etc";
@@ -70,7 +68,7 @@ std::optional<PreferencesPlace> placeOfPreferences(const std::string& applicatio
   } else {
     std::optional<User> account =
         user == kCFPreferencesCurrentUser ? userWithID(::geteuid()) : userNamed(user);
-    if (!account) return std::nullopt;
+    if (!account) return PreferencesDomainFault::User;
     place.anchor = root() + account->home;
     place.folders = {".config", "preferences"};
     place.owner = account->uid;
@@ -80,14 +78,16 @@ std::optional<PreferencesPlace> placeOfPreferences(const std::string& applicatio
   }
   if (host != kCFPreferencesAnyHost) {
     // Another machine's preferences are not kept here.
-    if (host != kCFPreferencesCurrentHost && host != machineName()) return std::nullopt;
+    if (host != kCFPreferencesCurrentHost && host != machineName()) {
+      return PreferencesDomainFault::Host;
+    }
     const std::optional<std::string> machine = machineID();
-    if (!machine) return std::nullopt;
+    if (!machine) return PreferencesDomainFault::Host;
     place.folders.emplace_back("ByHost");
     *name += "." + *machine;
   }
   place.fileName = *name + std::string(extension);
-  if (place.fileName.size() > NAME_MAX) return std::nullopt;
+  if (place.fileName.size() > NAME_MAX) return PreferencesDomainFault::ApplicationTooLong;
   return place;
 }
 

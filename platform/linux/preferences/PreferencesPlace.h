@@ -3,10 +3,12 @@
 
 #include <optional>
 #include <string>
+#include <variant>
 #include <vector>
 
 #include <sys/types.h>
 
+#include "platform/Preferences.h"
 #include "platform/linux/processes/UserDatabase.h"
 
 namespace corvane {
@@ -28,14 +30,13 @@ struct PreferencesPlace {
 
 /// The place of a domain: /etc/xdg/preferences for any user, ~/.config/preferences for one, and in
 /// there <application>.plist, or ByHost/<application>.<machine id>.plist for the current host; all
-/// applications are ".GlobalPreferences". Nothing if the domain makes no sense.
+/// applications are ".GlobalPreferences". Else what keeps the domain from being one.
 ///
 /// The environment variable CORVANE_PREFERENCES_ROOT, read once and ignored where privileges were
 /// gained by starting the program, is put in front of all these paths;
 /// what is for any user there belongs to the user of the process.
-std::optional<PreferencesPlace> placeOfPreferences(const std::string& application,
-                                                   const std::string& user,
-                                                   const std::string& host);
+std::variant<PreferencesPlace, PreferencesDomainFault> placeOfPreferences(
+    const std::string& application, const std::string& user, const std::string& host);
 
 }  // namespace corvane
 

@@ -98,6 +98,19 @@ bool CFPreferencesSynchronize(const std::string& application, const std::string&
   });
 }
 
+std::optional<PreferencesDomainFault> faultOfPreferencesDomain(const std::string& application,
+                                                               const std::string& user,
+                                                               const std::string& host) {
+  // What else there is to it, the system keeps to itself.
+  return guarded([&]() -> std::optional<PreferencesDomainFault> {
+    const SystemDomain domain({application, user, host});
+    if (domain.application == nullptr) return PreferencesDomainFault::ApplicationIdentifier;
+    if (domain.user == nullptr) return PreferencesDomainFault::User;
+    if (domain.host == nullptr) return PreferencesDomainFault::Host;
+    return std::nullopt;
+  });
+}
+
 std::optional<Value> CFPreferencesCopyValue(const std::string& key, const std::string& application,
                                             const std::string& user, const std::string& host) {
   return guarded([&]() -> std::optional<Value> {
