@@ -21,7 +21,7 @@ class FileObjectDeletion {
   using Feedback = PrivilegedHelperClient::Feedback;
 
   FileObjectDeletion(PrivilegedHelperClient& client, const std::vector<std::string>& paths,
-                     const PrivilegedHelperClient::DeletionOptions& options,
+                     bool recursive, bool stopOnFirstError,
                      const std::optional<Feedback>& feedback);
 
   PrivilegedHelperClient::DeletionOutcome run();

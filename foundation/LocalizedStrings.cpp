@@ -98,6 +98,17 @@ std::string localizedString(std::string_view key, std::string_view value,
   return std::string(value.empty() ? key : value);
 }
 
+std::vector<std::string> stringsTableKeys(std::string_view table) {
+  std::vector<std::string> keys;
+  const auto language = tables().find(english);
+  if (language == tables().end()) return keys;
+  const auto found = language->second.find(table);
+  if (found == language->second.end()) return keys;
+  keys.reserve(found->second.size());
+  for (const auto& [key, text] : found->second) keys.push_back(key);
+  return keys;
+}
+
 std::map<std::string, std::string> translations(std::string_view key, std::string_view table) {
   std::map<std::string, std::string> texts;
   for (const auto& [language, all] : tables()) {

@@ -5,6 +5,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace corvane {
 
@@ -22,6 +23,9 @@ bool hasStringsTable(std::string_view table);
 /// empty. An absent or empty table name means `defaultStringsTable`.
 std::string localizedString(std::string_view key, std::string_view value,
                             const std::optional<std::string>& table);
+
+/// The keys that `table` has in English.
+std::vector<std::string> stringsTableKeys(std::string_view table);
 
 /// What `table` has for `key` in every language that has it, by the names of the languages.
 std::map<std::string, std::string> translations(std::string_view key, std::string_view table);

@@ -7,12 +7,13 @@ namespace corvane {
 /// shows its dialogs, where an administrator keeps rules of his own. English sentences.
 struct SystemAdvice {
   // About failures. These are keys of the client's strings table, too.
-  const char* helperNotThere;    ///< nobody listens at its address
-  const char* helperEnded;       ///< it was lost before it had answered
-  const char* helperSilent;      ///< it did not answer in time
-  const char* operationUndone;   ///< the helper answered that it could not carry an operation out
-  const char* objectHeld;        ///< another program keeps an object from being deleted
-  const char* nobodyCanBeAsked;  ///< an operation needs a dialog, and nothing can show one
+  const char* helperNotThere;   ///< nobody listens at its address
+  const char* helperEnded;      ///< it was lost before it had answered
+  const char* helperSilent;     ///< it did not answer in time
+  const char* operationUndone;  ///< the helper answered that it could not carry an operation out
+  const char* preferencesUnwritten;  ///< the helper could not write preferences
+  const char* objectHeld;            ///< another program keeps an object from being deleted
+  const char* nobodyCanBeAsked;      ///< an operation needs a dialog, and nothing can show one
 
   // About what keeps a helper from working; not translated.
   const char* helperUnreachable;

@@ -5,9 +5,9 @@ _privilegerequestor_vnt() {
   _init_completion || return
 
   local global='--socket --authorization-socket --prompt --icon --json --quiet --no-feedback
-    --no-interaction -h --help'
+    --no-interaction --version -h --help'
   local commands='delete execute delete-files preferences nop discard-auth may version debug
-    operations install uninstall doctor'
+    operations install uninstall doctor help'
 
   # The first word that is neither an option nor the value of one.
   local command= i
@@ -64,6 +64,10 @@ _privilegerequestor_vnt() {
       esac
       ;;
     execute) [[ $prev != execute ]] || COMPREPLY=($(compgen -W 'launchctl lipo' -- "$cur")) ;;
+    help)
+      [[ $prev != help ]] || COMPREPLY=($(compgen -W "$commands" -- "$cur"))
+      [[ $prev != preferences ]] || COMPREPLY=($(compgen -W 'set remove get' -- "$cur"))
+      ;;
     debug) COMPREPLY=($(compgen -W 'on off' -- "$cur")) ;;
   esac
 } &&

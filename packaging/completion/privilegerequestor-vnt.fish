@@ -13,6 +13,8 @@ complete -c $tool -n __fish_use_subcommand -l quiet -d 'Show no progress'
 complete -c $tool -n __fish_use_subcommand -l no-feedback -d 'Ask for no progress and no output'
 complete -c $tool -n __fish_use_subcommand -l no-interaction -d 'Ask nobody'
 
+complete -c $tool -n __fish_use_subcommand -l version -d 'Print the version of this program'
+
 complete -c $tool -n __fish_use_subcommand -a delete -d 'Delete files and folders'
 complete -c $tool -n __fish_use_subcommand -a execute -d 'Run a system utility as root'
 complete -c $tool -n __fish_use_subcommand -a delete-files -d 'Delete single objects'
@@ -26,9 +28,10 @@ complete -c $tool -n __fish_use_subcommand -a operations -d 'List what the helpe
 complete -c $tool -n __fish_use_subcommand -a install -d 'Put the helper in place'
 complete -c $tool -n __fish_use_subcommand -a uninstall -d 'Have the helper remove itself'
 complete -c $tool -n __fish_use_subcommand -a doctor -d 'Look for what stands in the way'
+complete -c $tool -n __fish_use_subcommand -a help -d 'List the options and commands'
 
 for command in delete execute delete-files preferences nop discard-auth may version debug operations \
-    install uninstall doctor
+    install uninstall doctor help
     complete -c $tool -n "__fish_seen_subcommand_from $command" -s h -l help -d 'Help'
 end
 

@@ -190,6 +190,9 @@ class AppendOnlyTest(DeleteCommandTest):
         status, lines = self.delete("-r", self.path("tree"), self.path("mounted"))
         self.assertEqual((status, lines[0]),
                          (1, f"Cannot delete '{self.path('mounted')}': Device or resource busy"))
+        self.assertTrue(lines[1].startswith(
+            f"A file system is mounted at '{os.path.realpath(self.path('mounted/inside'))}'. "),
+            lines[1])
         self.assertGone("tree")
         self.assertLeft("mounted")
 
@@ -385,7 +388,13 @@ class StoppedTest(DeleteCommandTest):
         terminal.type("\x03")
         terminal.expect(r"Stopping\. Press Ctrl-C again to leave at once\.")
         os.kill(self.daemon.process.pid, signal.SIGCONT)
+        self.terminal = terminal
         return terminal.wait(), self.lines_of(terminal)
+
+    def test_nothing_of_the_line_that_moves_stays_above(self):
+        _, lines = self.stop()
+        self.assertEqual(lines[0], "Stopping. Press Ctrl-C again to leave at once.")
+        self.assertRegex(self.terminal.seen, r"\d%.*\^C\r\033\[KStopping")
 
     def test_what_is_left_is_not_begun_and_told(self):
         status, lines = self.stop()

@@ -139,7 +139,7 @@ class ExecuteCommandTest(DaemonTest):
                                     stderr=subprocess.PIPE, timeout=PATIENCE, check=False,
                                     **self.client_options())
         self.assertEqual((result.stderr, result.returncode),
-                         (b"privilegerequestor-vnt: standard output: No space left on device\n", 1))
+                         (b"The output cannot be written: No space left on device\n", 1))
         self.expects_end = False
 
     def test_large_output_arrives_complete_and_in_order(self):

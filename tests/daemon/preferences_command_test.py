@@ -8,7 +8,7 @@ import shutil
 import subprocess
 
 from preferences_test import APPLICATION, PreferencesTest
-from support import PATIENCE, SOMEBODY, as_caller, main, preferences_root
+from support import PATIENCE, SOMEBODY, as_caller, bench_only, main, preferences_root
 
 OWNER = pwd.getpwuid(as_caller().get("user", os.getuid()))
 
@@ -87,6 +87,43 @@ class PreferencesCommandTest(PreferencesTest):
         self.assertRegex(error, r"^Cannot set the preference 'key': There is no property list that "
                                 r"could be sent\.\nCheck the file, or name the kind of the value\.\n"
                                 r"  because: .+\n$")
+
+    def test_what_can_be_told_beforehand_is_told_and_not_asked(self):
+        for domain, why in (
+                (("--user", "nobody-of-this-name"), "There is no such user.\nCheck the name.\n"),
+                (("--host", "elsewhere.example"), "Preferences of another machine are not kept here.\n"
+                 "Change them there; without '--host' it is this machine, with '--any-host' all.\n"),
+                (("--app", "a/b"), "This cannot be the identifier of an application.\n"),
+                (("--app", ".hidden"), "This cannot be the identifier of an application.\n"),
+                (("--app", "a..b"), "This cannot be the identifier of an application.\n"),
+                (("--app", b"\xff"), "This cannot be the identifier of an application.\n"),
+                (("--app", "a" * 251), "The identifier of the application is too long.\n")):
+            for line in (("set", *domain, "key", "value"), ("remove", *domain, "key"),
+                         ("get", *domain, "key")):
+                with self.subTest(line=line):
+                    mark = self.log.mark()
+                    verb = "read" if line[0] == "get" else line[0]
+                    result = subprocess.run(self.client_command("preferences", *line),
+                                            stderr=subprocess.PIPE, timeout=PATIENCE, check=False,
+                                            **self.client_options())
+                    self.assertEqual(result.returncode, 1)
+                    told = result.stderr.decode()
+                    self.assertTrue(told.startswith(f"Cannot {verb} the preference 'key': {why}"), told)
+                    self.assertEqual(self.log.after(mark), [])
+
+    @bench_only("the advice is about the journal, which the service has")
+    def test_what_only_the_helper_knows_is_in_its_log_and_the_advice_leads_there(self):
+        os.makedirs(self.of_root, exist_ok=True)
+        with open(f"{self.of_root}/{APPLICATION}.plist", "wb") as file:
+            file.write(b"<plist>")
+        mark = self.log.mark()
+        error = self.preferences("set", "--root", "key", "value", status=1)
+        self.assertEqual(error, (
+            "Cannot set the preference 'key': A preference setting could not be updated "
+            "successfully.\nThe operating system was unable to change a preference setting. Please "
+            "ensure to authenticate as administrator. The log of the helper has the reason: "
+            "journalctl -u com.corvane.system.privilegedhelper-vnt -g 'were not written'\n"))
+        self.assertIn("were not written: Line 1: ", "\n".join(self.log.after(mark)))
 
     def test_it_is_of_the_one_who_asks_if_nobody_is_named(self):
         self.preferences("set", "key", "own")

@@ -3,7 +3,7 @@
 
 #include <gtest/gtest.h>
 
-#include "client/cli/output/Advice.h"
+#include "client/cli/output/Translation.h"
 #include "foundation/EmbeddedResources.h"
 #include "foundation/PropertyList.h"
 #include "operationset-vnt/OperationErrors.h"
@@ -81,9 +81,11 @@ INSTANTIATE_TEST_SUITE_P(StringsTablesTest, EveryLanguage,
 
 TEST_P(EveryLanguage, HasEveryTextAndNoOther) {
   const bool hasPoliteForms = std::string_view("de fr es").find(GetParam()) != std::string::npos;
+  const auto english = tableAt(pathOf("en", clientTable));
+  ASSERT_TRUE(english);
   for (const auto& [table, texts] :
        {std::pair(errorTable, errorTexts()), std::pair(rightTable, rightTexts()),
-        std::pair(clientTable, cli::clientTexts())}) {
+        std::pair(clientTable, keysOf(*english))}) {
     const auto plain = tableAt(path(table));
     ASSERT_TRUE(plain) << table;
     EXPECT_EQ(keysOf(*plain), texts) << table;
@@ -105,10 +107,14 @@ TEST_P(EveryLanguage, KeepsThePlaceholders) {
 }
 
 TEST_P(EveryLanguage, IsTranslatedUnlessItIsEnglish) {
+  // What another language has as well.
+  const std::set<std::string> shared = {"$1$: $2$",     "CODE", "PROBLEM",
+                                        "installation", "no",   "version"};
   for (const std::string& table : {errorTable, rightTable, clientTable}) {
     const auto texts = tableAt(path(table));
     ASSERT_TRUE(texts);
     for (const auto& [key, text] : *texts) {
+      if (shared.contains(key)) continue;
       EXPECT_EQ(key == *text.string(), std::string_view(GetParam()) == "en") << key;
     }
   }

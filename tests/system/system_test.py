@@ -5,7 +5,7 @@ client installs that comes from the sources:
     system_test.py PACKAGES PROGRAMS SOURCES [--only daemon [-k NAME]... [--as USER]]
 
 PACKAGES is the folder of the packages, PROGRAMS that of the built test programs, SOURCES one in which
-the programs were installed to /usr/local, and in its folder wanderer is another product's package. The steps follow one another. With --only daemon nothing
+the programs were installed to /usr/local. The steps follow one another. With --only daemon nothing
 is done but the tests of the daemon against the installed service: those whose name has NAME in it, of
 root's client or of an ordinary user's. Exit status 77: no such system can be booted here.
 """
@@ -27,7 +27,6 @@ import broken_states
 import client_installation
 import faults
 import packages
-import second_product
 from machine import CannotBoot, Machine, check_tools
 from confinement import MOST_EXPOSURE, analysis
 from names import CLIENT, CLIENT_PACKAGE, DAEMON, HELPER_PACKAGE, LABEL, NOTHING_CHANGED, SOCKETS
@@ -267,13 +266,20 @@ class Scenario:
 
     def what_the_helper_writes_to_standard_error_is_in_the_journal(self):
         mark = int(time.time()) - 1
-        self.client("preferences set --app .hidden key value", status=1)
+        self.run("mkdir -p /root/.config/preferences")
+        self.run("printf '<plist>' >/root/.config/preferences/org.example.broken.plist")
+        told = self.client("preferences set --app org.example.broken --any-host key value",
+                           status=1)
+        self.run("rm /root/.config/preferences/org.example.broken.plist")
+        advice = f"journalctl -u {LABEL} -g 'were not written'"
+        assert advice in told.stderr, told.stderr
         self.run("journalctl --sync")
+        assert "org.example.broken" in self.run(advice).stdout
         reasons = [entry["MESSAGE"] for entry in self.journal(mark)
                    if entry["_TRANSPORT"] == "stdout"]
-        assert reasons == ["Preferences of '.hidden' for user 'root' and host "
-                           "'kCFPreferencesCurrentHost' were not written: There is no such domain."
-                           ], reasons
+        assert len(reasons) == 1 and reasons[0].startswith(
+            "Preferences of 'org.example.broken' for user 'root' and host "
+            "'kCFPreferencesAnyHost' were not written: Line 1: "), reasons
 
     def the_line_about_the_shutdown_is_in_the_journal(self):
         with self.changed_service("User=nobody", "Restart=no"):
@@ -416,7 +422,7 @@ class Scenario:
 
 STEPS = [step for step in vars(Scenario).values() if callable(step)]
 STEPS = STEPS[STEPS.index(Scenario.the_package_installs_and_nothing_runs):]
-STEPS += [*second_product.STEPS, *faults.STEPS, *packages.STEPS, *broken_states.STEPS,
+STEPS += [*faults.STEPS, *packages.STEPS, *broken_states.STEPS,
           packages.the_packages_are_removed_and_purged, *client_installation.STEPS]
 
 

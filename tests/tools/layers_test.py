@@ -51,7 +51,8 @@ MAY_INCLUDE = {
                                 "operationset-vnt"},
     "client/cli/commands": SEAM | {"client/cli/output", "client/cli/setup", "client/include",
                                    "operations", "operationset-vnt"},
-    "client/cli": SEAM | {"client/cli/commands", "client/cli/output", "client/cli/setup"},
+    "client/cli": SEAM | {"client/cli/commands", "client/cli/output", "client/cli/setup",
+                          "operationset-vnt"},
 }
 # Sub-rooms that make up one room with the folder that they are in.
 ONE_ROOM = {(f"{LINUX}/authorization", f"{LINUX}/authorization/polkit")}

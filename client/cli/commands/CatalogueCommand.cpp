@@ -1,6 +1,9 @@
+#include <array>
 #include <cstdio>
+#include <string>
 
 #include "client/cli/commands/Commands.h"
+#include "client/cli/output/Translation.h"
 #include "operations/Rights.h"
 #include "operationset-vnt/ZELPrivilegedOperationSetVNT.h"
 
@@ -31,14 +34,23 @@ const char* textFor(Registration registration) {
   return "unknown";
 }
 
+void printRow(const std::array<std::string, 6>& cells) {
+  constexpr std::array<std::size_t, 6> widths = {5, 19, 35, 10, 8, 0};
+  std::string row;
+  for (std::size_t i = 0; i < cells.size(); ++i) {
+    row += (row.empty() ? "" : " ") + padded(cells[i], widths[i]);
+  }
+  std::printf("%s\n", row.c_str());
+}
+
 }  // namespace
 
 int listOperations(const Context& context) {
   const ZELPrivilegedOperationSet& set = ZELPrivilegedOperationSetVNT::privilegedOperationSet();
   nlohmann::ordered_json rows = nlohmann::json::array();
   if (!context.isJSON) {
-    std::printf("%-5s %-19s %-35s %-10s %-8s %s\n", "CODE", "IDENTIFIER", "RIGHT", "ARGUMENTS",
-                "RULE", "REGISTERED");
+    printRow({translated("CODE"), translated("IDENTIFIER"), translated("RIGHT"),
+              translated("ARGUMENTS"), translated("RULE"), translated("REGISTERED")});
   }
   for (const auto& [code, identifier] : *set.opIdentifiersByCode()) {
     const ZELPrivilegedOperation& operation = *set.operationWithIdentifier(identifier);
@@ -55,8 +67,7 @@ int listOperations(const Context& context) {
                       {"rule", rule},
                       {"registered", registered}});
     } else {
-      std::printf("%-5llu %-19s %-35s %-10s %-8s %s\n", static_cast<unsigned long long>(code),
-                  identifier.c_str(), right.c_str(), arguments.c_str(), rule.c_str(), registered);
+      printRow({std::to_string(code), identifier, right, arguments, rule, translated(registered)});
     }
   }
   if (context.isJSON) printResult(rows);

@@ -40,12 +40,10 @@ int discardAuthorization(const Context& context);
 /// Tells what a request for the operation of this identifier would meet, without asking anybody.
 int tellWhetherAllowed(const Context& context, const std::string& operation);
 int showVersion(const Context& context);
-int setDebugMode(const Context& context, bool flag);
+/// `state` is "on" or "off".
+int setDebugMode(const Context& context, const std::string& state);
 int setPreference(const Context& context, const PreferenceDomain& domain, const std::string& key,
-                  ValueKind kind, const std::string& value);
-/// The same with the property list in a file, in whatever format; "-" is standard input.
-int setPreferenceFromFile(const Context& context, const PreferenceDomain& domain,
-                          const std::string& key, const std::string& path);
+                  const PreferenceSource& value);
 int removePreference(const Context& context, const PreferenceDomain& domain,
                      const std::string& key);
 /// Prints what the calling user may read, without the helper.

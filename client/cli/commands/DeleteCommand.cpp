@@ -8,6 +8,7 @@
 #include "client/cli/output/Advice.h"
 #include "client/cli/output/ProgressBar.h"
 #include "client/cli/output/Prompt.h"
+#include "client/cli/output/Translation.h"
 #include "foundation/POSIXError.h"
 #include "foundation/Unicode.h"
 
@@ -26,10 +27,6 @@ std::string helperPath(const std::string& given) {
   const fs::path name = path.filename();
   if (name.empty() || name == "." || name == "..") return {};
   return path.string();
-}
-
-std::string quoted(const std::string& path) {
-  return "'" + path + "'";
 }
 
 // The paths of the list, behind those that are there; errno's value if it cannot be read.
@@ -58,6 +55,12 @@ bool isMissing(const std::string& path) {
 }  // namespace
 
 int deleteObjects(const Context& context, const Deletion& deletion) {
+  if (deletion.isListEndedByZeros && !deletion.list) {
+    return reportUsage(context, translated(alsoNeededText, Array{"--null", "--files-from"}));
+  }
+  if (deletion.paths.empty() && !deletion.list) {
+    return reportUsage(context, translated(missingText, "PATH"));
+  }
   std::vector<std::string> givenPaths = deletion.paths;
   if (deletion.list) {
     if (const int error = appendPathsOf(deletion, givenPaths)) {
@@ -69,12 +72,10 @@ int deleteObjects(const Context& context, const Deletion& deletion) {
   for (const std::string& given : givenPaths) {
     const std::string path = helperPath(given);
     if (path.empty()) {
-      return reportUsage(context,
-                         "Refusing to delete " + quoted(given) + ": that does not name an object.");
+      return reportUsage(context, translated(noObjectText, given));
     }
     if (!isUTF8(path)) {
-      return reportUsage(context, "The name " + quoted(given) +
-                                      " is not UTF-8 and cannot be sent; delete its folder.");
+      return reportUsage(context, translated(notUTF8Text, given));
     }
     if (!deletion.ignoresMissing || !isMissing(path)) paths.push_back(path);
   }
@@ -92,9 +93,7 @@ int deleteObjects(const Context& context, const Deletion& deletion) {
         asking(context, promptToDelete(paths, deletion.isRecursive));
     options.beforeAskingOnTerminal = [&bar] { bar.hide(); };
     outcome = PrivilegedHelperClient(std::move(options))
-                  .deleteFileObjects(paths,
-                                     {.isRecursive = deletion.isRecursive,
-                                      .stopsOnFirstError = deletion.stopsOnFirstError},
+                  .deleteFileObjects(paths, deletion.isRecursive, deletion.stopsOnFirstError,
                                      bar.isShown() ? std::optional(reporting) : std::nullopt);
   }
   const bool wasCarriedOut = outcome.answer && outcome.answer->wasAuthorized.value_or(false);

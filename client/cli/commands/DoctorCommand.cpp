@@ -5,6 +5,7 @@
 
 #include "client/cli/commands/Commands.h"
 #include "client/cli/output/Advice.h"
+#include "client/cli/output/Translation.h"
 #include "client/cli/setup/Installation.h"
 #include "client/cli/setup/ProtectedTree.h"
 #include "operations/Rights.h"
@@ -29,6 +30,10 @@ struct Finding {
 using State = Finding::State;
 // Of a check that may find several things.
 using Findings = std::vector<Finding>;
+
+// Of the columns that subjects and states stand in.
+constexpr std::size_t narrowestSubjects = 14;
+constexpr std::size_t narrowestStates = 8;
 
 using Version = Answer<std::string>;
 
@@ -59,7 +64,7 @@ Finding examineAuthorization(PrivilegedHelperClient& client, const Version& answ
             systemAdvice().issuerUnreachable, ExitOutOfReach};
   }
   if (outcome->error) {
-    return {"authorization", State::Bad, outcome->error->localizedDescription(),
+    return {"authorization", State::Bad, descriptionOf(*outcome->error),
             "Even the empty operation is refused: are the rights registered?"};
   }
   return {"authorization", State::Good, "an empty operation is allowed", {}};
@@ -77,12 +82,10 @@ Finding examineDeletion(PrivilegedHelperClient& client, const Version& answer) {
   if (tree.error()) {
     return {subject,
             State::Unknown,
-            "no protected tree could be made to try it on: " + tree.error()->localizedDescription(),
+            "no protected tree could be made to try it on: " + descriptionOf(*tree.error()),
             {}};
   }
-  const auto outcome =
-      client.deleteFileObjects({tree.path()}, {.isRecursive = true, .stopsOnFirstError = true})
-          .answer;
+  const auto outcome = client.deleteFileObjects({tree.path()}, true, true).answer;
   if (!outcome) {
     return {subject, State::Bad, outcome.error().description, suggestionFor(outcome.error()),
             ExitOutOfReach};
@@ -204,6 +207,42 @@ const char* textFor(State state) {
   return "";
 }
 
+// One line for each, and its advice below.
+void print(const Findings& findings) {
+  std::size_t subjects = narrowestSubjects;
+  std::size_t states = narrowestStates;
+  for (const Finding& finding : findings) {
+    subjects = std::max(subjects, columnsOf(translated(finding.subject)));
+    states = std::max(states, columnsOf(translated(textFor(finding.state))));
+  }
+  const auto printLine = [&](const std::string& subject, const std::string& state,
+                             const std::string& text) {
+    std::printf("%s %s %s\n", padded(subject, subjects).c_str(), padded(state, states).c_str(),
+                printable(text).c_str());
+  };
+  for (const Finding& finding : findings) {
+    printLine(translated(finding.subject), translated(textFor(finding.state)),
+              translated(finding.detail));
+    if (!finding.advice.empty()) printLine("", "", translated(finding.advice));
+  }
+}
+
+void printObject(const Findings& findings) {
+  nlohmann::ordered_json rows = nlohmann::json::array();
+  std::optional<Error> problem;
+  for (const Finding& finding : findings) {
+    rows.push_back({{"subject", finding.subject},
+                    {"state", textFor(finding.state)},
+                    {"detail", translated(finding.detail)},
+                    {"advice", translated(finding.advice)}});
+    if (finding.state == State::Bad && !problem) {
+      problem = Error(clientErrorDomain, problemsFound,
+                      {{NSLocalizedRecoverySuggestionErrorKey, translated(finding.advice)}});
+    }
+  }
+  printResult(rows, problem);
+}
+
 }  // namespace
 
 int examine(const Context& context) {
@@ -215,22 +254,15 @@ int examine(const Context& context) {
   for (const Findings& several : {examineRegistration(), examineInstallation()}) {
     findings.insert(findings.end(), several.begin(), several.end());
   }
+  if (context.isJSON) {
+    printObject(findings);
+  } else {
+    print(findings);
+  }
   int status = ExitDone;
-  nlohmann::ordered_json rows = nlohmann::json::array();
   for (const Finding& finding : findings) {
     if (finding.state == State::Bad) status = std::max(status, finding.status);
-    if (context.isJSON) {
-      rows.push_back({{"subject", finding.subject},
-                      {"state", textFor(finding.state)},
-                      {"detail", finding.detail},
-                      {"advice", finding.advice}});
-      continue;
-    }
-    std::printf("%-14s %-8s %s\n", finding.subject, textFor(finding.state),
-                printable(finding.detail).c_str());
-    if (!finding.advice.empty()) std::printf("%-14s %-8s %s\n", "", "", finding.advice.c_str());
   }
-  if (context.isJSON) printResult(rows);
   return status;
 }
 

@@ -8,6 +8,7 @@
 #include "client/cli/output/Advice.h"
 #include "client/cli/output/OutputWriter.h"
 #include "client/cli/output/Prompt.h"
+#include "client/cli/output/Translation.h"
 #include "foundation/POSIXError.h"
 #include "operations/ErrorTemplateKeys.h"
 #include "operationset-vnt/OperationErrors.h"

@@ -3,6 +3,7 @@
 
 #include "client/cli/commands/Commands.h"
 #include "client/cli/output/Prompt.h"
+#include "client/cli/output/Translation.h"
 
 namespace corvane::cli {
 
@@ -37,8 +38,9 @@ int showVersion(const Context& context) {
   return ExitDone;
 }
 
-int setDebugMode(const Context& context, bool flag) {
-  const auto done = PrivilegedHelperClient(context.client).enableDebugMode(flag);
+int setDebugMode(const Context& context, const std::string& state) {
+  if (state != "on" && state != "off") return reportUsage(context, translated(noSwitchText, state));
+  const auto done = PrivilegedHelperClient(context.client).enableDebugMode(state == "on");
   if (!done) return report(context, Action::SwitchDebugMessages, "", done.error());
   return report(context, Action::SwitchDebugMessages, "", Outcome());
 }

@@ -3,7 +3,7 @@
 #include <iterator>
 
 #include "client/cli/commands/Commands.h"
-#include "client/cli/output/Advice.h"
+#include "client/cli/output/Translation.h"
 #include "operationset-vnt/ZELPrivilegedOperationSetVNT.h"
 #include "platform/AuthenticationAgent.h"
 
@@ -40,8 +40,7 @@ bool asksItself(const Context& context) {
 int tellWhetherAllowed(const Context& context, const std::string& operation) {
   const auto code = codeOf(operation);
   if (!code) {
-    return reportUsage(context,
-                       "'" + operation + "' is not an operation. 'operations' lists them.");
+    return reportUsage(context, translated(noSuchOperationText, operation));
   }
   const auto answer = PrivilegedHelperClient(context.client).queryAuthorization(*code);
   if (!answer) return report(context, Action::AskWhetherAllowed, operation, answer.error());

@@ -16,6 +16,13 @@ enum class ValueKind {
   Data,     ///< pairs of hexadecimal digits, with spaces or not
 };
 
+/// Where a value is from: the command line, or the file at a path in any format that a property
+/// list has; "-" is standard input.
+struct PreferenceSource {
+  std::optional<ValueKind> kind;  ///< nothing: of a property list in a file
+  std::string text;               ///< the value, or the path
+};
+
 /// The value as the helper takes it, a property list in text; nothing if the text is none of the
 /// kind.
 std::optional<std::string> propertyListOf(ValueKind kind, const std::string& text);

@@ -10,6 +10,7 @@
 #include "client/cli/commands/Commands.h"
 #include "client/cli/output/Advice.h"
 #include "client/cli/output/Prompt.h"
+#include "client/cli/output/Translation.h"
 #include "foundation/POSIXError.h"
 #include "foundation/PropertyList.h"
 #include "platform/Preferences.h"
@@ -68,6 +69,25 @@ std::optional<std::string> nameOf(const std::string& user) {
   return entry != nullptr ? std::optional<std::string>(entry->pw_name) : std::nullopt;
 }
 
+// What the helper would find out only when it has been authorized, and not tell.
+std::optional<Error> faultOf(const PreferenceDomain& domain, const std::string& user) {
+  const bool isGlobal = domain.application == NSGlobalDomain;
+  const auto fault = faultOfPreferencesDomain(
+      isGlobal ? std::string(kCFPreferencesAnyApplication) : domain.application, user, domain.host);
+  if (!fault) return std::nullopt;
+  switch (*fault) {
+    case PreferencesDomainFault::ApplicationIdentifier:
+      return Error(clientErrorDomain, noApplicationName);
+    case PreferencesDomainFault::ApplicationTooLong:
+      return Error(clientErrorDomain, applicationNameTooLong);
+    case PreferencesDomainFault::User:
+      return Error(clientErrorDomain, noSuchUser);
+    case PreferencesDomainFault::Host:
+      break;
+  }
+  return Error(clientErrorDomain, otherHost);
+}
+
 // Has the helper set the key to a property list, or remove it if that is empty.
 int change(const Context& context, Action action, const PreferenceDomain& domain,
            const std::string& key, const std::string& list) {
@@ -75,25 +95,26 @@ int change(const Context& context, Action action, const PreferenceDomain& domain
   if (!user) {
     return report(context, action, key, Outcome{.error = Error(clientErrorDomain, noSuchUser)});
   }
+  if (const auto fault = faultOf(domain, *user)) {
+    return report(context, action, key, Outcome{.error = *fault});
+  }
   const std::string prompt = list.empty() ? promptToRemovePreference(key, domain.application, *user)
                                           : promptToSetPreference(key, domain.application, *user);
   return report(context, action, key,
                 PrivilegedHelperClient(asking(context, prompt))
-                    .modifyPreferences({key, domain.application, *user, domain.host}, list));
+                    .modifyPreferences(key, domain.application, *user, domain.host, list));
 }
 
 }  // namespace
 
 int setPreference(const Context& context, const PreferenceDomain& domain, const std::string& key,
-                  ValueKind kind, const std::string& value) {
-  const auto list = propertyListOf(kind, value);
-  if (!list) return reportUsage(context, translated(notOfKindText, value));
-  return change(context, Action::SetPreference, domain, key, *list);
-}
-
-int setPreferenceFromFile(const Context& context, const PreferenceDomain& domain,
-                          const std::string& key, const std::string& path) {
-  const Result<std::string> list = propertyListIn(path);
+                  const PreferenceSource& value) {
+  if (value.kind) {
+    const auto list = propertyListOf(*value.kind, value.text);
+    if (!list) return reportUsage(context, translated(notOfKindText, value.text));
+    return change(context, Action::SetPreference, domain, key, *list);
+  }
+  const Result<std::string> list = propertyListIn(value.text);
   if (!list) return report(context, Action::SetPreference, key, Outcome{.error = list.error()});
   return change(context, Action::SetPreference, domain, key, *list);
 }
@@ -104,6 +125,9 @@ int removePreference(const Context& context, const PreferenceDomain& domain,
 }
 
 int getPreference(const Context& context, const PreferenceDomain& domain, const std::string& key) {
+  if (const auto fault = faultOf(domain, domain.user)) {
+    return report(context, Action::ReadPreference, key, Outcome{.error = *fault});
+  }
   const bool isGlobal = domain.application == NSGlobalDomain;
   const auto value = CFPreferencesCopyValue(
       key, isGlobal ? std::string(kCFPreferencesAnyApplication) : domain.application, domain.user,

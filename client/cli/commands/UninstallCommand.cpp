@@ -5,6 +5,7 @@
 
 #include "client/cli/commands/Commands.h"
 #include "client/cli/output/Advice.h"
+#include "client/cli/output/Translation.h"
 #include "client/cli/setup/EndingSignals.h"
 #include "client/cli/setup/Installation.h"
 #include "foundation/POSIXError.h"
@@ -33,8 +34,11 @@ constexpr const char* forceAdvice =
 Error explained(const Error& error, const std::string& description, const std::string& advice) {
   return Error(error.domain(), error.code(),
                {{NSLocalizedDescriptionKey, description},
-                {NSLocalizedRecoverySuggestionErrorKey, advice + " " + forceAdvice}});
+                {NSLocalizedRecoverySuggestionErrorKey,
+                 translated(advice) + " " + translated(forceAdvice)}});
 }
+
+constexpr const char* clientText = "'$1$' of user $2$ with process id $3$";
 
 // Who is connected to the helper, for a person to read. The helper itself refuses without saying
 // whose clients keep it, so the system is asked.
@@ -43,8 +47,9 @@ std::string otherClients(const std::string& socketPath) {
   if (!processes) return "one of which the system does not tell";
   std::string clients;
   for (const ConnectedProcess& process : *processes) {
-    clients += (clients.empty() ? "'" : ", '") + process.name + "' of user " + process.user +
-               " with process id " + std::to_string(process.pid);
+    clients +=
+        (clients.empty() ? "" : ", ") +
+        translated(clientText, Array{process.name, process.user, std::to_string(process.pid)});
   }
   return clients.empty() ? "one that is not connected to it at the moment" : clients;
 }
@@ -85,7 +90,8 @@ std::optional<Answer<Outcome>> haveHelperRemoveItself(const Context& context,
                      : connected.error();
   if (!outcome) {
     const CommunicationFailure& failure = outcome.error();
-    return CommunicationFailure{failure.kind, failure.description + ". " + forceAdvice};
+    return CommunicationFailure{failure.kind,
+                                descriptionOf(failure) + ". " + translated(forceAdvice)};
   }
   if (outcome->error) outcome->error = explained(*outcome->error, client);
   return outcome;
@@ -107,8 +113,12 @@ int tellWhatIsLeft(const Context& context, const Names& before, const Names& aft
   for (const std::string& name : before) {
     changes.push_back({name, isLeft(name) ? "LEFT" : "removed"});
   }
-  tellChanges(context, changes,
-              after.empty() ? "Nothing is left of the helper." : "What is left is marked above.");
+  if (after.empty()) {
+    tellChanges(context, changes, "Nothing is left of the helper.");
+  } else {
+    tellChanges(context, changes, "What is left is marked above.",
+                Error(clientErrorDomain, partsLeft));
+  }
   return after.empty() ? ExitDone : ExitFailed;
 }
 
@@ -116,7 +126,7 @@ int tellWhatIsLeft(const Context& context, const Names& before, const Names& aft
 std::optional<std::string> refusalOf(PrivilegedHelperClient& client,
                                      const HelperInstallation& installation) {
   const auto outcome = client.performUninstall(installation.programPath(), installation.jobPath());
-  if (!outcome) return outcome.error().description;
+  if (!outcome) return descriptionOf(outcome.error());
   if (outcome->error) return descriptionOf(explained(*outcome->error, client));
   // That the connection was lost may have other reasons.
   if (::access(installation.programPath().c_str(), F_OK) == 0) return "it ended halfway";
@@ -129,15 +139,16 @@ int uninstallForPackage(const Context& context) {
   if (const auto status = requireRoot(context, Action::Uninstall, "uninstall")) return *status;
   const auto installation = ownInstallation();
   if (!installation->package()) {
-    return reportUsage(context, "The helper belongs to no package. Run 'uninstall'.");
+    return reportUsage(context, translated("The helper belongs to no package. Run 'uninstall'."));
   }
   PrivilegedHelperClient client(context.client);
   const auto refusal = refusalOf(client, *installation);
   if (refusal) {
-    std::printf("The helper is removed without its help: %s\n", printable(*refusal).c_str());
+    tellConclusion(context, "The helper is removed without its help: " + *refusal,
+                   Error(clientErrorDomain, partsLeft));
     return ExitFailed;
   }
-  std::puts("The helper has removed itself.");
+  tellConclusion(context, "The helper has removed itself.");
   return ExitDone;
 }
 
@@ -163,9 +174,10 @@ int uninstall(const Context& context, bool isForced) {
     return report(context, Action::Uninstall, "", *outcome);
   }
   if (!context.isJSON && !context.isQuiet) {
-    std::puts(isRemovedByItself ? "The helper ended the connection: it has removed itself."
-              : outcome ? "The helper does not remove itself. It is removed without its help."
-                        : "The helper cannot be reached. It is removed without its help.");
+    tellConclusion(context,
+                   isRemovedByItself ? "The helper ended the connection: it has removed itself."
+                   : outcome ? "The helper does not remove itself. It is removed without its help."
+                             : "The helper cannot be reached. It is removed without its help.");
   }
   installation->remove();
   // What stays of them is told below.

@@ -2,8 +2,7 @@
 
 #include <iterator>
 
-#include "client/cli/output/Advice.h"
-#include "operationset-vnt/ZELPrivilegedOperationSetVNT.h"
+#include "client/cli/output/Translation.h"
 
 namespace corvane::cli {
 
@@ -34,10 +33,6 @@ static_assert(std::size(texts) == static_cast<std::size_t>(Action::Uninstall) + 
 
 std::string failureOf(Action action, const std::string& subject) {
   return translated(texts[static_cast<std::size_t>(action)], subject);
-}
-
-std::span<const char* const> actionTexts() {
-  return texts;
 }
 
 }  // namespace corvane::cli

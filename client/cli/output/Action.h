@@ -2,7 +2,6 @@
 #define CORVANE_CLIENT_CLI_OUTPUT_ACTION_H
 
 #include <cstddef>
-#include <span>
 #include <string>
 
 namespace corvane::cli {
@@ -29,9 +28,6 @@ enum class Action {
 
 /// How the line begins, as in "Cannot delete '/tmp/x'", in the user's language.
 std::string failureOf(Action action, const std::string& subject);
-
-/// What has to be in the strings table for that.
-std::span<const char* const> actionTexts();
 
 }  // namespace corvane::cli
 

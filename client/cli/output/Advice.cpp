@@ -4,9 +4,9 @@
 #include <array>
 
 #include "PrivilegedHelperClient.h"
-#include "client/cli/output/Action.h"
-#include "client/cli/output/Prompt.h"
+#include "client/cli/output/Translation.h"
 #include "foundation/POSIXError.h"
+#include "operationset-vnt/OperationErrors.h"
 #include "operationset-vnt/ZELPrivilegedOperationSetVNT.h"
 #include "platform/Authorization.h"
 #include "platform/SystemAdvice.h"
@@ -64,6 +64,15 @@ const auto& advices() {
       {clientErrorDomain, noSuchPreference,
        "Check its name, and whose it is: application, user and host.",
        "There is no such preference, or it cannot be read."},
+      {clientErrorDomain, noApplicationName,
+       "It is a name in UTF-8 without slashes and control characters, with no point at its begin "
+       "and no two in a row.",
+       "This cannot be the identifier of an application."},
+      {clientErrorDomain, applicationNameTooLong, "Check the name.",
+       "The identifier of the application is too long."},
+      {clientErrorDomain, otherHost,
+       "Change them there; without '--host' it is this machine, with '--any-host' all.",
+       "Preferences of another machine are not kept here."},
       {clientErrorDomain, noSuchUser, "Check the name.", "There is no such user."},
       {clientErrorDomain, noPropertyList, "Check the file, or name the kind of the value.",
        "There is no property list that could be sent."},
@@ -72,6 +81,8 @@ const auto& advices() {
        "Name the folder of a bundle, whose Contents/Info.plist names the program beside which the "
        "utility is.",
        "The application is no bundle with a program."},
+      {clientErrorDomain, problemsFound, "'doctor' tells more.", "Something stands in the way."},
+      {clientErrorDomain, partsLeft, "'doctor' tells more.", "Not all of the helper is removed."},
       {clientErrorDomain, outputIncomplete, "Read it without long pauses, or into a file.",
        "The output is incomplete: nobody took it for too long."},
   });
@@ -102,15 +113,6 @@ const auto& communicationAdvices() {
   return all;
 }
 
-// The POSIX errors that operations commonly end with.
-constexpr POSIXErrorCode commonCodes[] = {
-    POSIXErrorCode::NotPermitted,   POSIXErrorCode::NoEntry,     POSIXErrorCode::InputOutput,
-    POSIXErrorCode::Access,         POSIXErrorCode::Busy,        POSIXErrorCode::Exists,
-    POSIXErrorCode::NotDirectory,   POSIXErrorCode::IsDirectory, POSIXErrorCode::Invalid,
-    POSIXErrorCode::NoSpace,        POSIXErrorCode::ReadOnly,    POSIXErrorCode::NotEmpty,
-    POSIXErrorCode::NotImplemented, POSIXErrorCode::Canceled,    POSIXErrorCode::Again,
-    POSIXErrorCode::LinkLoop,       POSIXErrorCode::NameTooLong};
-
 const Advice* adviceFor(const Error& error) {
   const auto* advice = std::find_if(advices().begin(), advices().end(), [&error](const Advice& a) {
     return error.is(a.domain, a.code);
@@ -120,25 +122,14 @@ const Advice* adviceFor(const Error& error) {
 
 }  // namespace
 
-std::string translated(const std::string& text) {
-  return ZELPrivilegedOperationSetVNT::localizedUIPolitenessAgnosticStringForKey(
-      text, text, clientStringsTable);
-}
-
-std::string translated(const std::string& text, const std::string& parameter) {
-  return translated(text, Array{parameter});
-}
-
-std::string translated(const std::string& text, const Array& parameters) {
-  return ZELPrivilegedOperationSetVNT::localizedStringForTemplate(text, parameters,
-                                                                  clientStringsTable);
-}
-
 std::string suggestionFor(const Error& error, Action action, bool wasAuthorized) {
   const auto localized =
       ZELPrivilegedOperationSetVNT::localizedErrorForPrivilegedOperationError(error);
   if (const auto suggestion = localized->userInfo().text(NSLocalizedRecoverySuggestionErrorKey)) {
-    return *suggestion;
+    const bool isInLog =
+        error.is(ZELPrivilegedOperationSetVNT::errorDomain(), preferencesWriteError.code);
+    const std::string more = isInLog ? " " + translated(systemAdvice().preferencesUnwritten) : "";
+    return translated(*suggestion) + more;
   }
   if (isPOSIXError(error, POSIXErrorCode::NotPermitted)) {
     return translated(wasAuthorized ? adviceWhenProtected : adviceWhenRefused);
@@ -160,7 +151,6 @@ std::string suggestionFor(const Error& error, Action action, bool wasAuthorized)
 std::string descriptionOf(const Error& error) {
   const Advice* advice = adviceFor(error);
   if (advice != nullptr && advice->description != nullptr) return translated(advice->description);
-  // What an error has no text for is described by its number, in English.
   return translated(ZELPrivilegedOperationSetVNT::localizedErrorForPrivilegedOperationError(error)
                         ->localizedDescription());
 }
@@ -171,24 +161,8 @@ std::string suggestionFor(const CommunicationFailure& failure) {
   return advice == communicationAdvices().end() ? std::string() : translated(advice->text);
 }
 
-std::set<std::string> clientTexts() {
-  std::set<std::string> texts = {
-      adviceWhenRefused, adviceWhenProtected, adviceWhenFilledAgain, adviceWhenStopped,
-      causeText,         needsRootText,       runAsRootText,         runLineAsRootText,
-      nothingThereText,  appendOnlyLeftText,  grantedText,           wouldAskText,
-      deniedText,        nobodyToAskText,     stoppingText,          deletedByThenText,
-      answerRefusedText, tryAgainText,        notOfKindText};
-  texts.insert(actionTexts().begin(), actionTexts().end());
-  texts.insert(promptTexts().begin(), promptTexts().end());
-  for (const Advice& advice : advices()) {
-    texts.insert(advice.text);
-    if (advice.description != nullptr) texts.insert(advice.description);
-  }
-  for (const CommunicationAdvice& advice : communicationAdvices()) texts.insert(advice.text);
-  for (const POSIXErrorCode code : commonCodes) {
-    texts.insert(posixDescription(static_cast<std::int64_t>(code)));
-  }
-  return texts;
+std::string descriptionOf(const CommunicationFailure& failure) {
+  return translated(failure.description);
 }
 
 }  // namespace corvane::cli

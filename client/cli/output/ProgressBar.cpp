@@ -11,6 +11,7 @@
 #include <unistd.h>
 
 #include "client/cli/output/Report.h"
+#include "foundation/NoDestructor.h"
 #include "foundation/Unicode.h"
 
 namespace corvane::cli {
@@ -29,14 +30,17 @@ bool isTerminal() {
          std::string_view(name) != "dumb";
 }
 
-// How many characters fit on a line; the last column is left free, where a terminal would wrap.
+// What the terminal shows for Ctrl-C behind the line, and the last column, where it would wrap.
+constexpr std::size_t columnsLeftFree = 3;
+
 std::size_t lineWidth() {
   winsize size{};
   const bool isKnown = ::ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0;
-  return (isKnown ? size.ws_col : std::size_t{80}) - 1;
+  const std::size_t width = isKnown ? size.ws_col : std::size_t{80};
+  return width - std::min(width, columnsLeftFree);
 }
 
-// The end of `text` in so many columns. A character that may take two counts as two.
+// The end of `text` in so many columns.
 std::string endOf(std::string_view text, std::size_t width) {
   std::vector<std::pair<std::string_view, std::size_t>> characters;
   std::size_t needed = 0;
@@ -44,8 +48,9 @@ std::string endOf(std::string_view text, std::size_t width) {
     const std::string_view rest = text;
     const auto character = takeUTF8Character(text);
     if (!character) break;
-    const std::size_t columns = *character < 0x1100 ? 1 : 2;
-    characters.emplace_back(rest.substr(0, rest.size() - text.size()), columns);
+    const std::string_view shown = rest.substr(0, rest.size() - text.size());
+    const std::size_t columns = columnsOf(shown);
+    characters.emplace_back(shown, columns);
     needed += columns;
   }
   if (needed > width && width < omission.size()) return {};
@@ -65,12 +70,29 @@ std::string elapsed(std::chrono::steady_clock::duration duration) {
   return std::to_string(seconds / 60) + (rest.size() < 2 ? ":0" : ":") + rest;
 }
 
+// The line that this process shows, if it does: there is one terminal.
+struct Shown {
+  std::mutex mutex;
+  ProgressBar* bar = nullptr;
+};
+Shown& lineOfProcess() {
+  static NoDestructor<Shown> shared;
+  return *shared;
+}
+
 }  // namespace
 
 ProgressBar::ProgressBar(bool isWanted, bool isMeasured)
-    : _isShown(isWanted && isTerminal()), _isMeasured(isMeasured) {}
+    : _isShown(isWanted && isTerminal()), _isMeasured(isMeasured) {
+  const std::lock_guard held(lineOfProcess().mutex);
+  lineOfProcess().bar = this;
+}
 
 ProgressBar::~ProgressBar() {
+  {
+    const std::lock_guard held(lineOfProcess().mutex);
+    lineOfProcess().bar = nullptr;
+  }
   {
     const std::lock_guard lock(_mutex);
     _isEnding = true;
@@ -103,6 +125,13 @@ void ProgressBar::hide() {
   erase();
 }
 
+bool ProgressBar::hideAny() {
+  const std::lock_guard held(lineOfProcess().mutex);
+  if (lineOfProcess().bar == nullptr) return false;
+  const std::lock_guard lock(lineOfProcess().bar->_mutex);
+  return lineOfProcess().bar->erase();
+}
+
 void ProgressBar::run() {
   std::unique_lock lock(_mutex);
   while (!_changed.wait_for(lock, betweenTurns, [this] { return _isEnding; })) {
@@ -115,8 +144,10 @@ void ProgressBar::draw() {
   std::fprintf(stderr, "\r%s\033[K", line(lineWidth()).c_str());
 }
 
-void ProgressBar::erase() {
-  if (std::exchange(_isOnScreen, false)) std::fputs("\r\033[K", stderr);
+bool ProgressBar::erase() {
+  if (!std::exchange(_isOnScreen, false)) return false;
+  std::fputs("\r\033[K", stderr);
+  return true;
 }
 
 std::string ProgressBar::line(std::size_t width) const {

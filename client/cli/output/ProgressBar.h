@@ -31,11 +31,13 @@ class ProgressBar {
   void name(const std::string& object);
   /// Takes the line off the screen until the next `show`.
   void hide();
+  /// The same for whatever line this process shows. False if it shows none.
+  static bool hideAny();
 
  private:
   void run();
   void draw();
-  void erase();
+  bool erase();
   std::string line(std::size_t width) const;
 
   const bool _isShown;

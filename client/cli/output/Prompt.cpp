@@ -5,7 +5,7 @@
 #include <string_view>
 #include <utility>
 
-#include "client/cli/output/Advice.h"
+#include "client/cli/output/Translation.h"
 #include "foundation/Unicode.h"
 #include "platform/Preferences.h"
 
@@ -139,10 +139,6 @@ PrivilegedHelperClient::Options asking(const Context& context, std::string promp
   PrivilegedHelperClient::Options options = context.client;
   if (!options.prompt) options.prompt = std::move(prompt);
   return options;
-}
-
-std::span<const char* const> promptTexts() {
-  return texts;
 }
 
 }  // namespace corvane::cli

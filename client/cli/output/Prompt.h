@@ -2,7 +2,6 @@
 #define CORVANE_CLIENT_CLI_OUTPUT_PROMPT_H
 
 #include <cstddef>
-#include <span>
 #include <string>
 #include <vector>
 
@@ -27,9 +26,6 @@ std::string promptToRemovePreference(const std::string& key, const std::string& 
 /// The options of the client for a command whose dialog says `prompt`, unless the command line has
 /// another.
 PrivilegedHelperClient::Options asking(const Context& context, std::string prompt);
-
-/// All texts of which these sentences are made.
-std::span<const char* const> promptTexts();
 
 }  // namespace corvane::cli
 

@@ -6,9 +6,11 @@
 #include <utility>
 
 #include "client/cli/output/Advice.h"
+#include "client/cli/output/Translation.h"
 #include "foundation/POSIXError.h"
 #include "foundation/Unicode.h"
 #include "platform/Authorization.h"
+#include "platform/MountPoints.h"
 
 namespace corvane::cli {
 
@@ -67,7 +69,10 @@ Json successObject() {
 
 void printProblem(const std::string& failure, std::string_view description,
                   std::string_view suggestion) {
-  std::fprintf(stderr, "%s: %s\n", printable(failure).c_str(), printable(description).c_str());
+  // Not as its parameters, in which names might stand that look like placeholders.
+  const std::string between = translated(aboutText, Array{"", ""});
+  std::fprintf(stderr, "%s%s%s\n", printable(failure).c_str(), between.c_str(),
+               printable(description).c_str());
   if (!suggestion.empty()) std::fprintf(stderr, "%s\n", printable(suggestion).c_str());
 }
 
@@ -77,6 +82,16 @@ void printProblem(const std::string& failure, const Error& error, std::string_vi
        cause = underlyingError(*cause)) {
     std::fprintf(stderr, "  %s\n", printable(translated(causeText, descriptionOf(*cause))).c_str());
   }
+}
+
+// The advice about a deletion, which may have to name where in the tree something is mounted.
+std::string suggestionAbout(const std::string& path, const Error& error, Action action,
+                            bool wasAuthorized) {
+  if (isPOSIXError(error, POSIXErrorCode::Busy)) {
+    const std::vector<std::string> places = mountPointsIn(path);
+    if (!places.empty()) return translated(mountedAtText, places.front());
+  }
+  return suggestionFor(error, action, wasAuthorized);
 }
 
 // A line for each object, and the advice after the last one that it is about.
@@ -89,9 +104,9 @@ void printFailures(Action action, const std::vector<PrivilegedHelperClient::Obje
       std::fprintf(stderr, "%s\n", printable(failureOf(action, path)).c_str());
       continue;
     }
-    const std::string suggestion = suggestionAbout(*error);
+    const std::string suggestion = suggestionAbout(path, *error);
     const bool isRepeated = i + 1 < failed.size() && failed[i + 1].error &&
-                            suggestionAbout(*failed[i + 1].error) == suggestion;
+                            suggestionAbout(failed[i + 1].path, *failed[i + 1].error) == suggestion;
     printProblem(failureOf(action, path), *error, isRepeated ? std::string() : suggestion);
   }
 }
@@ -116,11 +131,11 @@ int reportUnanswered(const Context& context, Action action, const std::string& s
     Json object = successObject();
     object["domain"] = communicationDomain;
     object["code"] = static_cast<int>(failure.kind) + 1;
-    object["description"] = failure.description;
+    object["description"] = descriptionOf(failure);
     object["recoverySuggestion"] = suggestionFor(failure);
     printJson(object);
   } else {
-    printProblem(failureOf(action, subject), failure.description, suggestionFor(failure));
+    printProblem(failureOf(action, subject), descriptionOf(failure), suggestionFor(failure));
   }
   const bool wasReached = failure.kind == Kind::BadMessage || failure.kind == Kind::TooLarge;
   return wasReached ? ExitFailed : ExitOutOfReach;
@@ -131,8 +146,9 @@ void printStopped(Action action, const std::vector<std::string>& paths,
                   const PrivilegedHelperClient::DeletionOutcome& outcome) {
   const Error& error = *outcome.answer->error;
   const bool wasAuthorized = outcome.answer->wasAuthorized.value_or(false);
-  printFailures(action, outcome.failed,
-                [&](const Error& each) { return suggestionFor(each, action, wasAuthorized); });
+  printFailures(action, outcome.failed, [&](const std::string& path, const Error& each) {
+    return suggestionAbout(path, each, action, wasAuthorized);
+  });
   printProblem(failureOf(paths.size() > 1 ? Action::DeleteSeveral : action, paths.front()), error,
                suggestionFor(error, action, wasAuthorized));
   if (paths.size() == 1 || outcome.left.size() == paths.size()) return;
@@ -170,6 +186,21 @@ Json toJson(const Value& value) {
     return object;
   }
   return objectFor(*value.error());
+}
+
+std::size_t columnsOf(std::string_view text) {
+  std::size_t columns = 0;
+  while (!text.empty()) {
+    const auto character = takeUTF8Character(text);
+    if (!character) break;
+    // A character that may take two counts as two.
+    columns += *character < 0x1100 ? 1 : 2;
+  }
+  return columns;
+}
+
+std::string padded(const std::string& text, std::size_t columns) {
+  return text + std::string(columns - std::min(columns, columnsOf(text)), ' ');
 }
 
 std::string printable(std::string_view text, std::string_view kept) {
@@ -216,41 +247,56 @@ int report(const Context& context, Action action, const std::vector<std::string>
     printStopped(action, paths, outcome);
     return ExitCanceled;
   }
-  const auto suggestionAbout = [&](const Error& error) {
+  const auto suggestion = [&](const std::string& path, const Error& error) {
     const bool isAppendOnly =
         outcome.isAppendOnlyLeft && isPOSIXError(error, POSIXErrorCode::NotPermitted);
     return isAppendOnly ? translated(appendOnlyLeftText)
-                        : suggestionFor(error, action, wasAuthorized);
+                        : suggestionAbout(path, error, action, wasAuthorized);
   };
+  // What failed may be gone meanwhile.
+  const PrivilegedHelperClient::ObjectLeft last{
+      outcome.failed.empty() ? paths.back() : outcome.failed.back().path, answer->error};
   if (context.isJSON) {
-    Json object = objectFor(*answer->error, suggestionAbout(*answer->error));
+    Json object = objectFor(*answer->error, suggestion(last.path, *answer->error));
     for (const auto& [path, error] : outcome.left) {
       object["result"]["left"].push_back(
           {{"path", path}, {"error", error ? objectFor(*error) : Json()}});
     }
     printJson(object);
   } else {
-    // What failed may be gone meanwhile.
-    const std::vector<PrivilegedHelperClient::ObjectLeft> gone = {{paths.back(), answer->error}};
-    printFailures(action, outcome.failed.empty() ? gone : outcome.failed, suggestionAbout);
+    const std::vector<PrivilegedHelperClient::ObjectLeft> gone = {last};
+    printFailures(action, outcome.failed.empty() ? gone : outcome.failed, suggestion);
   }
   return statusFor(*answer->error, wasAuthorized);
 }
 
-int reportUsage(const Context& context, const std::string& description) {
+int reportUsage(const Context& context, const std::string& description,
+                const std::string& suggestion) {
   if (context.isJSON) {
-    Json object = objectFor(posixError(POSIXErrorCode::Invalid));
-    object["description"] = description;
-    object["recoverySuggestion"] = nullptr;
-    printJson(object);
+    printJson(
+        objectFor(Error(clientErrorDomain, wrongUsage, {{NSLocalizedDescriptionKey, description}}),
+                  suggestion));
   } else {
     std::fprintf(stderr, "%s\n", printable(description).c_str());
+    if (!suggestion.empty()) std::fprintf(stderr, "%s\n", printable(suggestion).c_str());
   }
   return ExitUsage;
 }
 
-void printResult(const Json& result) {
+int reportException(const Context& context, const std::exception& exception) {
+  const std::string description = translated(unexpectedText, exception.what());
+  if (context.isJSON) {
+    printJson(objectFor(
+        Error(clientErrorDomain, unexpected, {{NSLocalizedDescriptionKey, description}}), ""));
+  } else {
+    std::fprintf(stderr, "%s\n", printable(description).c_str());
+  }
+  return ExitFailed;
+}
+
+void printResult(const Json& result, const std::optional<Error>& error) {
   Json object = successObject();
+  if (error) object = objectFor(*error, suggestionFor(*error, Action::ContactHelper, false));
   object["result"] = result;
   printJson(object);
 }

@@ -1,6 +1,7 @@
 #ifndef CORVANE_CLIENT_CLI_OUTPUT_REPORT_H
 #define CORVANE_CLIENT_CLI_OUTPUT_REPORT_H
 
+#include <exception>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -45,14 +46,24 @@ int report(const Context& context, Action action, const std::string& subject,
 int report(const Context& context, Action action, const std::vector<std::string>& paths,
            const PrivilegedHelperClient::DeletionOutcome& outcome);
 
-/// A command that was called wrongly.
-int reportUsage(const Context& context, const std::string& description);
+/// A command that was called wrongly; both texts in the user's language.
+int reportUsage(const Context& context, const std::string& description,
+                const std::string& suggestion = "");
 
-/// Prints the result of a command that answers with data: the object with `result` in it as JSON.
-void printResult(const nlohmann::ordered_json& result);
+/// A command that ended by an exception.
+int reportException(const Context& context, const std::exception& exception);
+
+/// Prints the result of a command that answers with data: the object with `result` in it as JSON,
+/// and with the error if there is one beside it.
+void printResult(const nlohmann::ordered_json& result,
+                 const std::optional<Error>& error = std::nullopt);
 
 /// A value of the helper's as JSON has it: data are arrays of numbers, dates seconds since 2001.
 nlohmann::ordered_json toJson(const Value& value);
+
+/// How many columns `text` takes on a terminal, and `text` with spaces up to so many.
+std::size_t columnsOf(std::string_view text);
+std::string padded(const std::string& text, std::size_t columns);
 
 /// `text` as a terminal may show it: control characters are replaced, but those in `kept`.
 std::string printable(std::string_view text, std::string_view kept = {});

@@ -9,7 +9,8 @@
 #include <unistd.h>
 
 #include "PrivilegedHelperClient.h"
-#include "client/cli/output/Advice.h"
+#include "client/cli/output/ProgressBar.h"
+#include "client/cli/output/Translation.h"
 #include "foundation/NoDestructor.h"
 
 namespace corvane::cli {
@@ -36,9 +37,9 @@ bool isIgnored(int signal) {
 bool stopOperation() {
   const std::lock_guard held(ending());
   if (!PrivilegedHelperClient::cancelOperationsBeforeEnd()) return false;
-  // After what the terminal shows for the key, or a progress bar.
-  std::fprintf(stderr, "%s%s\n", ::isatty(STDERR_FILENO) != 0 ? "\n" : "",
-               translated(stoppingText).c_str());
+  // What the terminal shows for the key is taken away with the line that it stands behind.
+  const bool isBehindKey = !ProgressBar::hideAny() && ::isatty(STDERR_FILENO) != 0;
+  std::fprintf(stderr, "%s%s\n", isBehindKey ? "\n" : "", translated(stoppingText).c_str());
   return true;
 }
 

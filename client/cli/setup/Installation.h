@@ -4,7 +4,6 @@
 #include <memory>
 #include <optional>
 #include <string>
-#include <string_view>
 #include <vector>
 
 #include "client/cli/output/Report.h"
@@ -27,9 +26,12 @@ struct Change {
   std::string name;
   const char* state;
 };
-/// Tells the changes, and in the end `conclusion`.
+/// Tells the changes, and in the end `conclusion`; as JSON the error if there is one beside them.
 void tellChanges(const Context& context, const std::vector<Change>& changes,
-                 std::string_view conclusion);
+                 const std::string& conclusion, const std::optional<Error>& error = std::nullopt);
+/// Tells `conclusion` alone; as JSON the error, or that there is none.
+void tellConclusion(const Context& context, const std::string& conclusion,
+                    const std::optional<Error>& error = std::nullopt);
 
 /// Nothing for root; for anybody else the status to exit with, after telling how to become root.
 std::optional<int> requireRoot(const Context& context, Action action, const char* command);

@@ -13,6 +13,9 @@ constexpr SystemAdvice advice = {
         "It is there but busy or stuck. Try again; its log may say more: "
         "journalctl -u com.corvane.system.privilegedhelper-vnt",
     .operationUndone = "Its log says why: journalctl -u com.corvane.system.privilegedhelper-vnt",
+    .preferencesUnwritten =
+        "The log of the helper has the reason: "
+        "journalctl -u com.corvane.system.privilegedhelper-vnt -g 'were not written'",
     .objectHeld =
         "Another program holds a lease on it. Close that program, or wait, and try again.",
     .nobodyCanBeAsked =

@@ -15,6 +15,9 @@ constexpr SystemAdvice advice = {
     .operationUndone =
         "The system's log says why: "
         "log show --last 10m --process com.corvane.system.privilegedhelper-vnt",
+    .preferencesUnwritten =
+        "The system's log has the reason: "
+        "log show --last 10m --process com.corvane.system.privilegedhelper-vnt",
     .objectHeld = "Another program keeps it. Close that program, or wait, and try again.",
     .nobodyCanBeAsked =
         "This needs an administrator, and nothing here can ask for one. Run the "
