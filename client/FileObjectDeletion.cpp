@@ -115,13 +115,13 @@ bool isEvidentlyAuthorized(const PathPointers& there, bool recursive) {
 }
 
 FileObjectDeletion::FileObjectDeletion(PrivilegedHelperClient& client,
-                                       const std::vector<std::string>& paths, bool recursive,
-                                       bool stopOnFirstError,
+                                       const std::vector<std::string>& paths,
+                                       const PrivilegedHelperClient::DeletionOptions& options,
                                        const std::optional<Feedback>& feedback)
     : _client(client),
       _paths(paths),
-      _isRecursive(recursive),
-      _stopsOnFirstError(stopOnFirstError),
+      _isRecursive(options.isRecursive),
+      _stopsOnFirstError(options.stopsOnFirstError),
       _feedback(feedback) {}
 
 PrivilegedHelperClient::DeletionOutcome FileObjectDeletion::run() {

@@ -21,7 +21,7 @@ class FileObjectDeletion {
   using Feedback = PrivilegedHelperClient::Feedback;
 
   FileObjectDeletion(PrivilegedHelperClient& client, const std::vector<std::string>& paths,
-                     bool recursive, bool stopOnFirstError,
+                     const PrivilegedHelperClient::DeletionOptions& options,
                      const std::optional<Feedback>& feedback);
 
   PrivilegedHelperClient::DeletionOutcome run();

@@ -573,10 +573,10 @@ Answer<PrivilegedHelperClient::Outcome> PrivilegedHelperClient::discardAuthoriza
 }
 
 PrivilegedHelperClient::DeletionOutcome PrivilegedHelperClient::deleteFileObjects(
-    const std::vector<std::string>& paths, bool recursive, bool stopOnFirstError,
+    const std::vector<std::string>& paths, const DeletionOptions& options,
     const std::optional<Feedback>& feedback) {
   const OperationInProgress all(_session.get(), helperAddress());
-  return FileObjectDeletion(*this, paths, recursive, stopOnFirstError, feedback).run();
+  return FileObjectDeletion(*this, paths, options, feedback).run();
 }
 
 Answer<PrivilegedHelperClient::Outcome> PrivilegedHelperClient::deleteFiles(
@@ -592,9 +592,9 @@ Answer<PrivilegedHelperClient::Outcome> PrivilegedHelperClient::deleteFiles(
 }
 
 Answer<PrivilegedHelperClient::Outcome> PrivilegedHelperClient::modifyPreferences(
-    const std::string& key, const std::string& application, const std::string& user,
-    const std::string& host, const std::string& value) {
-  return perform(codeModifyPreferences, {key, application, user, host, value});
+    const Preference& preference, const std::string& value) {
+  return perform(codeModifyPreferences,
+                 {preference.key, preference.application, preference.user, preference.host, value});
 }
 
 Answer<PrivilegedHelperClient::Outcome> PrivilegedHelperClient::executeUtility(

@@ -78,7 +78,7 @@ void measure() {
     std::fclose(file);
   }
   const std::size_t before = allocated;
-  const auto deletion = client.deleteFileObjects(paths, false, false);
+  const auto deletion = client.deleteFileObjects(paths, {});
   const std::size_t during = allocated - before;
   if (!deletion.answer || !deletion.answer->isSuccess() || !deletion.left.empty()) {
     throw std::runtime_error("the files are not deleted");

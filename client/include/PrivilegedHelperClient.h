@@ -89,6 +89,13 @@ class PrivilegedHelperClient {
     bool isSuccess() const { return !error; }
   };
 
+  struct DeletionOptions {
+    /// Deletes folders with their contents.
+    bool isRecursive = false;
+    /// Deletes in the order of the paths, and nothing behind the first object that cannot be
+    /// deleted.
+    bool stopsOnFirstError = false;
+  };
   /// An object that a deletion has not deleted.
   struct ObjectLeft {
     std::string path;
@@ -108,6 +115,15 @@ class PrivilegedHelperClient {
     /// Some of what is left is append-only, and was not touched: somebody else could have made its
     /// path lead elsewhere meanwhile, or its name cannot be sent.
     bool isAppendOnlyLeft = false;
+  };
+
+  /// What a preference is called. `application` may be the text of NSGlobalDomain, `user` and
+  /// `host` those of the platform's constants; the current user is the helper's own, root.
+  struct Preference {
+    std::string key;
+    std::string application;
+    std::string user;
+    std::string host;
   };
 
   explicit PrivilegedHelperClient(Options options);
@@ -162,27 +178,23 @@ class PrivilegedHelperClient {
   Answer<Outcome> nop();
   /// Makes the system ask again before it authorizes anything more for this process.
   Answer<Outcome> discardAuthorization();
-  /// Deletes the objects at absolute paths, whatever protects them; folders with their contents if
-  /// `recursive`. A link is deleted itself, be its target there or not. Goes on after an object
-  /// that cannot be deleted unless `stopOnFirstError`, which deletes in the order of the paths and
-  /// nothing behind the first such object; else the outcome is the error of the last.
+  /// Deletes the objects at absolute paths, whatever protects them. A link is deleted itself, be
+  /// its target there or not. Goes on after an object that cannot be deleted, unless the options
+  /// say otherwise; the outcome is then the error of the last.
   ///
   /// This may take several requests, of which each is authorized: with links among trees, with more
   /// paths than a message holds, and with append-only objects in a tree, which the helper's own
   /// recursive deletion keeps. What is sent once more is only what is left. Progress is that of
   /// all.
-  DeletionOutcome deleteFileObjects(const std::vector<std::string>& paths, bool recursive,
-                                    bool stopOnFirstError,
+  DeletionOutcome deleteFileObjects(const std::vector<std::string>& paths,
+                                    const DeletionOptions& options,
                                     const std::optional<Feedback>& feedback = std::nullopt);
   /// Deletes single objects; never folders with contents. Meant for the helper's own files, which
   /// it does not check: it deletes whatever is named.
   Answer<Outcome> deleteFiles(const std::vector<std::string>& paths);
   /// Sets a preference of any user: `value` is the text of a property list, and empty to remove the
-  /// key. `application` may be the text of NSGlobalDomain, `user` and `host` those of the
-  /// platform's constants; the current user is the helper's own, root.
-  Answer<Outcome> modifyPreferences(const std::string& key, const std::string& application,
-                                    const std::string& user, const std::string& host,
-                                    const std::string& value);
+  /// key.
+  Answer<Outcome> modifyPreferences(const Preference& preference, const std::string& value);
   /// Runs a utility that the helper knows as root. `applicationPath` is the bundle of the calling
   /// application, from which the helper takes utilities that come with it; not empty. A utility
   /// goes on to its end even if this process does not wait for it.

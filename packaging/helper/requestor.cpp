@@ -16,8 +16,10 @@
 
 #include "PrivilegedHelperClient.h"
 #include "foundation/POSIXError.h"
+#include "operations/OperationCodes.h"
 #include "operations/PrincipalClass.h"
 #include "platform/HelperAddress.h"
+#include "platform/HelperInstallation.h"
 
 using namespace corvane;
 
@@ -89,7 +91,8 @@ void addCommands(CLI::App& app, const ZELPrivilegedOperationSet& set, Request& r
   for (const auto& [code, identifier] : *set.opIdentifiersByCode()) {
     const ZELPrivilegedOperation& operation = *set.operationWithIdentifier(identifier);
     CLI::App* command = app.add_subcommand(identifier, operation.presentationString());
-    const std::uint64_t count = operation.argumentCount();
+    // Its arguments are known.
+    const std::uint64_t count = code == codePerformUninstall ? 0 : operation.argumentCount();
     if (count == ZELVariableArgumentCount) {
       command->add_option("arguments", request.words)->type_name("TEXT");
     } else if (count > 0) {
@@ -150,11 +153,16 @@ ExitStatus report(const Error& given, const std::optional<bool>& wasAuthorized) 
   return (isRefusal || needsDialog) && !wasAuthorized.value_or(false) ? NotAuthorized : Failed;
 }
 
-ExitStatus perform(const PrivilegedHelperClient::Options& options, const Request& request) {
+ExitStatus perform(const ZELPrivilegedOperationSet& set,
+                   const PrivilegedHelperClient::Options& options, const Request& request) {
   const std::vector<Value> arguments = argumentsOf(request);
   cancelOnSignals();
   PrivilegedHelperClient client(options);
-  const auto outcome = client.perform(request.code, arguments, feedback());
+  const auto installation = HelperInstallation::ofHelper(set.serviceIdentifierForHelper(), "");
+  const auto outcome =
+      request.code == codePerformUninstall
+          ? client.performUninstall(installation->programPath(), installation->jobPath())
+          : client.perform(request.code, arguments, feedback());
   if (!outcome) {
     std::fprintf(stderr, "%s\n", outcome.error().description.c_str());
     return Away;
@@ -187,7 +195,7 @@ int main(int argc, char* argv[]) {
   addCommands(app, set, request);
   try {
     app.parse(argc, argv);
-    return perform(options, request);
+    return perform(set, options, request);
   } catch (const CLI::ParseError& error) {
     return app.exit(error) == 0 ? Done : Usage;
   }

@@ -34,7 +34,7 @@ Answer<PrivilegedHelperClient::Outcome> cancelBetweenMessages(PrivilegedHelperCl
     if (!isFirstDone || !std::exchange(isFirst, false)) return;
     std::thread([&client] { (void)client.cancel(); }).join();
   };
-  return client.deleteFileObjects(manyPaths(), true, false, feedback).answer;
+  return client.deleteFileObjects(manyPaths(), {.isRecursive = true}, feedback).answer;
 }
 
 void print(const Answer<PrivilegedHelperClient::Outcome>& outcome) {

@@ -5,7 +5,7 @@ client installs that comes from the sources:
     system_test.py PACKAGES PROGRAMS SOURCES [--only daemon [-k NAME]... [--as USER]]
 
 PACKAGES is the folder of the packages, PROGRAMS that of the built test programs, SOURCES one in which
-the programs were installed to /usr/local. The steps follow one another. With --only daemon nothing
+the programs were installed to /usr/local, and in its folder wanderer is another product's package. The steps follow one another. With --only daemon nothing
 is done but the tests of the daemon against the installed service: those whose name has NAME in it, of
 root's client or of an ordinary user's. Exit status 77: no such system can be booted here.
 """
@@ -27,6 +27,7 @@ import broken_states
 import client_installation
 import faults
 import packages
+import second_product
 from machine import CannotBoot, Machine, check_tools
 from confinement import MOST_EXPOSURE, analysis
 from names import CLIENT, CLIENT_PACKAGE, DAEMON, HELPER_PACKAGE, LABEL, NOTHING_CHANGED, SOCKETS
@@ -422,7 +423,7 @@ class Scenario:
 
 STEPS = [step for step in vars(Scenario).values() if callable(step)]
 STEPS = STEPS[STEPS.index(Scenario.the_package_installs_and_nothing_runs):]
-STEPS += [*faults.STEPS, *packages.STEPS, *broken_states.STEPS,
+STEPS += [*second_product.STEPS, *faults.STEPS, *packages.STEPS, *broken_states.STEPS,
           packages.the_packages_are_removed_and_purged, *client_installation.STEPS]
 
 

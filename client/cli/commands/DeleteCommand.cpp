@@ -93,7 +93,9 @@ int deleteObjects(const Context& context, const Deletion& deletion) {
         asking(context, promptToDelete(paths, deletion.isRecursive));
     options.beforeAskingOnTerminal = [&bar] { bar.hide(); };
     outcome = PrivilegedHelperClient(std::move(options))
-                  .deleteFileObjects(paths, deletion.isRecursive, deletion.stopsOnFirstError,
+                  .deleteFileObjects(paths,
+                                     {.isRecursive = deletion.isRecursive,
+                                      .stopsOnFirstError = deletion.stopsOnFirstError},
                                      bar.isShown() ? std::optional(reporting) : std::nullopt);
   }
   const bool wasCarriedOut = outcome.answer && outcome.answer->wasAuthorized.value_or(false);

@@ -85,7 +85,9 @@ Finding examineDeletion(PrivilegedHelperClient& client, const Version& answer) {
             "no protected tree could be made to try it on: " + descriptionOf(*tree.error()),
             {}};
   }
-  const auto outcome = client.deleteFileObjects({tree.path()}, true, true).answer;
+  const auto outcome =
+      client.deleteFileObjects({tree.path()}, {.isRecursive = true, .stopsOnFirstError = true})
+          .answer;
   if (!outcome) {
     return {subject, State::Bad, outcome.error().description, suggestionFor(outcome.error()),
             ExitOutOfReach};

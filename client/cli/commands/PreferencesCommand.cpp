@@ -102,7 +102,7 @@ int change(const Context& context, Action action, const PreferenceDomain& domain
                                           : promptToSetPreference(key, domain.application, *user);
   return report(context, action, key,
                 PrivilegedHelperClient(asking(context, prompt))
-                    .modifyPreferences(key, domain.application, *user, domain.host, list));
+                    .modifyPreferences({key, domain.application, *user, domain.host}, list));
 }
 
 }  // namespace

@@ -57,7 +57,7 @@ class Worker {
     const bool hasFolder = openFolder();
     if (!hasFolder && errno != ENOENT) return tell(errno);
     if (hasFolder && _access != PreferencesAccess::Read && !lock()) return tell(errno);
-    if (!(hasFolder ? sendContent() : report({}))) return;
+    if (!(hasFolder ? sendContent() : sendReport({}))) return;
     std::uint64_t size = 0;
     if (_access == PreferencesAccess::Read || !receive(size)) return;
     if (!hasFolder) return tell(ENOENT);
@@ -108,7 +108,7 @@ class Worker {
     struct stat status {};
     FileDescriptor file = openFile(_place.fileName.c_str(), O_RDONLY, status);
     if (!file) {
-      if (errno == ENOENT) return report({});
+      if (errno == ENOENT) return sendReport({});
       tell(errno);
       return false;
     }
@@ -122,7 +122,7 @@ class Worker {
       return false;
     }
     _old = std::move(file);
-    return report({0, 1, size});
+    return sendReport({0, 1, size});
   }
 
   bool write(std::uint64_t size) {
@@ -199,10 +199,10 @@ class Worker {
   bool receive(std::uint64_t& size) const {
     return ::recv(_socket, &size, sizeof size, MSG_WAITALL) == sizeof size;
   }
-  bool report(PreferencesReport report) const {
+  bool sendReport(PreferencesReport report) const {
     return ::send(_socket, &report, sizeof report, MSG_NOSIGNAL) == sizeof report;
   }
-  void tell(int failure) const { report({failure, 0, 0}); }
+  void tell(int failure) const { sendReport({failure, 0, 0}); }
 
   const PreferencesPlace& _place;
   const PreferencesAccess _access;

@@ -2,6 +2,7 @@
 #include <string>
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include "foundation/Exception.h"
 #include "platform/ChildEnvironment.h"
@@ -49,8 +50,9 @@ TEST_F(TaskTest, OutputAndStatusComeToTheirEnd) {
 }
 
 TEST_F(TaskTest, TheChildHasItsStandardStreamsOnly) {
-  launch("ls /proc/$$/fd | tr '\\n' ' '");
-  EXPECT_EQ(textOf(output), "0 1 2 ");
+  const FileDescriptor inherited(::dup(STDERR_FILENO));
+  launch("exec ls /proc/self/fd");
+  EXPECT_EQ(textOf(output), "0\n1\n2\n3\n") << "the last one is the folder that is listed";
   EXPECT_EQ(task->terminationStatus(), 0);
 }
 

@@ -62,6 +62,16 @@ TEST_F(FileReplacementTest, AFileCanBeMadeOfContentThatIsInNone) {
   EXPECT_EQ(status.st_mode, mode_t{S_IFREG | 0640});
 }
 
+TEST_F(FileReplacementTest, ALinkInPlaceOfTheJournalIsNotFollowed) {
+  writeFile(folder.path("elsewhere"), "kept");
+  std::filesystem::create_symlink(folder.path("elsewhere"), folder.path("journal"));
+  {
+    FileReplacement replacement(folder.path("journal"));
+    EXPECT_FALSE(replaceBoth(replacement));
+  }
+  EXPECT_EQ(contentOf(folder.path("elsewhere")), "kept");
+}
+
 TEST_F(FileReplacementTest, WhatIsNotKeptIsUndone) {
   const auto before = contentsOf(folder.path());
   {

@@ -1,6 +1,7 @@
 #include <csignal>
 #include <cstdlib>
 #include <string>
+#include <utility>
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -34,6 +35,19 @@ TEST_F(FileFlagsTest, WhatTheKernelProtectsCountsAsAUserFlag) {
   EXPECT_EQ(fileFlags(file), FileFlag::UserImmutable);
   setKernelFlags(file, FileFlag::UserAppend);
   EXPECT_EQ(fileFlags(file), FileFlag::UserAppend);
+}
+
+TEST_F(FileFlagsTest, OnlyADeviceThatNoDriverHasIsAWhiteout) {
+  const std::string path = folder.path("device");
+  for (const auto& [device, type] :
+       {std::pair(::makedev(0, 0), FileType::Whiteout), std::pair(::makedev(5, 0), FileType::Other),
+        std::pair(::makedev(0, 5), FileType::Other)}) {
+    if (::mknod(path.c_str(), S_IFCHR | 0600, device) != 0) GTEST_SKIP() << "needs to make devices";
+    FileStatus status;
+    ASSERT_EQ(statusOf(AT_FDCWD, path.c_str(), FinalLink::Keep, status), std::nullopt);
+    EXPECT_EQ(status.type, type) << device;
+    ASSERT_EQ(::unlink(path.c_str()), 0);
+  }
 }
 
 TEST_F(FileFlagsTest, UserFlagsNeedNoAttribute) {

@@ -1,7 +1,9 @@
 #include <csignal>
 #include <fstream>
+#include <vector>
 
 #include <fcntl.h>
+#include <grp.h>
 #include <gtest/gtest.h>
 #include <sched.h>
 #include <sys/file.h>
@@ -72,6 +74,32 @@ TEST_F(PreferencesHostileFolderTest, ALinkInPlaceOfAFolder) {
     expectRefusedWithReading();
     EXPECT_TRUE(fs::is_empty(elsewhere));
   }
+}
+
+TEST_F(PreferencesHostileFolderTest, ALinkToAnotherFolderOfTheUser) {
+  const Path elsewhere = otherHome() / "elsewhere";
+  makeFolder(elsewhere, otherUser());
+  fs::remove_all(otherFolder());
+  fs::create_directory_symlink(elsewhere, otherFolder());
+  giveAway(otherFolder());
+  expectRefusedWithReading();
+  EXPECT_TRUE(fs::is_empty(elsewhere));
+}
+
+TEST_F(PreferencesHostileFolderTest, AFolderForGroupsOfTheDaemonAlone) {
+  writeFile(file, "<plist><dict><key>key</key><string>value</string></dict></plist>");
+  giveAway(file);
+  ASSERT_EQ(get("key", "nobody"), Value("value"));
+  std::vector<gid_t> was(static_cast<std::size_t>(::getgroups(0, nullptr)));
+  ASSERT_GE(::getgroups(static_cast<int>(was.size()), was.data()), 0);
+  const gid_t further = 4242;
+  ASSERT_EQ(::setgroups(1, &further), 0);
+  for (const gid_t group : {::getegid(), further}) {
+    ASSERT_EQ(::chown(otherFolder().c_str(), 0, group), 0);
+    ASSERT_EQ(::chmod(otherFolder().c_str(), 0770), 0);
+    EXPECT_EQ(get("key", "nobody"), std::nullopt) << group;
+  }
+  EXPECT_EQ(::setgroups(was.size(), was.data()), 0);
 }
 
 TEST_F(PreferencesHostileFolderTest, ALinkInPlaceOfTheLockOrTheNewFile) {

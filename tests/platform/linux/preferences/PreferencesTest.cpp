@@ -116,6 +116,14 @@ TEST_F(PreferencesTest, ANamedUsersFileBelongsToThatUser) {
   EXPECT_EQ(get("key", currentUser), std::nullopt);
 }
 
+TEST_F(PreferencesTest, WhatWasSynchronizedIsNotWrittenOnceMore) {
+  ASSERT_TRUE(set("key", "ours", currentUser));
+  writeFile(ownFolder() / (application + ".plist"),
+            "<plist><dict><key>key</key><string>another's</string></dict></plist>");
+  ASSERT_TRUE(set("other", "ours", currentUser));
+  EXPECT_EQ(get("key", currentUser), Value("another's"));
+}
+
 TEST_F(PreferencesTest, TheSharedFileIsReadableByAll) {
   ASSERT_TRUE(set("key", "value", anyUser));
   EXPECT_EQ(statusOf(sharedFolder() / (application + ".plist")).st_mode & 0777U, 0644U);
