@@ -329,7 +329,8 @@ class PrivilegedHelperClient::Session {
     return cancelOperation(this, operation, _options.patience);
   }
 
-  static bool cancelOperationsBeforeEnd(std::chrono::milliseconds patience) {
+  static bool cancelOperationsBeforeEnd(const std::function<void()>& tell,
+                                        std::chrono::milliseconds patience) {
     std::map<const void*, RunningOperation> operations;
     {
       RunningOperations& all = runningOperations();
@@ -337,8 +338,10 @@ class PrivilegedHelperClient::Session {
       all.isProcessEnding = true;
       for (auto& [session, operation] : all.bySession) operation.isCancelled = true;
       operations = all.bySession;
+      if (operations.empty()) return false;
+      // Under the lock, without which none ends.
+      if (tell) tell();
     }
-    if (operations.empty()) return false;
     const auto tellHelpers = [operations = std::move(operations), patience] {
       for (const auto& [session, operation] : operations) {
         (void)cancelOperation(session, operation, patience);
@@ -519,8 +522,9 @@ void PrivilegedHelperClient::leaveHelpersBeforeEnd(std::chrono::milliseconds pat
   Session::leaveHelpersBeforeEnd(patience);
 }
 
-bool PrivilegedHelperClient::cancelOperationsBeforeEnd(std::chrono::milliseconds patience) {
-  return Session::cancelOperationsBeforeEnd(patience);
+bool PrivilegedHelperClient::cancelOperationsBeforeEnd(const std::function<void()>& tell,
+                                                       std::chrono::milliseconds patience) {
+  return Session::cancelOperationsBeforeEnd(tell, patience);
 }
 
 bool PrivilegedHelperClient::isCancellingOperations() {

@@ -13,7 +13,11 @@ class AuthenticationAgent {
   /// without a terminal, or where the system has no such agent or shows its dialogs itself.
   static std::unique_ptr<AuthenticationAgent> startOnTerminal();
 
-  /// Ends it, and leaves the terminal as it was.
+  /// Begins a new line behind the prompt at which a password is waited for on the terminal, once
+  /// for a prompt. False if there is none, or its line has been left. Any thread.
+  static bool leavePrompt();
+
+  /// Ends it, and leaves the terminal as it was, and the line of its prompt.
   virtual ~AuthenticationAgent() = default;
 };
 

@@ -141,8 +141,10 @@ class PrivilegedHelperClient {
 
   /// Has every operation of this process, whatever object performs it, end as `cancel` does, and
   /// every later one before it begins. Does not wait: the helpers are told on a thread of its own.
-  /// False if none was in progress. Any thread.
+  /// False if none was in progress; if one is, `tell` is called before any of them ends. It must
+  /// not use this library. Any thread.
   static bool cancelOperationsBeforeEnd(
+      const std::function<void()>& tell = {},
       std::chrono::milliseconds patience = std::chrono::milliseconds{10000});
 
   /// Whether that was called: operations of this process do not begin any more.

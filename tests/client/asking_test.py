@@ -104,7 +104,10 @@ class AnswerTest(AskingTest):
                 terminal = self.asked(*arguments)
                 status, lines = self.answer(terminal, "\x03")
                 self.assertEqual(status, 4, terminal.seen)
-                self.assertIn(f"Cannot delete '{self.path}': Operation canceled", lines)
+                self.assertEqual(lines[2:], [
+                    "Password: ", "Stopping. Press Ctrl-C again to leave at once.",
+                    f"Cannot delete '{self.path}': Operation canceled",
+                    "It was stopped. What had been done by then stays done.", ""])
         self.assertTrue(os.path.exists(self.path))
 
 
@@ -131,7 +134,7 @@ class TerminalTest(AskingTest):
         # A shell that leaves the terminal as its job left it, and one that does not.
         for restore in ("", "stty echo; "):
             write(self.path, "")
-            script = f'set -m; "$@"; echo suspended; read line; {restore}fg; exit $?'
+            script = f'set -m; "$@"; echo suspended; read line; {restore}echo "read: $line"; fg'
             terminal = self.run_client("delete", self.path, script=script)
             self.expect_password_prompt(terminal)
             terminal.type("\x1a")
@@ -142,7 +145,7 @@ class TerminalTest(AskingTest):
             terminal.type(PASSWORD + "\n")
             self.assertEqual(terminal.wait(), 0, terminal.seen)
             self.assertFalse(os.path.exists(self.path))
-            self.assertIn("go on", terminal.seen)
+            self.assertIn("read: go on\r\n", terminal.seen)
             self.assertNotIn(PASSWORD, terminal.seen)
 
     def test_the_agent_speaks_the_language_of_the_messages(self):

@@ -12,6 +12,7 @@
 #include "client/cli/output/ProgressBar.h"
 #include "client/cli/output/Translation.h"
 #include "foundation/NoDestructor.h"
+#include "platform/AuthenticationAgent.h"
 
 namespace corvane::cli {
 
@@ -36,11 +37,12 @@ bool isIgnored(int signal) {
 // Has the operation in progress stop, and tells so. False if there is none.
 bool stopOperation() {
   const std::lock_guard held(ending());
-  if (!PrivilegedHelperClient::cancelOperationsBeforeEnd()) return false;
-  // What the terminal shows for the key is taken away with the line that it stands behind.
-  const bool isBehindKey = !ProgressBar::hideAny() && ::isatty(STDERR_FILENO) != 0;
-  std::fprintf(stderr, "%s%s\n", isBehindKey ? "\n" : "", translated(stoppingText).c_str());
-  return true;
+  return PrivilegedHelperClient::cancelOperationsBeforeEnd([] {
+    // What the terminal shows for the key is taken away with the line that it stands behind.
+    const bool isBehindKey = !ProgressBar::hideAny() && !AuthenticationAgent::leavePrompt() &&
+                             ::isatty(STDERR_FILENO) != 0;
+    std::fprintf(stderr, "%s%s\n", isBehindKey ? "\n" : "", translated(stoppingText).c_str());
+  });
 }
 
 [[noreturn]] void endBy(const sigset_t& signals) {

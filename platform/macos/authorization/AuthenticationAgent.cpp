@@ -11,6 +11,10 @@ std::unique_ptr<AuthenticationAgent> AuthenticationAgent::startOnTerminal() {
   return nullptr;
 }
 
+bool AuthenticationAgent::leavePrompt() {
+  return false;
+}
+
 AuthorizationDialogs authorizationDialogsOfThisProcess() {
   if (::geteuid() == 0) return AuthorizationDialogs::NotNeeded;
   return hasGraphicSession() ? AuthorizationDialogs::Served : AuthorizationDialogs::Nobody;

@@ -112,6 +112,10 @@ std::unique_ptr<AuthenticationAgent> AuthenticationAgent::startOnTerminal() {
   return agent;
 }
 
+bool AuthenticationAgent::leavePrompt() {
+  return PasswordTerminal::leavePrompt();
+}
+
 AuthorizationDialogs authorizationDialogsOfThisProcess() {
   if (::geteuid() == 0) return AuthorizationDialogs::NotNeeded;
   switch (findAgentOfThisProcess()) {

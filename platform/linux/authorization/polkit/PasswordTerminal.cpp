@@ -5,6 +5,7 @@
 #include <csignal>
 
 #include <fcntl.h>
+#include <sys/wait.h>
 #include <termios.h>
 #include <unistd.h>
 
@@ -18,11 +19,21 @@ std::atomic<pid_t> heldReader = 0;
 std::atomic<bool> isHolding = false;
 termios modesBefore{};
 
+std::atomic<bool> isPromptLeft = true;
+
+// Until it is stopped it may take the first character of what is meant for the shell.
+void stop(pid_t reader) {
+  siginfo_t unused;
+  if (::kill(reader, SIGSTOP) != 0) return;
+  while (::waitid(P_PID, static_cast<id_t>(reader), &unused, WSTOPPED) != 0 && errno == EINTR) {
+  }
+}
+
 void stopAndHideAgain(int signal) {
   const int error = errno;
   const int terminal = heldTerminal.load();
   const pid_t reader = heldReader.load();
-  if (reader > 0) ::kill(reader, SIGSTOP);
+  if (reader > 0) stop(reader);
   termios hidden{};
   const bool isKnown = terminal >= 0 && ::tcgetattr(terminal, &hidden) == 0;
   if (isKnown) ::tcsetattr(terminal, TCSANOW, &modesBefore);
@@ -54,6 +65,7 @@ FileDescriptor controllingTerminal() {
 }
 
 PasswordTerminal::PasswordTerminal() : _terminal(controllingTerminal()) {
+  isPromptLeft = false;
   if (!_terminal || ::tcgetattr(_terminal.get(), &_modes.emplace()) != 0) {
     _modes.reset();
     return;
@@ -73,7 +85,17 @@ void PasswordTerminal::setReader(pid_t reader) {
   if (_isHeld) heldReader = reader;
 }
 
+bool PasswordTerminal::leavePrompt() {
+  const FileDescriptor terminal = controllingTerminal();
+  termios modes{};
+  // The echo is what a reader switches off while it waits.
+  const bool isAtPrompt =
+      terminal && ::tcgetattr(terminal.get(), &modes) == 0 && (modes.c_lflag & ECHO) == 0;
+  return isAtPrompt && !isPromptLeft.exchange(true) && ::write(terminal.get(), "\n", 1) == 1;
+}
+
 PasswordTerminal::~PasswordTerminal() {
+  leavePrompt();
   if (_isHeld) {
     std::signal(SIGTSTP, SIG_DFL);
     heldReader = 0;

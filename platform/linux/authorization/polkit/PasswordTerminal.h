@@ -23,11 +23,14 @@ class PasswordTerminal {
   PasswordTerminal();
   PasswordTerminal(const PasswordTerminal&) = delete;
   PasswordTerminal& operator=(const PasswordTerminal&) = delete;
-  /// Leaves the terminal as it was.
+  /// Leaves the terminal as it was, and the line of the prompt.
   ~PasswordTerminal();
 
   /// Whether the reader is stopped by this process: the signal of the terminal is not for it then.
   bool stopsReader() const { return _isHeld; }
+  /// Begins a new line behind the prompt of a reader that waits, or was ended while it did, unless
+  /// that was done. False if there is none.
+  static bool leavePrompt();
   /// A child of this process, not waited for as long as this is there.
   void setReader(pid_t reader);
 
