@@ -141,24 +141,42 @@ class WordsTest(ToolTest):
             text = re.sub(data, " ", text)
         return {word for word in ENGLISH.findall(text) if word not in ALSO.get(language, ())}
 
-    def test_every_failure_is_told_in_the_language_of_the_user(self):
-        english = {}
-        for number, (arguments, given, user) in enumerate(self.failures()):
-            result = self.run_client(*arguments, language="en", given=given, user=user)
-            told = (result.stdout + result.stderr).decode(errors="replace")
-            english[number] = set(told.splitlines())
-            # The lists hold one that is none for a part of the readers only.
-            if result.returncode != 0:
-                self.assertTrue(told.strip(), arguments[:4])
-        for language in LANGUAGES:
-            for number, (arguments, given, user) in enumerate(self.failures()):
-                result = self.run_client(*arguments, language=language, given=given, user=user)
-                for line in (result.stdout + result.stderr).decode(errors="replace").splitlines():
-                    with self.subTest(language=language, arguments=arguments[:8], given=given[:60]):
-                        # "version" and the like may be the same.
-                        if len(line.split()) > 3:
-                            self.assertNotIn(line, english[number])
-                        self.assertEqual(self.english_in(line, language), set(), line)
+    def all_at_once(self, lines, language):
+        """What comes of these command lines, as many at a time as there are processors."""
+        with concurrent.futures.ThreadPoolExecutor(os.cpu_count()) as pool:
+            return list(pool.map(lambda line: self.run_client(
+                *line[0], language=language, given=line[1], user=line[2]), lines))
+
+    def told(self, language):
+        """Of each failure the exit status and the lines of what is told."""
+        return [(result.returncode,
+                 (result.stdout + result.stderr).decode(errors="replace").splitlines())
+                for result in self.all_at_once(self.failures(), language)]
+
+    def assertToldIn(self, language):
+        for (arguments, given, _), (status, english), (_, lines) in zip(
+                self.failures(), self.told("en"), self.told(language), strict=True):
+            with self.subTest(arguments=arguments[:8], given=given[:60]):
+                # The lists hold one that is none for a part of the readers only.
+                if status != 0:
+                    self.assertTrue("".join(english).strip())
+                for line in lines:
+                    # "version" and the like may be the same.
+                    if len(line.split()) > 3:
+                        self.assertNotIn(line, english)
+                    self.assertEqual(self.english_in(line, language), set(), line)
+
+    def test_every_failure_is_told_in_german(self):
+        self.assertToldIn("de")
+
+    def test_every_failure_is_told_in_french(self):
+        self.assertToldIn("fr")
+
+    def test_every_failure_is_told_in_spanish(self):
+        self.assertToldIn("es")
+
+    def test_every_failure_is_told_in_japanese(self):
+        self.assertToldIn("ja")
 
     def test_who_hangs_up_is_told_in_the_language_of_the_user(self):
         address = self.one_that_hangs_up()
@@ -185,20 +203,20 @@ class WordsTest(ToolTest):
                     self.assertEqual(self.english_in(line, language), set(), line)
 
     def test_every_failure_is_one_object_for_programs(self):
-        for arguments, given, user in self.failures():
-            # Behind the command as well as before it, but for what is a utility's.
-            for line in (["--json", *arguments], [*arguments, "--json"]):
-                if "execute" in line and line[-1] == "--json":
-                    continue
-                result = self.run_client(*line, language="en", given=given, user=user)
-                if result.returncode == 0 or line[-2:] == ["--socket", "--json"]:
-                    continue
-                with self.subTest(arguments=line[:9], given=given[:60]):
-                    told = json.loads(result.stdout)
-                    self.assertTrue(told["domain"])
-                    self.assertNotEqual(told["code"], 0)
-                    self.assertTrue(told["description"])
-                    self.assertLessEqual({"recoverySuggestion", "userInfo"}, set(told))
+        # Behind the command as well as before it, but for what is a utility's, and where a value
+        # is missing.
+        lines = [(line, given, user) for arguments, given, user in self.failures()
+                 for line in (["--json", *arguments], [*arguments, "--json"])
+                 if line[-1] != "--json" or not ("execute" in line or line[-2:-1] == ["--socket"])]
+        for (line, given, _), result in zip(lines, self.all_at_once(lines, "en"), strict=True):
+            if result.returncode == 0:
+                continue
+            with self.subTest(arguments=line[:9], given=given[:60]):
+                told = json.loads(result.stdout)
+                self.assertTrue(told["domain"])
+                self.assertNotEqual(told["code"], 0)
+                self.assertTrue(told["description"])
+                self.assertLessEqual({"recoverySuggestion", "userInfo"}, set(told))
 
     def test_a_problem_that_the_doctor_finds_is_an_error_beside_what_else_it_found(self):
         result = self.run_client("--socket", "/nonexistent", "doctor", "--json", language="en")
