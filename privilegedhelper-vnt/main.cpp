@@ -53,7 +53,8 @@ int serve(ZELPrivilegedOperationSet& operationSet, const std::string& version, a
           ZELPrivilegedHelper::initForOperationSet(&operationSet, aslHandle, aslMessage)) {
     helper->run();
   }
-  return 0;
+  // There is nothing to listen on.
+  return 1;
 }
 
 }  // namespace
@@ -79,8 +80,10 @@ int main(int argc, char* argv[]) {
   const std::string version = text(info, "CFBundleShortVersionString");
   if (argc == 2) {
     if (argv[1][0] != 'v') return 1;
-    std::printf("%s (Build %s)\n", version.c_str(), text(info, "CFBundleVersion").c_str());
-    return 0;
+    const bool isPrinted = std::printf("%s (Build %s)\n", version.c_str(),
+                                       text(info, "CFBundleVersion").c_str()) > 0 &&
+                           std::fflush(stdout) == 0;
+    return isPrinted ? 0 : 1;
   }
 
   const std::string bundleIdentifier = text(info, "CFBundleIdentifier");

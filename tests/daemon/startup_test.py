@@ -50,6 +50,10 @@ class StartUpTest(FolderTest):
         for argument in ("v", "version", "vx", "v 1", "verbose=no"):
             self.assertRun(DAEMON, [argument], 0, b"1.3 (Build 190617)\n")
 
+    def test_a_version_that_cannot_be_printed_is_a_failure(self):
+        with open("/dev/full", "wb") as full:
+            self.assertEqual(subprocess.run([DAEMON, "v"], stdout=full, check=False).returncode, 1)
+
     def test_everybody_may_ask_for_the_version(self):
         self.assertRun(DAEMON, ["v"], 0, b"1.3 (Build 190617)\n", user=65534)
 
@@ -141,7 +145,7 @@ class OwnSocketTest(FolderTest):
         first = self.run_daemon(self.PRIVATE)
         client = Client(self.connect(first))
         second = self.run_daemon(("nsenter", "--mount", "--root", "--target", str(first.pid)))
-        self.assertEqual(second.wait(), 0)
+        self.assertEqual(second.wait(), 1)
         error = second.stderr.read().decode().splitlines()
         self.assertEqual(len(error), 2)
         self.assertTrue(error[0].startswith(f"The service '{IDENTIFIER}' cannot be served: "))
