@@ -12,7 +12,7 @@ import threading
 
 from bus import DELETE_FILEOBJECTS, POSIX, Client
 from protection import APPEND_ONLY, IMMUTABLE, kernel_flags, protect, unprotect
-from support import INSTALLED, PATIENCE, SOMEBODY, DaemonTest, main
+from support import INSTALLED, SOMEBODY, DaemonTest, main
 
 OWN = "com.corvane.error.privileged-operation"
 WHITEOUT, FLAGS_STAY, SYSTEM_FLAG, RESTRICTED = (OWN, 4), (OWN, 5), (OWN, 6), (OWN, 8)
@@ -362,71 +362,6 @@ class MovedFolderTest(RemovalTest):
             self.assertEqual(later - {*os.listdir(moved)}, set())
         deleting.join()
         return answers[0]
-
-
-class SwapAttackTest(RemovalTest):
-    """An ordinary user swaps two names of theirs for as long as the deletion takes."""
-
-    SWAPPER = """
-import ctypes, os, sys
-swap = ctypes.CDLL(None).renameat2
-one, other = (os.fsencode(name) for name in sys.argv[1:])
-if swap(-100, one, -100, other, 2) == 0:
-    os.write(1, b"x")
-while True:
-    swap(-100, one, -100, other, 2)
-"""
-    ROUNDS = 15
-
-    def setUp(self):
-        super().setUp()
-        full(self.path("outside"))
-        protect(self.path("outside/file"), IMMUTABLE)
-        folder(self.path("attacker"))
-        os.chown(self.path("attacker"), SOMEBODY, SOMEBODY)
-
-    def make_tree(self, path):
-        for name in ("before", "folder", "folder/inner"):
-            os.makedirs(f"{path}/{name}", exist_ok=True)
-        for name in ("before/file", "folder/file", "folder/inner/file"):
-            file(f"{path}/{name}")
-        for current, _, _ in os.walk(path):
-            os.chown(current, SOMEBODY, SOMEBODY)
-
-    def remove_while_swapping(self, path, one, other, recursive):
-        with subprocess.Popen(["/usr/bin/python3", "-I", "-c", self.SWAPPER, one, other],
-                              stdout=subprocess.PIPE, user=SOMEBODY, group=SOMEBODY,
-                              extra_groups=[]) as swapper:
-            try:
-                self.assertEqual(swapper.stdout.read(1), b"x")
-                self.remove(path, recursive=recursive)
-            finally:
-                swapper.kill()
-                swapper.wait(PATIENCE)
-        self.assertEqual(kernel_flags(self.path("outside/file")), IMMUTABLE)
-        self.assertEqual(os.listdir(self.path("outside")), ["file"])
-
-    def test_a_folder_swapped_for_a_link_in_the_tree_leads_nowhere(self):
-        for number in range(self.ROUNDS):
-            tree = self.path(f"attacker/{number}")
-            self.make_tree(tree)
-            os.symlink(self.path("outside"), f"{tree}/link")
-            self.remove_while_swapping(tree, f"{tree}/folder", f"{tree}/link", recursive=True)
-            self.assertIsNone(self.remove(tree, recursive=True))
-
-    def test_a_tree_swapped_for_a_link_leads_nowhere(self):
-        for number in range(self.ROUNDS):
-            tree, link = self.path(f"attacker/{number}"), self.path(f"attacker/link-{number}")
-            self.make_tree(tree)
-            os.symlink(self.path("outside"), link)
-            self.remove_while_swapping(tree, tree, link, recursive=True)
-
-    def test_a_file_swapped_for_a_link_leads_nowhere(self):
-        for number in range(self.ROUNDS):
-            path, link = self.path(f"attacker/{number}"), self.path(f"attacker/link-{number}")
-            file(path)
-            os.symlink(self.path("outside/file"), link)
-            self.remove_while_swapping(path, path, link, recursive=False)
 
 
 if __name__ == "__main__":

@@ -400,7 +400,9 @@ class Scenario:
         patterns = [part for pattern in self.options.patterns for part in ("-k", pattern)]
         failed = [caller for caller in self.options.callers if self.machine.show(shlex.join(
             ["env", "TMPDIR=/var/tmp", "PYTHONDONTWRITEBYTECODE=1", "CORVANE_PROGRAMS=/usr/libexec",
-             f"CORVANE_TEST_PROGRAMS={here}", "CORVANE_SOURCES=", "/usr/bin/python3",
+             f"CORVANE_TEST_PROGRAMS={here}", "CORVANE_SOURCES=",
+             f"CORVANE_RACE_SECONDS={os.environ.get('CORVANE_RACE_SECONDS', '1')}",
+             "/usr/bin/python3",
              f"{here}/system/suite.py", f"{here}/daemon", f"{here}/{POLKIT_TESTS}",
              "--as", caller, *patterns]))]
         assert not failed, f"tests fail as {', '.join(failed)}"
