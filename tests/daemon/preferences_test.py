@@ -127,6 +127,23 @@ class DomainTest(PreferencesTest):
                 self.assertIsNone(self.set(text))
                 self.assertEqual(self.read(f"{self.own}/{APPLICATION}.plist"), {"key": value})
 
+    def test_what_is_written_can_be_changed_afterwards_however_much_it_is(self):
+        if self.daemon.is_sanitized("tsan"):
+            self.skipTest("with the thread sanitizer it would take longer than a change may")
+        path = f"{self.own}/{APPLICATION}.plist"
+        count = 500_000
+        # Each is its own value, in as few bytes as can be.
+        entries = "".join(f"{number:05x};" for number in range(count))
+        self.assertIsNone(self.set(entries, key="large"))
+        self.assertEqual(self.read(path)["large"]["00000"], "00000")
+        self.assertEqual(len(self.read(path)["large"]), count)
+        self.assertIsNone(self.set(key="small"))
+        # With as many again it would be more than can be read.
+        self.assertEqual(self.set(entries, key="another"), NOT_WRITTEN)
+        self.assertEqual(list(self.read(path)), ["large", "small"])
+        self.assertIsNone(self.set("", key="large"))
+        self.assertEqual(self.read(path), {"small": "value"})
+
     def test_what_is_not_valid_changes_nothing(self):
         for value in ("(open", "<plist>", "<integer>many</integer>", "bplist00", "(" * 100_000):
             with self.subTest(value=value[:20]):
