@@ -479,6 +479,25 @@ class AdviceTest(DeleteCommandTest):
             f"Cannot delete '{tree.path}': A folder was moved away while it was being deleted.",
             "Somebody moves folders out of it. Put an end to that, and try again.", ""]))
 
+    def test_a_folder_that_somebody_keeps_writing_into(self):
+        mounted = self.path("mounted")
+        os.mkdir(mounted)
+        server = subprocess.Popen(["/usr/bin/python3", f"{SOURCES}/tests/client/refilled_folders.py",
+                                   mounted], stdout=subprocess.PIPE, text=True)
+        self.addCleanup(subprocess.run, ["umount", "-l", mounted], check=False,
+                        stderr=subprocess.DEVNULL)
+        self.addCleanup(server.wait)
+        self.addCleanup(server.kill)
+        self.addCleanup(server.stdout.close)
+        if (answer := server.stdout.readline().strip()) != "ready":
+            self.skipTest(f"no file system can be made here: {answer}")
+        tree = f"{mounted}/tree"
+        failure = f"Cannot delete '{tree}': Directory not empty"
+        self.assertEqual(self.delete("-r", tree), (1, [
+            failure, "Somebody keeps writing into it. Put an end to that, and try again.", ""]))
+        self.assertEqual(self.delete(tree), (1, [
+            failure, "The folder is not empty. Use -r to delete it with its contents.", ""]))
+
     def test_names_that_are_too_long_and_links_without_end(self):
         os.symlink("loop", self.path("loop"))
         self.make("file")
