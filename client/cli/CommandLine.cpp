@@ -442,7 +442,22 @@ int tellVersion(const Context& context) {
               context.isJSON ? version : std::string(program) + ' ' + version + '\n');
 }
 
-int tellAbout(const Context& context, const CLI::App& app, const std::vector<std::string>& topic) {
+// Puts the help of a command, and of those that follow it, into the user's language.
+void translateHelp(CLI::App& app) {
+  for (const char* label : {"Usage", "OPTIONS", "SUBCOMMAND", "Positionals", "REQUIRED"}) {
+    app.get_formatter()->label(label, translated(label));
+  }
+  app.description(translated(app.get_description()));
+  app.group(translated("Subcommands"));
+  for (CLI::Option* option : app.get_options()) {
+    option->description(translated(option->get_description()));
+    option->group(translated("Options"));
+  }
+  for (CLI::App* command : app.get_subcommands(nullptr)) translateHelp(*command);
+}
+
+int tellAbout(const Context& context, CLI::App& app, const std::vector<std::string>& topic) {
+  translateHelp(app);
   const CLI::App* about = &app;
   std::string line = program;
   for (const std::string& name : topic) {
@@ -465,6 +480,7 @@ int runCommandLine(int argc, char** argv) {
       "Has the privileged helper do what an ordinary process may not. The options of all "
       "commands may stand behind the command, too.",
       program);
+  app.set_help_flag("-h,--help", "Print this help");
   Arguments arguments;
   Context& context = arguments.context;
   context.client.asksOnTerminal = true;
@@ -474,6 +490,7 @@ int runCommandLine(int argc, char** argv) {
   try {
     app.parse(std::vector<std::string>(given));
   } catch (const CLI::CallForHelp&) {
+    translateHelp(app);
     return tell(context, "help", app.help());
   } catch (const CLI::ParseError& error) {
     // It was not read to its end.

@@ -43,6 +43,12 @@ BROKEN_LISTS = (
     b"{a=b; a=c;}", b"\xff\xfe\xff", b"(" * 600, b"", b"(a,", b"{", b"\xc3")
 
 
+def english_in(text, language):
+    for data in DATA:
+        text = re.sub(data, " ", text)
+    return {word for word in ENGLISH.findall(text) if word not in ALSO.get(language, ())}
+
+
 class ToolTest(DaemonTest):
 
     def prepare(self):
@@ -135,12 +141,6 @@ class WordsTest(ToolTest):
         yield "delete", "--files-from", self.path("missing")
         yield "delete-files", self.path("full"), self.path("missing")
 
-    @staticmethod
-    def english_in(text, language):
-        for data in DATA:
-            text = re.sub(data, " ", text)
-        return {word for word in ENGLISH.findall(text) if word not in ALSO.get(language, ())}
-
     def all_at_once(self, lines, language):
         """What comes of these command lines, as many at a time as there are processors."""
         with concurrent.futures.ThreadPoolExecutor(os.cpu_count()) as pool:
@@ -164,7 +164,7 @@ class WordsTest(ToolTest):
                     # "version" and the like may be the same.
                     if len(line.split()) > 3:
                         self.assertNotIn(line, english)
-                    self.assertEqual(self.english_in(line, language), set(), line)
+                    self.assertEqual(english_in(line, language), set(), line)
 
     def test_every_failure_is_told_in_german(self):
         self.assertToldIn("de")
@@ -190,7 +190,7 @@ class WordsTest(ToolTest):
         for (language, _), result in told.items():
             told_line = result.result().stderr.decode()
             self.assertTrue(told_line)
-            self.assertEqual(self.english_in(told_line, language), set(), told_line)
+            self.assertEqual(english_in(told_line, language), set(), told_line)
 
     def test_what_is_listed_is_in_the_language_of_the_user(self):
         for arguments in (self.here("doctor"), ("operations",), self.here("may", "nop")):
@@ -200,7 +200,27 @@ class WordsTest(ToolTest):
                 self.assertEqual(len(told), len(english))
                 self.assertNotEqual(told[0], english[0])
                 for line in told:
-                    self.assertEqual(self.english_in(line, language), set(), line)
+                    self.assertEqual(english_in(line, language), set(), line)
+
+    def test_the_help_is_in_the_language_of_the_user(self):
+        help_of = subprocess.check_output([f"{PROGRAMS}/privilegerequestor-vnt", "help", "--json"],
+                                          env={**os.environ, "LC_ALL": "C"})
+        commands = re.findall(r"(?m)^  ([a-z-]+)", json.loads(help_of)["result"]["help"].partition(
+            "Subcommands:\n")[2])
+        self.assertIn("delete", commands)
+        for topic in ([], *([command] for command in commands),
+                      *(["preferences", each] for each in ("set", "remove", "get"))):
+            english = self.run_client("help", *topic, language="en").stdout.decode()
+            for language in LANGUAGES:
+                told = self.run_client("help", *topic, language=language).stdout.decode()
+                self.assertEqual(told, self.run_client(*topic, "--help", language=language).stdout.decode())
+                with self.subTest(topic=topic, language=language):
+                    # The same options and commands, with nothing of the same said of them.
+                    def names(text):
+                        return re.findall(r"(?m)^  ([\w,-]+)", text)
+                    self.assertEqual(names(told), names(english))
+                    same = set(told.splitlines()) & set(english.splitlines())
+                    self.assertEqual({line for line in same if line.strip()}, set())
 
     def test_every_failure_is_one_object_for_programs(self):
         # Behind the command as well as before it, but for what is a utility's, and where a value

@@ -32,10 +32,10 @@ Result<void> Systemctl::run(std::vector<std::string> arguments) const {
   for (const std::string& argument : arguments) command += " " + argument;
   const ProgramResult result = ask(std::move(arguments));
   if (result.status == 0) return {};
-  const std::string reason =
-      result.text.empty() ? "ended with status " + std::to_string(result.status) : result.text;
-  return posixError(POSIXErrorCode::InputOutput,
-                    {{NSLocalizedDescriptionKey, command + ": " + reason}});
+  const std::string description =
+      result.text.empty() ? command + " has failed (" + std::to_string(result.status) + ")"
+                          : command + ": " + result.text;
+  return posixError(POSIXErrorCode::InputOutput, {{NSLocalizedDescriptionKey, description}});
 }
 
 void Systemctl::attempt(std::vector<std::string> arguments) const {
