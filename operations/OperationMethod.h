@@ -100,6 +100,7 @@ class OperationMethod {
     if constexpr (sizeof...(Parameters) > 0) {
       _argumentTypes = {OperationArgument<std::decay_t<Parameters>>::letter...};
     }
+    if (function == nullptr) return;
     _call = [function](const Array& arguments, const FeedbackConnection& connection,
                        const std::stop_token& stop) {
       return call(function, Run(arguments, connection, stop),
@@ -112,6 +113,7 @@ class OperationMethod {
       : _reportsProgress(std::same_as<Run, ProgressRun>),
         _hasLiveOutput(std::same_as<Run, OutputRun>),
         _argumentCount(ZELVariableArgumentCount) {
+    if (function == nullptr) return;
     _call = [function](const Array& arguments, const FeedbackConnection& connection,
                        const std::stop_token& stop) -> Result {
       std::vector<std::string> strings;
@@ -123,6 +125,9 @@ class OperationMethod {
       return function(Run(arguments, connection, stop), strings);
     };
   }
+
+  /// False if it was made of no function, and cannot be called.
+  explicit operator bool() const { return static_cast<bool>(_call); }
 
   bool reportsProgress() const { return _reportsProgress; }
   bool hasLiveOutput() const { return _hasLiveOutput; }

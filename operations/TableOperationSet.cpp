@@ -13,6 +13,7 @@ namespace {
 constexpr std::uint64_t firstReservedCode = 9000;
 // Of the names of the files that the right is in, which have more before and behind it.
 constexpr std::size_t longestIdentifier = 64;
+constexpr std::size_t longestCode = 24;
 
 bool isLowerCase(char character) {
   return character >= 'a' && character <= 'z';
@@ -36,6 +37,11 @@ bool isIdentifier(std::string_view text) {
   return before != '-';
 }
 
+bool isCode(std::string_view text) {
+  return text.size() <= longestCode && isIdentifier(text) &&
+         text.find('-') == std::string_view::npos;
+}
+
 Selector selectorOf(const ZELPrivilegedOperation& operation) {
   const bool hasFeedback =
       operation.isSupportingProgressFeedback() || operation.isSupportingLiveOutput();
@@ -48,6 +54,12 @@ Selector selectorOf(const ZELPrivilegedOperation& operation) {
 TableOperationSet::TableOperationSet(const HelperNames& names,
                                      const std::vector<OperationRow>& rows)
     : _names(names) {
+  checkNames();
+  if (_faults.empty()) addWhatEveryHelperHas();
+  for (const OperationRow& row : rows) add(row);
+}
+
+void TableOperationSet::addWhatEveryHelperHas() {
   addHousekeeping(codeNop, "nop", OperationPolicy::Allow, 0, nullptr,
                   "contact its privileged component");
   addHousekeeping(codeDiscardAuth, "discard-auth", OperationPolicy::Allow, 0, nullptr,
@@ -56,7 +68,18 @@ TableOperationSet::TableOperationSet(const HelperNames& names,
                   ZELVariableArgumentCount, nullptr, "delete files of its privileged component");
   addHousekeeping(codePerformUninstall, "perform-uninstall", OperationPolicy::DefaultRule, 3, "NSS",
                   "remove its privileged component");
-  for (const OperationRow& row : rows) add(row);
+}
+
+// The build looks at them too; but who links a set by other means writes them himself.
+void TableOperationSet::checkNames() {
+  if (!isCode(_names.code)) {
+    _faults.push_back("the code of the helper, '" + std::string(_names.code) +
+                      "', is not made of lower-case letters and digits, at most " +
+                      std::to_string(longestCode) + ", beginning with a letter");
+  }
+  if (std::string_view(_names.vendor).empty() || !isUTF8(_names.vendor)) {
+    _faults.emplace_back("the vendor of the helper is empty or not UTF-8");
+  }
 }
 
 void TableOperationSet::addHousekeeping(std::uint64_t code, const char* identifier,
@@ -89,8 +112,8 @@ std::string TableOperationSet::faultOf(const OperationRow& row) const {
 }
 
 void TableOperationSet::add(const OperationRow& row) {
-  std::string fault = faultOf(row);
   const OperationMethod& method = row.method;
+  std::string fault = method ? faultOf(row) : "it has no method";
   if (fault.empty()) {
     auto operation = ZELPrivilegedOperation::initWithStaticDescription(
         {row.code, row.identifier.c_str(), static_cast<std::uint64_t>(row.policy),

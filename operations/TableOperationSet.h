@@ -35,7 +35,7 @@ struct OperationRow {
 
 /// Whose helper it is, as its build says: `corvane_add_helper` writes them into corvane-helper.h.
 struct HelperNames {
-  const char* code;     ///< lower-case letters and digits
+  const char* code;     ///< lower-case letters and digits, at most 24, beginning with a letter
   const char* version;  ///< "1.0"
   const char* vendor;   ///< who asks, in the sentences of the operations that all helpers have
   const char* principalClass;  ///< the name by which the set is found
@@ -67,6 +67,8 @@ class TableOperationSet : public ZELPrivilegedOperationSet {
  private:
   void addHousekeeping(std::uint64_t code, const char* identifier, OperationPolicy policy,
                        std::uint64_t argumentCount, const char* argumentTypes, const char* purpose);
+  void checkNames();
+  void addWhatEveryHelperHas();
   void add(const OperationRow& row);
   /// What keeps the row out of the catalogue; empty if nothing does.
   std::string faultOf(const OperationRow& row) const;

@@ -1,4 +1,5 @@
 #include <array>
+#include <fstream>
 #include <stdexcept>
 
 #include "foundation/Exception.h"
@@ -10,8 +11,35 @@ namespace corvane {
 
 namespace {
 
+Error nestedError(int depth) {
+  Error error("outer", 7);
+  for (int i = 0; i < depth; ++i) error = Error("outer", 7, {{"underlying", error}});
+  return error;
+}
+
+// Errors that no message can hold as they are, and those of a number below 0 nested so deep.
+Error unsendableError(std::int32_t which) {
+  switch (which) {
+    case 0:
+      return Error("not\xffUTF-8", 7);
+    case 1:
+      return Error("outer", 7, {{"key\xff", "value"}, {"text", "\xff"}});
+    case 2:
+      return Error("outer", 7, {{"text", std::string("zero\0byte", 9)}});
+    case 3:
+      return Error("", 7);
+    case 4:
+      return nestedError(200);
+    case 5:
+      return Error("outer", 7, {{"data", Data(std::size_t{200} << 20)}});
+    default:
+      return nestedError(-which);
+  }
+}
+
 /// Operations that do what the catalogue of the product never does: they raise exceptions, lack a
-/// method, are described wrongly, or give back what they were given.
+/// method, are described wrongly, give back what they were given or what cannot be sent, or wait
+/// for ever.
 class TestOperationSet : public ZELPrivilegedOperationSet {
  public:
   static ZELPrivilegedOperationSet& privilegedOperationSet() {
@@ -19,7 +47,7 @@ class TestOperationSet : public ZELPrivilegedOperationSet {
   }
 
   TestOperationSet() {
-    static constexpr std::array<_ZELPrivilegedOperationDescription, 8> catalogue = {{
+    static constexpr std::array<_ZELPrivilegedOperationDescription, 10> catalogue = {{
         {1, "unknown-letter", 1, 0, 0, 2, "SX", "Text."},
         {2, "no-method", 1, 0, 0, 0, nullptr, "Text."},
         {3, "raise", 1, 0, 0, 2, "SS", "Text."},
@@ -28,6 +56,8 @@ class TestOperationSet : public ZELPrivilegedOperationSet {
         {6, "live-output", 1, 0, 1, ZELVariableArgumentCount, nullptr, "Text."},
         {7, "live-progress", 1, 1, 0, ZELVariableArgumentCount, nullptr, "Text."},
         {8, "raise-number", 1, 0, 0, 0, nullptr, "Text."},
+        {9, "block", 1, 0, 0, 1, "S", "Text."},
+        {10, "unsendable", 1, 0, 0, 1, "N", "Text."},
     }};
     for (const auto& record : catalogue) {
       auto operation = ZELPrivilegedOperation::initWithStaticDescription(record);
@@ -60,6 +90,15 @@ class TestOperationSet : public ZELPrivilegedOperationSet {
     if (selector == "performOperationGiveBackWithArguments:") {
       const Error inner("inner", -1, {{"key", "value"}});
       return Error("outer", 7, {{"arguments", arguments}, {"underlying", inner}});
+    }
+    if (selector == "performOperationBlockWithArguments:") {
+      // Whoever has the other end of this pipe decides how long it takes.
+      std::ifstream pipe(*arguments[0].string());
+      pipe.get();
+      return std::nullopt;
+    }
+    if (selector == "performOperationUnsendableWithArguments:") {
+      return unsendableError(arguments[0].number()->intValue());
     }
     // What is left has feedback; a failure still closes the connection.
     return Error(NSPOSIXErrorDomain, feedbackConnection == nullptr ? 1 : 2);

@@ -2,14 +2,15 @@
 
 import itertools
 import os
+import threading
 
 from gi.repository import GLib
 
 from bus import (DELETE_FILEOBJECTS, DELETE_FILES, DISCARD_AUTH, EXECUTE_UTILITY, MARKER,
                  MODIFY_PREFERENCES, NOP, PERFORM_UNINSTALL, POSIX, PREPARE_UNINSTALL, Client,
-                 dictionary)
+                 dictionary, named)
 from log_lines import about, completed, executed, metadata, rejected, unauthorized
-from support import ERROR, TEST_PROGRAMS, DaemonTest, bench_only, main
+from support import ERROR, TEST_PROGRAMS, DaemonTest, bench_only, main, wait_until
 
 INVALID = (POSIX, 22, {})
 
@@ -225,7 +226,7 @@ class OtherOperationSetTest(DaemonTest):
     PROGRAM = f"{TEST_PROGRAMS}/daemon-of-test-operationset"
 
     UNKNOWN_LETTER, NO_METHOD, RAISE, RAISE_OTHER, GIVE_BACK = 1, 2, 3, 4, 5
-    RAISE_NUMBER = 8
+    RAISE_NUMBER, BLOCK, UNSENDABLE = 8, 9, 10
 
     def setUp(self):
         super().setUp()
@@ -297,6 +298,82 @@ class OtherOperationSetTest(DaemonTest):
                 self.assertEqual((text, bytes(returned_data)), ("ä€😀", content))
                 self.assertEqual((type(returned), returned), (type(number), number))
                 self.assertEqual(info["underlying"], ("inner", -1, {"key": "value"}))
+
+    def test_an_error_that_no_message_can_hold_arrives_as_far_as_one_can(self):
+        cases = [("domain", (POSIX, 92, {})), ("not UTF-8", ("outer", 7, {})),
+                 ("zero byte", ("outer", 7, {})), ("no domain", ("", 7, {})),
+                 ("nested", ("outer", 7, {})), ("large", ("outer", 7, {}))]
+        for which, (what, expected) in enumerate(cases):
+            with self.subTest(what):
+                answer = self.client.perform(self.UNSENDABLE, self.form(),
+                                             [GLib.Variant("x", which)])
+                self.assertEqual(answer, expected)
+
+    def test_an_error_arrives_with_as_much_nesting_as_there_is_in_a_message(self):
+        _, _, info = self.client.perform(self.UNSENDABLE, self.form(), [GLib.Variant("x", -10)])
+        for _ in range(9):
+            _, _, info = info["underlying"]
+        self.assertEqual(info["underlying"], ("outer", 7, {}))
+
+    def block(self, token="token"):
+        """A request whose operation goes on until the descriptor that comes with it is closed."""
+        path = f"{self.folder}/block-{token}"
+        os.mkfifo(path)
+        client, form = Client(self.daemon.connect()), self.form()
+        answers = []
+
+        def perform():
+            try:
+                answers.append(client.perform(self.BLOCK, form, named(token, [path])))
+            except GLib.Error as error:
+                answers.append(error)
+
+        request = threading.Thread(target=perform, daemon=True)
+        request.answers = answers
+        request.start()
+        held = []
+
+        def is_blocked():
+            try:
+                held.append(os.open(path, os.O_WRONLY | os.O_NONBLOCK))
+            except OSError:
+                pass
+            return held
+
+        wait_until(is_blocked, "the operation waits")
+        return request, held[0]
+
+    def assertOthersAreServed(self):
+        self.assertEqual(self.client.perform(self.RAISE_NUMBER, self.form()), (POSIX, 4, {}))
+
+    def test_an_operation_that_blocks_for_ever_keeps_nobody_else_waiting(self):
+        blocked = [self.block(f"token-{number}") for number in range(20)]
+        self.assertOthersAreServed()
+        for request, held in blocked:
+            os.close(held)
+            request.join()
+            self.assertEqual(request.answers, [None])
+
+    def test_an_operation_that_takes_no_notice_is_in_progress_until_it_ends(self):
+        request, held = self.block("token")
+        for _ in range(2):
+            self.assertTrue(self.client.cancel("token"))
+        self.assertOthersAreServed()
+        self.assertEqual(request.answers, [])
+        os.close(held)
+        request.join()
+        # What it says counts, as it may have been past the last point where it could stop.
+        self.assertEqual(request.answers, [None])
+        self.assertFalse(self.client.cancel("token"))
+
+    def test_the_helper_ends_with_its_last_client_whatever_still_blocks(self):
+        self.client.register(os.getpid())
+        request, held = self.block()
+        self.client.unregister(os.getpid())
+        self.assertEndsWith(0)
+        request.join()
+        self.assertIsInstance(request.answers[0], GLib.Error)
+        os.close(held)
 
 
 if __name__ == "__main__":

@@ -186,6 +186,29 @@ TEST(TableOperationSetFaultsTest, ADialogNeedsASentence) {
               ElementsAre(HasSubstr("policy")));
 }
 
+TEST(TableOperationSetFaultsTest, ARowNeedsAMethod) {
+  std::optional<Error> (*const none)(const OperationRun&) = nullptr;
+  std::optional<Error> (*const noneOfTexts)(const OutputRun&, const std::vector<Text>&) = nullptr;
+  EXPECT_THAT(
+      faultsOf({{1, "one", anybody, "One.", none}, {2, "two", anybody, "Two.", noneOfTexts}}),
+      ElementsAre("the operation 'one': it has no method",
+                  "the operation 'two': it has no method"));
+}
+
+TEST(TableOperationSetFaultsTest, NamesOfTheHelperThatWereNotMadeByTheBuildAreCheckedToo) {
+  const Text tooLong(25, 'a');
+  for (const char* code : {"", "Upper", "a-b", "a.b", "9a", "../up", "\xc3\xa4", tooLong.c_str()}) {
+    EXPECT_THAT(TableOperationSet({code, "1.0", "Tester", "Test"}, {}).faults(),
+                ElementsAre(HasSubstr("the code of the helper, '" + Text(code) + "'")));
+  }
+  for (const char* vendor : {"", "\xff"}) {
+    EXPECT_THAT(TableOperationSet({"test", "1.0", vendor, "Test"}, {}).faults(),
+                ElementsAre(HasSubstr("vendor")));
+  }
+  EXPECT_THAT(TableOperationSet({tooLong.c_str() + 1, "1.0", "Tester", "Test"}, {}).faults(),
+              ElementsAre());
+}
+
 TEST(TableOperationSetFaultsTest, EveryFaultIsTold) {
   EXPECT_EQ(faultsOf({row(1, "A"), row(9998, "b"), row(2, "c")}).size(), 2U);
 }

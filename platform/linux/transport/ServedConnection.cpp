@@ -10,6 +10,7 @@
 #include "platform/Authorization.h"
 #include "platform/StandardLog.h"
 #include "platform/linux/bus/Bus.h"
+#include "platform/linux/transport/AnswerableError.h"
 #include "platform/linux/transport/BusValue.h"
 #include "platform/linux/transport/Endpoint.h"
 #include "platform/linux/transport/HelperMessages.h"
@@ -235,7 +236,7 @@ struct ServedConnection::Handlers {
   static int reply(sd_bus_message* message, const std::optional<Error>& error) {
     if (sd_bus_message_get_expect_reply(message) == 0) return 0;
     auto writer = MessageWriter::ofReplyTo(message);
-    appendOptionalError(writer, error);
+    appendOptionalError(writer, error ? std::optional(answerableError(*error)) : std::nullopt);
     writer.send();
     return writer.result();
   }
