@@ -13,6 +13,12 @@ endif()
 set(CORVANE_UNIT_FOLDER /usr/lib/systemd/system CACHE PATH
   "Where the units of helpers are installed")
 
+# The arguments of the function that this is used in.
+macro(corvane_parse_helper_arguments)
+  cmake_parse_arguments(PARSE_ARGV 0 ARG ""
+    "NAME;VERSION;BUILD;VENDOR;VENDOR_URL;COPYRIGHT;TEAM;RESOURCES" "OPERATIONS")
+endmacro()
+
 function(corvane_helper_file name variable)
   get_property(folders GLOBAL PROPERTY CORVANE_HELPER_FOLDERS)
   foreach(folder IN LISTS folders)
@@ -26,7 +32,7 @@ endfunction()
 
 # Names become part of property lists, units, sources, buses and files: what does not fit into all of
 # them is refused here.
-function(corvane_check_helper_names code version build vendor)
+function(corvane_check_helper_names code version build vendor url)
   if(NOT code MATCHES "^[a-z][a-z0-9]*$")
     message(FATAL_ERROR
       "The code of a helper is made of lower-case letters and digits, and begins with a letter; "
@@ -47,6 +53,11 @@ function(corvane_check_helper_names code version build vendor)
       "The vendor of a helper is a name, of characters that need no escape anywhere; '${vendor}' is "
       "not.")
   endif()
+  if(url AND NOT url MATCHES "^https?://[^<>&\"\\\\%;\r\n\t ]+$")
+    message(FATAL_ERROR
+      "The address of a vendor begins with https://, and has no characters that need an escape "
+      "anywhere; '${url}' is not.")
+  endif()
   get_property(there GLOBAL PROPERTY CORVANE_HELPER_CODES)
   if(code IN_LIST there)
     message(FATAL_ERROR "There are two helpers with the code '${code}'.")
@@ -55,8 +66,8 @@ function(corvane_check_helper_names code version build vendor)
 endfunction()
 
 # Makes a helper out of a set of operations, and installs it:
-#   corvane_add_helper(NAME code VERSION 1.0 [BUILD number] VENDOR name [COPYRIGHT line]
-#                      [TEAM identifier] OPERATIONS source... [RESOURCES folder])
+#   corvane_add_helper(NAME code VERSION 1.0 [BUILD number] VENDOR name [VENDOR_URL address]
+#                      [COPYRIGHT line] [TEAM identifier] OPERATIONS source... [RESOURCES folder])
 # What corvane_add_helper_programs makes, and besides
 # - privilegerequestor-<code>, which has a command for each operation;
 # - the action files that define the rights for polkit, and a page of the manual;
@@ -65,9 +76,11 @@ endfunction()
 # to the places of the system, whatever the prefix: those are where the system looks. The issuer of
 # authorizations and launchctl are not part of it: all helpers share those of one package.
 function(corvane_add_helper)
+  corvane_parse_helper_arguments()
+  if(ARG_NAME STREQUAL "vnt")
+    message(FATAL_ERROR "The code 'vnt' is that of the first product's helper.")
+  endif()
   corvane_add_helper_programs(${ARGV})
-  cmake_parse_arguments(PARSE_ARGV 0 ARG "" "NAME;VERSION;BUILD;VENDOR;COPYRIGHT;TEAM;RESOURCES"
-    "OPERATIONS")
   set(CORVANE_CODE ${ARG_NAME})
   set(CORVANE_VERSION ${ARG_VERSION})
   set(CORVANE_VENDOR "${ARG_VENDOR}")
@@ -111,16 +124,16 @@ function(corvane_add_helper)
 endfunction()
 
 # Makes of a set of operations what a helper is, into the folder bin of the build folder:
-#   corvane_add_helper_programs(NAME code VERSION 1.0 [BUILD number] VENDOR name [COPYRIGHT line]
-#                               [TEAM identifier] OPERATIONS source...|target [RESOURCES folder])
+#   corvane_add_helper_programs(NAME code VERSION 1.0 [BUILD number] VENDOR name
+#                               [VENDOR_URL address] [COPYRIGHT line] [TEAM identifier]
+#                               OPERATIONS source...|target [RESOURCES folder])
 # - the daemon, which is the target and the program com.corvane.system.privilegedhelper-<code>;
 # - its units, beside it;
 # - com.corvane.rights-<code>, which defines the rights of its operations.
 # Its property lists are Info.plist and launchd.plist in corvane-helper/<code> of the build folder.
 # RESOURCES has folders <language>.lproj with strings tables, which are linked in.
 function(corvane_add_helper_programs)
-  cmake_parse_arguments(PARSE_ARGV 0 ARG "" "NAME;VERSION;BUILD;VENDOR;COPYRIGHT;TEAM;RESOURCES"
-    "OPERATIONS")
+  corvane_parse_helper_arguments()
   if(ARG_UNPARSED_ARGUMENTS OR ARG_KEYWORDS_MISSING_VALUES)
     message(FATAL_ERROR
       "What is ${ARG_UNPARSED_ARGUMENTS}${ARG_KEYWORDS_MISSING_VALUES} of a helper?")
@@ -128,7 +141,8 @@ function(corvane_add_helper_programs)
   if(NOT ARG_BUILD)
     set(ARG_BUILD 1)
   endif()
-  corvane_check_helper_names("${ARG_NAME}" "${ARG_VERSION}" "${ARG_BUILD}" "${ARG_VENDOR}")
+  corvane_check_helper_names("${ARG_NAME}" "${ARG_VERSION}" "${ARG_BUILD}" "${ARG_VENDOR}"
+    "${ARG_VENDOR_URL}")
   if(NOT ARG_OPERATIONS)
     message(FATAL_ERROR "The helper '${ARG_NAME}' has no OPERATIONS.")
   endif()
@@ -140,6 +154,7 @@ function(corvane_add_helper_programs)
   set(CORVANE_VERSION ${ARG_VERSION})
   set(CORVANE_BUILD ${ARG_BUILD})
   set(CORVANE_VENDOR "${ARG_VENDOR}")
+  set(CORVANE_VENDOR_URL "${ARG_VENDOR_URL}")
   set(CORVANE_COPYRIGHT "${ARG_COPYRIGHT}")
   set(CORVANE_TEAM "${ARG_TEAM}")
   set(CORVANE_LABEL com.corvane.system.privilegedhelper-${ARG_NAME})
@@ -151,7 +166,7 @@ function(corvane_add_helper_programs)
   set(programs ${CMAKE_BINARY_DIR}/bin)
   set(CMAKE_RUNTIME_OUTPUT_DIRECTORY ${programs})
   set(made ${CMAKE_BINARY_DIR}/corvane-helper/${ARG_NAME})
-  foreach(name Info.plist launchd.plist corvane-helper.h)
+  foreach(name Info.plist launchd.plist corvane-helper.h Vendor.cpp)
     corvane_helper_file(${name}.in template)
     configure_file(${template} ${made}/${name} @ONLY)
   endforeach()
@@ -159,7 +174,7 @@ function(corvane_add_helper_programs)
   set(operations ${ARG_OPERATIONS})
   if(NOT TARGET "${operations}")
     set(operations corvane-operationset-${ARG_NAME})
-    add_library(${operations} OBJECT ${ARG_OPERATIONS})
+    add_library(${operations} OBJECT ${ARG_OPERATIONS} ${made}/Vendor.cpp)
     target_include_directories(${operations} PUBLIC ${made})
     target_link_libraries(${operations} PUBLIC corvane::operations)
   endif()

@@ -101,6 +101,8 @@ class WandererTest(unittest.TestCase):
         for right in rights:
             text = contents(f"{second}/{right}")
             self.assertIn(f'<action id="{os.path.basename(right)[:-len(".policy")]}">', text)
+            self.assertIn("<vendor>Wanderer</vendor>\n"
+                          "  <vendor_url>https://wanderer.example/</vendor_url>\n", text)
         self.assertIn('<message xml:lang="de">Wanderer möchte die Zeitzone einstellen.</message>',
                       contents(f"{second}/{rights[-1]}"))
 
@@ -157,6 +159,14 @@ class WandererTest(unittest.TestCase):
     def test_a_vendor_that_needs_escapes_is_refused(self):
         self.assertRefused("VENDOR Wanderer", "VENDOR \"Wan<derer\"",
                            "The vendor of a helper is a name, of characters that need no escape")
+
+    def test_an_address_that_is_none_is_refused(self):
+        self.assertRefused("https://wanderer.example/", "wanderer.example",
+                           "The address of a vendor begins with https://")
+
+    def test_the_code_of_the_first_product_is_refused(self):
+        self.assertRefused("NAME wanderer", "NAME vnt",
+                           "The code 'vnt' is that of the first product's helper.")
 
     def test_what_is_no_parameter_is_named(self):
         self.assertRefused("VENDOR Wanderer", "VENDOR Wanderer COLOR blue",

@@ -8,6 +8,7 @@
 
 #include <expat.h>
 
+#include "foundation/ProductVendor.h"
 #include "foundation/Unicode.h"
 
 namespace corvane {
@@ -142,9 +143,12 @@ std::optional<std::string> actionFile(const std::string& rightName,
           "\"-//freedesktop//DTD PolicyKit Policy Configuration 1.0//EN\"\n"
           "  \"http://www.freedesktop.org/standards/PolicyKit/1.0/policyconfig.dtd\">\n"
           "<policyconfig>\n"
-          "  <vendor>Corvane</vendor>\n"
-          "  <vendor_url>https://www.corvane.com/</vendor_url>\n"
-          "  <icon_name>dialog-password</icon_name>\n";
+          "  <vendor>"
+       << escaped(ProductVendor::name()) << "</vendor>\n";
+  if (!ProductVendor::url().empty()) {
+    text << "  <vendor_url>" << escaped(ProductVendor::url()) << "</vendor_url>\n";
+  }
+  text << "  <icon_name>dialog-password</icon_name>\n";
   writeAction(text, rightName, rule->implicit, definition, translations);
   if (!rule->implicitAnew.empty()) {
     writeAction(text, anewActionOf(rightName), rule->implicitAnew, definition, translations);

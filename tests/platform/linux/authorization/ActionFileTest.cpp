@@ -1,6 +1,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "foundation/ProductVendor.h"
 #include "platform/linux/authorization/polkit/ActionFile.h"
 
 namespace corvane {
@@ -37,6 +38,21 @@ TEST(ActionFileTest, WhatIsKeptHasAnActionThatIsNot) {
             (RightDefinition{"authenticate-admin", "Sentence", ""}));
   EXPECT_THAT(*actionFile(rightName, {"allow", "", ""}, {}), Not(HasSubstr(anew)));
   EXPECT_THAT(*actionFile(rightName, {"authenticate-admin", "", ""}, {}), Not(HasSubstr(anew)));
+}
+
+TEST(ActionFileTest, TheVendorIsThatOfTheProduct) {
+  const auto ofFirst = actionFile(rightName, {"allow", "", ""}, {});
+  EXPECT_THAT(*ofFirst, HasSubstr("<vendor>Corvane</vendor>\n"
+                                  "  <vendor_url>https://www.corvane.com/</vendor_url>"));
+  const std::string_view name = ProductVendor::name();
+  const std::string_view url = ProductVendor::url();
+  {
+    const ProductVendor other("A & B", "");
+    const auto ofOther = actionFile(rightName, {"allow", "", ""}, {});
+    EXPECT_THAT(*ofOther, HasSubstr("<vendor>A &amp; B</vendor>\n  <icon_name>"));
+  }
+  const ProductVendor first(name, url);
+  EXPECT_EQ(actionFile(rightName, {"allow", "", ""}, {}), ofFirst);
 }
 
 TEST(ActionFileTest, AnyTextComesBack) {
