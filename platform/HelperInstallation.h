@@ -81,7 +81,8 @@ class HelperInstallation {
   virtual std::string programPath() const = 0;
   virtual std::string jobPath() const = 0;
 
-  /// Removes everything that is there, as far as possible. Objects that stay are `leftovers`.
+  /// Removes everything that is there, as far as possible. Objects that stay are `leftovers`. What
+  /// all helpers share is left to the others, if there are any, and to the package it belongs to.
   virtual void remove() = 0;
   /// What is there of an installation, whole or not: paths and names of services.
   virtual std::vector<std::string> leftovers() const = 0;

@@ -2,6 +2,7 @@
 // operation is a command, whose arguments follow from its description.
 
 #include <charconv>
+#include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <fstream>
@@ -153,6 +154,14 @@ ExitStatus report(const Error& given, const std::optional<bool>& wasAuthorized) 
   return (isRefusal || needsDialog) && !wasAuthorized.value_or(false) ? NotAuthorized : Failed;
 }
 
+// What the helper leaves when it has removed itself. Only root can take it along, and what a
+// package brought is left to that. The last helper takes along what all of them share.
+void removeRemains(HelperInstallation& installation) {
+  constexpr std::chrono::seconds patience(60);
+  if (::geteuid() != 0 || installation.package()) return;
+  if (installation.lock(patience, [](std::int32_t) {})) installation.remove();
+}
+
 ExitStatus perform(const ZELPrivilegedOperationSet& set,
                    const PrivilegedHelperClient::Options& options, const Request& request) {
   const std::vector<Value> arguments = argumentsOf(request);
@@ -167,7 +176,9 @@ ExitStatus perform(const ZELPrivilegedOperationSet& set,
     std::fprintf(stderr, "%s\n", outcome.error().description.c_str());
     return Away;
   }
-  return outcome->error ? report(*outcome->error, outcome->wasAuthorized) : Done;
+  if (outcome->error) return report(*outcome->error, outcome->wasAuthorized);
+  if (request.code == codePerformUninstall) removeRemains(*installation);
+  return Done;
 }
 
 }  // namespace

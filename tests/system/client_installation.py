@@ -1,7 +1,9 @@
 """The helper of those without the package: what a client built from the sources puts in place and
 removes again."""
 
+import glob
 import json
+import shutil
 
 from broken_states import STATES, bring_about, check_that_nothing_is_left
 from names import DAEMON, LABEL, NOTHING_CHANGED, NOTHING_LEFT
@@ -117,6 +119,21 @@ def whoever_waits_for_another_installation_is_told_and_can_be_ended(scenario):
     assert scenario.remains() == ""
 
 
+def what_all_helpers_share_stays_until_the_last_of_them_leaves(scenario):
+    scenario.client("--quiet install")
+    # Its package depends on the first product's, which is not there now.
+    package, = glob.glob(f"{scenario.sources}/wanderer/*.deb")
+    shutil.copy(package, scenario.machine.path("/root/wanderer.deb"))
+    scenario.run("dpkg --force-depends -i /root/wanderer.deb")
+    told = scenario.client("uninstall").stdout
+    assert told.endswith(NOTHING_LEFT) and "com.corvane.authorization" not in told, told
+    scenario.run("privilegerequestor-wanderer nop", "alice")
+    scenario.run("dpkg --remove wanderer && rm /root/wanderer.deb")
+    told = scenario.client("uninstall").stdout
+    assert "removed    /usr/libexec/com.corvane.authorization\n" in told, told
+    check_that_nothing_is_left(scenario, "after the last helper left")
+
+
 STEPS = [
     a_client_installs_the_helper,
     an_upgrade_replaces_the_issuer_of_older_versions,
@@ -128,4 +145,5 @@ STEPS = [
     a_killed_install_is_completed_by_the_next,
     no_user_holds_up_an_installation,
     whoever_waits_for_another_installation_is_told_and_can_be_ended,
+    what_all_helpers_share_stays_until_the_last_of_them_leaves,
 ]

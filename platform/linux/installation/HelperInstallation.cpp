@@ -35,6 +35,9 @@ constexpr const char* launchControl = "launchctl";
 // What tells our own program of that name from another's.
 constexpr std::string_view launchControlMark = "launchctl for systemd, version";
 
+// How the programs of all helpers are called, with the code of the product behind it.
+constexpr std::string_view helperPrefix = "com.corvane.system.privilegedhelper-";
+
 constexpr const char* programFolder = "/usr/libexec/";
 constexpr const char* unitFolder = "/usr/lib/systemd/system/";
 
@@ -46,6 +49,10 @@ struct InstalledFile {
   std::string place;
   mode_t permissions;
 };
+
+bool isShared(std::string_view name) {
+  return name.starts_with(issuer) || name == launchControl;
+}
 
 std::optional<std::string> contentsOf(const std::string& path) {
   // Nothing waits for who may write into a pipe.
@@ -214,7 +221,10 @@ class LinuxInstallation : public HelperInstallation {
   Result<void> makeReady(const std::string& socket);
   void endIssuer() const;
   void endForsakenHelper() const;
-  std::vector<std::string> runtimeFolders() const;
+  bool isLast() const;
+  std::vector<InstalledFile> filesToRemove() const;
+  std::vector<std::string> socketsToRemove() const;
+  std::vector<std::string> foldersToRemove() const;
   void undo();
   void forget();
 
@@ -399,26 +409,60 @@ void LinuxInstallation::forget() {
   _isIssuerReplaced = false;
 }
 
-// The folders of the sockets, of the key and of the rights, none of which outlives the helper.
-std::vector<std::string> LinuxInstallation::runtimeFolders() const {
-  return {inRoot("/run/" + _label), inRoot(std::string("/run/") + issuer),
-          inRoot(std::string("/var/lib/") + issuer)};
+// Whether what all helpers share goes with this one: neither is there another helper that needs it,
+// nor a package that it belongs to.
+bool LinuxInstallation::isLast() const {
+  std::error_code ignored;
+  for (const auto& entry : fs::directory_iterator(inRoot(programFolder), ignored)) {
+    const std::string name = entry.path().filename();
+    if (name.starts_with(helperPrefix) && name != _label) return false;
+  }
+  return !packageOf(std::string(programFolder) + issuer, _root);
+}
+
+std::vector<InstalledFile> LinuxInstallation::filesToRemove() const {
+  std::vector<InstalledFile> files = _files;
+  if (!isLast()) {
+    std::erase_if(files, [](const auto& file) { return isShared(lastPathComponent(file.place)); });
+  }
+  return files;
+}
+
+std::vector<std::string> LinuxInstallation::socketsToRemove() const {
+  std::vector<std::string> sockets = _sockets;
+  if (!isLast()) std::erase_if(sockets, isShared);
+  return sockets;
+}
+
+// The folders of the sockets, of the key and of the rights, none of which outlives the helpers.
+std::vector<std::string> LinuxInstallation::foldersToRemove() const {
+  std::vector<std::string> folders = {inRoot("/run/" + _label)};
+  if (isLast()) {
+    folders.push_back(inRoot(std::string("/run/") + issuer));
+    folders.push_back(inRoot(std::string("/var/lib/") + issuer));
+  }
+  return folders;
 }
 
 void LinuxInstallation::remove() {
-  for (const std::string& socket : _sockets) {
+  // Looked at before anything goes.
+  const bool takesShared = isLast();
+  const auto files = filesToRemove();
+  const auto folders = foldersToRemove();
+  for (const std::string& socket : socketsToRemove()) {
     if (_systemctl.isManagerRunning()) _systemctl.attempt({"stop", socket});
     _systemctl.attempt({"--quiet", "disable", socket});
     // systemctl refuses to disable a unit that is masked, and leaves this link.
     ::unlink(linkOf(socket).c_str());
   }
   if (_systemctl.isManagerRunning()) {
-    _systemctl.attempt({"stop", _label + ".service", issuerService});
+    _systemctl.attempt({"stop", _label + ".service"});
+    if (takesShared) _systemctl.attempt({"stop", issuerService});
   }
   // The journal goes first: with it, the next installation would take this for one that was killed,
   // and put files back.
   ::unlink(_journal.c_str());
-  for (const InstalledFile& file : _files) {
+  for (const InstalledFile& file : files) {
     if (isFileOfInstallation(file.place)) ::unlink(file.place.c_str());
     for (const std::string& remains : FileReplacement::remainsOf(file.place)) {
       ::unlink(remains.c_str());
@@ -426,26 +470,27 @@ void LinuxInstallation::remove() {
   }
   ::unlink(issuerTemplatePath().c_str());
   std::error_code ignored;
-  for (const std::string& folder : runtimeFolders()) fs::remove_all(folder, ignored);
+  for (const std::string& folder : folders) fs::remove_all(folder, ignored);
   if (_systemctl.isManagerRunning()) {
     _systemctl.attempt({"daemon-reload"});
-    _systemctl.attempt({"reset-failed", _label + ".*", std::string(issuer) + "*"});
+    _systemctl.attempt({"reset-failed", _label + ".*"});
+    if (takesShared) _systemctl.attempt({"reset-failed", std::string(issuer) + "*"});
   }
 }
 
 std::vector<std::string> LinuxInstallation::leftovers() const {
   std::vector<std::string> all = {_journal, issuerTemplatePath()};
-  for (const InstalledFile& file : _files) {
+  for (const InstalledFile& file : filesToRemove()) {
     if (isFileOfInstallation(file.place)) all.push_back(file.place);
     const auto remains = FileReplacement::remainsOf(file.place);
     all.insert(all.end(), remains.begin(), remains.end());
   }
-  const auto folders = runtimeFolders();
+  const auto folders = foldersToRemove();
   all.insert(all.end(), folders.begin(), folders.end());
   all.erase(
       std::remove_if(all.begin(), all.end(), [](const std::string& path) { return !exists(path); }),
       all.end());
-  for (const std::string& socket : _sockets) {
+  for (const std::string& socket : socketsToRemove()) {
     if (_systemctl.isEnabled(socket) ||
         (_systemctl.isManagerRunning() && _systemctl.isActive(socket))) {
       all.push_back(socket);

@@ -168,6 +168,28 @@ TEST_F(HelperInstallationTest, NothingIsLeftAfterRemoval) {
   EXPECT_FALSE(exists(inRoot("run/com.corvane.authorization")));
 }
 
+TEST_F(HelperInstallationTest, TheLastHelperTakesAlongWhatAllOfThemShare) {
+  ASSERT_TRUE(install());
+  const std::string otherLabel = "com.corvane.system.privilegedhelper-other";
+  const std::string other = inRoot("usr/libexec/" + otherLabel);
+  writeFile(other, "another product's helper");
+  const std::vector<std::string> shared = {
+      inRoot("bin/launchctl"), inRoot("usr/libexec/com.corvane.authorization"),
+      inRoot("usr/lib/systemd/system/com.corvane.authorization.service"),
+      inRoot("usr/lib/systemd/system/com.corvane.authorization.socket"),
+      inRoot("etc/systemd/system/sockets.target.wants/com.corvane.authorization.socket")};
+
+  installation()->remove();
+  EXPECT_FALSE(exists(program()));
+  EXPECT_FALSE(exists(inRoot("etc/systemd/system/sockets.target.wants/com.corvane.test.socket")));
+  EXPECT_THAT(installation()->leftovers(), IsEmpty());
+  for (const std::string& path : shared) EXPECT_TRUE(exists(path)) << path;
+
+  HelperInstallation::ofHelper(otherLabel, "", folder.path("root"))->remove();
+  EXPECT_FALSE(exists(other));
+  for (const std::string& path : shared) EXPECT_FALSE(exists(path)) << path;
+}
+
 TEST_F(HelperInstallationTest, AMaskedSocketDoesNotBeginWithTheSystemAfterRemoval) {
   ASSERT_TRUE(install());
   const std::string mask = inRoot("etc/systemd/system/com.corvane.test.socket");
