@@ -316,17 +316,20 @@ class PrivilegedHelperClient::Session {
     return retryWhileLost([this] { return obtainAuthorization(); });
   }
 
-  Answer<void> cancel() {
+  Answer<bool> cancel() {
     RunningOperation operation;
     {
       RunningOperations& all = runningOperations();
       const std::lock_guard lock(all.mutex);
       const auto found = all.bySession.find(this);
-      if (found == all.bySession.end()) return {};
+      if (found == all.bySession.end()) return false;
       found->second.isCancelled = true;
       operation = found->second;
     }
-    return cancelOperation(this, operation, _options.patience);
+    if (const auto told = cancelOperation(this, operation, _options.patience); !told) {
+      return told.error();
+    }
+    return true;
   }
 
   static bool cancelOperationsBeforeEnd(const std::function<void()>& tell,
@@ -561,6 +564,11 @@ Answer<PrivilegedHelperClient::Outcome> PrivilegedHelperClient::perform(
 }
 
 Answer<void> PrivilegedHelperClient::cancel() {
+  if (const auto told = cancelIfInProgress(); !told) return told.error();
+  return {};
+}
+
+Answer<bool> PrivilegedHelperClient::cancelIfInProgress() {
   return _session->cancel();
 }
 

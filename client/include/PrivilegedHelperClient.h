@@ -210,11 +210,15 @@ class PrivilegedHelperClient {
 
  private:
   friend class FileObjectDeletion;
+  friend class OperationQueue;
 
   /// With texts behind the arguments.
   Answer<Outcome> perform(std::uint64_t code, std::vector<Value> arguments,
                           std::span<const std::string* const> texts,
                           const std::optional<Feedback>& feedback);
+
+  /// As `cancel`; whether one was performed.
+  Answer<bool> cancelIfInProgress();
 
   class Session;
   std::unique_ptr<Session> _session;
