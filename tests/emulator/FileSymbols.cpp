@@ -8,6 +8,7 @@
 
 #include <dirent.h>
 #include <fcntl.h>
+#include <linux/fs.h>
 #include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -79,6 +80,11 @@ int unlinkAt(int folder, const char* path, int flags) {
   return ::unlinkat(hostFolder(folder), path, hostFlags(atFlags, flags, "unlinkat"));
 }
 
+int linkAt(int from, const char* path, int to, const char* name, int flags) {
+  return ::linkat(hostFolder(from), path, hostFolder(to), name,
+                  hostFlags(atFlags, flags, "linkat"));
+}
+
 struct DarwinStatus {
   std::int32_t device;
   std::uint16_t mode;
@@ -101,7 +107,67 @@ struct DarwinStatus {
 };
 static_assert(sizeof(DarwinStatus) == 144 && offsetof(DarwinStatus, size) == 96);
 
-int give(const struct stat& status, DarwinStatus* result) {
+// The flags that this system has, too, as those of users. Of what cannot be opened there are none.
+constexpr std::uint32_t immutable = 0x2;
+constexpr std::uint32_t appendOnly = 0x4;
+
+// One that was opened to look at the object only is opened again.
+int flagsRequest(int descriptor, unsigned long request, int* flags) {
+  const int result = ::ioctl(descriptor, request, flags);
+  if (result == 0 || errno != EBADF) return result;
+  struct stat status {};
+  if (::fstat(descriptor, &status) != 0) return -1;
+  if (!S_ISREG(status.st_mode) && !S_ISDIR(status.st_mode)) {
+    errno = ENOTTY;
+    return -1;
+  }
+  const std::string path = "/proc/self/fd/" + std::to_string(descriptor);
+  const int readable = ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+  if (readable < 0) return -1;
+  const int again = ::ioctl(readable, request, flags);
+  const int error = errno;
+  ::close(readable);
+  errno = error;
+  return again;
+}
+
+std::uint32_t flagsOf(int descriptor) {
+  int flags = 0;
+  if (flagsRequest(descriptor, FS_IOC_GETFLAGS, &flags) != 0) return 0;
+  return ((flags & FS_IMMUTABLE_FL) != 0 ? immutable : 0) |
+         ((flags & FS_APPEND_FL) != 0 ? appendOnly : 0);
+}
+int setFlagsOf(int descriptor, std::uint32_t wanted) {
+  if ((wanted & ~(immutable | appendOnly)) != 0) fail("flags of a file that are not known");
+  int flags = 0;
+  if (flagsRequest(descriptor, FS_IOC_GETFLAGS, &flags) != 0) return -1;
+  flags &= ~(FS_IMMUTABLE_FL | FS_APPEND_FL);
+  if ((wanted & immutable) != 0) flags |= FS_IMMUTABLE_FL;
+  if ((wanted & appendOnly) != 0) flags |= FS_APPEND_FL;
+  return flagsRequest(descriptor, FS_IOC_SETFLAGS, &flags);
+}
+template <typename Work>
+auto withOpened(int folder, const char* path, Work work) {
+  const int descriptor =
+      ::openat(folder, path, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
+  const auto result = work(descriptor);
+  const int error = errno;
+  if (descriptor >= 0) ::close(descriptor);
+  errno = error;
+  return result;
+}
+std::uint32_t flagsAt(int folder, const char* path, const struct stat& status) {
+  if (!S_ISREG(status.st_mode) && !S_ISDIR(status.st_mode)) return 0;
+  const int error = errno;
+  const std::uint32_t flags = withOpened(folder, path, flagsOf);
+  errno = error;
+  return flags;
+}
+int setFlagsAt(const char* path, std::uint32_t flags) {
+  return withOpened(AT_FDCWD, path, [&](int opened) { return setFlagsOf(opened, flags); });
+}
+
+int give(const struct stat& status, std::uint32_t flags, DarwinStatus* result) {
   *result = {static_cast<std::int32_t>(status.st_dev),
              static_cast<std::uint16_t>(status.st_mode),
              static_cast<std::uint16_t>(status.st_nlink),
@@ -116,7 +182,7 @@ int give(const struct stat& status, DarwinStatus* result) {
              status.st_size,
              status.st_blocks,
              static_cast<std::int32_t>(status.st_blksize),
-             0,
+             flags,
              0,
              0,
              {0, 0}};
@@ -124,21 +190,28 @@ int give(const struct stat& status, DarwinStatus* result) {
 }
 int statusOf(const char* path, DarwinStatus* result) {
   struct stat status {};
-  return ::stat(path, &status) == 0 ? give(status, result) : -1;
+  if (::stat(path, &status) != 0) return -1;
+  return give(status, flagsAt(AT_FDCWD, path, status), result);
 }
 int statusOfLink(const char* path, DarwinStatus* result) {
   struct stat status {};
-  return ::lstat(path, &status) == 0 ? give(status, result) : -1;
+  if (::lstat(path, &status) != 0) return -1;
+  return give(status, flagsAt(AT_FDCWD, path, status), result);
 }
 int statusOfOpen(int descriptor, DarwinStatus* result) {
   struct stat status {};
-  return ::fstat(descriptor, &status) == 0 ? give(status, result) : -1;
+  if (::fstat(descriptor, &status) != 0) return -1;
+  const int error = errno;
+  const std::uint32_t flags = flagsOf(descriptor);
+  errno = error;
+  return give(status, flags, result);
 }
 int statusAt(int folder, const char* path, DarwinStatus* result, int flags) {
   struct stat status {};
   const int found =
       ::fstatat(hostFolder(folder), path, &status, hostFlags(atFlags, flags, "fstatat"));
-  return found == 0 ? give(status, result) : -1;
+  if (found != 0) return -1;
+  return give(status, flagsAt(hostFolder(folder), path, status), result);
 }
 
 int control(int descriptor, int command, long argument) {
@@ -220,6 +293,25 @@ int attributesAt(int folder, const char* path, const AttributeList* wanted, Moun
   return 0;
 }
 
+// What copies a file has a state, of which nothing is asked here.
+void* newCopyState() {
+  static char state = 0;
+  return &state;
+}
+int freeCopyState(void* /*state*/) {
+  return 0;
+}
+int copyFile(int from, int to, void* /*state*/, std::uint32_t what) {
+  constexpr std::uint32_t content = 8;
+  if (what != content) fail("a way to copy that is not known: " + std::to_string(what));
+  std::array<char, 65536> buffer;
+  ssize_t count = 0;
+  while ((count = ::read(from, buffer.data(), buffer.size())) > 0) {
+    if (::write(to, buffer.data(), static_cast<std::size_t>(count)) != count) return -1;
+  }
+  return count == 0 ? 0 : -1;
+}
+
 char* realPath(const char* path, char* result) {
   return ::realpath(path, result);
 }
@@ -234,6 +326,7 @@ std::span<const Symbol> fileSymbols() {
       function("_open", &open),
       function("_openat", &openAt),
       function("_unlinkat", &unlinkAt),
+      function("_linkat", &linkAt),
       function("_fcntl", &control),
       function("_ioctl", &deviceControl),
       function("_getattrlistat", &attributesAt),
@@ -245,6 +338,11 @@ std::span<const Symbol> fileSymbols() {
       function("_fstat$INODE64", &statusOfOpen),
       function("_fstatat$INODE64", &statusAt),
       function("_realpath$DARWIN_EXTSN", &realPath),
+      function("_copyfile_state_alloc", &newCopyState),
+      function("_copyfile_state_free", &freeCopyState),
+      function("_fcopyfile", &copyFile),
+      function("_fchflags", &setFlagsOf),
+      function("_lchflags", &setFlagsAt),
   };
   return symbols;
 }

@@ -60,11 +60,11 @@ int destroyAtEnd(void (*destroy)(void*), void* object, void* /*library*/) {
 }
 
 const void* imageHeader(std::uint32_t index) {
-  return index == 0 ? Image::loaded().header() : nullptr;
+  return index == 0 ? Image::program().header() : nullptr;
 }
 const std::byte* sectionData(const void* /*header*/, const char* segment, const char* section,
                              unsigned long* size) {
-  const std::span<const std::byte> content = Image::loaded().content(segment, section);
+  const std::span<const std::byte> content = Image::program().content(segment, section);
   *size = content.size();
   return content.empty() ? nullptr : content.data();
 }
@@ -85,17 +85,19 @@ struct UnwindSections {
   std::uint64_t compactSize;
 };
 bool findUnwindSections(const void* address, UnwindSections* sections) {
-  const auto text = Image::loaded().content("__TEXT", "__text");
-  const auto* const place = static_cast<const std::byte*>(address);
-  if (place < text.data() || place >= text.data() + text.size()) return false;
-  const auto dwarf = Image::loaded().content("__TEXT", "__eh_frame");
-  const auto compact = Image::loaded().content("__TEXT", "__unwind_info");
-  *sections = {Image::loaded().header(), dwarf.data(), dwarf.size(), compact.data(),
-               compact.size()};
+  const Image* const image = Image::around(address);
+  if (image == nullptr) return false;
+  const auto dwarf = image->content("__TEXT", "__eh_frame");
+  const auto compact = image->content("__TEXT", "__unwind_info");
+  *sections = {image->header(), dwarf.data(), dwarf.size(), compact.data(), compact.size()};
   return true;
 }
 // No image is ever removed.
 void callWhenRemoved(void (* /*callback*/)(const void*, std::intptr_t)) {}
+// Libraries that might be there are not.
+void* openLibrary(const char* /*path*/, int /*flags*/) {
+  return nullptr;
+}
 int nameOfAddress(const void* /*address*/, void* /*information*/) {
   return 0;
 }
@@ -176,6 +178,7 @@ std::span<const Symbol> processSymbols() {
       function("__dyld_find_unwind_sections", &findUnwindSections),
       function("__dyld_register_func_for_remove_image", &callWhenRemoved),
       function("_dladdr", &nameOfAddress),
+      function("_dlopen", &openLibrary),
       function("_clock_gettime", &clockTime),
       function("_sysconf", &configuration),
       function("_arc4random", &randomNumber),

@@ -4,12 +4,14 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <string_view>
 #include <unordered_map>
 
 #include <dlfcn.h>
 #include <sys/mman.h>
 
 #include "tests/emulator/Image.h"
+#include "tests/emulator/Objects.h"
 
 namespace emulator {
 
@@ -20,6 +22,7 @@ constexpr const char* same[] = {"abort",
                                 "access",
                                 "calloc",
                                 "ceilf",
+                                "chown",
                                 "chdir",
                                 "chmod",
                                 "close",
@@ -27,7 +30,7 @@ constexpr const char* same[] = {"abort",
                                 "dlsym",
                                 "dup",
                                 "dup2",
-                                "execv",
+
                                 "fchmod",
                                 "fchown",
                                 "fclose",
@@ -54,6 +57,7 @@ constexpr const char* same[] = {"abort",
                                 "fwrite",
                                 "getc",
                                 "getcwd",
+                                "getdtablesize",
                                 "getdelim",
                                 "getegid",
                                 "getenv",
@@ -63,6 +67,7 @@ constexpr const char* same[] = {"abort",
                                 "getppid",
                                 "getuid",
                                 "isatty",
+                                "lchown",
                                 "ldexp",
                                 "link",
                                 "llround",
@@ -103,6 +108,7 @@ constexpr const char* same[] = {"abort",
                                 "sched_yield",
                                 "setbuf",
                                 "setenv",
+                                "seteuid",
                                 "snprintf",
                                 "sscanf",
                                 "strcasecmp",
@@ -149,7 +155,8 @@ const Symbols& known() {
       all->emplace(std::string("_") + name, address);
     }
     for (const auto& subject :
-         {textSymbols(), fileSymbols(), threadSymbols(), processSymbols(), taskSymbols()}) {
+         {textSymbols(), fileSymbols(), threadSymbols(), processSymbols(), taskSymbols(),
+          systemSymbols(), objectClassSymbols(), objectLifeSymbols()}) {
       for (const Symbol& symbol : subject) all->emplace(symbol.name, symbol.address);
     }
     return all;
@@ -189,11 +196,18 @@ void* trapFor(const std::string& name) {
 }  // namespace
 
 void* symbolNamed(const std::string& name) {
+  for (const auto& image : Image::all()) {
+    if (void* const address = image->symbol(name)) return address;
+  }
   const auto found = known().find(name);
   if (found != known().end()) return found->second;
   static auto* const traps = new Symbols;
   void*& trap = (*traps)[name];
-  if (trap == nullptr) trap = trapFor(name);
+  constexpr std::string_view classPrefix = "_OBJC_CLASS_$_";
+  if (trap == nullptr) {
+    trap = name.starts_with(classPrefix) ? missingClass(name.substr(classPrefix.size()))
+                                         : trapFor(name);
+  }
   return trap;
 }
 

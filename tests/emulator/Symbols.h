@@ -28,11 +28,16 @@ std::span<const Symbol> fileSymbols();
 std::span<const Symbol> threadSymbols();
 std::span<const Symbol> processSymbols();
 std::span<const Symbol> taskSymbols();
+std::span<const Symbol> systemSymbols();
+std::span<const Symbol> objectClassSymbols();
+std::span<const Symbol> objectLifeSymbols();
 
 /// The number that macOS has for an error of this system.
 int darwinError(int hostError);
 /// The other way; nothing for a number that this system has no error for.
 std::optional<int> hostError(int darwinError);
+/// This system's number for a signal of macOS.
+int hostSignal(int darwinSignal);
 
 }  // namespace emulator
 

@@ -3,8 +3,10 @@
 #include <csignal>
 #include <cstddef>
 #include <cstdint>
+#include <fstream>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include <fcntl.h>
 #include <spawn.h>
@@ -74,6 +76,14 @@ int setSignalMask(Settings** settings, const std::uint32_t* signals) {
   return ::posix_spawnattr_setsigmask(&(*settings)->host, &none);
 }
 
+// A tool by its name alone, with all that this process has.
+int spawnNamed(pid_t* pid, const char* name, posix_spawn_file_actions_t** actions,
+               Settings** settings, char* const* arguments, char* const* environment) {
+  if (actions != nullptr || settings != nullptr) fail("a tool with settings");
+  const int result = ::posix_spawnp(pid, name, nullptr, nullptr, arguments, environment);
+  return result == 0 ? 0 : darwinError(result);
+}
+
 int spawn(pid_t* pid, const char* path, posix_spawn_file_actions_t** actions, Settings** settings,
           char* const* arguments, char* const* environment) {
   if (!(*settings)->hasStandardStreamsOnly) fail("a program with all descriptors");
@@ -83,14 +93,31 @@ int spawn(pid_t* pid, const char* path, posix_spawn_file_actions_t** actions, Se
   return result == 0 ? 0 : darwinError(result);
 }
 
-// The numbers that differ, of signals that end a program.
+// The numbers that differ.
+constexpr std::pair<int, int> signals[] = {{SIGBUS, 10},  {SIGSYS, 12},  {SIGSTOP, 17},
+                                           {SIGCONT, 19}, {SIGCHLD, 20}, {SIGUSR1, 30},
+                                           {SIGUSR2, 31}};
 int darwinSignal(int host) {
-  constexpr std::pair<int, int> signals[] = {
-      {SIGBUS, 10}, {SIGUSR1, 30}, {SIGUSR2, 31}, {SIGSYS, 12}};
   for (const auto& [number, darwin] : signals) {
     if (number == host) return darwin;
   }
   return host;
+}
+
+// A program of this kind goes on in the emulator, beside the same libraries.
+int execute(const char* path, char* const* arguments) {
+  std::ifstream file(path, std::ios::binary);
+  std::array<char, 4> begin{};
+  file.read(begin.data(), begin.size());
+  if (begin != std::array{'\xcf', '\xfa', '\xed', '\xfe'}) return ::execv(path, arguments);
+  std::vector<const char*> all = {"macos-emulator"};
+  for (const auto& image : Image::all()) {
+    if (image.get() != &Image::program()) all.insert(all.end(), {"--with", image->path().c_str()});
+  }
+  all.push_back(path);
+  for (++arguments; *arguments != nullptr; ++arguments) all.push_back(*arguments);
+  all.push_back(nullptr);
+  return ::execv("/proc/self/exe", const_cast<char* const*>(all.data()));
 }
 
 struct DarwinChild {
@@ -108,12 +135,13 @@ int waitForChild(int kind, id_t id, DarwinChild* child, int options) {
   constexpr int noHang = 0x1;
   constexpr int ended = 0x4;
   constexpr int keep = 0x20;
-  if (kind != P_PID || (options & ~(noHang | ended | keep)) != 0) fail("a wait that is not known");
+  const bool isKnown = kind == P_PID || (kind == P_ALL && id == 0);
+  if (!isKnown || (options & ~(noHang | ended | keep)) != 0) fail("a wait that is not known");
   siginfo_t info{};
   const int hostOptions = ((options & noHang) != 0 ? WNOHANG : 0) |
                           ((options & ended) != 0 ? WEXITED : 0) |
                           ((options & keep) != 0 ? WNOWAIT : 0);
-  if (::waitid(P_PID, id, &info, hostOptions) != 0) return -1;
+  if (::waitid(static_cast<idtype_t>(kind), id, &info, hostOptions) != 0) return -1;
   const bool isSignal = info.si_code == CLD_KILLED || info.si_code == CLD_DUMPED;
   *child = {};
   child->code = info.si_code;
@@ -124,9 +152,7 @@ int waitForChild(int kind, id_t id, DarwinChild* child, int options) {
 }
 
 int sendSignal(pid_t pid, int signal) {
-  if (signal != SIGINT && signal != SIGKILL && signal != SIGTERM)
-    fail("a signal that is not known");
-  return ::kill(pid, signal);
+  return ::kill(pid, hostSignal(signal));
 }
 
 struct DarwinEvent {
@@ -160,9 +186,20 @@ int changeQueue(int queue, const DarwinEvent* changes, int changeCount, DarwinEv
 
 }  // namespace
 
+int hostSignal(int darwin) {
+  for (const auto& [host, number] : signals) {
+    if (number == darwin) return host;
+  }
+  const bool isTheSame = darwin >= 0 && darwin <= SIGTERM && darwin != SIGBUS &&
+                         darwin != SIGUSR1 && darwin != SIGUSR2;
+  if (!isTheSame) fail("a signal that is not known: " + std::to_string(darwin));
+  return darwin;
+}
+
 std::span<const Symbol> taskSymbols() {
   static const Symbol symbols[] = {
       function("_posix_spawn", &spawn),
+      function("_posix_spawnp", &spawnNamed),
       function("_posix_spawn_file_actions_init", &initializeActions),
       function("_posix_spawn_file_actions_adddup2", &duplicateInChild),
       function("_posix_spawn_file_actions_destroy", &destroyActions),
@@ -172,6 +209,7 @@ std::span<const Symbol> taskSymbols() {
       function("_posix_spawnattr_setsigdefault", &setDefaultSignals),
       function("_posix_spawnattr_setsigmask", &setSignalMask),
       function("_waitid", &waitForChild),
+      function("_execv", &execute),
       function("_kill", &sendSignal),
       function("_kqueue", &newQueue),
       function("_kevent", &changeQueue),

@@ -10,6 +10,7 @@
 #include <cwchar>
 
 #include <expat.h>
+#include <regex.h>
 
 #include "tests/emulator/Image.h"
 #include "tests/emulator/Symbols.h"
@@ -75,8 +76,11 @@ RuneLocale* runeLocale() {
 unsigned long maskOfRune(int /*rune*/, unsigned long /*mask*/) {
   return 0;
 }
-int sameRune(int rune) {
-  return rune;
+int lowerRune(int rune) {
+  return rune < 128 ? std::tolower(rune) : rune;
+}
+int upperRune(int rune) {
+  return rune < 128 ? std::toupper(rune) : rune;
 }
 
 // Programs use no locale but C's, which they name by null.
@@ -134,6 +138,32 @@ std::size_t strftimeInLocale(char* text, std::size_t size, const char* format, c
                              void* /*locale*/) {
   return std::strftime(text, size, format, time);
 }
+// A pattern has 32 bytes there, and places in a text are wider.
+struct Pattern {
+  std::array<std::byte, 24> unused;
+  regex_t* host;
+};
+struct Match {
+  std::int64_t begin;
+  std::int64_t end;
+};
+int makePattern(Pattern* pattern, const char* text, int flags) {
+  if (flags != REG_EXTENDED) fail("flags of a pattern that are not known");
+  pattern->host = new regex_t;
+  return ::regcomp(pattern->host, text, REG_EXTENDED);
+}
+int findPattern(const Pattern* pattern, const char* text, std::size_t count, Match* matches,
+                int flags) {
+  if (count > 1 || flags != 0) fail("a search that is not known");
+  regmatch_t match{};
+  const int result = ::regexec(pattern->host, text, count, &match, 0);
+  if (result == 0 && count == 1) *matches = {match.rm_so, match.rm_eo};
+  return result;
+}
+void freePattern(Pattern* pattern) {
+  ::regfree(pattern->host);
+  delete pattern->host;
+}
 void freeLocale(void* /*locale*/) {}
 void zero(void* memory, std::size_t size) {
   std::memset(memory, 0, size);
@@ -158,8 +188,8 @@ std::span<const Symbol> textSymbols() {
   static const Symbol symbols[] = {
       {"__DefaultRuneLocale", runeLocale()},
       function("___maskrune", &maskOfRune),
-      function("___tolower", &sameRune),
-      function("___toupper", &sameRune),
+      function("___tolower", &lowerRune),
+      function("___toupper", &upperRune),
       function("_snprintf_l", &snprintfInLocale),
       function("_asprintf_l", &asprintfInLocale),
       function("_sscanf_l", &sscanfInLocale),
@@ -174,6 +204,9 @@ std::span<const Symbol> textSymbols() {
       function("_strftime_l", &strftimeInLocale),
       function("_wcrtomb_l", &wcrtombInLocale),
       function("_freelocale", &freeLocale),
+      function("_regcomp", &makePattern),
+      function("_regexec", &findPattern),
+      function("_regfree", &freePattern),
       function("___bzero", &zero),
       function("_bzero", &zero),
       function("_strerror_r", &describeError),

@@ -5,6 +5,7 @@
 #include <ctime>
 #include <memory>
 #include <mutex>
+#include <unordered_map>
 #include <vector>
 
 #include <pthread.h>
@@ -95,21 +96,23 @@ struct ThreadVariable {
 struct Free {
   void operator()(void* memory) const { std::free(memory); }
 };
-thread_local std::unique_ptr<std::byte, Free> variables;
+using Variables = std::unique_ptr<std::byte, Free>;
+// Those of each image.
+thread_local std::unordered_map<const emulator::Image*, Variables> variables;
 
 // The variables of a thread as they begin: those with values, then those that are zero.
-std::byte* newVariables() {
+std::byte* newVariables(const emulator::Image& image) {
   constexpr std::uint32_t regular = 0x11;
   constexpr std::uint32_t zeroed = 0x12;
   std::uint64_t begin = 0;
   std::uint64_t end = 0;
   std::span<const std::byte> content;
-  for (const auto& section : emulator::Image::loaded().sections()) {
+  for (const auto& section : image.sections()) {
     if (section.type != regular && section.type != zeroed) continue;
     if (begin == 0) begin = section.address;
     end = section.address + section.size;
     if (section.type == regular) {
-      content = emulator::Image::loaded().content(section.segment, section.name);
+      content = image.content(section.segment, section.name);
     }
   }
   auto* const memory =
@@ -125,8 +128,10 @@ std::byte* newVariables() {
 }  // namespace
 
 void* emulatorThreadVariable(void* descriptor) {
-  if (variables == nullptr) variables.reset(newVariables());
-  return variables.get() + static_cast<const ThreadVariable*>(descriptor)->offset;
+  const emulator::Image* const image = emulator::Image::around(descriptor);
+  Variables& ofImage = variables[image];
+  if (ofImage == nullptr) ofImage.reset(newVariables(*image));
+  return ofImage.get() + static_cast<const ThreadVariable*>(descriptor)->offset;
 }
 
 namespace emulator {

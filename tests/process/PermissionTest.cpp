@@ -1,3 +1,4 @@
+#include <initializer_list>
 #include <string>
 
 #include <gtest/gtest.h>
@@ -46,8 +47,8 @@ TEST(PermissionTest, FileAndFolderBothCount) {
   std::vector<std::pair<Ownership, bool>> cases;
   for (const uid_t user : {0U, 1U}) {
     for (const gid_t group : {0U, 1U}) {
-      for (const mode_t mode : {0755U, 0700U, 0555U, 0000U, 01755U, 04755U, 0775U, 0757U, 0720U,
-                                0702U, 0777U, 01777U}) {
+      for (const mode_t mode : std::initializer_list<mode_t>{0755, 0700, 0555, 0000, 01755, 04755,
+                                                             0775, 0757, 0720, 0702, 0777, 01777}) {
         cases.push_back({{user, group, mode}, user == 0 && group == 0 && (mode & 022U) == 0});
       }
     }

@@ -40,7 +40,8 @@ set(CMAKE_OBJCXX_COMPILER_LAUNCHER "")
 list(PREPEND CMAKE_MODULE_PATH ${CMAKE_CURRENT_LIST_DIR}/modules)
 
 set(CMAKE_CROSSCOMPILING_EMULATOR
-  ${CMAKE_CURRENT_LIST_DIR}/../../build/macos-emulator/macos-emulator)
+  ${CMAKE_CURRENT_LIST_DIR}/../../build/macos-emulator/macos-emulator
+  --with ${CMAKE_CURRENT_LIST_DIR}/../../build/macos/libmacos-frameworks.dylib)
 
 # What a program is linked with, and in which order, is the script's.
 set(CMAKE_CXX_LINK_EXECUTABLE
