@@ -4,7 +4,6 @@
 #include <array>
 #include <bit>
 #include <cstdint>
-#include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <string>
@@ -12,11 +11,10 @@
 #include <thread>
 #include <vector>
 
-#include <dirent.h>
 #include <poll.h>
 #include <sys/socket.h>
 
-#include "foundation/Unicode.h"
+#include "fuzz/Conversation.h"
 #include "platform/linux/bus/Bus.h"
 #include "platform/linux/transport/BusValue.h"
 #include "platform/linux/transport/Endpoint.h"
@@ -31,73 +29,6 @@ namespace corvane {
 namespace {
 
 constexpr uid_t peerUser = 1000;
-// So that all of it fits into a socket, and nobody waits for anybody.
-constexpr std::size_t maximumPortions = 64;
-constexpr std::size_t maximumPortionSize = 4096;
-constexpr std::size_t mostDescriptors = 7;
-
-void require(bool holds) {
-  if (!holds) std::abort();
-}
-
-struct Portion {
-  std::size_t descriptors = 0;
-  std::string bytes;
-};
-
-std::vector<Portion> portionsOf(std::span<const std::byte> conversation) {
-  std::vector<Portion> portions;
-  while (conversation.size() > 3 && portions.size() < maximumPortions) {
-    const auto byte = [&](std::size_t i) { return std::to_integer<std::size_t>(conversation[i]); };
-    const std::size_t descriptors = byte(0) % (mostDescriptors + 1);
-    const std::size_t announced = byte(1) | byte(2) << 8;
-    conversation = conversation.subspan(3);
-    const std::size_t size = std::min({announced, conversation.size(), maximumPortionSize});
-    const auto* bytes = reinterpret_cast<const char*>(conversation.data());
-    if (size > 0) portions.push_back({descriptors, std::string(bytes, size)});
-    conversation = conversation.subspan(size);
-  }
-  return portions;
-}
-
-int socketToSend() {
-  static const auto pair = connectedSockets();
-  return pair.first.get();
-}
-
-// Sends as a peer, with a socket of another pair so many times.
-bool send(int socket, const Portion& portion) {
-  iovec bytes{const_cast<char*>(portion.bytes.data()), portion.bytes.size()};
-  alignas(cmsghdr) std::array<std::byte, CMSG_SPACE(sizeof(int) * mostDescriptors)> control{};
-  msghdr message{};
-  message.msg_iov = &bytes;
-  message.msg_iovlen = 1;
-  if (portion.descriptors > 0) {
-    message.msg_control = control.data();
-    message.msg_controllen = CMSG_SPACE(sizeof(int) * portion.descriptors);
-    cmsghdr* header = CMSG_FIRSTHDR(&message);
-    header->cmsg_level = SOL_SOCKET;
-    header->cmsg_type = SCM_RIGHTS;
-    header->cmsg_len = CMSG_LEN(sizeof(int) * portion.descriptors);
-    for (std::size_t i = 0; i < portion.descriptors; ++i) {
-      const int descriptor = socketToSend();
-      std::memcpy(CMSG_DATA(header) + i * sizeof(int), &descriptor, sizeof(int));
-    }
-  }
-  return ::sendmsg(socket, &message, MSG_DONTWAIT | MSG_NOSIGNAL) ==
-         static_cast<ssize_t>(portion.bytes.size());
-}
-
-// All but those that stay open from the first call on.
-int openDescriptors() {
-  static DIR* const folder = ::opendir("/proc/self/fd");
-  socketToSend();
-  ::rewinddir(folder);
-  int count = 0;
-  while (::readdir(folder) != nullptr) ++count;
-  return count;
-}
-
 // The next portion that a guard has passed on; empty if there is none.
 Portion receive(int socket) {
   Portion portion;
@@ -131,30 +62,6 @@ bool isAnnounced(const Portion& portion) {
   if (!sizes) return false;
   const std::size_t header = fixedHeaderSize + sizes->rest() - sizes->body;
   return header <= bytes.size() && announcedDescriptors(bytes.first(header)) == portion.descriptors;
-}
-
-// Text is UTF-8 without zeros, and nothing is nested beyond the bound.
-void checkValue(const Value& value, int depth) {
-  require(depth >= 0);
-  const auto checkText = [](const std::string& text) {
-    require(isUTF8(text) && text.find('\0') == std::string::npos);
-  };
-  if (const std::string* text = value.string()) checkText(*text);
-  const auto checkDictionary = [&](const Dictionary& dictionary) {
-    require(dictionary.duplicateKey() == nullptr);
-    for (const auto& [key, element] : dictionary) {
-      checkText(key);
-      checkValue(element, depth - 1);
-    }
-  };
-  if (const Dictionary* dictionary = value.dictionary()) checkDictionary(*dictionary);
-  if (const Error* error = value.error()) {
-    checkText(error->domain());
-    checkDictionary(error->userInfo());
-  }
-  if (const Array* array = value.array()) {
-    for (const Value& element : *array) checkValue(element, depth - 1);
-  }
 }
 
 // A number that is none is equal to nothing, itself included.

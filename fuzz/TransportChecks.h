@@ -6,9 +6,8 @@
 
 namespace corvane {
 
-// What a peer may send before anybody has authorized it. A conversation is portions, each of one
-// byte that says how many descriptors come with it (0 to 7), two that say how long it is (the low
-// one first), and its bytes. Each check ends the process if what it says does not hold.
+// What a client may send before anybody has authorized it, as conversations (`Conversation.h`).
+// Each check ends the process if what it says does not hold.
 
 /// Has a guard read the conversation, portion by portion. What it passes on is what was sent, up to
 /// where it refuses; descriptors come with the header that announces them, and none stays open.

@@ -99,8 +99,10 @@ class LinuxFeedbackListener : public FeedbackListener {
                         std::pair<FileDescriptor, FileDescriptor> ends)
       : _endpoint(std::move(ends.second)),
         _control(duplicate(ends.first)),
-        _thread([&receiver, socket = std::move(ends.first)]() mutable {
+        _thread([this, &receiver, socket = std::move(ends.first)]() mutable {
           serveFeedback(std::move(socket), receiver);
+          // So that a helper does not go on sending to nobody.
+          ::shutdown(_control.get(), SHUT_RDWR);
         }) {}
 
   FileDescriptor _endpoint;

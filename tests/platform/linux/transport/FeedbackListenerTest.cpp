@@ -1,3 +1,4 @@
+#include <chrono>
 #include <fstream>
 #include <iterator>
 #include <regex>
@@ -5,11 +6,14 @@
 #include <string>
 
 #include <gtest/gtest.h>
+#include <poll.h>
+#include <sys/socket.h>
 #include <systemd/sd-bus.h>
 
 #include "platform/FeedbackListener.h"
 #include "platform/linux/transport/Endpoint.h"
 #include "platform/linux/transport/HelperMessages.h"
+#include "platform/linux/transport/LocalSocket.h"
 
 namespace corvane {
 namespace {
@@ -55,6 +59,15 @@ TEST(FeedbackListenerTest, WhatItServesIsAsTheInstalledFileSays) {
   EXPECT_EQ(membersOf(told == nullptr ? "" : told), membersOf(written));
   sd_bus_message_unref(reply);
   sd_bus_flush_close_unref(bus);
+}
+
+TEST(FeedbackListenerTest, AHelperThatIsNotUnderstoodLearnsThatTheConnectionEnds) {
+  NoReceiver receiver;
+  const auto listener = FeedbackListener::serve(receiver);
+  const auto transport = listener->takeEndpoint().takeTransport();
+  ASSERT_EQ(::send(transport->socket.get(), "nonsense", 8, MSG_NOSIGNAL), 8);
+  EXPECT_TRUE(waitFor(transport->socket.get(), POLLRDHUP,
+                      std::chrono::steady_clock::now() + std::chrono::seconds(60)));
 }
 
 }  // namespace
