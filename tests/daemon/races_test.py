@@ -1,5 +1,5 @@
 """An ordinary user swaps names of theirs for as long as the helper works there: nothing else is
-touched, whenever that is. Each kind for CORVANE_RACE_SECONDS, or for one second; what the rounds
+touched, whenever that is. Each kind for CORVANE_CAMPAIGN_SECONDS, or for one second; what the rounds
 came to is printed."""
 
 import contextlib
@@ -14,7 +14,7 @@ from protection import IMMUTABLE, kernel_flags, protect, unprotect
 from support import (PATIENCE, SOMEBODY, SOMEBODY_ELSE, TEST_PROGRAMS, DaemonTest, main,
                      preferences_root)
 
-SECONDS = float(os.environ.get("CORVANE_RACE_SECONDS", "1"))
+SECONDS = float(os.environ.get("CORVANE_CAMPAIGN_SECONDS", "1"))
 ATTACKER = {"user": SOMEBODY, "group": SOMEBODY, "extra_groups": []}
 # What one folder of a tree holds.
 FILES = 20

@@ -21,7 +21,7 @@ import time
 import unittest
 
 # As long as a test may take on the bench, longer races apart.
-TIMEOUT = 300 + 2 * float(os.environ.get("CORVANE_RACE_SECONDS", "0"))
+TIMEOUT = 300 + 2 * float(os.environ.get("CORVANE_CAMPAIGN_SECONDS", "0"))
 
 
 def names_of(suite):

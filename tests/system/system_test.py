@@ -401,7 +401,7 @@ class Scenario:
         failed = [caller for caller in self.options.callers if self.machine.show(shlex.join(
             ["env", "TMPDIR=/var/tmp", "PYTHONDONTWRITEBYTECODE=1", "CORVANE_PROGRAMS=/usr/libexec",
              f"CORVANE_TEST_PROGRAMS={here}", "CORVANE_SOURCES=",
-             f"CORVANE_RACE_SECONDS={os.environ.get('CORVANE_RACE_SECONDS', '1')}",
+             f"CORVANE_CAMPAIGN_SECONDS={os.environ.get('CORVANE_CAMPAIGN_SECONDS', '1')}",
              "/usr/bin/python3",
              f"{here}/system/suite.py", f"{here}/daemon", f"{here}/{POLKIT_TESTS}",
              "--as", caller, *patterns]))]
