@@ -1,5 +1,5 @@
 """What root is told by the commands about the installation, whatever is wrong with it, in the words of
-every language. Each test has a system of its own: what it changes of this one nobody else sees, and
+every language. Each fault has a system of its own: what it changes of this one nobody else sees, and
 nothing runs there."""
 
 import os
@@ -16,17 +16,21 @@ UNITS = "/usr/lib/systemd/system"
 ACTION = f"{ACTIONS}/com.corvane.vnt.delete-fileobjects.policy"
 CONFIGURED = "/etc/systemd/system"
 
-# Its argument is a folder of the test's.
+# Its arguments are a folder of the test's, the one of polkit's actions, and those that are to be there
+# as they are here.
 MAKE_SYSTEM = """
 set -e
 mount -t tmpfs none "$1"
 mkdir "$1/changes" "$1/work" "$1/root"
 mount -t overlay overlay -o "lowerdir=/,upperdir=$1/changes,workdir=$1/work" "$1/root"
-mkdir -p "$1/root/programs" "$1/root/bin" "$1/root$2"
-for folder in /run /tmp; do mount -t tmpfs none "$1/root$folder"; done
-mount --rbind /proc "$1/root/proc"
-mount --rbind /dev "$1/root/dev"
-mount --bind "$3" "$1/root/programs"
+root=$1/root
+mkdir -p "$root$2"
+for folder in /run /tmp; do mount -t tmpfs none "$root$folder"; done
+shift 2
+for folder in /proc /dev "$@"; do
+  mkdir -p "$root$folder"
+  mount --rbind "$folder" "$root$folder"
+done
 echo ready
 read -r end
 """
@@ -86,7 +90,7 @@ class InstallationWordsTest(FolderTest):
         os.mkdir(folder)
         system = subprocess.Popen(
             ["unshare", "--mount", "--propagation", "private", "/bin/sh", "-c", MAKE_SYSTEM, "sh", folder,
-             ACTIONS, PROGRAMS], stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+             ACTIONS, SOURCES, PROGRAMS], stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.PIPE)
         self.addCleanup(system.communicate)
         if system.stdout.readline() != b"ready\n":
             self.skipTest(f"no system can be made here: {system.stderr.read().decode()}")
@@ -100,7 +104,7 @@ class InstallationWordsTest(FolderTest):
                  **{name: value for name, value in os.environ.items() if name.endswith("SAN_OPTIONS")}})
 
     def tell(self, system, *arguments, language):
-        result = self.run_in(system, "/programs/privilegerequestor-vnt", *arguments, language=language)
+        result = self.run_in(system, f"{PROGRAMS}/privilegerequestor-vnt", *arguments, language=language)
         return result.returncode, (result.stdout + result.stderr).decode().splitlines()
 
     def assertToldIn(self, language, lines):
@@ -116,15 +120,16 @@ class InstallationWordsTest(FolderTest):
             yield number, system, fault
 
     def assertFound(self, faults):
-        for _, system, fault in self.broken_systems(faults):
+        """In one language after the other: a text that is in no table is English in each of them."""
+        for number, system, fault in self.broken_systems(faults):
             status, english = self.tell(system, "doctor", language="en")
-            for language in LANGUAGES:
-                told = self.tell(system, "doctor", language=language)
-                self.assertEqual((told[0], len(told[1])), (status, len(english)), fault)
-                self.assertToldIn(language, told[1])
-                for line, in_english in zip(told[1], english):
-                    # A few words, as of a version, may be the same.
-                    self.assertTrue(line != in_english or len(line.split()) < 4, line)
+            language = LANGUAGES[number % len(LANGUAGES)]
+            told = self.tell(system, "doctor", language=language)
+            self.assertEqual((told[0], len(told[1])), (status, len(english)), fault)
+            self.assertToldIn(language, told[1])
+            for line, in_english in zip(told[1], english):
+                # A few words, as of a version, may be the same.
+                self.assertTrue(line != in_english or len(line.split()) < 4, line)
 
     def test_what_the_doctor_finds_of_files(self):
         self.assertFound(FAULTS_OF_FILES)
@@ -133,7 +138,6 @@ class InstallationWordsTest(FolderTest):
         self.assertFound(FAULTS_OF_RIGHTS)
 
     def assertPutRight(self, faults):
-        """In one language after the other: a text that is in no table is English in each of them."""
         for number, system, fault in self.broken_systems(faults):
             language = LANGUAGES[number % len(LANGUAGES)]
             _, told = self.tell(system, "install", language=language)
