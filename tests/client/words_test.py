@@ -20,7 +20,7 @@ LANGUAGES = ("de", "fr", "es", "ja")
 # What no sentence in English does without, and none of the other languages has.
 ENGLISH = re.compile(r"(?<![A-Za-z])(the|is|are|of|or|and|to|there|this|that|it|with|by|be|cannot|"
                      r"could|does|did|has been|not|only|which|nobody|somebody|file|directory|line|"
-                     r"root's|missing|unknown|needs|takes|value|key|too)(?![A-Za-z])")
+                     r"root's|missing|unknown|needs|takes|value|key|too|added|replaced|removed|LEFT)(?![A-Za-z])")
 # What is the same in every language: paths, names in quotation marks, options, command lines.
 DATA = (r"(journalctl|systemctl|apt|sudo|log) [ -~]*", r"[„«「'\u201c][^“»」'\u201d]*[“»」'\u201d]",
         r"(/[\w.+-]*)+", r"<\w+>", r"--[\w-]+", r"\b[\w-]+(\.[\w-]+)+\b", r"\b(standard|privilege)\w*",
