@@ -132,6 +132,7 @@ PrivilegedHelperClient::DeletionOutcome FileObjectDeletion::run() {
       there.push_back(&path);
     } else {
       _outcome.missing.push_back(path);
+      _missing.insert(path);
     }
   }
   bool hasStopped = false;
@@ -159,9 +160,7 @@ void FileObjectDeletion::conclude(const std::string& path, bool hasStopped) {
   if (known != _errors.end()) error = known->second;
   const bool isLeft = isThere(path);
   if (isLeft) _outcome.left.push_back({path, error});
-  const bool wasMissing =
-      std::find(_outcome.missing.begin(), _outcome.missing.end(), path) != _outcome.missing.end();
-  const bool isMissed = wasMissing && !_isRecursive && !isLeft;
+  const bool isMissed = _missing.contains(path) && !_isRecursive && !isLeft;
   if (isMissed && !error) error = posixError(POSIXErrorCode::NoEntry);
   if (known != _errors.end() || (!hasStopped && (isLeft || isMissed))) {
     _outcome.failed.push_back({path, error});
@@ -211,8 +210,8 @@ Answer<Outcome> FileObjectDeletion::perform(const Step& step) {
         lift(_stopsOnFirstError ? std::vector{rest.paths.front()} : rest.paths, answer);
     if (isEnd(answer)) return answer;
     const bool isUnasked = authorizationDialogsOfThisProcess() == AuthorizationDialogs::NotNeeded;
-    if (!_stopsOnFirstError && isUnasked && rest.paths.size() > 1 &&
-        rest.paths.size() <= maximumSeparateRequests) {
+    if (!_stopsOnFirstError && isUnasked && rest.paths.size() <= maximumSeparateRequests &&
+        failuresOf(step).size() > 1) {
       return performSeparately(rest);
     }
     if (!isLifted) break;
@@ -287,14 +286,20 @@ bool FileObjectDeletion::lift(const PathPointers& trees, Answer<Outcome>& answer
   return isLifted;
 }
 
+// What is left of it, and what was not there for a deletion that finds that an error.
+PathPointers FileObjectDeletion::failuresOf(const Step& step) const {
+  PathPointers failed;
+  for (const std::string* path : step.paths) {
+    const bool isMissed = !step.isRecursive && _missing.contains(*path);
+    if (isThere(*path) || isMissed) failed.push_back(path);
+  }
+  return failed;
+}
+
 // The one error of a request is that of the last object that it failed for, or of the first if it
 // stopped there.
 void FileObjectDeletion::noteErrors(const Step& step, const Error& error) {
-  PathPointers failed;
-  for (const std::string* path : step.paths) {
-    const bool wasMissing = std::ranges::find(_outcome.missing, *path) != _outcome.missing.end();
-    if (isThere(*path) || (!step.isRecursive && wasMissing)) failed.push_back(path);
-  }
+  const PathPointers failed = failuresOf(step);
   if (failed.empty()) return;
   _errors.insert_or_assign(_stopsOnFirstError ? *failed.front() : *failed.back(), error);
 }

@@ -4,7 +4,9 @@
 #include <cstddef>
 #include <map>
 #include <optional>
+#include <set>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "PrivilegedHelperClient.h"
@@ -40,6 +42,7 @@ class FileObjectDeletion {
   Answer<Outcome> performSeparately(const Step& step);
   bool lift(const PathPointers& trees, Answer<Outcome>& answer);
   void conclude(const std::string& path, bool hasStopped);
+  PathPointers failuresOf(const Step& step) const;
   void noteErrors(const Step& step, const Error& error);
 
   std::optional<Feedback> feedbackAbout(const PathPointers& paths);
@@ -52,6 +55,7 @@ class FileObjectDeletion {
   const std::optional<Feedback>& _feedback;
 
   PrivilegedHelperClient::DeletionOutcome _outcome;
+  std::set<std::string_view> _missing;   ///< those of the paths where nothing was
   std::map<std::string, Error> _errors;  ///< by path, where known
   std::size_t _done = 0;                 ///< how many paths the requests before were about
   double _progress = 0;

@@ -302,6 +302,17 @@ class PathsTest(DeleteCommandTest):
         self.assertEqual([(each["path"], each["error"]["code"]) for each in left],
                          [(self.path("full"), 66), (self.path("kept/file"), 1)])
 
+    def test_the_one_object_that_is_left_has_its_own_error_and_not_that_of_a_missing_one(self):
+        self.make("full/file")
+        for names in (("full", "missing"), ("missing", "full")):
+            answer = self.delete_silently(*map(self.path, names), options=["--json"])
+            left = json.loads(answer[1])["result"]["left"]
+            self.assertEqual([(each["path"], each["error"]["code"]) for each in left],
+                             [(self.path("full"), 66)])
+            _, lines = self.delete(*map(self.path, names))
+            self.assertIn(f"Cannot delete '{self.path('full')}': Directory not empty", lines)
+            self.assertIn(f"Cannot delete '{self.path('missing')}': No such file or directory", lines)
+
 
 class ListTest(DeleteCommandTest):
 
