@@ -252,6 +252,8 @@ class ProgressTest(DeleteCommandTest):
             for part in drawn:
                 columns = sum(1 if ord(character) < 0x1100 else 2 for character in part)
                 self.assertLess(columns, width, (width, part))
+                if part.strip() and width >= 20:
+                    self.assertRegex(part, r"^\S 0:\d\d( \[[#.]+\])? +\d+%( |$)", width)
 
     def test_without_a_terminal_no_feedback_is_asked_for(self):
         self.assertEqual(self.delete_silently(self.make("file")), (0, "", ""))

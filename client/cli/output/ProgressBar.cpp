@@ -22,6 +22,7 @@ constexpr std::chrono::milliseconds betweenTurns{200};
 constexpr std::string_view turns = "|/-\\";
 constexpr std::size_t widestBar = 40;
 constexpr std::size_t narrowestBar = 5;
+constexpr std::size_t frame = 3;  // " [" and "]"
 constexpr std::string_view omission = "...";
 
 bool isTerminal() {
@@ -156,9 +157,9 @@ std::string ProgressBar::line(std::size_t width) const {
   if (_isMeasured) {
     std::string percent = std::to_string(_percent) + '%';
     percent.insert(0, 5 - percent.size(), ' ');
-    // A third of the line; the rest is for what it is at.
+    // A third of the line; the rest is for what it is at. What is counted comes before the bar.
     const std::size_t bar = std::min(width / 3, widestBar);
-    if (bar >= narrowestBar) {
+    if (bar >= narrowestBar && shown.size() + bar + frame + percent.size() <= width) {
       const std::size_t filled = bar * static_cast<std::size_t>(_percent) / 100;
       shown += " [" + std::string(filled, '#') + std::string(bar - filled, '.') + ']';
     }
