@@ -2,6 +2,7 @@
 
 import os
 import pathlib
+import subprocess
 import threading
 
 from gi.repository import GLib
@@ -9,7 +10,7 @@ from gi.repository import GLib
 from bus import EXECUTE_UTILITY, POSIX, Client, FeedbackServer
 from launch_control import LAUNCH_CONTROL, LaunchControlTest
 from log_lines import completed
-from support import SOMEBODY, DaemonTest, logged, main, make_application, wait_until
+from support import PATIENCE, SOMEBODY, DaemonTest, logged, main, make_application, wait_until
 
 OWN = "com.corvane.error.privileged-operation"
 MISSING, UNSAFE, FAILED = (OWN, 1), (OWN, 2), (OWN, 3)
@@ -178,6 +179,16 @@ class LaunchctlTest(Runs, LaunchControlTest):
         for mode in (0o775, 0o757, 0o777):
             os.chmod(self.launch_control, mode)
             self.assertEqual(self.launchctl("list"), (UNSAFE, b"", b"", [LAUNCH_CONTROL]))
+
+    def test_the_command_tells_that_it_was_not_run_by_its_status(self):
+        # Another client keeps the daemon from ending.
+        Client(self.daemon.connect()).register(1)
+        for mode, status in ((0o755, 0), (0o777, 126)):
+            os.chmod(self.launch_control, mode)
+            ended = subprocess.run(self.client_command("execute", "launchctl", "list"), check=False,
+                                   stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL,
+                                   timeout=PATIENCE, **self.client_options())
+            self.assertEqual(ended.returncode, status)
 
 
 class MissingLaunchctlTest(Runs, LaunchControlTest):
