@@ -263,7 +263,9 @@ OperationQueue::Ticket OperationQueue::start(std::uint64_t code, std::vector<Val
         return [completion, outcome = std::move(outcome)] { completion(outcome); };
       },
       [completion] {
-        completion(Outcome{.error = posixError(POSIXErrorCode::Canceled), .wasAuthorized = false});
+        completion(Outcome{.error = posixError(POSIXErrorCode::Canceled),
+                           .wasAuthorized = false,
+                           .wasCancelRequested = true});
       },
       std::move(feedback));
 }
@@ -273,7 +275,9 @@ OperationQueue::Ticket OperationQueue::startDeletion(
     const Completion<DeletionOutcome>& completion, Feedback feedback) {
   const bool hasFeedback = feedback.progress || feedback.object;
   DeletionOutcome cancelled;
-  cancelled.answer = Outcome{.error = posixError(POSIXErrorCode::Canceled), .wasAuthorized = false};
+  cancelled.answer = Outcome{.error = posixError(POSIXErrorCode::Canceled),
+                             .wasAuthorized = false,
+                             .wasCancelRequested = true};
   for (const std::string& path : paths) cancelled.left.push_back({path, std::nullopt});
   return _worker->add(
       [paths = std::move(paths), options, completion, hasFeedback](

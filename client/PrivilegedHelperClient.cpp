@@ -12,6 +12,7 @@
 
 #include <unistd.h>
 
+#include "client/Ending.h"
 #include "client/FileObjectDeletion.h"
 #include "foundation/NoDestructor.h"
 #include "foundation/POSIXError.h"
@@ -387,7 +388,9 @@ class PrivilegedHelperClient::Session {
     // What cancels the operation from the terminal ends the agent there, too, and its end may reach
     // the helper first.
     if (outcome && isRefusal(*outcome) && operation.isCancelled()) {
-      return Outcome{.error = posixError(POSIXErrorCode::Canceled), .wasAuthorized = false};
+      return Outcome{.error = posixError(POSIXErrorCode::Canceled),
+                     .wasAuthorized = false,
+                     .wasCancelRequested = true};
     }
     return outcome;
   }
@@ -429,7 +432,9 @@ class PrivilegedHelperClient::Session {
       }
       endpoint = listener->takeEndpoint();
     }
-    if (operation.isCancelled()) return Outcome{.error = posixError(POSIXErrorCode::Canceled)};
+    if (operation.isCancelled()) {
+      return Outcome{.error = posixError(POSIXErrorCode::Canceled), .wasCancelRequested = true};
+    }
     const auto answer = _connection->performPrivilegedOperation(
         code, authorizationData(), std::move(endpoint), arguments, _options.operationTimeout);
     if (!answer) {
@@ -443,7 +448,8 @@ class PrivilegedHelperClient::Session {
                    .hasLostFeedback = receiver && receiver->hasLost(),
                    .wasAuthorized = hasBegun ? true
                                              : wasAuthorized(*answer, receiver && hasFeedback(code),
-                                                             operation.isCancelled())};
+                                                             operation.isCancelled()),
+                   .wasCancelRequested = operation.isCancelled()};
   }
 
   Answer<void> connect() {
@@ -515,6 +521,10 @@ class PrivilegedHelperClient::Session {
   bool _isRegistered = false;
   std::unique_ptr<IssuedAuthorization> _authorization;
 };
+
+PrivilegedHelperClient::Ending PrivilegedHelperClient::Outcome::ending() const {
+  return endingOf(*this, &authorizationDialogsOfThisProcess);
+}
 
 PrivilegedHelperClient::PrivilegedHelperClient(Options options)
     : _session(std::make_unique<Session>(std::move(options))) {}

@@ -8,20 +8,9 @@
 #include <string>
 
 #include "foundation/Value.h"
+#include "platform/AuthorizationStatus.h"
 
 namespace corvane {
-
-/// A status of an operating system service; 0 is success.
-using OSStatus = std::int32_t;
-
-inline constexpr OSStatus errAuthorizationSuccess = 0;
-inline constexpr OSStatus errAuthorizationInvalidSet = -60001;
-inline constexpr OSStatus errAuthorizationInvalidRef = -60002;
-inline constexpr OSStatus errAuthorizationInvalidPointer = -60004;
-inline constexpr OSStatus errAuthorizationDenied = -60005;
-inline constexpr OSStatus errAuthorizationCanceled = -60006;
-inline constexpr OSStatus errAuthorizationInteractionNotAllowed = -60007;
-inline constexpr OSStatus errAuthorizationInternal = -60008;
 
 using AuthorizationFlags = std::uint32_t;
 inline constexpr AuthorizationFlags kAuthorizationFlagDefaults = 0;

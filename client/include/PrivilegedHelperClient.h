@@ -62,6 +62,17 @@ class PrivilegedHelperClient {
     std::function<void(const Data& chunk)> errorOutput;
   };
 
+  /// What became of an operation, for whoever does something else in each case.
+  enum class Ending : std::uint8_t {
+    Done,
+    Failed,       ///< it was not authorized for another reason than those below, or failed itself
+    Cancelled,    ///< by `cancel`
+    Dismissed,    ///< somebody was asked, and closed the dialog
+    Denied,       ///< somebody was asked in vain, or nobody is, as the answer is no
+    NobodyToAsk,  ///< somebody would be asked, but nobody can be, or the options do not allow it
+    NoAuthority,  ///< the same, as the system has no authority that asks
+  };
+
   /// How an operation ended, in an `Answer`: without one, nobody answered, and whether the
   /// operation was carried out is not known if the connection was lost or no answer came in time.
   ///
@@ -85,8 +96,12 @@ class PrivilegedHelperClient {
     std::optional<bool> wasAuthorized = std::nullopt;
     /// Somebody was asked, and the answer was not accepted: a mistyped password.
     bool wasAnswerRefused = false;
+    /// `cancel` was called meanwhile, in time or not.
+    bool wasCancelRequested = false;
 
     bool isSuccess() const { return !error; }
+    /// All of this in one word. It may look at the system, and wait for a moment.
+    Ending ending() const;
   };
 
   struct DeletionOptions {

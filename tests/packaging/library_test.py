@@ -11,9 +11,14 @@ import unittest
 BUILD = os.path.dirname(os.environ["CORVANE_PROGRAMS"])
 
 CLIENT = r"""
+#include <corvane/OperationQueue.h>
 #include <corvane/PrivilegedHelperClient.h>
+#include <corvane/operations/OperationCodes.h>
+#include <corvane/platform/AuthorizationStatus.h>
 
 #include <cstdio>
+
+static_assert(corvane::codeNop == 9998 && corvane::errAuthorizationDenied == -60005);
 
 int main() {
   corvane::PrivilegedHelperClient::Options options;
