@@ -103,7 +103,7 @@ void inOrder(OperationQueue& queue, const Place& place) {
 
 void cancelled(OperationQueue& queue, const Place& place) {
   const std::string begun = place.folder + "/begun";
-  const auto running = runScript(queue, place, "running", "touch '" + begun + "'; sleep 1000");
+  const auto running = runScript(queue, place, "running", "touch '" + begun + "'; exec sleep 1000");
   const auto pending = queue.start(codeNop, {}, toldAs("pending"));
   std::thread other([&] {
     queue.cancel(pending);
@@ -122,7 +122,7 @@ void cancelled(OperationQueue& queue, const Place& place) {
 // As soon as it was started, be it before the helper knows of it.
 void cancelledAtOnce(OperationQueue& queue, const Place& place) {
   for (int i = 0; i < 20; ++i) {
-    const auto ticket = runScript(queue, place, "at once", "sleep 1000");
+    const auto ticket = runScript(queue, place, "at once", "exec sleep 1000");
     for (int spins = 0; spins < i * 100; ++spins) std::this_thread::yield();
     queue.cancel(ticket);
     loop(queue);
