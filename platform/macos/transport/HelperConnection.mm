@@ -166,8 +166,11 @@ class MachServiceConnection : public HelperConnection {
     const auto pending = std::make_shared<Pending<T>>();
     guarded([&] {
       const bool wasConnected = _wasConnected;
+      // The block's own: what this function has by reference, a block in it has so, too, and may be
+      // called when nobody waits here any more.
+      const std::shared_ptr<Pending<T>> kept = pending;
       send([_connection remoteObjectProxyWithErrorHandler:^(NSError* error) {
-             pending->bring(failureFrom(error, wasConnected));
+             kept->bring(failureFrom(error, wasConnected));
            }],
            [pending](Answer<T> answer) { pending->bring(std::move(answer)); });
     });
