@@ -351,7 +351,7 @@ int Image::run(int argc, char** argv, char** environment) {
       }
     }
   }
-  const auto* const main = pointer(program()._entry);
+  auto* const main = pointer(program()._entry);
   return reinterpret_cast<int (*)(int, char**, char**)>(main)(argc, argv, environment);
 }
 

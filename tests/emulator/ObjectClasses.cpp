@@ -187,6 +187,7 @@ std::span<T> entriesOf(const Image& image, const std::string& name) {
   for (const Image::Section& section : image.sections()) {
     if (section.name != name) continue;
     const auto content = image.content(section.segment, name);
+    // NOLINTNEXTLINE(bugprone-sizeof-expression)
     return {reinterpret_cast<T*>(content.data()), content.size() / sizeof(T)};
   }
   return {};
@@ -341,6 +342,7 @@ void emulatorHandOn(const std::uint64_t* registers, const std::uint64_t* stack) 
   std::uint64_t words[8];
   std::memcpy(words, registers, 6 * sizeof words[0]);
   std::memcpy(words + 6, stack, 2 * sizeof words[0]);
+  // NOLINTNEXTLINE(performance-no-int-to-ptr)
   auto* const object = reinterpret_cast<emulator::Object*>(words[0]);
   static const emulator::Selector hands = emulator::selectorNamed("emulatorHandOn:");
   using HandOn = void (*)(emulator::Object*, emulator::Selector, const std::uint64_t*);

@@ -63,10 +63,9 @@ bool isBlock(const void* object) {
   const void* const kind = static_cast<const Object*>(object)->kind;
   return kind == &stackBlock || kind == &globalBlock || kind == &heapBlock;
 }
-// Neither classes nor what stands in programs is counted.
+// Neither classes nor what else stands in programs is counted.
 bool isCounted(const Object* object) {
-  constexpr std::uint32_t isMeta = 0x1;
-  return object->kind != constantTextClass() && (object->kind->description()->flags & isMeta) == 0;
+  return Image::around(object) == nullptr;
 }
 
 Block* copyBlock(Block* block) {
@@ -99,8 +98,10 @@ void releaseBlock(Block* block) {
 
 Object* retain(Object* object) {
   if (object == nullptr) return nullptr;
+  // One on the stack stays there until it is copied.
   if (isBlock(object)) {
-    return reinterpret_cast<Object*>(copyBlock(reinterpret_cast<Block*>(object)));
+    if (static_cast<const void*>(object->kind) == &heapBlock) ++headerOf(object)->count;
+    return object;
   }
   requireLiving(object);
   if (!isCounted(object)) return object;
@@ -208,6 +209,12 @@ void storeStrong(Object** place, Object* object) {
   release(before);
 }
 
+// Objects as they are: what is copied here never changes.
+Object* copyOf(Object* object) {
+  if (object == nullptr || !isBlock(object)) return retain(object);
+  return reinterpret_cast<Object*>(copyBlock(reinterpret_cast<Block*>(object)));
+}
+
 // Properties, at an offset in their object.
 std::mutex& propertyLock() {
   static auto* const mutex = new std::mutex;
@@ -220,8 +227,7 @@ Object* getProperty(Object* object, Selector /*name*/, std::ptrdiff_t offset, bo
   const std::lock_guard held(propertyLock());
   return retainAutorelease(*propertyAt(object, offset));
 }
-void setProperty(Object* object, Selector /*name*/, Object* value, std::ptrdiff_t offset) {
-  value = retain(value);
+void exchangeProperty(Object* object, Object* value, std::ptrdiff_t offset) {
   Object* before = nullptr;
   {
     const std::lock_guard held(propertyLock());
@@ -229,9 +235,11 @@ void setProperty(Object* object, Selector /*name*/, Object* value, std::ptrdiff_
   }
   release(before);
 }
-// Copied as they are: what is copied here never changes.
-void setCopiedProperty(Object* object, Selector name, Object* value, std::ptrdiff_t offset) {
-  setProperty(object, name, value, offset);
+void setProperty(Object* object, Selector /*name*/, Object* value, std::ptrdiff_t offset) {
+  exchangeProperty(object, retain(value), offset);
+}
+void setCopiedProperty(Object* object, Selector /*name*/, Object* value, std::ptrdiff_t offset) {
+  exchangeProperty(object, copyOf(value), offset);
 }
 
 Object* allocate(const Class* kind) {
@@ -246,7 +254,7 @@ void assignInBlock(Object** place, Object* object, int kind) {
   constexpr int isObject = 3;
   constexpr int isBlock = 7;
   if (kind != isObject && kind != isBlock) fail("a variable of a block that is not known");
-  *place = retain(object);
+  *place = copyOf(object);
 }
 void disposeInBlock(Object* object, int /*kind*/) {
   release(object);
@@ -296,10 +304,11 @@ Object* newObject(const Class* kind) {
 
 void endObject(Object* object) {
   static const Selector destroy = selectorNamed(".cxx_destruct");
-  for (const Class* kind = object->kind; kind != nullptr; kind = kind->parent) {
+  const Class* const own = object->kind;
+  for (const Class* kind = own; kind != nullptr; kind = kind->parent) {
     callForFields(object, kind, destroy);
   }
-  enter(object->kind->description()->name, -1);
+  enter(own->description()->name, -1);
   object->kind = nullptr;
 }
 

@@ -74,6 +74,7 @@ struct Class {
   std::uintptr_t data;
 
   ClassDescription* description() const {
+    // NOLINTNEXTLINE(performance-no-int-to-ptr)
     return reinterpret_cast<ClassDescription*>(data & ~std::uintptr_t{7});
   }
 };
