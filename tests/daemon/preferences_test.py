@@ -128,8 +128,8 @@ class DomainTest(PreferencesTest):
                 self.assertEqual(self.read(f"{self.own}/{APPLICATION}.plist"), {"key": value})
 
     def test_what_is_written_can_be_changed_afterwards_however_much_it_is(self):
-        if self.daemon.is_sanitized("tsan"):
-            self.skipTest("with the thread sanitizer it would take longer than a change may")
+        if self.daemon.is_sanitized():
+            self.skipTest("with a sanitizer it takes longer than a change may")
         path = f"{self.own}/{APPLICATION}.plist"
         count = 500_000
         # Each is its own value, in as few bytes as can be.
