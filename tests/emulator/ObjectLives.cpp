@@ -304,11 +304,11 @@ Object* newObject(const Class* kind) {
 
 void endObject(Object* object) {
   static const Selector destroy = selectorNamed(".cxx_destruct");
-  const Class* const own = object->kind;
-  for (const Class* kind = own; kind != nullptr; kind = kind->parent) {
+  const std::string name = object->kind->description()->name;
+  for (const Class* kind = object->kind; kind != nullptr; kind = kind->parent) {
     callForFields(object, kind, destroy);
   }
-  enter(own->description()->name, -1);
+  enter(name, -1);
   object->kind = nullptr;
 }
 
