@@ -50,6 +50,12 @@ std::optional<char32_t> takeUTF8Character(std::string_view& text) {
   return character;
 }
 
+char32_t takeCharacter(std::string_view& text) {
+  const std::optional<char32_t> character = takeUTF8Character(text);
+  if (!character) text.remove_prefix(1);
+  return character.value_or(replacementCharacter);
+}
+
 bool isUTF8(std::string_view text) {
   const auto isASCII = [](char c) { return static_cast<unsigned char>(c) < 0x80; };
   for (;;) {

@@ -8,9 +8,14 @@
 
 namespace corvane {
 
+/// What stands for what is no character.
+constexpr char32_t replacementCharacter = 0xFFFD;
+
 /// Takes one character off the front of `text`; nothing, and `text` as it was, if it does not begin
 /// with well-formed UTF-8 (no overlong form, no surrogate, nothing above U+10FFFF).
 std::optional<char32_t> takeUTF8Character(std::string_view& text);
+/// Takes one character off the front of `text`, which has one: U+FFFD for a byte that begins none.
+char32_t takeCharacter(std::string_view& text);
 bool isUTF8(std::string_view text);
 /// Whether `byte`, which follows `previous`, is or ends a control character of UTF-8: U+0000 to
 /// U+001F, U+007F, and U+0080 to U+009F, which are two bytes long.

@@ -31,11 +31,7 @@ CachePointer versionInfo() {
 // What is not UTF-8 in a name shows as the replacement character.
 std::string decodedName(std::string_view bytes) {
   std::string name;
-  while (!bytes.empty()) {
-    const auto character = takeUTF8Character(bytes);
-    if (!character) bytes.remove_prefix(1);
-    appendUTF8(name, character.value_or(U'\uFFFD'));
-  }
+  while (!bytes.empty()) appendUTF8(name, takeCharacter(bytes));
   return name;
 }
 

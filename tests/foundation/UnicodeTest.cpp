@@ -18,6 +18,13 @@ TEST(UnicodeTest, MalformedTextFails) {
   }
 }
 
+TEST(UnicodeTest, EachByteThatBeginsNoCharacterIsReplaced) {
+  std::string_view text = "a\xC3\x28\xE2\x82\xC3\xA4";
+  std::u32string characters;
+  while (!text.empty()) characters += takeCharacter(text);
+  EXPECT_EQ(characters, U"a\uFFFD(\uFFFD\uFFFD\u00E4");
+}
+
 TEST(UnicodeTest, UTF16AndBack) {
   const std::string text = "a\xC3\xA4\xE6\x97\xA5\xF0\x9F\x98\x80";
   const std::u16string units = u"a\u00E4\u65E5\U0001F600";

@@ -1,7 +1,6 @@
 #include "client/cli/output/Prompt.h"
 
 #include <algorithm>
-#include <optional>
 #include <string_view>
 #include <utility>
 
@@ -46,11 +45,7 @@ char32_t harmless(char32_t character) {
 
 std::u32string charactersOf(std::string_view text) {
   std::u32string characters;
-  while (!text.empty()) {
-    const std::optional<char32_t> character = takeUTF8Character(text);
-    if (!character) text.remove_prefix(1);
-    characters += character.value_or(U'\uFFFD');
-  }
+  while (!text.empty()) characters += takeCharacter(text);
   return characters;
 }
 

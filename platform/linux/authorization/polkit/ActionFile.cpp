@@ -38,16 +38,11 @@ const Rule* ruleNamed(std::string_view name) {
 std::string escaped(std::string_view text) {
   std::string result;
   while (!text.empty()) {
-    std::optional<char32_t> character = takeUTF8Character(text);
-    if (!character) text.remove_prefix(1);
+    const char32_t character = takeCharacter(text);
     const bool isAllowed =
-        character &&
-        (*character >= 0x20 || *character == '\t' || *character == '\n' || *character == '\r') &&
-        *character != 0xFFFE && *character != 0xFFFF;
-    switch (isAllowed ? *character : 0) {
-      case 0:
-        appendUTF8(result, 0xFFFD);
-        break;
+        (character >= 0x20 || character == '\t' || character == '\n' || character == '\r') &&
+        character != 0xFFFE && character != 0xFFFF;
+    switch (character) {
       case '&':
         result += "&amp;";
         break;
@@ -64,7 +59,7 @@ std::string escaped(std::string_view text) {
         result += "&#13;";
         break;
       default:
-        appendUTF8(result, *character);
+        appendUTF8(result, isAllowed ? character : replacementCharacter);
     }
   }
   return result;

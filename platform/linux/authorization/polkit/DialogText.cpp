@@ -11,7 +11,6 @@ namespace corvane {
 
 namespace {
 
-constexpr char32_t replacement = 0xFFFD;
 constexpr char32_t ellipsis = 0x2026;
 
 struct Range {
@@ -55,13 +54,6 @@ char32_t harmless(char32_t character) {
     default:
       return character;
   }
-}
-
-char32_t takeCharacter(std::string_view& text) {
-  const std::optional<char32_t> character = takeUTF8Character(text);
-  if (character) return *character;
-  text.remove_prefix(1);
-  return replacement;
 }
 
 }  // namespace
