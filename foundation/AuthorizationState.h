@@ -2,6 +2,8 @@
 #define CORVANE_FOUNDATION_AUTHORIZATIONSTATE_H
 
 #include <cstdint>
+#include <optional>
+#include <string_view>
 
 namespace corvane {
 
@@ -12,6 +14,11 @@ enum class AuthorizationState : std::uint8_t {
   Denied,       ///< nobody would be asked either
   Unavailable,  ///< somebody would have to be asked, and nobody could be
 };
+
+/// What a state is called, on the wire and wherever a program is told.
+const char* nameOf(AuthorizationState state);
+/// Nothing if no state is called so.
+std::optional<AuthorizationState> authorizationStateNamed(std::string_view name);
 
 }  // namespace corvane
 

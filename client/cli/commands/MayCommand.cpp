@@ -11,15 +11,8 @@ namespace corvane::cli {
 
 namespace {
 
-// In the order of the enumeration: as people and as programs are told.
-struct StateName {
-  const char* text;
-  const char* name;
-};
-constexpr StateName names[] = {{grantedText, "granted"},
-                               {wouldAskText, "challenge"},
-                               {deniedText, "denied"},
-                               {nobodyToAskText, "unavailable"}};
+// What people are told, in the order of the enumeration.
+constexpr const char* texts[] = {grantedText, wouldAskText, deniedText, nobodyToAskText};
 
 std::optional<std::uint64_t> codeOf(const std::string& identifier) {
   const auto& identifiers =
@@ -51,11 +44,10 @@ int tellWhetherAllowed(const Context& context, const std::string& operation) {
   if (state == AuthorizationState::Challenge && !context.client.isInteractionAllowed) {
     state = AuthorizationState::Unavailable;
   }
-  const StateName& name = names[static_cast<std::size_t>(state)];
   if (context.isJSON) {
-    printResult({{"operation", operation}, {"authorization", name.name}});
+    printResult({{"operation", operation}, {"authorization", nameOf(state)}});
   } else {
-    std::printf("%s\n", translated(name.text).c_str());
+    std::printf("%s\n", translated(texts[static_cast<std::size_t>(state)]).c_str());
   }
   const bool isPossible =
       state == AuthorizationState::Granted || state == AuthorizationState::Challenge;

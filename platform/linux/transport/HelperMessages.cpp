@@ -1,9 +1,6 @@
 #include "platform/linux/transport/HelperMessages.h"
 
-#include <algorithm>
-#include <array>
 #include <cerrno>
-#include <string_view>
 #include <utility>
 
 #include <fcntl.h>
@@ -13,13 +10,6 @@
 namespace corvane {
 
 namespace {
-
-constexpr auto authorizationStates = std::to_array<std::pair<AuthorizationState, const char*>>({
-    {AuthorizationState::Granted, "granted"},
-    {AuthorizationState::Challenge, "challenge"},
-    {AuthorizationState::Denied, "denied"},
-    {AuthorizationState::Unavailable, "unavailable"},
-});
 
 // The feedback endpoint, `ah` with none or one.
 void appendEndpoint(MessageWriter& writer, const FileDescriptor& endpoint) {
@@ -100,18 +90,13 @@ QueryCall readQueryCall(MessageReader& reader, const TakeMemory& takeMemory) {
 }
 
 void appendAuthorizationState(MessageWriter& writer, AuthorizationState state) {
-  const auto* const entry = std::ranges::find(authorizationStates, state,
-                                              &decltype(authorizationStates)::value_type::first);
-  writer.append("s", entry->second);
+  writer.append("s", nameOf(state));
 }
 
 AuthorizationState readAuthorizationState(MessageReader& reader) {
-  const std::string_view name = reader.text();
-  const auto* const entry = std::ranges::find(authorizationStates, name,
-                                              &decltype(authorizationStates)::value_type::second);
-  if (entry != authorizationStates.end()) return entry->first;
-  reader.fail(-EBADMSG);
-  return AuthorizationState::Denied;
+  const auto state = authorizationStateNamed(reader.text());
+  if (!state) reader.fail(-EBADMSG);
+  return state.value_or(AuthorizationState::Denied);
 }
 
 }  // namespace corvane

@@ -27,20 +27,6 @@ std::optional<Array> argumentsFrom(NSArray* objects) {
   return array != nullptr ? std::optional(std::move(*array)) : std::nullopt;
 }
 
-NSString* nameOf(AuthorizationState state) {
-  switch (state) {
-    case AuthorizationState::Granted:
-      return @"granted";
-    case AuthorizationState::Challenge:
-      return @"challenge";
-    case AuthorizationState::Denied:
-      return @"denied";
-    case AuthorizationState::Unavailable:
-      return @"unavailable";
-  }
-  return nil;
-}
-
 }  // namespace
 
 @implementation ZELExportedHelper {
@@ -117,7 +103,8 @@ NSString* nameOf(AuthorizationState state) {
   handle("queryAuthorization:", [&] {
     if (_control == nullptr || reply == nil) return;
     const auto state = _control->queryAuthorization(code, dataFromObject(authorizationData));
-    reply(state ? nameOf(*state) : nil, state ? nil : objectFromError(state.error()));
+    reply(state ? objectFromText(nameOf(*state)) : nil,
+          state ? nil : objectFromError(state.error()));
   });
 }
 

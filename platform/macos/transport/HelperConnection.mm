@@ -57,16 +57,8 @@ CommunicationFailure failureFrom(NSError* error, bool wasConnected) {
 }
 
 Result<AuthorizationState, CommunicationFailure> stateFrom(NSString* name, NSError* error) {
-  constexpr std::pair<const char*, AuthorizationState> states[] = {
-      {"granted", AuthorizationState::Granted},
-      {"challenge", AuthorizationState::Challenge},
-      {"denied", AuthorizationState::Denied},
-      {"unavailable", AuthorizationState::Unavailable},
-  };
-  const std::string text = textFromObject(name).value_or("");
-  for (const auto& [known, state] : states) {
-    if (text == known) return state;
-  }
+  const auto state = authorizationStateNamed(textFromObject(name).value_or(""));
+  if (state) return *state;
   if (error == nil) {
     return CommunicationFailure{Kind::BadMessage, "The helper's answer could not be read"};
   }
