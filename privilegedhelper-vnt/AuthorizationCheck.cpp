@@ -64,8 +64,7 @@ void ZELPrivilegedHelper::processMetadataDictionary(const Dictionary& metadata,
 std::optional<std::string> ZELPrivilegedHelper::rightNameForCode(std::uint64_t code) const {
   const std::string* identifier = operationSet()->identifierForCode(code);
   if (identifier == nullptr || identifier->empty()) return std::nullopt;
-  auto rightName = operationSet()->authorizationRightNameForOperationWithIdentifier(*identifier);
-  return rightName && !rightName->empty() ? rightName : std::nullopt;
+  return operationSet()->authorizationRightNameForOperationWithIdentifier(*identifier);
 }
 
 std::optional<Error> ZELPrivilegedHelper::checkAuthorization(

@@ -40,6 +40,40 @@ TEST_F(AuthorizationCheckTest, AnUnknownCodeIsInvalidWithoutACall) {
   EXPECT_EQ(services.forms, 0);
 }
 
+// One operation with the number 1, of an implementation that is called as a test wants it.
+class CalledOperationSet : public ZELPrivilegedOperationSet {
+ public:
+  explicit CalledOperationSet(std::optional<std::string> code) : _code(std::move(code)) {
+    _operations.emplace("one", *ZELPrivilegedOperation::initWithIdentifier(
+                                   "one", Value("allow"), false, false, 0, {}, "One."));
+  }
+  std::optional<std::string> implementationCode() const override { return _code; }
+  const Operations* implementedOperations() const override { return &_operations; }
+  const Identifiers* opIdentifiersByCode() const override { return &_identifiers; }
+
+ private:
+  const std::optional<std::string> _code;
+  Operations _operations;
+  const Identifiers _identifiers = {{1, "one"}};
+};
+
+TEST_F(AuthorizationCheckTest, WithoutANameOfTheRightARequestIsInvalid) {
+  for (const std::optional<std::string>& code : {std::optional<std::string>(), {""}}) {
+    CalledOperationSet set(code);
+    helper = ZELPrivilegedHelper::initForOperationSet(&set, nullptr, nullptr);
+    EXPECT_EQ(check(32, 1), posixError(POSIXErrorCode::Invalid));
+  }
+  EXPECT_EQ(services.forms, 0);
+}
+
+TEST_F(AuthorizationCheckTest, ANameThatIsNoUTF8IsNotAskedFor) {
+  CalledOperationSet set("v\xFFt");
+  helper = ZELPrivilegedHelper::initForOperationSet(&set, nullptr, nullptr);
+  EXPECT_EQ(check(32, 1), Error(NSOSStatusErrorDomain, -60004));
+  EXPECT_TRUE(services.rights.empty());
+  EXPECT_EQ(services.freed.size(), 1U);
+}
+
 TEST_F(AuthorizationCheckTest, AsksForTheOneRightWithInteractionAllowed) {
   EXPECT_EQ(check(), std::nullopt);
   EXPECT_EQ(services.rights, std::vector<std::string>{"com.corvane.vnt.delete-fileobjects"});

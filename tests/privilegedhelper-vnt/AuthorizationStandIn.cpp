@@ -7,8 +7,10 @@ AuthorizationStandIn AuthorizationStandIn::current;
 struct AuthorizationOpaqueRef {};
 
 OSStatus AuthorizationCreate(const AuthorizationRights*, const AuthorizationEnvironment*,
-                             AuthorizationFlags, AuthorizationRef*) {
-  return errAuthorizationInternal;
+                             AuthorizationFlags, AuthorizationRef* authorization) {
+  const OSStatus status = AuthorizationStandIn::current.createStatus;
+  if (status == errAuthorizationSuccess) *authorization = new AuthorizationOpaqueRef;
+  return status;
 }
 
 OSStatus AuthorizationCreateFromExternalForm(const AuthorizationExternalForm*,

@@ -11,6 +11,7 @@ namespace corvane {
 
 /// In the place of Authorization Services: answers what a test wants and records what it is asked.
 struct AuthorizationStandIn {
+  OSStatus createStatus = errAuthorizationInternal;
   OSStatus formStatus = errAuthorizationSuccess;
   OSStatus rightsStatus = errAuthorizationSuccess;
 
