@@ -83,6 +83,7 @@ TEST(OperationDescriptionTest, TypeLettersMatchTheCount) {
   EXPECT_TRUE(accepts(3, "NS\xC3\xA4"));
   EXPECT_FALSE(accepts(4, "NS\xC3\xA4"));
   EXPECT_FALSE(accepts(3, "NS"));
+  EXPECT_FALSE(accepts(2, "NSS"));
   EXPECT_FALSE(accepts(3, nullptr));
   EXPECT_TRUE(accepts(0, nullptr));
   EXPECT_TRUE(accepts(ZELVariableArgumentCount, nullptr));

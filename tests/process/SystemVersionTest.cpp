@@ -53,6 +53,8 @@ INSTANTIATE_TEST_SUITE_P(
 TEST(SystemVersionFileTest, HugeNumbersWrap) {
   tests::useSystemVersion("10.99999999999999999999");
   EXPECT_EQ(operatingSystemVersionCode(), 0x1000 - 0x10);
+  tests::useSystemVersion("10.-99999999999999999999");
+  EXPECT_EQ(operatingSystemVersionCode(), 0x1000);
 }
 
 TEST(SystemVersionFileTest, GivesNameVersionAndBuild) {

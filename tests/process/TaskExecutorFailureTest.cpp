@@ -1,3 +1,4 @@
+#include <chrono>
 #include <new>
 #include <stdexcept>
 #include <utility>
@@ -78,6 +79,19 @@ TEST_F(TaskExecutorFailureTest, AReadThatFailsOnceDoesNotEndItsStream) {
   EXPECT_EQ(result.output.size(), length);
   EXPECT_THAT(result.log,
               logLineIs("Handled unexpected exception 'std::exception' (std::bad_alloc)!"));
+}
+
+TEST_F(TaskExecutorFailureTest, AStreamThatFailsEachTimeIsReadAtIntervals) {
+  using Clock = std::chrono::steady_clock;
+  const auto reads = std::make_shared<int>(0);
+  handleLog().beforeRead = [reads] {
+    ++*reads;
+    throw Exception(NSFileHandleOperationException, "read");
+  };
+  const Clock::time_point start = Clock::now();
+  run("/bin/sh", {"-c", "echo x; sleep 0.2"});
+  // The last two are the program's end, and are not waited after.
+  EXPECT_LE((*reads - 2) * std::chrono::milliseconds(10), Clock::now() - start);
 }
 
 TEST_F(TaskExecutorFailureTest, OtherExceptionsOfReadsAreLogged) {

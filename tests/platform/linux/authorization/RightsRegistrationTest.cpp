@@ -73,6 +73,13 @@ class RightsRegistrationTest : public ::testing::Test {
   AuthorizationRef root = nullptr;
 };
 
+TEST_F(RightsRegistrationTest, WithoutAnAuthorizationNothingIsRegisteredAndNothingIsSaid) {
+  testing::internal::CaptureStderr();
+  set.setAuthorizationRightsForImplementedOperationsUsingAuthorization(nullptr);
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+  EXPECT_EQ(definitionOf("com.corvane.vnt.nop"), std::nullopt);
+}
+
 TEST_F(RightsRegistrationTest, RegistersTheCatalogueAndRemovesIt) {
   set.setAuthorizationRightsForImplementedOperationsUsingAuthorization(root);
   int count = 0;
