@@ -431,9 +431,10 @@ TEST(TaskExecutorTest, ChildHasNoDescriptorButItsStreams) {
 }
 
 TEST(TaskExecutorTest, ChildInheritsTheEnvironmentWithItsChanges) {
+  // One name begins the other.
+  ChildEnvironment::set("CORVANE_TEST_2", "three");
   ChildEnvironment::set("CORVANE_TEST", "two");
   ChildEnvironment::set("CORVANE_TEST", "one");
-  ChildEnvironment::set("CORVANE_TEST_2", "three");
   ChildEnvironment::remove("PATH");
   const Runner run;
   EXPECT_EQ(run.executor->executeProgramAtPath("/usr/bin/env", Arguments{}), 0);

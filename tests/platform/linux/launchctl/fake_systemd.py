@@ -79,7 +79,7 @@ class Manager(dbus.service.Object):
 
     @dbus.service.method(MANAGER, in_signature="s", out_signature="o")
     def LoadUnit(self, name):
-        if " " in name:
+        if " " in name or "/" in name:
             raise InvalidArgs("Unit name %s is not valid." % name)
         if name not in self.objects:
             self.objects[name] = Unit(self.bus, name, {"load": "not-found"})

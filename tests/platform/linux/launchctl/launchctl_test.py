@@ -164,9 +164,11 @@ class LaunchctlTest(unittest.TestCase):
         self.assertEqual(self.calls(), ["StartUnit demand.socket"])
 
     def test_job_that_fails_to_start(self):
-        self.start_manager({"bad.service": {"result": "failed"}})
-        self.expect(self.launchctl("start", "bad"), 1,
-                    error='launchctl: the job for bad.service ended with "failed"\n')
+        results = ("failed", "timeout", "canceled", "dependency")
+        self.start_manager({result + ".service": {"result": result} for result in results})
+        for result in results:
+            self.expect(self.launchctl("start", result), 1,
+                        error=f'launchctl: the job for {result}.service ended with "{result}"\n')
 
     def test_refusal_of_the_manager(self):
         self.start_manager({"bad.service": {"refuse": "Unit bad.service is masked."}})
