@@ -92,7 +92,7 @@ std::string translatedReason(const std::string& text) {
   for (std::size_t at = text.find(separator); at != std::string::npos;
        at = text.find(separator, at + 1)) {
     const std::string reason = text.substr(at + separator.size());
-    if (const std::string found = inTable(reason); found != reason) {
+    if (std::string found = inTable(reason); found != reason) {
       return translated(aboutText, Array{text.substr(0, at), found});
     }
   }
@@ -102,7 +102,7 @@ std::string translatedReason(const std::string& text) {
 }  // namespace
 
 std::string translated(const std::string& text) {
-  const std::string found = inTable(text);
+  std::string found = inTable(text);
   if (found != text) return found;
   for (const Pattern& pattern : patterns()) {
     auto parameters = parametersIn(text, pattern);
