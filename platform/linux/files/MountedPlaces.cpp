@@ -1,7 +1,5 @@
-#include "platform/MountPoints.h"
+#include "platform/posix/MountedPlaces.h"
 
-#include <algorithm>
-#include <filesystem>
 #include <fstream>
 #include <sstream>
 
@@ -29,27 +27,16 @@ std::string unescaped(const std::string& text) {
 
 }  // namespace
 
-std::vector<std::string> mountPointsIn(const std::string& path) {
-  namespace fs = std::filesystem;
-  std::error_code failure;
-  const fs::path given(path);
-  const fs::path folder = fs::canonical(given.parent_path(), failure);
-  if (failure) return {};
-  const std::string root = (folder / given.filename()).string();
-  std::vector<std::string> found;
+std::vector<std::string> mountedPlaces() {
+  std::vector<std::string> places;
   std::ifstream table("/proc/self/mountinfo");
   for (std::string line; std::getline(table, line);) {
     std::istringstream fields(line);
     std::string place;
     for (int field = 0; field <= fieldsBefore; ++field) fields >> place;
-    place = unescaped(place);
-    if (place == root || place.starts_with(root + "/")) found.push_back(place);
+    places.push_back(unescaped(place));
   }
-  std::sort(found.begin(), found.end(), [](const std::string& a, const std::string& b) {
-    return a.size() != b.size() ? a.size() < b.size() : a < b;
-  });
-  found.erase(std::unique(found.begin(), found.end()), found.end());
-  return found;
+  return places;
 }
 
 }  // namespace corvane
